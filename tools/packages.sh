@@ -1,0 +1,53 @@
+# The Debian packages that the chores need, and the one place that installs them. Sourced by ./dev.
+
+packages_build="build-essential cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
+    nlohmann-json3-dev libcli11-dev"
+packages_test="libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
+packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
+packages_fuzz="clang libclang-rt-14-dev"
+packages_check="clang clang-format clang-tidy doxygen abigail-tools binutils python3 git"
+packages_darwin="npm nodejs"
+
+missing_packages() { # PACKAGE...: those that dpkg does not hold installed
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q '^install ok installed' || echo "$package"
+    done
+}
+
+need_packages() { # GROUP...: installs what the groups lack; says which command to run where that is not allowed
+    local group wanted="" missing runner=()
+    for group in "$@"; do
+        if [ "$group" = all ]; then
+            wanted="$packages_build $packages_test $packages_bench $packages_fuzz $packages_check"
+        elif [ "$group" = darwin ]; then
+            command -v npm >/dev/null || wanted="$wanted $packages_darwin"
+        else
+            local name=packages_$group
+            wanted="$wanted ${!name}"
+        fi
+    done
+    if ! command -v dpkg-query >/dev/null; then
+        echo "This is no Debian system: these packages, or their like, must be there: $wanted" >&2
+        return 0
+    fi
+    missing=$(missing_packages $wanted | sort -u | tr '\n' ' ')
+    [ -n "$missing" ] || return 0
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! sudo -n true 2>/dev/null; then
+            echo "Some Debian packages are missing. Please run, as root:" >&2
+            echo "    apt-get update && apt-get install -y --no-install-recommends $missing" >&2
+            exit 1
+        fi
+        runner=(sudo)
+    fi
+    echo "installing: $missing"
+    mkdir -p build
+    if ! { "${runner[@]}" apt-get update &&
+        "${runner[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing; } \
+        >build/apt.log 2>&1; then
+        tail -n 20 build/apt.log >&2
+        echo "apt-get could not install them; the whole output is in build/apt.log" >&2
+        exit 1
+    fi
+}
