@@ -1,0 +1,46 @@
+/// What every header of the portability layer rests on: the export macro, the version stamp and the one assertion.
+///
+/// `tova` is plain C over the operating system: functions `tova_<object>_<operation>` on records that the caller owns.
+/// A record is zero-filled and stamped by its create operation and lives where the caller put it; the layer neither
+/// allocates nor moves it. Text is narrow, NUL-terminated UTF-8. Booleans are int32_t, 1 for yes and 0 for no.
+#ifndef LUMO_TOVA_BASE_H
+#define LUMO_TOVA_BASE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+/// Marks what the shared library exports; everything else is hidden.
+#define TOVA_API __attribute__((visibility("default")))
+
+/// Lets the compiler check a format against its arguments; both count from 1.
+#define TOVA_PRINTF(format, arguments) __attribute__((format(printf, format, arguments)))
+
+#ifdef __cplusplus
+#define TOVA_C_BEGIN extern "C" {
+#define TOVA_C_END }
+#else
+#define TOVA_C_BEGIN
+#define TOVA_C_END
+#endif
+
+TOVA_C_BEGIN
+
+/// The version stamp. Create operations write it into the first field of a record, destroy operations clear it, and
+/// every operation checks it: a record that was never created, or was destroyed, is caught at once.
+enum
+{
+    tova_version = 0x110
+};
+
+/// Prints "file:line: failed assertion `expression'" to standard error and aborts. Called by tova_assert.
+TOVA_API void tova_assert_failed(const char* file, unsigned line, const char* expression)
+    __attribute__((noreturn, cold));
+
+TOVA_C_END
+
+/// The one assertion of the library; it stays active in release builds.
+///
+/// For misuse and for platform errors that cannot be; an expected failure is a result, never an assertion.
+#define tova_assert(expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, __LINE__, #expr))
+
+#endif

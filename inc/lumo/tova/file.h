@@ -1,0 +1,127 @@
+/// Files: open, read, write, seek, copy, look for, ask about.
+///
+/// The caller owns the record and uses it from one thread at a time; different records are independent. Descriptors
+/// are not inherited by programs that the host starts. Failures are results; the system's error number is kept in the
+/// record. Null or unstamped records, a second open and unknown modes abort.
+#ifndef LUMO_TOVA_FILE_H
+#define LUMO_TOVA_FILE_H
+
+#include "lumo/tova/base.h"
+#include "lumo/tova/clock.h"
+#include "lumo/tova/security.h"
+#include <dirent.h>
+
+TOVA_C_BEGIN
+
+/// The descriptor of a closed file.
+enum
+{
+    INVALID_FILE = -1
+};
+
+/// A file.
+typedef struct tova_file
+{
+    int32_t _version;
+    int32_t _file;  ///< descriptor, INVALID_FILE when closed
+    int32_t _error; ///< the system's error number of the last failure, 0 after init and at end of file
+} tova_file;
+
+/// How to open. New files get the permission bits 0666 less the process's mask.
+enum
+{
+    tova_file_read_only = 0,      ///< an existing file, to read
+    tova_file_read_write = 1,     ///< an existing file, to read and write
+    tova_file_append = 2,         ///< an existing file; every write goes to its end
+    tova_file_open_or_create = 3, ///< as it stands, or new
+    tova_file_truncate = 4        ///< new, or emptied
+};
+
+/// Stamps the record: closed, no error.
+TOVA_API void tova_file_init(tova_file* f);
+
+/// Opens `path` in one of the modes above: 1, or 0 and `_error`. The record must be closed.
+TOVA_API int32_t tova_file_open(tova_file* f, const char* path, int32_t mode);
+
+/// Makes `path`, or empties it, and gives it the permissions of `security` (null: 0666): 1, or 0 and `_error`.
+TOVA_API int32_t tova_file_create(tova_file* f, const char* path, tova_security* security);
+
+/// Closes the file; a closed record may be closed again, or opened.
+TOVA_API void tova_file_close(tova_file* f);
+
+/// Reads up to `size` bytes at once and stores how many in `count`: 1 when there were any.
+///
+/// End of file is a 0 as well: `count` is 0 and `_error` 0; any other failure leaves an error number.
+TOVA_API int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* count);
+
+/// Writes `size` bytes at once: 1 only when all were written. A short write leaves ENOSPC in `_error`.
+TOVA_API int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size);
+
+/// Moves to `offset` bytes from the start: 1, or 0 and `_error`.
+TOVA_API int32_t tova_file_seek(tova_file* f, int64_t offset);
+
+/// Moves to the end: 1, or 0 and `_error`.
+TOVA_API int32_t tova_file_seek_end(tova_file* f);
+
+/// The size of the open file in bytes; 0 when it cannot be had.
+TOVA_API uint64_t tova_file_size(tova_file* f);
+
+/// 1 when `path` is a regular file; follows symbolic links.
+TOVA_API int32_t tova_file_exists(const char* path);
+
+/// Removes the file: 1 when done.
+TOVA_API int32_t tova_file_remove(const char* path);
+
+/// Copies the content of `source` over `destination`: 1 when all of it arrived.
+///
+/// The destination is emptied first, so a copy that fails leaves it partial, and a file copied onto itself is lost.
+TOVA_API int32_t tova_file_copy(const char* source, const char* destination);
+
+/// What tova_file_info_get tells; local time, `bias` as in tova_time_local, no milliseconds.
+typedef struct tova_file_info
+{
+    tova_time changed;  ///< last change of status
+    tova_time modified; ///< last change of content
+    tova_time accessed; ///< last access
+    uint64_t size;      ///< bytes
+} tova_file_info;
+
+/// Asks about a file, following symbolic links: 1, or 0 with `info` zeroed.
+TOVA_API int32_t tova_file_info_get(const char* name, tova_file_info* info);
+
+/// A walk through a directory; the members are the layer's own.
+typedef struct tova_file_find
+{
+    int32_t _version;
+    DIR* _stream; ///< null when the walk is over
+    struct dirent* _entry;
+    char _name[1024];      ///< name of the current entry, empty when there is none
+    char _directory[1024]; ///< as given
+} tova_file_find;
+
+/// Begins a walk and finds the first entry, "." and ".." left out, in the system's order: 1, or 0 when there is none.
+///
+/// A path of more than 1,023 characters aborts.
+TOVA_API int32_t tova_file_find_first(tova_file_find* f, const char* directory);
+
+/// The same with a pattern, which must be "*" or it aborts: every entry is listed.
+TOVA_API int32_t tova_file_find_first_pattern(tova_file_find* f, const char* directory, const char* pattern);
+
+/// Finds the next entry: 1, or 0 when there is none left.
+TOVA_API int32_t tova_file_find_next(tova_file_find* f);
+
+/// The current entry's name; valid until the next step.
+TOVA_API const char* tova_file_find_name(const tova_file_find* f);
+
+/// 1 when the current entry's name begins with ".".
+TOVA_API int32_t tova_file_find_is_hidden(const tova_file_find* f);
+
+/// 1 when the current entry is a directory, or a link to one.
+TOVA_API int32_t tova_file_find_is_dir(const tova_file_find* f);
+
+/// Ends a walk, finished or not; a second close does nothing.
+TOVA_API void tova_file_find_close(tova_file_find* f);
+
+TOVA_C_END
+
+#endif

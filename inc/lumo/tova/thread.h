@@ -1,0 +1,75 @@
+/// Threads, counters that several threads may change, and who is running.
+///
+/// A thread record belongs to its caller and must not be started or joined by two threads at once.
+#ifndef LUMO_TOVA_THREAD_H
+#define LUMO_TOVA_THREAD_H
+
+#include "lumo/tova/base.h"
+#include <pthread.h>
+
+TOVA_C_BEGIN
+
+/// What a thread runs. It has no result of its own: one that is needed travels through the argument.
+typedef void (*tova_thread_target)(void* argument);
+
+/// A thread; the members are the layer's own.
+typedef struct tova_thread
+{
+    int32_t _version;
+    uint32_t _id;               ///< sequence number of the record, from 1
+    tova_thread_target _target; ///< non-null from start until join or detach
+    void* _arg;
+    pthread_t _handle;
+    int32_t _priority; ///< -2 to +2, 0 is normal
+} tova_thread;
+
+/// Prepares a record; no thread runs yet. Two records made at the same instant may get the same number.
+TOVA_API void tova_thread_create(tova_thread* t);
+
+/// Starts a thread that calls `target(argument)`: 1 when it was started, 0 when the system has no thread left.
+///
+/// A record that was started must be joined or detached before it is started again, or it aborts.
+TOVA_API int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argument);
+
+/// Waits until the thread ends; returns at once when none was started. The record may be started again.
+TOVA_API void tova_thread_join(tova_thread* t);
+
+/// Lets the thread run on by itself; its means are released when it ends. The record may be started again, or go.
+TOVA_API void tova_thread_detach(tova_thread* t);
+
+/// The same as tova_thread_detach. Unlike every other record this one keeps its stamp; that is meant.
+TOVA_API void tova_thread_destroy(tova_thread* t);
+
+/// The record's sequence number; not what tova_thread_id gives.
+TOVA_API uint32_t tova_thread_id_get(tova_thread* t);
+
+/// Sets the priority, -2 (lowest) to +2 (highest), of the running thread or of the next start.
+///
+/// It maps onto the range of the system's time-sharing policy; where that is one value, as on Linux, nothing changes.
+/// Values outside the range are not refused and continue the same line.
+TOVA_API void tova_thread_priority_set(tova_thread* t, int32_t priority);
+
+/// The priority last set; 0 after create.
+TOVA_API int32_t tova_thread_priority_get(tova_thread* t);
+
+/// Gives up the processor once.
+TOVA_API void tova_thread_yield(void);
+
+/// The system's number of the calling thread.
+TOVA_API uint32_t tova_thread_id(void);
+
+/// The system's number of this process.
+TOVA_API int32_t tova_process_id(void);
+
+/// Adds one. Increments exclude each other; the runtime must be up (it is, once the library is loaded).
+TOVA_API void tova_safe_increment(uint32_t* counter);
+
+/// Takes one off, likewise.
+TOVA_API void tova_safe_decrement(uint32_t* counter);
+
+/// Sleeps for `sleep_ms` milliseconds. A signal may end it early; it is not resumed.
+TOVA_API void tova_sleep(uint32_t sleep_ms);
+
+TOVA_C_END
+
+#endif

@@ -1,0 +1,218 @@
+/// One blocking HTTP transfer at a time, and URIs.
+///
+/// The caller owns the request and response records and uses both from one thread during a request; callbacks run on
+/// that thread. A failed transfer is a result, one line through tova_log (level 2) and a text in the response; null or
+/// unstamped records abort. The library's own uploads do not go this way: they have a client of their own.
+#ifndef LUMO_TOVA_TOVA_WEB_H
+#define LUMO_TOVA_TOVA_WEB_H
+
+#include "lumo/tova/base.h"
+#include "lumo/tova/text.h"
+
+TOVA_C_BEGIN
+
+/// Text options of a request.
+enum
+{
+    tova_http_url = 0,
+    tova_http_user_agent = 1,     ///< "tova-1.2"; empty: the header is left out
+    tova_http_unused = 2,         ///< kept, not used
+    tova_http_cookie_file = 3,    ///< a file to read cookies from; "-", as it is at first, reads none
+    tova_http_proxy = 4,          ///< host:port of a proxy; empty: none
+    tova_http_proxy_second = 5,   ///< kept, not used
+    tova_http_proxy_user = 6,     ///< as typed: nothing in it is encoded
+    tova_http_proxy_password = 7, ///< as typed
+    tova_http_path = 8            ///< when not empty, it replaces path, query, scheme and user information of the URL
+};
+
+/// Number options of a request, in seconds; 0 means no limit of ours.
+enum
+{
+    tova_http_connect_timeout = 0, ///< 60 at first
+    tova_http_timeout = 1          ///< for the whole transfer, 30 at first
+};
+
+/// Yes-or-no options of a request.
+enum
+{
+    tova_http_verbose = 0,          ///< libcurl reports each step on standard error
+    tova_http_follow_redirects = 1, ///< 1 at first
+    tova_http_use_cookies = 2,   ///< reads the cookie file; cookies that servers set are kept between requests anyway
+    tova_http_reset_proxies = 4, ///< empties both proxies once there is a URL; the answer is 0 all the same
+    tova_http_disabled = 5       ///< while set, requests return 0 unsent; clearing it releases all texts and the handle
+};
+
+/// The methods of tova_http_request; any other number is a GET too.
+enum
+{
+    tova_http_get = 0,
+    tova_http_post = 1
+};
+
+/// A request; the members are the layer's own.
+typedef struct tova_http
+{
+    int32_t _version;
+    int32_t _method;
+    void* _curl; ///< libcurl's easy handle, made by the first request and kept for the next
+    tova_string _url;
+    tova_string _user_agent;
+    tova_string _unused;
+    tova_string _cookie_file;
+    tova_string _proxy;
+    tova_string _proxy_second;
+    tova_string _proxy_user;
+    tova_string _proxy_password;
+    tova_string _path;
+    const void* _data; ///< not ours
+    uint32_t _size;
+    int32_t _connect_timeout;
+    int32_t _timeout;
+    int32_t _use_cookies;
+    int32_t _follow_redirects;
+    int32_t _verbose;
+    int32_t _proxy_resolved;
+    int32_t _disabled;
+} tova_http;
+
+struct tova_http_response;
+
+/// Hears a block of the body, or one header line with its line end. The bytes are valid during the call only.
+typedef void (*tova_http_data_callback)(void* user, const void* bytes, uint32_t count,
+                                        struct tova_http_response* response);
+
+/// Hears how the download goes, in bytes; `expected` is 0 while unknown. Returns non-zero to continue, 0 to stop.
+typedef int32_t (*tova_http_progress_callback)(void* user, uint64_t expected, uint64_t received);
+
+/// What came back. The members without underscore may be read after a request.
+typedef struct tova_http_response
+{
+    int32_t _version;
+    char _error[256];   ///< libcurl's words after a failure
+    int32_t status;     ///< HTTP status, -1 when the transfer failed
+    uint64_t _expected; ///< size that the server announced, 0 when unknown
+    uint32_t received;  ///< bytes given to the body callback
+    uint32_t _capacity; ///< 1,024
+    void* _user;
+    tova_http_data_callback _body;
+    tova_http_data_callback _header;
+    tova_http_progress_callback _progress;
+    int32_t cancelled; ///< 1 when the progress callback stopped the transfer
+} tova_http_response;
+
+/// Numbers of tova_http_response_number_get.
+enum
+{
+    tova_http_response_status = 0,
+    tova_http_response_expected = 1,
+    tova_http_response_received = 2,
+    tova_http_response_cancelled = 3,
+    tova_http_response_capacity = 4
+};
+
+/// Texts of tova_http_response_string_get.
+enum
+{
+    tova_http_response_error = 0
+};
+
+/// Prepares libcurl for this process. `reserved` is ignored; pass 0. Once per tova_http_shutdown.
+TOVA_API void tova_http_initialize(int32_t reserved);
+
+/// Releases what tova_http_initialize prepared.
+TOVA_API void tova_http_shutdown(void);
+
+/// Stamps a request and gives every option its first value.
+TOVA_API void tova_http_init(tova_http* h);
+
+/// Copies `text` into a text option; null counts as empty. Always 1; an unknown option is ignored.
+TOVA_API int32_t tova_http_option_string_set(tova_http* h, int32_t option, const char* text);
+
+/// Sets a number option: 1, or 0 when it is unknown.
+TOVA_API int32_t tova_http_option_number_set(tova_http* h, int32_t option, int32_t value);
+
+/// Sets a yes-or-no option: 1, or 0 when it is unknown or tova_http_reset_proxies.
+TOVA_API int32_t tova_http_option_bool_set(tova_http* h, int32_t option, int32_t value);
+
+/// The text of an option, "" when unset or unknown; valid until it is set again.
+TOVA_API const char* tova_http_option_string_get(const tova_http* h, int32_t option);
+
+/// The value of a number option, 0 when unknown.
+TOVA_API int32_t tova_http_option_number_get(const tova_http* h, int32_t option);
+
+/// The value of a yes-or-no option, 0 when unknown.
+TOVA_API int32_t tova_http_option_bool_get(const tova_http* h, int32_t option);
+
+/// Sets the body of a post. It is not copied and must outlive the request.
+TOVA_API void tova_http_data_set(tova_http* h, const void* data, uint32_t size);
+
+/// Makes one transfer and waits for its end: 1 when the status is 200 to 302, else 0.
+///
+/// So a redirect that was not followed counts as success, unless it is 303 or more; that is meant.
+TOVA_API int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method);
+
+/// Gets the URL into a file: 1 when the request succeeded and the whole body is in the file.
+///
+/// The file appears whole or not at all: the body goes to a new neighbour that takes the name at the end.
+TOVA_API int32_t tova_http_to_file(tova_http* h, const char* path);
+
+/// Releases the handle and the text options, the URL and user agent too. The record stays usable.
+TOVA_API void tova_http_close(tova_http* h);
+
+/// Stamps a response without callbacks.
+TOVA_API void tova_http_response_create(tova_http_response* r);
+
+/// Clears the stamp; a second destroy does nothing.
+TOVA_API void tova_http_response_destroy(tova_http_response* r);
+
+/// Sets who hears of the transfer; any callback may be null. `user` is handed to each.
+TOVA_API void tova_http_response_callback_set(tova_http_response* r, void* user, tova_http_data_callback body,
+                                              tova_http_data_callback header, tova_http_progress_callback progress);
+
+/// A text of the response, "" when it is unknown; valid until the next request.
+TOVA_API const char* tova_http_response_string_get(const tova_http_response* r, int32_t which);
+
+/// A number of the response, 0 when it is unknown.
+TOVA_API int64_t tova_http_response_number_get(const tova_http_response* r, int32_t which);
+
+/// The system's proxy settings for one URL: two lists, separated by semicolons or spaces.
+typedef struct tova_proxy
+{
+    char proxies[1024];
+    char bypass[1024];
+} tova_proxy;
+
+/// Looks up the proxies for `url`: always 0, none found, with both lists empty. Proxies are the host's to set.
+TOVA_API int32_t tova_proxy_get_for_url(const char* url, tova_proxy* proxy);
+
+/// A part of a URI within the text that was parsed: not terminated, null when the part is absent.
+typedef struct tova_uri_part
+{
+    const char* text;
+    uint32_t length;
+} tova_uri_part;
+
+/// The parts of a URI. They point into the text, which must outlive the record.
+typedef struct tova_uri
+{
+    tova_uri_part scheme;
+    tova_uri_part user;
+    tova_uri_part password;
+    tova_uri_part host; ///< with any ":port"
+    tova_uri_part path; ///< from its "/" to the end, query and fragment included
+} tova_uri;
+
+/// Splits `text` into its parts; nothing is decoded, nothing is refused.
+///
+/// Whatever stands before the first ":" is the scheme, so "host:80/x" has the scheme "host"; that is meant.
+TOVA_API void tova_uri_parse(tova_uri* uri, const char* text);
+
+/// Replaces "%" and two hexadecimal digits by the byte they give and returns the bytes written, terminator not counted.
+///
+/// Reads up to the terminator of `text` or `length` characters and writes at most `size` - 1 and a terminator. What is
+/// no digit counts 0, and ":" to "?" count 10 to 15; that is meant. A "%" without two characters after it is dropped.
+TOVA_API int32_t tova_uri_decode(char* out, unsigned size, const char* text, unsigned length);
+
+TOVA_C_END
+
+#endif

@@ -1,0 +1,18 @@
+/// The portability layer whole, but for the web (tova-web.h): C99 and C++.
+#ifndef LUMO_TOVA_TOVA_H
+#define LUMO_TOVA_TOVA_H
+
+#include "lumo/tova/base.h"
+#include "lumo/tova/clock.h"
+#include "lumo/tova/directory.h"
+#include "lumo/tova/event.h"
+#include "lumo/tova/file.h"
+#include "lumo/tova/global_event.h"
+#include "lumo/tova/mutex.h"
+#include "lumo/tova/runtime.h"
+#include "lumo/tova/security.h"
+#include "lumo/tova/semaphore.h"
+#include "lumo/tova/text.h"
+#include "lumo/tova/thread.h"
+
+#endif
