@@ -12,8 +12,8 @@
 /// Marks what the shared library exports; everything else is hidden.
 #define TOVA_API __attribute__((visibility("default")))
 
-/// Lets the compiler check a format against its arguments; both count from 1.
-#define TOVA_PRINTF(format, arguments) __attribute__((format(printf, format, arguments)))
+/// Lets the compiler check a format against its arguments; `text` and `first` count from 1.
+#define TOVA_PRINTF(text, first) __attribute__((format(printf, text, first)))
 
 #ifdef __cplusplus
 #define TOVA_C_BEGIN extern "C" {
