@@ -1,0 +1,88 @@
+// The documents that events are made of: one JSON object or one JSON array under construction.
+//
+// A nested document is ended first and then added to its parent, which copies the text; it stays the caller's. Names
+// and values are copied at once. Strings are UTF-8 and NUL-terminated.
+//
+// A document is used by one thread at a time. Add operations return 1 when done and 0 when refused. Running out of
+// memory throws std::bad_alloc; the document is then good for nothing but deletion.
+#pragma once
+
+#include "lumo/json_writer.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace AnalyticsSDK {
+
+class LogArray;
+
+/// A JSON object under construction, compact: `{ "name": "x", "n": 5 }`.
+class TOVA_API LogObject
+{
+public:
+    LogObject();
+    virtual ~LogObject();
+    LogObject(const LogObject&) = delete;
+    LogObject& operator=(const LogObject&) = delete;
+
+    /// A null value gives null.
+    std::uint32_t AddString(const char* name, const char* value);
+    std::uint32_t AddInt(const char* name, int value);
+    std::uint32_t AddInt64(const char* name, long long value);
+    /// Six significant digits, as "%g" prints them; NaN and infinities come out as nan and inf, which is no valid JSON.
+    std::uint32_t AddDouble(const char* name, double value);
+    std::uint32_t AddBoolean(const char* name, bool value);
+
+    /// Copies the text of an ended child. A child without a writer adds nothing and still counts as done; this differs
+    /// from LogArray and is meant so. `child` must not be null.
+    std::uint32_t AddObject(const char* name, LogObject* child);
+    std::uint32_t AddArray(const char* name, LogArray* child);
+
+    /// Closes the object. To be called once, before the text is used; what is added afterwards lands behind the closing
+    /// brace.
+    std::uint32_t EndObject();
+
+    /// A copy of the text so far. Of a LogArray these two give the text of its unused object, not of the array: only
+    /// root objects are ever converted.
+    std::string ToString() const;
+    /// The same, decoded from UTF-8.
+    std::wstring ToWString() const;
+
+    /// The writer, still owned here, or null when there is none: for whoever copies the text elsewhere.
+    const lumo::json_writer* GetWriter() const noexcept { return m_writer ? &*m_writer : nullptr; }
+
+protected:
+    /// Held in place, not allocated: a document is made and dropped for every event and every nested value.
+    std::optional<lumo::json_writer> m_writer;
+};
+
+/// A JSON array under construction, compact: `[ 1, 2 ]`.
+class TOVA_API LogArray : public LogObject
+{
+public:
+    LogArray();
+    ~LogArray() override;
+
+    /// A null value gives null.
+    std::uint32_t AddString(const char* value);
+    std::uint32_t AddInt(int value);
+    std::uint32_t AddInt64(long long value);
+    std::uint32_t AddDouble(double value);
+    std::uint32_t AddBoolean(bool value);
+
+    /// Copies the text of an ended child. Refused when the child is null or has no writer.
+    std::uint32_t AddObject(LogObject* child);
+    std::uint32_t AddArray(LogArray* child);
+
+    /// Closes the array.
+    std::uint32_t EndObject();
+
+    /// The array's writer, still owned here, or null when there is none.
+    const lumo::json_writer_array* GetArrayWriter() const noexcept { return m_arrayWriter ? &*m_arrayWriter : nullptr; }
+
+protected:
+    std::optional<lumo::json_writer_array> m_arrayWriter;
+};
+
+} // namespace AnalyticsSDK

@@ -1,0 +1,95 @@
+// A forward-only writer of JSON text: one object, or one array, per writer.
+//
+// Members are written in call order; a nested object or array is built in a writer of its own and its finished text is
+// then copied into the parent. Nothing is parsed and nothing is validated. Text is 8-bit and copied through unchanged
+// but for five escapes (quote, backslash, LF, CR, TAB), so UTF-8 stays UTF-8 and other control bytes stay raw.
+//
+// A writer is used by one thread at a time. Running out of memory throws std::bad_alloc; nothing else fails.
+#pragma once
+
+#include "lumo/text_buffer.h"
+#include "lumo/tova/base.h"
+
+#include <string_view>
+
+namespace lumo {
+
+/// Writes one JSON object.
+///
+/// Compact text separates with single spaces: `{ "a": 1, "b": "x" }`. Otherwise every member stands on a line of its
+/// own (CR LF), indented by one space per level.
+class TOVA_API json_writer
+{
+public:
+    /// With a name the object is the one member of an outer object, which finish() closes as well:
+    /// `{ "n": { "a": 1 }}`. Names and values are copied at once, here and below.
+    json_writer(const char* name, bool compact);
+    json_writer(const json_writer&) = delete;
+    json_writer& operator=(const json_writer&) = delete;
+
+    /// A writer that goes unfinished needs no closing: nobody can read its text any more.
+    ~json_writer() = default;
+
+    /// A member with a string value, quoted and escaped; a null value is the bare word null. In all of these a null
+    /// name writes the value alone, which is how array elements are written.
+    void element(const char* name, const char* value);
+
+    /// A member whose value is the child's text, verbatim: finish the child first. A null child leaves the name without
+    /// a value, which is meant: what to write instead is the caller's to decide.
+    void element(const char* name, const json_writer* child);
+
+    /// A member with a number as "%g" prints it in the "C" locale, whatever the host's locale: six significant digits.
+    /// NaN and infinities come out as nan and inf, which is no valid JSON.
+    void element(const char* name, double value);
+
+    /// A member with the bare word true or false.
+    void element(const char* name, bool value);
+
+    /// A member with a decimal integer.
+    void element(const char* name, long long value);
+    void element(const char* name, int value);
+
+    /// Closes the object; a second call does nothing. Members written afterwards land after the closing brace,
+    /// unchecked.
+    void finish();
+
+    /// The text so far: complete after finish(). Valid until the writer changes or goes.
+    std::string_view text() const noexcept { return _text.view(); }
+
+protected:
+    /// For the array, which opens with another bracket.
+    struct unopened
+    {};
+    json_writer(unopened, bool compact) noexcept;
+
+    /// What comes before every value: separator, line break, indentation and, unless null, the name. Returns where the
+    /// value goes, with room for value_room bytes.
+    char* _write_name(const char* name);
+    /// Appends `s` escaped at `out`; returns the end, with room for value_room bytes.
+    char* _write_encode(char* out, const char* s);
+    /// Appends a line break at `out`, for which there is room; returns the end.
+    char* _break(char* out);
+
+    text_buffer _text;
+    /// Open levels: 1 from construction to finish(), then 0; also the indentation in spaces.
+    int _depth = 0;
+    bool _compact;
+    bool _wrapped = false;
+    bool _at_line_start = false;
+    /// Nothing written on this level yet: no comma before the next member.
+    bool _first = true;
+};
+
+/// Writes one JSON array: `[ 1, 2 ]`. Elements are written with the inherited operations and a null name.
+class TOVA_API json_writer_array : public json_writer
+{
+public:
+    /// With a name the text begins with `"name": [` and a comma stands before the first element. That comma is kept as
+    /// it has always been; the library itself builds only unnamed arrays, which have none.
+    json_writer_array(const char* name, bool compact);
+
+    /// Closes the array with a space and a bracket, on the same line in either mode; a second call does nothing.
+    void finish();
+};
+
+} // namespace lumo

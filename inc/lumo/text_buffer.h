@@ -1,0 +1,62 @@
+// The growing text of a document.
+//
+// Short texts live inside the object, so a small document costs no allocation of its own. Writers ask for room, write
+// through a plain pointer and say where they stopped: one bounds check for a whole member instead of one per byte.
+#pragma once
+
+#include "lumo/scoped_ptr.h"
+#include "lumo/tova/base.h"
+
+#include <cstddef>
+#include <string_view>
+
+namespace lumo {
+
+/// Text that only grows. Owned and used by one thread at a time. Growing may throw std::bad_alloc; the text is then as
+/// it was.
+class TOVA_API text_buffer
+{
+public:
+    text_buffer() noexcept : _end(_inline), _limit(_inline + sizeof _inline) {}
+    text_buffer(const text_buffer&) = delete;
+    text_buffer& operator=(const text_buffer&) = delete;
+
+    /// The text so far; valid until the next change.
+    std::string_view view() const noexcept
+    {
+        const char* start = begin();
+        return {start, static_cast<std::size_t>(_end - start)};
+    }
+
+    /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on.
+    char* reserve(std::size_t count)
+    {
+        if (static_cast<std::size_t>(_limit - _end) < count)
+            grow(count);
+        return _end;
+    }
+
+    /// The end of the room that reserve() made.
+    char* limit() const noexcept { return _limit; }
+
+    /// Takes everything up to `end`, which lies within the reserved room, as written.
+    void commit(char* end) noexcept { _end = end; }
+
+    /// Appends a copy of `text`, which may not be part of this buffer.
+    void append(std::string_view text);
+
+    /// Empties the text and keeps the room.
+    void clear() noexcept { _end = const_cast<char*>(begin()); }
+
+private:
+    const char* begin() const noexcept { return _heap ? _heap.Get() : _inline; }
+    void grow(std::size_t count);
+
+    char* _end;
+    char* _limit;
+    scoped_array<char> _heap;
+    /// Enough for most nested objects and arrays; two such buffers (an array document has both) stay a small object.
+    char _inline[232];
+};
+
+} // namespace lumo

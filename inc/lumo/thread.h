@@ -1,0 +1,59 @@
+// An object that runs, and one that runs on a thread of its own with a way to be told to stop.
+#pragma once
+
+#include "lumo/tova/base.h"
+#include "lumo/tova/event.h"
+#include "lumo/tova/thread.h"
+
+namespace lumo {
+
+/// Something with a run operation. Not owned and not deleted through this interface.
+class runnable
+{
+public:
+    /// Does the work on the calling thread; the result is the implementer's.
+    virtual int run() = 0;
+
+protected:
+    ~runnable() = default;
+};
+
+/// The entry of threads that run a runnable.
+struct thread
+{
+    /// `argument` points to a pointer to the runnable; runs it. The pointer must stay valid until the thread ends.
+    TOVA_API static void entry(void* argument);
+};
+
+/// A runnable with a thread of its own and a stop event.
+///
+/// The owner starts it once, later calls stop() and joins the thread before the object goes: a derived class's
+/// destructor comes too late to end a thread that still calls the derived class's run().
+class TOVA_API runnable_thread : public runnable
+{
+public:
+    runnable_thread();
+
+    int run() override = 0;
+
+    /// Asks the thread to stop; does not wait. Any thread, any number of times. The request is never taken back.
+    virtual void stop();
+
+    /// Starts the thread, which calls run(). Returns whether it was created. Starting a running thread aborts with an
+    /// assertion.
+    virtual bool start();
+
+    virtual ~runnable_thread();
+
+    runnable_thread(const runnable_thread&) = delete;
+    runnable_thread& operator=(const runnable_thread&) = delete;
+
+protected:
+    /// Whose run() the thread calls: this object, from start() on.
+    runnable* _self;
+    tova_thread _thread;
+    /// Manual reset: set by the first stop() and from then on.
+    tova_event _stop_event;
+};
+
+} // namespace lumo

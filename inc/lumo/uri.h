@@ -1,0 +1,37 @@
+// A URL taken apart, and the characters that a form value must not hold unescaped.
+#pragma once
+
+#include "lumo/tova/tova-web.h"
+
+#include <string>
+
+namespace lumo {
+
+/// Printable characters that are percent-encoded in form values all the same. The underscore is among them on
+/// purpose: the collection server's decoder has always been given it encoded.
+inline constexpr char g_uri_unsafe_characters[] = ";/?:@&=+$\"<>%\\^[]`,@#_";
+
+/// A URL and its parts. Owns its text; one thread at a time.
+class TOVA_API uri
+{
+public:
+    /// Takes a copy of `text` and takes it apart; null counts as empty.
+    explicit uri(const char* text);
+    uri(const uri& other);
+    uri& operator=(const char* text);
+    uri& operator=(const uri& other);
+    ~uri() = default;
+
+    /// The text before the first ":"; empty when there is none.
+    std::string scheme() const;
+
+    /// The host without port and user information; empty when there is none.
+    std::string host() const;
+
+private:
+    /// Points into _text, so both change together.
+    tova_uri _parts;
+    std::string _text;
+};
+
+} // namespace lumo
