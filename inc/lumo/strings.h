@@ -7,12 +7,11 @@
 // Everything here is free of state and may be called from any thread. Running out of memory throws std::bad_alloc.
 #pragma once
 
+#include "lumo/common.h"
 #include "lumo/tova/base.h"
 #include "lumo/tova/text.h"
 
 #include <cstddef>
-#include <cstdint>
-#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,11 +26,7 @@ using view_of = std::basic_string_view<Char>;
 ///
 /// Returns the length of the text. A text that does not fit leaves the empty string and gives 0: truncated text is
 /// never delivered.
-TOVA_API int sprintf_safe(char* buffer, unsigned long size, const char* format, ...)
-#if defined(__GNUC__)
-    __attribute__((format(printf, 3, 4)))
-#endif
-    ;
+TOVA_API int sprintf_safe(char* buffer, unsigned long size, const char* format, ...) TOVA_PRINTF(3, 4);
 
 /// Removes from the front every character contained in `chars`. Returns `s`.
 ///
@@ -72,22 +67,30 @@ std::basic_string<Char>& trim(std::basic_string<Char>& s, view_of<Char> chars)
     return trim_right(trim_left(s, chars), chars);
 }
 
-/// Whether `s` begins with `prefix`.
+/// Whether `s` begins with `prefix`. Only the first place counts.
 ///
-/// - An empty prefix always matches.
-/// - A prefix longer than `s` never does.
-/// - Only the first place counts: "abcabc" does not begin with "bc", although it holds it.
+/// | s          | prefix      | result |
+/// |------------|-------------|--------|
+/// | "abcabc"   | "abc"       | true   |
+/// | "abcabc"   | "bc"        | false  |
+/// | "abc"      | ""          | true   |
+/// | ""         | ""          | true   |
+/// | "ab"       | "abc"       | false  |
 template <class Char>
 bool starts_with(view_of<Char> s, view_of<Char> prefix)
 {
     return s.size() >= prefix.size() && s.compare(0, prefix.size(), prefix) == 0;
 }
 
-/// Whether `s` ends with `suffix`.
+/// Whether `s` ends with `suffix`. Only the last place counts.
 ///
-/// - An empty suffix always matches.
-/// - A suffix longer than `s` never does.
-/// - Only the last place counts: "abcbc" ends with "bc", although it holds it twice.
+/// | s          | suffix      | result |
+/// |------------|-------------|--------|
+/// | "abcbc"    | "bc"        | true   |
+/// | "abcabc"   | "ab"        | false  |
+/// | "abc"      | ""          | true   |
+/// | ""         | ""          | true   |
+/// | "bc"       | "abc"       | false  |
 template <class Char>
 bool ends_with(view_of<Char> s, view_of<Char> suffix)
 {
@@ -118,6 +121,23 @@ void tokenize(view_of<Char> s, std::vector<std::basic_string<Char>>& out, view_o
     }
 }
 
+/// Appends two lower-case hexadecimal digits per byte to `out`, which is not cleared.
+///
+/// | bytes      | appended   |
+/// |------------|------------|
+/// | 00, AB, 7F | "00ab7f"   |
+/// | none       | nothing    |
+///
+/// Grows `out` once; when there is no memory for that, `out` is unchanged.
+inline void append_hexadecimal(const unsigned char* bytes, std::size_t count, std::string& out)
+{
+    out.reserve(out.size() + 2 * count);
+    for (std::size_t i = 0; i < count; ++i) {
+        out += hexadecimal_digits[bytes[i] >> 4];
+        out += hexadecimal_digits[bytes[i] & 15];
+    }
+}
+
 /// Decodes UTF-8 into wide characters of 32 bits, one per code point.
 ///
 /// | lead byte  | length | payload bits of the lead byte |
@@ -126,13 +146,25 @@ void tokenize(view_of<Char> s, std::vector<std::basic_string<Char>>& out, view_o
 /// | 110xxxxx   | 2      | 5                             |
 /// | 1110xxxx   | 3      | 4                             |
 /// | 11110xxx   | 4      | 3                             |
-/// | 111110xx   | 5      | 2                             |
-/// | 1111110x   | 6      | 1                             |
+/// | 111110xx   | 5      | 2 (never a character today)   |
+/// | 1111110x   | 6      | 1 (never a character today)   |
 ///
-/// A sequence that is cut off by the end of the text, or interrupted by a byte that does not continue it, gives one
-/// U+FFFD. One decoder serves the count and the conversion, so the two cannot disagree on a broken sequence.
+/// | text                | result                                                    |
+/// |---------------------|-----------------------------------------------------------|
+/// | "a", C3 A9          | "a", U+00E9                                               |
+/// | E2 82 AC            | U+20AC                                                    |
+/// | F0 9F 98 80         | U+1F600                                                   |
+/// | "a", C3             | "a", U+FFFD: cut off by the end of the text               |
+/// | E2 82, "a"          | U+FFFD, "a": interrupted by a byte that does not continue |
+///
+/// One decoder serves the count and the conversion, so the two cannot disagree on a broken sequence.
 ///
 /// The text ends at its first NUL. The result's length counts no terminator; an empty text gives an empty result.
+/// Room is asked for once and exactly.
+/// What is no UTF-8 in other ways (overlong forms, surrogates, values above U+10FFFF) is U+FFFD as well.
+///
+/// Two assertions guard against a decoder that answers wrongly. Their messages name their lines, 177 and 182, and
+/// reports are matched by them: keep them there.
 inline std::wstring utf8_to_wide(const std::string& utf8)
 {
     std::wstring utf16;
