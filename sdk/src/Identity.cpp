@@ -1,0 +1,52 @@
+// Hashes, identifiers and reachability, over lumo's crypt and the facts that host/ supplies.
+#include "AnalyticsSDK/Identity.h"
+
+#include "AnalyticsSDK/SystemInfo.h"
+#include "host/host.h"
+#include "lumo/crypt.h"
+#include "lumo/tova/tova.h"
+
+namespace AnalyticsSDK {
+
+bool GenerateHash(const char* text, scoped_array<unsigned char>& record, long& length)
+{
+    return lumo::generate_hash(text, record, length);
+}
+
+bool TestHash(const char* text, const unsigned char* record, long length)
+{
+    return lumo::test_hash(text, record, length);
+}
+
+std::string GenerateUuid()
+{
+    host::uuid_bytes bytes{};
+    if (host::facts().uuid(bytes) != host::answer::found)
+        return {};
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(36);
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+        if (at == 4 || at == 6 || at == 8 || at == 10)
+            text += '-';
+        text += digits[bytes[at] >> 4];
+        text += digits[bytes[at] & 15];
+    }
+    return text;
+}
+
+std::int32_t GetUUID(char* buffer, unsigned int size)
+{
+    tova_sprintf(buffer, static_cast<int>(size), "%s", GenerateUuid().c_str());
+    return PROBE_DONE;
+}
+
+bool IsOnline()
+{
+    std::uint32_t flags = 0;
+    if (host::facts().reachability(flags) != host::answer::found)
+        return false;
+    return (flags & host::flag_reachable) != 0 && (flags & host::flag_connection_required) == 0;
+}
+
+} // namespace AnalyticsSDK

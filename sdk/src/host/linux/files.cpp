@@ -1,0 +1,80 @@
+#include "host/linux/files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "lumo/tova/tova.h"
+
+namespace AnalyticsSDK::host::files {
+
+line_file::line_file(const char* root, const char* path)
+{
+    char whole[1024];
+    tova_sprintf(whole, sizeof whole, "%s%s", root, path);
+    descriptor = open(whole, O_RDONLY | O_CLOEXEC | O_NOCTTY);
+}
+
+line_file::~line_file()
+{
+    if (is_open())
+        close(descriptor);
+}
+
+bool line_file::next(std::string_view& line)
+{
+    for (;;) {
+        const std::string_view held(buffer + begin, end - begin);
+        const std::size_t feed = held.find('\n');
+        const bool ended = feed != std::string_view::npos;
+        const bool full = held.size() == sizeof buffer;
+        if (!ended && !full && refill())
+            continue;
+        if (held.empty())
+            return false;
+        line = held.substr(0, feed);
+        begin += ended ? feed + 1 : held.size();
+        const bool rest_of_a_cut_line = passing_over;
+        passing_over = full && !ended;
+        if (!rest_of_a_cut_line)
+            return true;
+    }
+}
+
+bool line_file::refill()
+{
+    std::memmove(buffer, buffer + begin, end - begin);
+    end -= begin;
+    begin = 0;
+    ssize_t count;
+    do
+        count = read(descriptor, buffer + end, sizeof buffer - end);
+    while (count < 0 && errno == EINTR);
+    if (count <= 0)
+        return false;
+    end += static_cast<std::size_t>(count);
+    return true;
+}
+
+std::string_view trim(std::string_view text)
+{
+    static constexpr std::string_view around(" \t\r\n\0", 5);
+    const std::size_t first = text.find_first_not_of(around);
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(around) - first + 1);
+}
+
+bool split_pair(std::string_view line, std::string_view& key, std::string_view& value)
+{
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos)
+        return false;
+    key = trim(line.substr(0, colon));
+    value = trim(line.substr(colon + 1));
+    return true;
+}
+
+} // namespace AnalyticsSDK::host::files

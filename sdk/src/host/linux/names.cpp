@@ -1,0 +1,36 @@
+// The model's name from the firmware, the machine's from the kernel.
+#include <unistd.h>
+
+#include "host/linux/files.h"
+#include "host/linux/readers.h"
+#include "host/sources.h"
+
+namespace AnalyticsSDK::host {
+
+answer readers::model(const char* root, text& value)
+{
+    static constexpr const char* origins[] = {"/sys/class/dmi/id/product_name", "/proc/device-tree/model"};
+    for (const char* origin : origins) {
+        files::line_file file(root, origin);
+        std::string_view line;
+        if (!file.is_open() || !file.next(line) || (line = files::trim(line)).empty())
+            continue;
+        if (line.size() >= value.size())
+            return answer::failed;
+        value[line.copy(value.data(), value.size() - 1)] = '\0';
+        return answer::found;
+    }
+    return answer::unsupported;
+}
+
+answer sources::sysctl_text(sysctl_name name, text& value)
+{
+    return name == sysctl_name::hw_model ? readers::model("", value) : computer_name(value);
+}
+
+answer sources::computer_name(text& value)
+{
+    return gethostname(value.data(), value.size()) == 0 ? answer::found : answer::failed;
+}
+
+} // namespace AnalyticsSDK::host

@@ -1,0 +1,17 @@
+// The start-up volume: the file system mounted at the root.
+#include <sys/statvfs.h>
+
+#include "host/sources.h"
+
+namespace AnalyticsSDK::host {
+
+answer sources::first_volume(volume& start_up)
+{
+    struct statvfs root;
+    if (statvfs("/", &root) != 0)
+        return answer::failed;
+    start_up = {root.f_frsize, root.f_blocks, root.f_bavail};
+    return answer::found;
+}
+
+} // namespace AnalyticsSDK::host
