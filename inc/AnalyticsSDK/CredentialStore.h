@@ -1,0 +1,95 @@
+/// @file
+/// User names and passwords for proxies, in memory only.
+///
+/// A proxy is named exactly as the proxy manager hands it out and as IProgressCallback::OnProxyAuthenticationError
+/// reports it: with other letters, or without its port, it is another one. Any thread may use a store. The library adds
+/// nothing by itself. A password is overwritten in memory when its record goes; in text it never appears.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "lumo/mutex.h"
+#include "lumo/scoped_ptr.h"
+#include "lumo/tova/base.h"
+
+namespace AnalyticsSDK {
+
+using lumo::scoped_ptr;
+
+/// A login. The password is held in clear until the record is destroyed, which overwrites it.
+class TOVA_API CUserCredentials
+{
+public:
+    CUserCredentials();
+    CUserCredentials(const CUserCredentials&);
+    /// Overwrites the password held before.
+    CUserCredentials& operator=(const CUserCredentials&);
+    ~CUserCredentials();
+
+    std::string strUserName;
+    std::string strPassword;
+};
+
+/// A login as text for people and logs: the user name, ":" and five stars in place of the password.
+TOVA_API std::string DescribeCredentials(const CUserCredentials& credentials);
+
+/// Logins by proxy; owns them.
+class TOVA_API CUserCredentialsMap : public std::map<std::string, CUserCredentials*>
+{
+public:
+    CUserCredentialsMap();
+    CUserCredentialsMap(const CUserCredentialsMap&) = delete;
+    CUserCredentialsMap& operator=(const CUserCredentialsMap&) = delete;
+    ~CUserCredentialsMap();
+
+    /// Destroys every record.
+    void clear();
+};
+
+/// Logins by proxy. The order of the operations is part of the binary interface. Every operation answers false or null
+/// for a null or empty proxy.
+class TOVA_API ICredentialStore
+{
+public:
+    virtual ~ICredentialStore();
+
+    virtual bool HasCredentials(const char* proxy) = 0;
+
+    /// Lends the record, null when there is none. The pointer is valid until the record is replaced or removed, by
+    /// whatever thread: CopyUserCredentials has no such limit.
+    virtual CUserCredentials* GetUserCredentials(const char* proxy) = 0;
+
+    /// Takes a record over, in place of an older one, which is destroyed.
+    ///
+    /// @param proxy whose login it is
+    /// @param credentials left empty when the record was taken, left as it is otherwise
+    /// @return false when proxy or record is missing
+    virtual bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials) = 0;
+
+    /// Destroys the record, if any. @return true, also when there was none
+    virtual bool RemoveCredentials(const char* proxy) = 0;
+
+    /// Copies the record, undisturbed by other threads. @return false, and no change, when there is none
+    virtual bool CopyUserCredentials(const char* proxy, CUserCredentials& out) = 0;
+};
+
+/// The library's credential store.
+class TOVA_API CCredentialStore : public ICredentialStore
+{
+public:
+    CCredentialStore();
+    ~CCredentialStore() override;
+
+    bool HasCredentials(const char* proxy) override;
+    CUserCredentials* GetUserCredentials(const char* proxy) override;
+    bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials) override;
+    bool RemoveCredentials(const char* proxy) override;
+    bool CopyUserCredentials(const char* proxy, CUserCredentials& out) override;
+
+private:
+    CUserCredentialsMap mapCredentials LUMO_GUARDED_BY(lock);
+    lumo::mutex lock{false};
+};
+
+} // namespace AnalyticsSDK
