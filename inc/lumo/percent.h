@@ -18,8 +18,4 @@ TOVA_API void percent_encode(std::string_view in, std::string& out);
 /// The number of bytes that percent_encode appends for `in`.
 TOVA_API std::size_t percent_encoded_size(std::string_view in);
 
-/// Writes the encoded form of `in` to `out`, which has room for percent_encoded_size(in) bytes. Returns the end of what
-/// was written; no terminator.
-TOVA_API char* percent_encode(std::string_view in, char* out);
-
 } // namespace lumo

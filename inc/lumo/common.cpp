@@ -1,0 +1,128 @@
+#include "lumo/common.h"
+
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace lumo {
+
+template std::string write<int>(int, int, int, char);
+template std::string write<long long>(long long, int, int, char);
+
+namespace {
+
+// Every power of ten that a double holds exactly.
+constexpr std::array<double, 23> exact_powers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                                 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+constexpr std::array<char, 200> make_digit_pairs()
+{
+    std::array<char, 200> pairs{};
+    for (std::size_t i = 0; i < 100; ++i) {
+        pairs[2 * i] = static_cast<char>('0' + i / 10);
+        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return pairs;
+}
+
+constexpr std::array<char, 200> digit_pairs = make_digit_pairs();
+
+void put_pair(char* out, std::uint32_t below_hundred)
+{
+    std::memcpy(out, &digit_pairs[2 * below_hundred], 2);
+}
+
+// A positive number as 0.dddddd times a power of ten: its six digits, and the exponent of the first.
+struct six_digits
+{
+    std::uint32_t digits;
+    int exponent;
+};
+
+double scale(double value, int power)
+{
+    return power < 0 ? value / exact_powers[-power] : value * exact_powers[power];
+}
+
+// Rounds a positive number to six digits. Answers no where it cannot vouch for the rounding.
+//
+// The scaled number is below 2^20 and the result of a single operation on exact operands, so it is off by less than
+// 2^-33. Only when it lies closer to a half than that can rounding go the wrong way.
+bool round_to_six(double magnitude, six_digits& result)
+{
+    constexpr double doubt = 1e-9;
+    // floor(log10) from the binary exponent: right, or one too low. 78913 / 2^18 is log10(2).
+    const int binary = static_cast<int>(std::bit_cast<std::uint64_t>(magnitude) >> 52) - 1023;
+    int exponent = (binary * 78913) >> 18;
+    double scaled = scale(magnitude, 5 - exponent);
+    if (scaled >= 1e6)
+        scaled = scale(magnitude, 5 - ++exponent);
+    const auto whole = static_cast<std::uint32_t>(scaled);
+    const double beyond_half = scaled - whole - 0.5;
+    if (std::fabs(beyond_half) < doubt)
+        return false;
+    result = {whole + (beyond_half > 0 ? 1 : 0), exponent};
+    if (result.digits == 1000000)
+        result = {100000, exponent + 1};
+    return true;
+}
+
+char* put_exponent(char* out, int exponent)
+{
+    out[0] = 'e';
+    out[1] = exponent < 0 ? '-' : '+';
+    put_pair(out + 2, static_cast<std::uint32_t>(exponent < 0 ? -exponent : exponent));
+    return out + 4;
+}
+
+// Lays six digits out as "%g" does. Copies whole eights, so that no copy has a length to branch on; what is copied too
+// much is written over or lies beyond the end.
+char* put_six(char* out, six_digits number)
+{
+    char digits[16] = {};
+    put_pair(digits, number.digits / 10000);
+    put_pair(digits + 2, number.digits / 100 % 100);
+    put_pair(digits + 4, number.digits % 100);
+    int count = 6;
+    while (count > 1 && digits[count - 1] == '0')
+        --count;
+
+    const bool scientific = number.exponent < -4 || number.exponent >= 6;
+    if (!scientific && number.exponent < 0) {
+        std::memcpy(out, "0.000000", 8);
+        out += 1 - number.exponent;
+        std::memcpy(out, digits, 8);
+        return out + count;
+    }
+    const int before_point = scientific ? 1 : number.exponent + 1;
+    std::memcpy(out, digits, 8);
+    out += before_point;
+    if (count > before_point) {
+        *out++ = '.';
+        std::memcpy(out, digits + before_point, 8);
+        out += count - before_point;
+    }
+    return scientific ? put_exponent(out, number.exponent) : out;
+}
+
+} // namespace
+
+char* write_general(char* out, double value)
+{
+    const double magnitude = std::fabs(value);
+    *out = '-';
+    if (magnitude == 0) {
+        out += std::signbit(value);
+        *out = '0';
+        return out + 1;
+    }
+    six_digits number;
+    // Within these bounds every scaling is by a power of ten that is exact.
+    if (magnitude >= 1e-16 && magnitude < 1e22 && round_to_six(magnitude, number))
+        return put_six(out + std::signbit(value), number);
+    return std::to_chars(out, out + number_room, value, std::chars_format::general, 6).ptr;
+}
+
+} // namespace lumo

@@ -1,0 +1,42 @@
+// Inner loops that have a faster form on some processors.
+//
+// For the library's own use, not exported. Each has a plain form, ending in _plain, that is correct everywhere and says
+// what the result is; the other form gives the same result by whatever the processor offers, and is the plain one where
+// there is nothing. All processor-specific instructions of the library stand in simd.cpp.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace lumo::simd {
+
+/// Where a copy stopped reading and writing.
+struct copied
+{
+    const char* in; ///< null when the whole text was copied
+    char* out;
+};
+
+/// The room below which copy_escaped stops and asks for more.
+inline constexpr std::ptrdiff_t escape_stride = 32;
+
+/// Copies a NUL-terminated text from `in` to `out`, escaping quote, backslash, LF, CR and TAB with a backslash.
+///
+/// Stops at the end of the text or when fewer than escape_stride bytes are left before `limit`. May write anything to
+/// the room between the end of the copy and `limit`.
+copied copy_escaped(const char* in, char* out, const char* limit);
+copied copy_escaped_plain(const char* in, char* out, const char* limit);
+
+/// How many bytes beyond its result percent_encode may overwrite.
+inline constexpr std::size_t percent_slack = 64;
+
+/// Percent-encodes `size` bytes to `out`, which has room for three times as many and percent_slack more. A byte whose
+/// entry in `unsafe`, 256 long, is not 0 becomes "%" and two lower-case digits. Returns the end.
+char* percent_encode(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe);
+char* percent_encode_plain(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe);
+
+/// Counts the bytes whose entry in `unsafe` is not 0.
+std::size_t count_unsafe(const char* in, std::size_t size, const std::uint8_t* unsafe);
+std::size_t count_unsafe_plain(const char* in, std::size_t size, const std::uint8_t* unsafe);
+
+} // namespace lumo::simd

@@ -1,0 +1,31 @@
+#include "lumo/text_buffer.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace lumo {
+
+// The first block from the heap: a typical event fits, and the allocator serves this size from its quickest list.
+static constexpr std::size_t first_block = 1008;
+
+void text_buffer::append(std::string_view text)
+{
+    char* out = reserve(text.size());
+    if (!text.empty())
+        std::memcpy(out, text.data(), text.size());
+    commit(out + text.size());
+}
+
+void text_buffer::grow(std::size_t count)
+{
+    const std::string_view old = view();
+    const std::size_t doubled = 2 * static_cast<std::size_t>(_limit - begin());
+    const std::size_t capacity = std::max({first_block, doubled, old.size() + count});
+    scoped_array<char> block(new char[capacity]);
+    std::memcpy(block.Get(), old.data(), old.size());
+    _end = block.Get() + old.size();
+    _limit = block.Get() + capacity;
+    _heap = std::move(block);
+}
+
+} // namespace lumo

@@ -1,0 +1,33 @@
+#include "lumo/thread.h"
+
+namespace lumo {
+
+void thread::entry(void* argument)
+{
+    (*static_cast<runnable**>(argument))->run();
+}
+
+runnable_thread::runnable_thread() : _self(nullptr)
+{
+    tova_thread_create(&_thread);
+    tova_event_create(&_stop_event, 0);
+}
+
+runnable_thread::~runnable_thread()
+{
+    tova_event_destroy(&_stop_event);
+    tova_thread_destroy(&_thread);
+}
+
+bool runnable_thread::start()
+{
+    _self = this;
+    return tova_thread_start(&_thread, thread::entry, &_self) != 0;
+}
+
+void runnable_thread::stop()
+{
+    tova_event_set(&_stop_event);
+}
+
+} // namespace lumo

@@ -1,0 +1,46 @@
+#include "lumo/uri.h"
+
+#include <string_view>
+
+namespace lumo {
+
+static std::string_view view_of_part(const tova_uri_part& part)
+{
+    return part.text == nullptr ? std::string_view() : std::string_view(part.text, part.length);
+}
+
+uri::uri(const char* text) : _parts()
+{
+    *this = text;
+}
+
+uri::uri(const uri& other) : uri(other._text.c_str()) {}
+
+uri& uri::operator=(const uri& other)
+{
+    return *this = other._text.c_str();
+}
+
+uri& uri::operator=(const char* text)
+{
+    // By way of a copy: `text` may be our own.
+    _text = std::string(text != nullptr ? text : "");
+    tova_uri_parse(&_parts, _text.c_str());
+    return *this;
+}
+
+std::string uri::scheme() const
+{
+    return std::string(view_of_part(_parts.scheme));
+}
+
+std::string uri::host() const
+{
+    const std::string_view host = view_of_part(_parts.host);
+    // The colons of an address in brackets are its own; the port's comes after them.
+    const std::size_t bracket = host.find(']');
+    const std::size_t port = host.find(':', bracket == std::string_view::npos ? 0 : bracket);
+    return std::string(host.substr(0, port));
+}
+
+} // namespace lumo
