@@ -1,0 +1,124 @@
+#include "lumo/tova/clock.h"
+#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/platform/platform.h"
+#include "lumo/tova/runtime.h"
+#include "lumo/tova/text.h"
+
+#include <cstring>
+
+uint64_t tova_time_units(void)
+{
+    tova_initialize();
+    return tova::platform::clock_ticks();
+}
+
+uint64_t tova_time_resolution(void)
+{
+    const tova::platform::time_base base = tova::platform::clock_time_base();
+    return tova::ticks_per_second(base.numerator, base.denominator);
+}
+
+uint64_t tova_time_ms(uint64_t units)
+{
+    tova_assert(g_resolution);
+    return units / g_resolution_ms;
+}
+
+uint64_t tova_time_us(uint64_t units)
+{
+    tova_assert(g_resolution);
+    // Below a thousand ticks the whole number would be too coarse a divisor: 24.576 MHz has 24 in it.
+    if (g_resolution_us < 1000)
+        return static_cast<uint64_t>(static_cast<double>(units) / g_resolution_us_double);
+    return units / g_resolution_us;
+}
+
+uint64_t tova_time_ns(uint64_t units)
+{
+    tova_assert(g_resolution);
+    return static_cast<uint64_t>(static_cast<double>(units) / g_resolution_ns_double);
+}
+
+static void tova_time_unix_from_tm(const tm& from, tova_time* t)
+{
+    t->year = static_cast<uint16_t>(from.tm_year + 1900);
+    t->month = static_cast<uint16_t>(from.tm_mon + 1);
+    t->week_day = static_cast<uint16_t>(from.tm_wday);
+    t->day = static_cast<uint16_t>(from.tm_mday);
+    t->hour = static_cast<uint16_t>(from.tm_hour);
+    t->minute = static_cast<uint16_t>(from.tm_min);
+    t->second = static_cast<uint16_t>(from.tm_sec);
+    t->millisecond = 0;
+    t->bias = static_cast<int16_t>(from.tm_gmtoff / 60);
+    t->daylight = static_cast<int16_t>(from.tm_isdst);
+    tova_strcpy(t->zone, sizeof t->zone, from.tm_zone);
+}
+
+void tova::time_local_from(time_t moment, tova_time* t)
+{
+    // localtime_r alone would not see a TZ that the host changed since; localtime itself shares its buffer.
+    tzset();
+    tm local{};
+    localtime_r(&moment, &local);
+    tova_time_unix_from_tm(local, t);
+    // Local times count west of Greenwich, the opposite of what the conversion gives; that is meant.
+    t->bias = static_cast<int16_t>(tova::platform::minutes_west(local));
+}
+
+void tova_time_local(tova_time* t)
+{
+    tova_assert(t);
+    memset(t, 0, sizeof *t);
+    timeval now;
+    gettimeofday(&now, nullptr);
+    tova::time_local_from(now.tv_sec, t);
+    t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
+}
+
+void tova_time_gmt(tova_time* t)
+{
+    tova_assert(t);
+    memset(t, 0, sizeof *t);
+    timeval now;
+    gettimeofday(&now, nullptr);
+    tm utc{};
+    gmtime_r(&now.tv_sec, &utc);
+    tova_time_unix_from_tm(utc, t);
+    t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
+    tova_strcpy(t->zone, sizeof t->zone, "GMT");
+}
+
+static int32_t header_form(const tova_time* t, char* buffer, int32_t size)
+{
+    static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+    static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    if (size > 0)
+        buffer[0] = 0;
+    tova_assert(t);
+    tova_assert(t->week_day < 7);
+    tova_assert(t->month >= 1 && t->month <= 12);
+    // The space at the end is part of the form, and no zone follows it; that is meant.
+    return tova_sprintf(buffer, size, "%s, %2.2d %s %4.4d %2.2d:%2.2d:%2.2d ", days[t->week_day], t->day,
+                        months[t->month - 1], t->year, t->hour, t->minute, t->second);
+}
+
+int32_t tova_time_string(const tova_time* t, int32_t form, char* buffer, int32_t size)
+{
+    if (form == tova_time_form_header)
+        return header_form(t, buffer, size);
+    tova_assert(t);
+    switch (form) {
+    case tova_time_form_full:
+        return tova_sprintf(buffer, size, "%d-%2.2d-%2.2d %2.2d:%2.2d:%2.2d.%3.3d", t->year, t->month, t->day, t->hour,
+                            t->minute, t->second, t->millisecond);
+    case tova_time_form_date:
+        return tova_sprintf(buffer, size, "%d-%2.2d-%2.2d", t->year, t->month, t->day);
+    case tova_time_form_iso:
+        return tova_sprintf(buffer, size, "%d-%2.2d-%2.2dT%2.2d:%2.2d:%2.2d", t->year, t->month, t->day, t->hour,
+                            t->minute, t->second);
+    default:
+        tova_assert(false);
+        return 0;
+    }
+}

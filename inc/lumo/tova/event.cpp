@@ -1,0 +1,90 @@
+// A flag under a mutex, and a condition to sleep on. A woken waiter looks at the flag again, so spurious wake-ups do
+// no harm and of several waiters on an auto-reset event the first to retake the lock leaves.
+#include "lumo/tova/event.h"
+#include "lumo/tova/platform/internal.h"
+
+#include <cerrno>
+#include <cstring>
+
+static void check(const tova_event* e)
+{
+    tova_assert(e);
+    tova_assert(e->_version == tova_version);
+}
+
+static void lock(tova_event* e)
+{
+    check(e);
+    if (pthread_mutex_lock(&e->_mutex) != 0)
+        tova_assert(false);
+}
+
+void tova_event_create(tova_event* e, int32_t auto_reset)
+{
+    tova_assert(e);
+    memset(e, 0, sizeof *e);
+    e->_auto_reset = auto_reset;
+    if (pthread_mutex_init(&e->_mutex, nullptr) != 0)
+        return;
+    if (pthread_cond_init(&e->_condition, nullptr) != 0) {
+        pthread_mutex_destroy(&e->_mutex);
+        return;
+    }
+    e->_version = tova_version;
+}
+
+void tova_event_destroy(tova_event* e)
+{
+    tova_assert(e);
+    if (e->_version != tova_version)
+        return;
+    e->_version = 0;
+    pthread_cond_destroy(&e->_condition);
+    pthread_mutex_destroy(&e->_mutex);
+}
+
+void tova_event_set(tova_event* e)
+{
+    lock(e);
+    e->_signalled = 1;
+    pthread_cond_broadcast(&e->_condition);
+    pthread_mutex_unlock(&e->_mutex);
+}
+
+void tova_event_reset(tova_event* e)
+{
+    lock(e);
+    e->_signalled = 0;
+    pthread_mutex_unlock(&e->_mutex);
+}
+
+// Ends a wait: takes the signal of an auto-reset event and gives the lock back.
+static int32_t leave(tova_event* e)
+{
+    const int32_t signalled = e->_signalled;
+    if (signalled && e->_auto_reset)
+        e->_signalled = 0;
+    pthread_mutex_unlock(&e->_mutex);
+    return signalled;
+}
+
+void tova_event_wait(tova_event* e)
+{
+    lock(e);
+    while (!e->_signalled && pthread_cond_wait(&e->_condition, &e->_mutex) == 0) {
+    }
+    leave(e);
+}
+
+int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
+{
+    check(e);
+    const timespec deadline = tova::deadline_in(wait_ms);
+    lock(e);
+    int result = 0;
+    while (!e->_signalled && result == 0)
+        result = pthread_cond_timedwait(&e->_condition, &e->_mutex, &deadline);
+    if (result != 0 && result != ETIMEDOUT)
+        tova_assert(false);
+    return leave(e);
+}

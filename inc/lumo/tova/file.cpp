@@ -1,0 +1,264 @@
+#include "lumo/tova/file.h"
+#include "lumo/tova/directory.h"
+#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/text.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static void check(const tova_file* f)
+{
+    tova_assert(f);
+    tova_assert(f->_version == tova_version);
+}
+
+// Calls again while a signal of the host's interrupts the call.
+template <class Call>
+static auto uninterrupted(Call call)
+{
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+// Notes the outcome of a call in the record: 1, or 0 and the system's error.
+static int32_t outcome(tova_file* f, bool done)
+{
+    if (!done)
+        f->_error = errno;
+    return done;
+}
+
+static int32_t open_with(tova_file* f, const char* path, int flags, mode_t mode)
+{
+    f->_file = uninterrupted([=] { return open(path, flags | O_CLOEXEC, mode); });
+    return f->_file != INVALID_FILE;
+}
+
+static int32_t open_mode(tova_file* f, const char* path, int32_t mode)
+{
+    switch (mode) {
+    case tova_file_read_only:
+        return open_with(f, path, O_RDONLY, 0);
+    case tova_file_read_write:
+        return open_with(f, path, O_RDWR, 0);
+    case tova_file_append:
+        return open_with(f, path, O_RDWR | O_APPEND, 0);
+    case tova_file_open_or_create:
+        return open_with(f, path, O_RDWR | O_CREAT | O_EXCL, 0666) || open_with(f, path, O_RDWR, 0);
+    case tova_file_truncate:
+        return open_with(f, path, O_RDWR | O_CREAT | O_TRUNC, 0666);
+    default:
+        tova_assert(false);
+        return 0;
+    }
+}
+
+void tova_file_init(tova_file* f)
+{
+    tova_assert(f);
+    f->_version = tova_version;
+    f->_file = INVALID_FILE;
+    f->_error = 0;
+}
+
+int32_t tova_file_open(tova_file* f, const char* path, int32_t mode)
+{
+    check(f);
+    tova_assert(f->_file == INVALID_FILE);
+    return outcome(f, open_mode(f, path, mode));
+}
+
+int32_t tova_file_create(tova_file* f, const char* path, tova_security* security)
+{
+    check(f);
+    tova_assert(f->_file == INVALID_FILE);
+    const mode_t mode = security ? tova_security_get(security) : 0666;
+    if (!outcome(f, open_with(f, path, O_RDWR | O_CREAT | O_TRUNC, mode)))
+        return 0;
+    if (!security || tova_security_file_set(security, path))
+        return 1;
+    // A file that could not be protected as asked counts as not made.
+    tova_file_close(f);
+    f->_error = security->_error;
+    return 0;
+}
+
+void tova_file_close(tova_file* f)
+{
+    check(f);
+    if (f->_file == INVALID_FILE)
+        return;
+    // Not called again on EINTR: the descriptor is gone by then and may be another thread's already.
+    close(f->_file);
+    f->_file = INVALID_FILE;
+}
+
+int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* count)
+{
+    check(f);
+    const ssize_t result = uninterrupted([=] { return read(f->_file, buffer, size); });
+    *count = result > 0 ? static_cast<uint32_t>(result) : 0;
+    if (result <= 0)
+        f->_error = result == 0 ? 0 : errno;
+    return result > 0;
+}
+
+int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size)
+{
+    check(f);
+    const ssize_t result = uninterrupted([=] { return write(f->_file, buffer, size); });
+    if (result >= 0 && result != static_cast<ssize_t>(size))
+        errno = ENOSPC;
+    return outcome(f, result == static_cast<ssize_t>(size));
+}
+
+int32_t tova_file_seek(tova_file* f, int64_t offset)
+{
+    check(f);
+    return outcome(f, lseek(f->_file, static_cast<off_t>(offset), SEEK_SET) != -1);
+}
+
+int32_t tova_file_seek_end(tova_file* f)
+{
+    check(f);
+    return outcome(f, lseek(f->_file, 0, SEEK_END) != -1);
+}
+
+uint64_t tova_file_size(tova_file* f)
+{
+    check(f);
+    struct stat status;
+    return fstat(f->_file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
+}
+
+int32_t tova_file_exists(const char* path)
+{
+    struct stat status;
+    return stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+int32_t tova_file_remove(const char* path)
+{
+    return unlink(path) == 0;
+}
+
+// Copies from where both files stand; false when a read or a write failed.
+static bool copy_content(tova_file* from, tova_file* to)
+{
+    char block[512];
+    uint32_t count;
+    while (tova_file_read(from, block, sizeof block, &count)) {
+        if (!tova_file_write(to, block, count))
+            return false;
+    }
+    return from->_error == 0;
+}
+
+int32_t tova_file_copy(const char* source, const char* destination)
+{
+    tova_file from;
+    tova_file to;
+    tova_file_init(&from);
+    tova_file_init(&to);
+    bool copied = false;
+    if (tova_file_open(&from, source, tova_file_read_only) && tova_file_open(&to, destination, tova_file_truncate))
+        copied = copy_content(&from, &to);
+    tova_file_close(&from);
+    tova_file_close(&to);
+    return copied;
+}
+
+int32_t tova_file_info_get(const char* name, tova_file_info* info)
+{
+    memset(info, 0, sizeof *info);
+    struct stat status;
+    if (stat(name, &status) != 0)
+        return 0;
+    tova::time_local_from(status.st_ctime, &info->changed);
+    tova::time_local_from(status.st_mtime, &info->modified);
+    tova::time_local_from(status.st_atime, &info->accessed);
+    info->size = static_cast<uint64_t>(status.st_size);
+    return 1;
+}
+
+static void check(const tova_file_find* f)
+{
+    tova_assert(f);
+    tova_assert(f->_version == tova_version);
+}
+
+static void end_walk(tova_file_find* f)
+{
+    if (f->_stream)
+        closedir(f->_stream);
+    f->_stream = nullptr;
+    f->_entry = nullptr;
+    f->_name[0] = 0;
+}
+
+int32_t tova_file_find_first(tova_file_find* f, const char* directory)
+{
+    return tova_file_find_first_pattern(f, directory, "*");
+}
+
+int32_t tova_file_find_first_pattern(tova_file_find* f, const char* directory, const char* pattern)
+{
+    tova_assert(f);
+    if (strcmp(pattern, "*") != 0)
+        tova_assert(false);
+    memset(f, 0, sizeof *f);
+    f->_version = tova_version;
+    tova_strcpy(f->_directory, sizeof f->_directory, directory);
+    f->_stream = opendir(directory);
+    return tova_file_find_next(f);
+}
+
+int32_t tova_file_find_next(tova_file_find* f)
+{
+    check(f);
+    if (!f->_stream)
+        return 0;
+    do
+        f->_entry = readdir(f->_stream);
+    while (f->_entry && (strcmp(f->_entry->d_name, ".") == 0 || strcmp(f->_entry->d_name, "..") == 0));
+    if (!f->_entry) {
+        end_walk(f);
+        return 0;
+    }
+    tova_strcpy(f->_name, sizeof f->_name, f->_entry->d_name);
+    return 1;
+}
+
+const char* tova_file_find_name(const tova_file_find* f)
+{
+    check(f);
+    return f->_name;
+}
+
+int32_t tova_file_find_is_hidden(const tova_file_find* f)
+{
+    check(f);
+    return f->_name[0] == '.';
+}
+
+int32_t tova_file_find_is_dir(const tova_file_find* f)
+{
+    check(f);
+    char path[sizeof f->_directory + sizeof f->_name];
+    tova_strpath(path, sizeof path, f->_directory, f->_name);
+    return tova_directory_exists(path);
+}
+
+void tova_file_find_close(tova_file_find* f)
+{
+    tova_assert(f);
+    if (f->_version != tova_version)
+        return;
+    f->_version = 0;
+    end_walk(f);
+}

@@ -1,0 +1,67 @@
+#include "lumo/tova/mutex.h"
+
+#include <cerrno>
+#include <cstring>
+
+static void check(const tova_mutex* m)
+{
+    tova_assert(m);
+    tova_assert(m->_version == tova_version);
+}
+
+static void create(tova_mutex* m, int type)
+{
+    tova_assert(m);
+    memset(m, 0, sizeof *m);
+    m->_version = tova_version;
+    pthread_mutexattr_t attributes;
+    bool done = pthread_mutexattr_init(&attributes) == 0;
+    if (done) {
+        done = pthread_mutexattr_settype(&attributes, type) == 0 && pthread_mutex_init(&m->_mutex, &attributes) == 0;
+        pthread_mutexattr_destroy(&attributes);
+    }
+    if (!done)
+        tova_assert(false);
+}
+
+void tova_mutex_create(tova_mutex* m)
+{
+    create(m, PTHREAD_MUTEX_RECURSIVE);
+}
+
+void tova_mutex_create_fast(tova_mutex* m)
+{
+    create(m, PTHREAD_MUTEX_NORMAL);
+}
+
+void tova_mutex_destroy(tova_mutex* m)
+{
+    tova_assert(m);
+    if (m->_version != tova_version)
+        return;
+    m->_version = 0;
+    pthread_mutex_destroy(&m->_mutex);
+}
+
+void tova_mutex_lock(tova_mutex* m)
+{
+    check(m);
+    if (pthread_mutex_lock(&m->_mutex) != 0)
+        tova_assert(false);
+}
+
+void tova_mutex_unlock(tova_mutex* m)
+{
+    check(m);
+    if (pthread_mutex_unlock(&m->_mutex) != 0)
+        tova_assert(false);
+}
+
+int32_t tova_mutex_try_lock(tova_mutex* m)
+{
+    check(m);
+    const int result = pthread_mutex_trylock(&m->_mutex);
+    if (result != 0 && result != EBUSY)
+        tova_assert(false);
+    return result == 0;
+}

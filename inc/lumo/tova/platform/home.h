@@ -1,0 +1,40 @@
+/// The user's home directory, for the systems' files beside this one.
+#ifndef LUMO_TOVA_PLATFORM_HOME_H
+#define LUMO_TOVA_PLATFORM_HOME_H
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <pwd.h>
+#include <unistd.h>
+
+namespace tova::platform {
+
+/// Joins two texts into `buffer`; false, and an empty buffer, when they do not fit.
+inline bool join(char* buffer, size_t size, const char* first, const char* second)
+{
+    const int length = snprintf(buffer, size, "%s%s", first, second);
+    if (length >= 0 && static_cast<size_t>(length) < size)
+        return true;
+    if (size)
+        buffer[0] = 0;
+    return false;
+}
+
+/// HOME, or where the user database says: a host started by the system itself may lack the variable.
+inline bool home_directory(char* buffer, size_t size)
+{
+    if (const char* home = getenv("HOME"); home && *home)
+        return join(buffer, size, home, "");
+    char text[4096];
+    passwd record;
+    passwd* found = nullptr;
+    if (getpwuid_r(getuid(), &record, text, sizeof text, &found) != 0 || !found)
+        return false;
+    return join(buffer, size, found->pw_dir, "");
+}
+
+} // namespace tova::platform
+
+#endif

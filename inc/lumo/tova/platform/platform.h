@@ -1,0 +1,39 @@
+/// The contract between the portability layer and an operating system: what POSIX leaves open, and nothing else.
+///
+/// One folder beside this file fills it per system; CMake chooses the folder. Not installed.
+#ifndef LUMO_TOVA_PLATFORM_PLATFORM_H
+#define LUMO_TOVA_PLATFORM_PLATFORM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+
+namespace tova::platform {
+
+/// Nanoseconds of a clock tick: numerator / denominator.
+struct time_base
+{
+    uint32_t numerator;
+    uint32_t denominator;
+};
+
+time_base clock_time_base();
+
+/// Ticks of the monotonic clock.
+uint64_t clock_ticks();
+
+/// The system's number of the calling thread.
+uint32_t thread_number();
+
+/// Minutes from `local`, a time that localtime_r gave, to UTC: positive west of Greenwich.
+int32_t minutes_west(const tm& local);
+
+/// Standard directories: each writes a terminated path and says whether there is one that fits.
+bool temporary_directory(char* buffer, size_t size);
+bool process_directory(char* buffer, size_t size);
+bool documents_directory(char* buffer, size_t size);
+bool application_support_directory(char* buffer, size_t size);
+
+} // namespace tova::platform
+
+#endif

@@ -1,0 +1,83 @@
+#include "lumo/tova/security.h"
+
+#include <cerrno>
+#include <cstring>
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+static void check(const tova_security* s)
+{
+    tova_assert(s);
+    tova_assert(s->_version == tova_version);
+}
+
+static int permission_bits(int32_t level)
+{
+    static constexpr int bits[] = {0, 4, 2, 6, 5, 7, 4, 7};
+    return level >= 0 && level < 8 ? bits[level] : 0;
+}
+
+static int32_t group_id(const char* name)
+{
+    char text[16384];
+    group record;
+    group* found = nullptr;
+    if (getgrnam_r(name, &record, text, sizeof text, &found) != 0 || !found)
+        return -1;
+    return static_cast<int32_t>(found->gr_gid);
+}
+
+void tova_security_init(tova_security* s)
+{
+    tova_assert(s);
+    memset(s, 0, sizeof *s);
+    s->_version = tova_version;
+    s->_user = -1;
+    s->_group = -1;
+}
+
+uint16_t tova_security_unix_mode(int32_t owner, int32_t group, int32_t others)
+{
+    return static_cast<uint16_t>(permission_bits(owner) * 64 + permission_bits(group) * 8 + permission_bits(others));
+}
+
+void tova_security_set(tova_security* s, int32_t who, int32_t level)
+{
+    check(s);
+    switch (who) {
+    case tova_security_all:
+    case tova_security_everyone:
+        s->_mode |= tova_security_unix_mode(level, level, level);
+        break;
+    case tova_security_users:
+        s->_group = group_id("localaccounts");
+        if (s->_group == -1)
+            s->_group = group_id("staff");
+        s->_mode |= tova_security_unix_mode(level, level, 0);
+        break;
+    case tova_security_administrators:
+        s->_group = group_id("admin");
+        if (s->_group == -1)
+            s->_group = 0;
+        s->_mode |= tova_security_unix_mode(0, level, 0);
+        break;
+    default:
+        tova_assert(false);
+    }
+}
+
+uint16_t tova_security_get(const tova_security* s)
+{
+    check(s);
+    return s->_mode;
+}
+
+int32_t tova_security_file_set(tova_security* s, const char* path)
+{
+    check(s);
+    if (chmod(path, s->_mode) == 0 && chown(path, static_cast<uid_t>(s->_user), static_cast<gid_t>(s->_group)) == 0)
+        return 1;
+    s->_error = errno;
+    return 0;
+}

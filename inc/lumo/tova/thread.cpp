@@ -1,0 +1,177 @@
+#include "lumo/tova/thread.h"
+#include "lumo/tova/mutex.h"
+#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/platform/platform.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <sched.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+static void check(const tova_thread* t)
+{
+    tova_assert(t);
+    tova_assert(t->_version == tova_version);
+}
+
+static uint32_t threads_created;
+
+void tova_thread_create(tova_thread* t)
+{
+    tova_assert(t);
+    memset(t, 0, sizeof *t);
+    tova_safe_increment(&threads_created);
+    t->_version = tova_version;
+    t->_id = __atomic_load_n(&threads_created, __ATOMIC_RELAXED);
+    tova_thread_priority_set(t, 0);
+}
+
+namespace {
+
+struct living_thread
+{
+    ~living_thread() { tova::living_threads.fetch_sub(1); }
+};
+
+} // namespace
+
+// The platform's start routine. It owns its copy of the record: the caller's may be detached and gone by now.
+static void* tova_thread_entry(void* argument)
+{
+    const living_thread counted;
+    const std::unique_ptr<tova_thread> t(static_cast<tova_thread*>(argument));
+    tova_assert(t);
+    tova_assert(t->_target);
+    t->_target(t->_arg);
+    return nullptr;
+}
+
+static void tova_thread_unix_set_priority(tova_thread* t)
+{
+    const int lowest = sched_get_priority_min(SCHED_OTHER);
+    const int highest = sched_get_priority_max(SCHED_OTHER);
+    if (lowest == highest)
+        return;
+    sched_param parameters{};
+    parameters.sched_priority = tova::platform_priority(t->_priority, lowest, highest);
+    pthread_setschedparam(t->_handle, SCHED_OTHER, &parameters);
+}
+
+// Creates the platform thread; false when there is no memory or no thread left.
+static bool launch(tova_thread* t)
+{
+    std::unique_ptr<tova_thread> copy(new (std::nothrow) tova_thread(*t));
+    if (!copy)
+        return false;
+    tova::living_threads.fetch_add(1);
+    if (pthread_create(&t->_handle, nullptr, tova_thread_entry, copy.get()) != 0) {
+        tova::living_threads.fetch_sub(1);
+        return false;
+    }
+    copy.release();
+    return true;
+}
+
+int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argument)
+{
+    tova_assert(t);
+    if (t->_target)
+        tova_assert(false);
+    t->_target = target;
+    t->_arg = argument;
+    if (!launch(t)) {
+        t->_target = nullptr;
+        return 0;
+    }
+    if (t->_priority != 0)
+        tova_thread_unix_set_priority(t);
+    return 1;
+}
+
+void tova_thread_join(tova_thread* t)
+{
+    check(t);
+    if (!t->_target)
+        return;
+    if (pthread_join(t->_handle, nullptr) != 0)
+        tova_assert(false);
+    t->_target = nullptr;
+}
+
+void tova_thread_detach(tova_thread* t)
+{
+    check(t);
+    if (!t->_target)
+        return;
+    pthread_detach(t->_handle);
+    t->_target = nullptr;
+    memset(&t->_handle, 0, sizeof t->_handle);
+}
+
+void tova_thread_destroy(tova_thread* t)
+{
+    tova_thread_detach(t);
+}
+
+uint32_t tova_thread_id_get(tova_thread* t)
+{
+    check(t);
+    return t->_id;
+}
+
+void tova_thread_priority_set(tova_thread* t, int32_t priority)
+{
+    check(t);
+    if (priority == t->_priority)
+        return;
+    t->_priority = priority;
+    if (t->_target)
+        tova_thread_unix_set_priority(t);
+}
+
+int32_t tova_thread_priority_get(tova_thread* t)
+{
+    check(t);
+    return t->_priority;
+}
+
+void tova_thread_yield(void)
+{
+    sched_yield();
+}
+
+uint32_t tova_thread_id(void)
+{
+    return tova::platform::thread_number();
+}
+
+int32_t tova_process_id(void)
+{
+    return static_cast<int32_t>(getpid());
+}
+
+// Increments and decrements hold different mutexes, and that is meant; the addition is atomic, so that none is lost
+// when the two meet.
+void tova_safe_increment(uint32_t* counter)
+{
+    tova_mutex_lock(&g_increment_mutex);
+    __atomic_fetch_add(counter, 1, __ATOMIC_SEQ_CST);
+    tova_mutex_unlock(&g_increment_mutex);
+}
+
+void tova_safe_decrement(uint32_t* counter)
+{
+    tova_mutex_lock(&g_decrement_mutex);
+    __atomic_fetch_sub(counter, 1, __ATOMIC_SEQ_CST);
+    tova_mutex_unlock(&g_decrement_mutex);
+}
+
+void tova_sleep(uint32_t sleep_ms)
+{
+    timeval time{};
+    time.tv_sec = static_cast<time_t>(sleep_ms / 1000);
+    time.tv_usec = static_cast<suseconds_t>(sleep_ms % 1000 * 1000);
+    select(0, nullptr, nullptr, nullptr, &time);
+}

@@ -1,0 +1,411 @@
+#include "lumo/tova/tova-web.h"
+#include "lumo/tova/file.h"
+#include "lumo/tova/runtime.h"
+#include "lumo/tova/thread.h"
+
+#include <cerrno>
+#include <cstring>
+#include <curl/curl.h>
+#include <memory>
+#include <string>
+
+static void check(const tova_http* h)
+{
+    tova_assert(h);
+    tova_assert(h->_version == tova_version);
+}
+
+static void check(const tova_http_response* r)
+{
+    tova_assert(r);
+    tova_assert(r->_version == tova_version);
+}
+
+void tova_http_initialize(int32_t)
+{
+    curl_global_init(CURL_GLOBAL_ALL);
+}
+
+void tova_http_shutdown(void)
+{
+    curl_global_cleanup();
+}
+
+// The text options in the order of their numbers.
+static tova_string tova_http::*const string_options[] = {
+    &tova_http::_url,         &tova_http::_user_agent,     &tova_http::_unused,
+    &tova_http::_cookie_file, &tova_http::_proxy,          &tova_http::_proxy_second,
+    &tova_http::_proxy_user,  &tova_http::_proxy_password, &tova_http::_path,
+};
+static int32_t tova_http::*const number_options[] = {&tova_http::_connect_timeout, &tova_http::_timeout};
+static int32_t tova_http::*const bool_options[] = {
+    &tova_http::_verbose,  &tova_http::_follow_redirects, &tova_http::_use_cookies, nullptr, nullptr,
+    &tova_http::_disabled,
+};
+
+// The member that an option's number stands for, null when it stands for none.
+template <class Member, size_t count>
+static Member option_member(Member const (&options)[count], int32_t option)
+{
+    return option >= 0 && static_cast<size_t>(option) < count ? options[option] : nullptr;
+}
+
+void tova_http_init(tova_http* h)
+{
+    tova_assert(h);
+    memset(h, 0, sizeof *h);
+    h->_version = tova_version;
+    for (auto text : string_options)
+        tova_string_init(&(h->*text));
+    tova_string_set(&h->_cookie_file, "-");
+    tova_string_set(&h->_user_agent, "tova-1.2");
+    h->_follow_redirects = 1;
+    h->_connect_timeout = 60;
+    h->_timeout = 30;
+}
+
+int32_t tova_http_option_string_set(tova_http* h, int32_t option, const char* text)
+{
+    check(h);
+    if (auto member = option_member(string_options, option))
+        tova_string_set(&(h->*member), text);
+    if (option == tova_http_proxy || option == tova_http_proxy_second)
+        h->_proxy_resolved = 0;
+    return 1;
+}
+
+int32_t tova_http_option_number_set(tova_http* h, int32_t option, int32_t value)
+{
+    check(h);
+    auto member = option_member(number_options, option);
+    if (member)
+        h->*member = value;
+    return member != nullptr;
+}
+
+// Room for two proxies. Finding some to put there is the host's part, so the answer is never a 1; that is meant.
+static int32_t reset_proxies(tova_http* h)
+{
+    if (tova_string_length(&h->_url) == 0)
+        return 0;
+    for (tova_string* proxy : {&h->_proxy, &h->_proxy_second}) {
+        tova_string_reserve(proxy, 256);
+        tova_string_set(proxy, "");
+    }
+    h->_proxy_resolved = 0;
+    return 0;
+}
+
+int32_t tova_http_option_bool_set(tova_http* h, int32_t option, int32_t value)
+{
+    check(h);
+    if (option == tova_http_reset_proxies)
+        return reset_proxies(h);
+    auto member = option_member(bool_options, option);
+    if (!member)
+        return 0;
+    if (option == tova_http_disabled && h->_disabled && !value)
+        tova_http_close(h);
+    h->*member = value;
+    return 1;
+}
+
+const char* tova_http_option_string_get(const tova_http* h, int32_t option)
+{
+    check(h);
+    auto member = option_member(string_options, option);
+    return member ? tova_string_get(&(h->*member)) : "";
+}
+
+int32_t tova_http_option_number_get(const tova_http* h, int32_t option)
+{
+    check(h);
+    auto member = option_member(number_options, option);
+    return member ? h->*member : 0;
+}
+
+int32_t tova_http_option_bool_get(const tova_http* h, int32_t option)
+{
+    check(h);
+    auto member = option_member(bool_options, option);
+    return member ? h->*member : 0;
+}
+
+void tova_http_data_set(tova_http* h, const void* data, uint32_t size)
+{
+    check(h);
+    h->_data = data;
+    h->_size = size;
+}
+
+void tova_http_close(tova_http* h)
+{
+    check(h);
+    curl_easy_cleanup(h->_curl);
+    h->_curl = nullptr;
+    for (auto text : string_options)
+        tova_string_clear(&(h->*text));
+}
+
+static size_t body_adapter(char* bytes, size_t size, size_t count, void* user)
+{
+    auto* r = static_cast<tova_http_response*>(user);
+    const uint32_t length = static_cast<uint32_t>(size * count);
+    if (r->_body) {
+        r->received += length;
+        r->_body(r->_user, bytes, length, r);
+    }
+    return size * count;
+}
+
+static size_t header_adapter(char* bytes, size_t size, size_t count, void* user)
+{
+    auto* r = static_cast<tova_http_response*>(user);
+    if (r->_header)
+        r->_header(r->_user, bytes, static_cast<uint32_t>(size * count), r);
+    return size * count;
+}
+
+static int progress_adapter(void* user, double expected, double received, double, double)
+{
+    auto* r = static_cast<tova_http_response*>(user);
+    tova_assert(r);
+    if (expected != 0)
+        r->_expected = static_cast<uint64_t>(expected);
+    return r->_progress(r->_user, static_cast<uint64_t>(expected), static_cast<uint64_t>(received)) == 0;
+}
+
+// libcurl decodes percent signs in a proxy's user and password, so both are encoded before they are joined.
+static std::string encoded(CURL* curl, const tova_string* text)
+{
+    const std::unique_ptr<char, decltype(&curl_free)> escaped(
+        curl_easy_escape(curl, tova_string_get(text), static_cast<int>(tova_string_length(text))), curl_free);
+    return escaped ? escaped.get() : "";
+}
+
+static void set_proxy(tova_http* h)
+{
+    CURL* curl = h->_curl;
+    // Without a proxy libcurl would read one from the environment; a request is configured by its record alone.
+    curl_easy_setopt(curl, CURLOPT_PROXY, tova_string_get(&h->_proxy));
+    if (tova_string_length(&h->_proxy))
+        curl_easy_setopt(curl, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_ANY));
+}
+
+static void set_proxy_login(tova_http* h)
+{
+    // An empty login would be sent as one; none at all is null.
+    if (!tova_string_length(&h->_proxy_user)) {
+        curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, nullptr);
+        return;
+    }
+    const std::string login = encoded(h->_curl, &h->_proxy_user) + ":" + encoded(h->_curl, &h->_proxy_password);
+    curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, login.c_str());
+}
+
+static void set_options(tova_http* h)
+{
+    CURL* curl = h->_curl;
+    curl_easy_setopt(curl, CURLOPT_VERBOSE, static_cast<long>(h->_verbose != 0));
+    set_proxy(h);
+    curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(h->_connect_timeout));
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(h->_timeout));
+    set_proxy_login(h);
+    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, static_cast<long>(h->_follow_redirects != 0));
+    // "-" would make libcurl read standard input. The empty name switches cookies on without reading any.
+    const char* cookies = tova_string_get(&h->_cookie_file);
+    curl_easy_setopt(curl, CURLOPT_COOKIEFILE, h->_use_cookies && strcmp(cookies, "-") != 0 ? cookies : "");
+    const char* agent = tova_string_get(&h->_user_agent);
+    curl_easy_setopt(curl, CURLOPT_USERAGENT, *agent ? agent : nullptr);
+}
+
+static void set_callbacks(tova_http* h, tova_http_response* r)
+{
+    CURL* curl = h->_curl;
+    if (r->_progress) {
+        curl_easy_setopt(curl, CURLOPT_PROGRESSFUNCTION, progress_adapter);
+        curl_easy_setopt(curl, CURLOPT_PROGRESSDATA, r);
+    }
+    curl_easy_setopt(curl, CURLOPT_NOPROGRESS, r->_progress ? 0L : 1L);
+    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, body_adapter);
+    curl_easy_setopt(curl, CURLOPT_WRITEDATA, r);
+    curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, header_adapter);
+    curl_easy_setopt(curl, CURLOPT_WRITEHEADER, r);
+    curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, r->_error);
+}
+
+static void set_method(tova_http* h)
+{
+    CURL* curl = h->_curl;
+    if (h->_method != tova_http_post) {
+        curl_easy_setopt(curl, CURLOPT_POST, 0L);
+        curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
+        return;
+    }
+    curl_easy_setopt(curl, CURLOPT_HTTPGET, 0L);
+    curl_easy_setopt(curl, CURLOPT_POST, 1L);
+    // The size always goes along: the data may hold a NUL or lack a terminator. No data is an empty body; a null
+    // pointer would make libcurl read standard input.
+    curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, h->_data ? static_cast<long>(h->_size) : 0L);
+    curl_easy_setopt(curl, CURLOPT_POSTFIELDS, h->_data ? h->_data : "");
+}
+
+static void set_url(tova_http* h)
+{
+    const char* url = tova_string_get(&h->_url);
+    char replaced[256];
+    if (tova_string_length(&h->_path)) {
+        // The scheme is left out, so that libcurl takes http; that is meant.
+        tova_uri uri;
+        tova_uri_parse(&uri, url);
+        tova_strncpy(replaced, sizeof replaced, uri.host.text ? uri.host.text : "", uri.host.length);
+        tova_strcat(replaced, sizeof replaced, tova_string_get(&h->_path));
+        url = replaced;
+    }
+    curl_easy_setopt(h->_curl, CURLOPT_URL, url);
+}
+
+static void log_failure(const char* call, CURLcode code)
+{
+    tova_log(2, "Failed %s error %d", call, static_cast<int>(code));
+}
+
+static void perform(tova_http* h, tova_http_response* r)
+{
+    CURLcode code = curl_easy_perform(h->_curl);
+    if (code != CURLE_OK) {
+        r->cancelled = code == CURLE_ABORTED_BY_CALLBACK;
+        log_failure("curl_easy_perform", code);
+        r->status = -1;
+        return;
+    }
+    long status = 0;
+    code = curl_easy_getinfo(h->_curl, CURLINFO_RESPONSE_CODE, &status);
+    if (code != CURLE_OK)
+        log_failure("curl_easy_getinfo", code);
+    r->status = static_cast<int32_t>(status);
+}
+
+int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
+{
+    check(h);
+    check(r);
+    h->_method = method;
+    r->_error[0] = 0;
+    r->status = 0;
+    r->_expected = 0;
+    r->received = 0;
+    r->cancelled = 0;
+    if (h->_disabled)
+        return 0;
+    if (!h->_curl)
+        h->_curl = curl_easy_init();
+    if (!h->_curl || !tova_string_length(&h->_url))
+        return 0;
+    set_options(h);
+    set_callbacks(h, r);
+    set_method(h);
+    set_url(h);
+    perform(h, r);
+    if (h->_disabled)
+        return 1;
+    return !r->cancelled && r->status >= 200 && r->status <= 302;
+}
+
+namespace {
+
+// A download on its way into a neighbour of its target.
+struct download
+{
+    tova_file file;
+    bool failed = false;
+
+    static void body(void* user, const void* bytes, uint32_t count, tova_http_response*)
+    {
+        auto* self = static_cast<download*>(user);
+        self->failed = self->failed || !tova_file_write(&self->file, bytes, count);
+    }
+
+    // The only way for a full disk to stop the transfer.
+    static int32_t progress(void* user, uint64_t, uint64_t) { return !static_cast<download*>(user)->failed; }
+};
+
+} // namespace
+
+// Opens a file beside `path` that no other thread or process uses, and gives its name.
+static bool open_neighbour(tova_file* file, const char* path, std::string& name)
+{
+    static uint32_t downloads;
+    const uint32_t number = __atomic_add_fetch(&downloads, 1, __ATOMIC_RELAXED);
+    name = std::string(path) + "." + std::to_string(tova_process_id()) + "-" + std::to_string(number) + ".part";
+    tova_file_init(file);
+    return tova_file_open(file, name.c_str(), tova_file_truncate);
+}
+
+int32_t tova_http_to_file(tova_http* h, const char* path)
+{
+    check(h);
+    download target;
+    std::string neighbour;
+    if (!open_neighbour(&target.file, path, neighbour))
+        return 0;
+    tova_http_response r;
+    tova_http_response_create(&r);
+    tova_http_response_callback_set(&r, &target, download::body, nullptr, download::progress);
+    const bool done = tova_http_request(h, &r, tova_http_get) && !target.failed;
+    tova_http_response_destroy(&r);
+    tova_file_close(&target.file);
+    if (done && rename(neighbour.c_str(), path) == 0)
+        return 1;
+    tova_file_remove(neighbour.c_str());
+    return 0;
+}
+
+void tova_http_response_create(tova_http_response* r)
+{
+    tova_assert(r);
+    memset(r, 0, sizeof *r);
+    r->_version = tova_version;
+    r->_capacity = 1024;
+}
+
+void tova_http_response_destroy(tova_http_response* r)
+{
+    tova_assert(r);
+    r->_version = 0;
+}
+
+void tova_http_response_callback_set(tova_http_response* r, void* user, tova_http_data_callback body,
+                                     tova_http_data_callback header, tova_http_progress_callback progress)
+{
+    check(r);
+    r->_user = user;
+    r->_body = body;
+    r->_header = header;
+    r->_progress = progress;
+}
+
+const char* tova_http_response_string_get(const tova_http_response* r, int32_t which)
+{
+    check(r);
+    return which == tova_http_response_error ? r->_error : "";
+}
+
+int64_t tova_http_response_number_get(const tova_http_response* r, int32_t which)
+{
+    check(r);
+    switch (which) {
+    case tova_http_response_status:
+        return r->status;
+    case tova_http_response_expected:
+        return static_cast<int64_t>(r->_expected);
+    case tova_http_response_received:
+        return r->received;
+    case tova_http_response_cancelled:
+        return r->cancelled;
+    case tova_http_response_capacity:
+        return r->_capacity;
+    default:
+        return 0;
+    }
+}
