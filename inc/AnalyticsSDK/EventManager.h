@@ -9,7 +9,6 @@
 #define ANALYTICSSDK_EVENTMANAGER_H
 
 #include <ctime>
-#include <map>
 #include <sstream>
 #include <string>
 
@@ -17,10 +16,13 @@
 #include "AnalyticsSDK/IWebClient.h"
 #include "AnalyticsSDK/LogObject.h"
 #include "AnalyticsSDK/ThreadHelper.h"
-#include "lumo/json_writer.h"
 #include "lumo/mutex.h"
+#include "lumo/scoped_ptr.h"
 
 namespace AnalyticsSDK {
+
+class EventLine;
+using lumo::scoped_ptr;
 
 /**
  * Settings, event log file, upload cycle and the worker that drives it.
@@ -120,8 +122,8 @@ public:
 private:
     void BeginLine();
     void FinishLine(LogObject* event);
-    const std::string& CurrentTimeText();
-    std::map<std::string, std::string> UploadForm(std::string&& text);
+    void RefreshCommonFields();
+    bool MaySend() const;
 
     IWebClient* m_pWebClient;
     std::string m_strUniqueId;
@@ -133,10 +135,10 @@ private:
     std::string m_strApplicationVersion;
     std::string m_strLastLoggedEvent;
     std::string m_strCertificateFile;
-    lumo::json_writer_array* m_pCurrentEvent;
+    scoped_ptr<EventLine> m_pCurrentEvent; ///< the line being built, or last built; null before the first
 
-    std::string m_strTime; ///< the text of m_nTimeSecond: most events share their second with others
-    time_t m_nTimeSecond = -1;
+    std::string m_strCommonFields; ///< text of the first five elements: the same for all events of one second
+    time_t m_nCommonFieldsTime;    ///< the second that it was made for; -1 when a setting has changed since
 };
 
 } // namespace AnalyticsSDK

@@ -73,6 +73,7 @@ protected:
 
 private:
     bool ClaimStop();
+    void ForgetWorker();
 
     std::thread::id m_stopper; ///< the thread that the stop belongs to; none before the first
     int32_t m_nProcess;        ///< the process that the worker lives in

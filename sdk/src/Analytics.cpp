@@ -1,0 +1,267 @@
+// The C interface: each function checks the session, translates and hands on. No exception leaves it.
+#include "analytics.h"
+
+#include <cstddef>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include "HandleParameters.h"
+#include "Properties.h"
+#include "lumo/tova/base.h"
+#include "lumo/tova/tova-web.h"
+
+using namespace AnalyticsSDK;
+
+static_assert(sizeof(analytics_config) == 2970 && alignof(analytics_config) == 1);
+static_assert(offsetof(analytics_config, upload_url) == 0);
+static_assert(offsetof(analytics_config, event_log_file) == 2000);
+static_assert(offsetof(analytics_config, pid_file) == 2260);
+static_assert(offsetof(analytics_config, unique_id) == 2520);
+static_assert(offsetof(analytics_config, application_id) == 2560);
+static_assert(offsetof(analytics_config, application_version) == 2660);
+static_assert(offsetof(analytics_config, certificate_file) == 2710);
+
+/// What the host's pointer points to.
+struct analytics_session final : HandleParameters
+{
+    using HandleParameters::HandleParameters;
+};
+
+/// Runs `call` on a session that is there; out of memory becomes a result.
+template <typename Call>
+static uint32_t With(analytics_session* session, Call call) noexcept
+{
+    if (session == nullptr)
+        return ANALYTICS_NO_SESSION;
+    try {
+        return call(*session);
+    } catch (const std::exception&) {
+        return ANALYTICS_NO_MEMORY;
+    }
+}
+
+/// The text of a field of the record, whether or not it comes with a terminator.
+template <size_t size>
+static std::string FieldText(const char (&field)[size])
+{
+    return std::string(field, strnlen(field, size));
+}
+
+static void Configure(EventManager& manager, const analytics_config& config)
+{
+    static constexpr int logVersion = 3;
+    manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
+    manager.SetPidFilePath(FieldText(config.pid_file).c_str());
+    manager.SetLogVersion(logVersion);
+    if (config.unique_id[0] != '\0') {
+        manager.SetUniqueId(FieldText(config.unique_id).c_str());
+        manager.SaveUniqueIdToFile();
+    } else
+        manager.InitUniqueId();
+    manager.SetApplicationId(FieldText(config.application_id).c_str());
+    manager.SetApplicationVersion(FieldText(config.application_version).c_str());
+    manager.SetCertificateFile(FieldText(config.certificate_file).c_str());
+}
+
+static analytics_session* Open(const analytics_config& config)
+{
+    lumo::scoped_ptr<analytics_session> session(new analytics_session(FieldText(config.upload_url).c_str()));
+    Configure(session->event_manager, config);
+    session->event_manager.Init();
+    return session.Detach();
+}
+
+analytics_session* analytics_initialize(const analytics_config* config)
+{
+    if (config == nullptr)
+        return nullptr;
+    tova_http_initialize(0);
+    try {
+        return Open(*config);
+    } catch (const std::exception&) {
+        tova_http_shutdown();
+        return nullptr;
+    }
+}
+
+void analytics_shutdown(analytics_session* session)
+{
+    if (session == nullptr)
+        return;
+    session->event_manager.Close();
+    delete session;
+    tova_http_shutdown();
+}
+
+uint32_t analytics_event_begin(analytics_session* session, const char* name)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.BeginEvent(name); });
+}
+
+uint32_t analytics_event_end(analytics_session* session)
+{
+    return With(session, [](HandleParameters& handle) { return handle.EndEvent(); });
+}
+
+uint32_t analytics_name_object_begin(analytics_session* session, const char* name)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.BeginFrame(Frame::object, name); });
+}
+
+uint32_t analytics_object_begin(analytics_session* session)
+{
+    return analytics_name_object_begin(session, nullptr);
+}
+
+uint32_t analytics_object_end(analytics_session* session)
+{
+    return With(session, [](HandleParameters& handle) { return handle.EndFrame(Frame::object); });
+}
+
+uint32_t analytics_name_array_begin(analytics_session* session, const char* name)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.BeginFrame(Frame::array, name); });
+}
+
+uint32_t analytics_array_begin(analytics_session* session)
+{
+    return analytics_name_array_begin(session, nullptr);
+}
+
+uint32_t analytics_array_end(analytics_session* session)
+{
+    return With(session, [](HandleParameters& handle) { return handle.EndFrame(Frame::array); });
+}
+
+/// Adds a value to the innermost object, or array, with the document's operation for its type.
+template <auto add, typename Value>
+static uint32_t AddNamed(analytics_session* session, const char* name, Value value)
+{
+    return With(session, [=](HandleParameters& handle) {
+        return handle.AddNamed(name, [=](LogObject& object, const char* key) { (object.*add)(key, value); });
+    });
+}
+
+template <auto add, typename Value>
+static uint32_t AddUnnamed(analytics_session* session, Value value)
+{
+    return With(session, [=](HandleParameters& handle) {
+        return handle.AddUnnamed([=](LogArray& array) { (array.*add)(value); });
+    });
+}
+
+uint32_t analytics_name_string_add(analytics_session* session, const char* name, const char* value)
+{
+    return AddNamed<&LogObject::AddString>(session, name, value);
+}
+
+uint32_t analytics_name_int32_add(analytics_session* session, const char* name, int32_t value)
+{
+    return AddNamed<&LogObject::AddInt>(session, name, value);
+}
+
+uint32_t analytics_name_int64_add(analytics_session* session, const char* name, int64_t value)
+{
+    return AddNamed<&LogObject::AddInt64>(session, name, value);
+}
+
+uint32_t analytics_name_bool_add(analytics_session* session, const char* name, bool value)
+{
+    return AddNamed<&LogObject::AddBoolean>(session, name, value);
+}
+
+uint32_t analytics_name_float64_add(analytics_session* session, const char* name, double value)
+{
+    return AddNamed<&LogObject::AddDouble>(session, name, value);
+}
+
+uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t length)
+{
+    return With(session, [=](HandleParameters& handle) -> uint32_t {
+        if (buffer != nullptr)
+            std::strncpy(buffer, handle.event_manager.GetLastLoggedEvent(), length);
+        return ANALYTICS_OK;
+    });
+}
+
+uint32_t analytics_property_get(analytics_session*, const char* key, char* buffer, unsigned int size)
+{
+    tova_assert(buffer); // reports are matched by this line's number, 190: keep it there
+    return GetProperty(key, buffer, size);
+}
+
+uint32_t analytics_string_add(analytics_session* session, const char* value)
+{
+    return AddUnnamed<&LogArray::AddString>(session, value);
+}
+
+uint32_t analytics_int32_add(analytics_session* session, int32_t value)
+{
+    return AddUnnamed<&LogArray::AddInt>(session, value);
+}
+
+uint32_t analytics_int64_add(analytics_session* session, int64_t value)
+{
+    return AddUnnamed<&LogArray::AddInt64>(session, value);
+}
+
+uint32_t analytics_bool_add(analytics_session* session, bool value)
+{
+    return AddUnnamed<&LogArray::AddBoolean>(session, value);
+}
+
+uint32_t analytics_float64_add(analytics_session* session, double value)
+{
+    return AddUnnamed<&LogArray::AddDouble>(session, value);
+}
+
+uint32_t analytics_property_add(analytics_session* session, const char* name)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.AddProperty(name); });
+}
+
+uint32_t analytics_observer_add(analytics_session* session, const char* event, analytics_observer callback,
+                                void* context)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.AddObserver(event, callback, context); });
+}
+
+uint32_t analytics_send(analytics_session* session, int synchronous)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.Send(synchronous != 0); });
+}
+
+const char* analytics_result_text(uint32_t code)
+{
+    static constexpr struct
+    {
+        uint32_t code;
+        const char* text;
+    } sentences[] = {
+        {ANALYTICS_OK, "Done."},
+        {ANALYTICS_UNSUPPORTED, "This machine has no such property."},
+        {ANALYTICS_QUERY_FAILED, "The operating system did not answer the question for this property."},
+        {ANALYTICS_NO_SESSION, "There is no session: the handle is null."},
+        {ANALYTICS_NO_MEMORY, "Memory ran out."},
+        {ANALYTICS_UNKNOWN_PROPERTY, "There is no property with this key."},
+        {ANALYTICS_SEND_FAILED, "The upload failed or could not be started; the events are kept."},
+        {ANALYTICS_SEND_NOT_FOUND, "The upload failed: the server does not know the address (404)."},
+        {ANALYTICS_SEND_PROXY_LOGIN, "The upload failed: the proxy asks for a login (407)."},
+        {ANALYTICS_SEND_TIMEOUT, "The upload failed: the server waited too long for the request (408)."},
+        {ANALYTICS_SEND_ADDRESS_TOO_LONG, "The upload failed: the server found the address too long (414)."},
+        {ANALYTICS_UNKNOWN_OBSERVER_EVENT, "Observers can be added for complete, error, size and progress only."},
+        {ANALYTICS_EVENT_OPEN, "An event is open already."},
+        {ANALYTICS_NO_EVENT, "No event is open."},
+        {ANALYTICS_NESTED_OPEN, "An object or array of the event is still open."},
+        {ANALYTICS_NO_OBJECT_OPEN, "No object is open besides the event itself."},
+        {ANALYTICS_NO_ARRAY_OPEN, "No array is open, only the event itself."},
+        {ANALYTICS_NAME_REQUIRED, "An object is innermost: what is added needs a name, and no array can end here."},
+        {ANALYTICS_NAME_REFUSED, "An array is innermost: what is added has no name, and no object can end here."},
+        {ANALYTICS_SYSTEM_VERSION_UNREADABLE, "The version of the operating system could not be read."},
+    };
+    for (const auto& sentence : sentences)
+        if (sentence.code == code)
+            return sentence.text;
+    return "This is not a result code of this library.";
+}

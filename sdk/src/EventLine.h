@@ -1,0 +1,37 @@
+// The line of one event, under construction: a JSON array and its line feed.
+#ifndef ANALYTICSSDK_EVENTLINE_H
+#define ANALYTICSSDK_EVENTLINE_H
+
+#include <string_view>
+
+#include "lumo/json_writer.h"
+
+namespace AnalyticsSDK {
+
+/// An array writer that keeps its room from event to event, and whose first elements can be given ready-made.
+class EventLine : public lumo::json_writer_array
+{
+public:
+    EventLine() : json_writer_array(nullptr, true) {}
+
+    /// Starts over with the text of an unfinished array, as Text() gave it.
+    void Restart(std::string_view text)
+    {
+        _text.clear();
+        _text.append(text);
+        _depth = 1;
+        _first = false;
+    }
+
+    /// Closes the array and the line. @return the whole line, valid until the next change
+    std::string_view FinishLine()
+    {
+        finish();
+        _text.append("\n");
+        return text();
+    }
+};
+
+} // namespace AnalyticsSDK
+
+#endif

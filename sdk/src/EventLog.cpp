@@ -1,0 +1,165 @@
+#include "EventLog.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <new>
+
+#include <pthread.h>
+#include <sys/stat.h>
+
+#include "AnalyticsSDK/EventManager.h"
+#include "FileDescriptor.h"
+
+namespace AnalyticsSDK {
+
+// Never destroyed: a host may leave main() while workers still append, and while its own static destructors log.
+alignas(lumo::mutex) static unsigned char logMutexStorage[sizeof(lumo::mutex)];
+lumo::mutex& EventManager::m_spLogMutex = *new (logMutexStorage) lumo::mutex(false);
+
+namespace EventLog {
+namespace {
+
+/// Holds m_spLogMutex. Appends take a few microseconds, so a waiting thread first tries for about as long: putting it
+/// to sleep and waking it again would cost more than the append itself.
+class LUMO_THREAD_ANNOTATION(scoped_lockable) LogLock
+{
+public:
+    LogLock() LUMO_THREAD_ANNOTATION(acquire_capability(EventManager::m_spLogMutex)) LUMO_NO_THREAD_SAFETY_ANALYSIS
+    {
+        for (int tries = 0; tries < 100; ++tries)
+            if (EventManager::m_spLogMutex.try_lock())
+                return;
+        EventManager::m_spLogMutex.lock();
+    }
+    ~LogLock() LUMO_THREAD_ANNOTATION(release_capability()) { EventManager::m_spLogMutex.unlock(); }
+    LogLock(const LogLock&) = delete;
+    LogLock& operator=(const LogLock&) = delete;
+};
+
+/// Where the last append of this process left the end of its file: while it is still there, nobody else has written and
+/// the file ends with our line feed. Guarded by m_spLogMutex.
+struct
+{
+    size_t path = 0; ///< hash of the path
+    off_t end = -1;  ///< -1: not known
+} lastAppend;
+
+// A child made by fork() gets the mutex free and what it guards in order, whatever other threads were doing. The
+// child's only thread is a new one to the system, so it could not unlock what its parent locked: it starts afresh.
+void LockBeforeFork() LUMO_NO_THREAD_SAFETY_ANALYSIS
+{
+    EventManager::m_spLogMutex.lock();
+}
+void UnlockInParent() LUMO_NO_THREAD_SAFETY_ANALYSIS
+{
+    EventManager::m_spLogMutex.unlock();
+}
+void RenewInChild()
+{
+    new (logMutexStorage) lumo::mutex(false);
+}
+[[maybe_unused]] const int forkHandlers = pthread_atfork(LockBeforeFork, UnlockInParent, RenewInChild);
+
+FileDescriptor OpenForAppend(const std::string& path)
+{
+    constexpr int append = O_APPEND | O_CREAT;
+    FileDescriptor file(path.c_str(), O_RDWR | append);
+    // A file that may be written but not read is fine too; only its tail cannot be looked at.
+    if (!file && errno == EACCES)
+        file = FileDescriptor(path.c_str(), O_WRONLY | append);
+    return file;
+}
+
+bool EndsInMidLine(const FileDescriptor& file, size_t path, off_t end)
+{
+    if (end <= 0 || (end == lastAppend.end && path == lastAppend.path))
+        return false;
+    char last = '\n';
+    return Uninterrupted([&] { return ::pread(file.Get(), &last, 1, end - 1); }) == 1 && last != '\n';
+}
+
+/// Takes back a line that was written in part, unless others have appended since: then the next append closes it off.
+void TakeBack(const FileDescriptor& file, off_t written)
+{
+    struct stat now;
+    const off_t end = ::lseek(file.Get(), 0, SEEK_CUR);
+    if (end >= written && ::fstat(file.Get(), &now) == 0 && now.st_size == end)
+        static_cast<void>(Uninterrupted([&] { return ::ftruncate(file.Get(), end - written); }));
+}
+
+bool WriteWhole(const FileDescriptor& file, std::string_view line)
+{
+    const ssize_t written = file.Write(line.data(), line.size());
+    if (written > 0 && static_cast<size_t>(written) < line.size())
+        TakeBack(file, written);
+    return written == static_cast<ssize_t>(line.size());
+}
+
+/// Reads `size` bytes to the end of `text`, of which only the part before the first NUL counts.
+bool ReadBytes(const FileDescriptor& file, size_t size, std::string& text)
+{
+    // In pieces that stay in the processor's cache: a string can only be filled by copying.
+    char piece[64 * 1024];
+    text.reserve(text.size() + size);
+    for (bool ended = false; size > 0;) {
+        const ssize_t got = file.Read(piece, std::min(size, sizeof piece));
+        if (got <= 0)
+            return false;
+        size -= static_cast<size_t>(got);
+        const size_t length = strnlen(piece, static_cast<size_t>(got));
+        if (!ended)
+            text.append(piece, length);
+        ended = ended || length < static_cast<size_t>(got);
+    }
+    return true;
+}
+
+} // namespace
+
+void Append(const std::string& path, std::string_view line)
+{
+    const size_t hash = std::hash<std::string>()(path);
+    FileDescriptor file; // closed after the lock is given back
+    LogLock hold;
+    file = OpenForAppend(path);
+    if (!file)
+        return;
+    const off_t end = ::lseek(file.Get(), 0, SEEK_END);
+    const bool midLine = EndsInMidLine(file, hash, end);
+    const bool written = midLine ? WriteWhole(file, std::string("\n").append(line)) : WriteWhole(file, line);
+    lastAppend.path = hash;
+    lastAppend.end = written && end >= 0 ? end + midLine + static_cast<off_t>(line.size()) : -1;
+}
+
+Content Read(const std::string& path, std::string& text, unsigned long& size)
+{
+    size = 0;
+    text.clear();
+    LogLock hold;
+    const FileDescriptor file(path.c_str(), O_RDONLY);
+    if (!file)
+        return errno == ENOENT || errno == ENOTDIR ? Content::none : Content::unreadable;
+    const off_t end = ::lseek(file.Get(), 0, SEEK_END);
+    if (end < 0 || end > static_cast<off_t>(UINT32_MAX) || ::lseek(file.Get(), 0, SEEK_SET) != 0)
+        return Content::unreadable;
+    if (!ReadBytes(file, static_cast<size_t>(end), text)) {
+        text.clear();
+        return Content::unreadable;
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    size = static_cast<unsigned long>(end);
+    return Content::whole;
+}
+
+void Delete(const std::string& path)
+{
+    LogLock hold;
+    std::remove(path.c_str());
+    lastAppend.end = -1;
+}
+
+} // namespace EventLog
+} // namespace AnalyticsSDK

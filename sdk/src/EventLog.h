@@ -1,0 +1,38 @@
+// The event log file: one line per event, appended by any number of threads and processes, read and deleted whole.
+//
+// Every function takes EventManager::m_spLogMutex by itself. A path is opened for each operation and never kept open,
+// so the host may move or delete the file at any time.
+#ifndef ANALYTICSSDK_EVENTLOG_H
+#define ANALYTICSSDK_EVENTLOG_H
+
+#include <string>
+#include <string_view>
+
+namespace AnalyticsSDK::EventLog {
+
+/// Appends a line, which brings its line feed, in one write. A line is written whole or not at all.
+///
+/// Failure is silent by contract: the event is lost, earlier lines are not. A tail without a line feed (a process was
+/// killed inside its write) is closed off in front of the line, so that one bad line never becomes two.
+void Append(const std::string& path, std::string_view line);
+
+/// What Read() found.
+enum class Content
+{
+    none,      ///< no file
+    whole,     ///< all of it was read; it may be empty
+    unreadable ///< there is a file, but not all of it could be had: it must be neither sent nor deleted
+};
+
+/// Reads the file into `text`: up to the first NUL, without the blanks (only blanks) at its end.
+///
+/// `size` receives the file's length in bytes, which says more than the text when that is cut; 0 unless whole. Files of
+/// 4 GB and more count as unreadable.
+Content Read(const std::string& path, std::string& text, unsigned long& size);
+
+/// Deletes the file. The one place that does.
+void Delete(const std::string& path);
+
+} // namespace AnalyticsSDK::EventLog
+
+#endif

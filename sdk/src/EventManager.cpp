@@ -1,0 +1,313 @@
+#include "AnalyticsSDK/EventManager.h"
+
+#include <limits>
+#include <map>
+#include <ostream>
+
+#include "AnalyticsSDK/Identity.h"
+#include "AnalyticsSDK/Utilities.h"
+#include "EventLine.h"
+#include "EventLog.h"
+#include "UniqueIdFile.h"
+
+namespace AnalyticsSDK {
+
+static constexpr uint32_t uploadInterval_ms = 3'600'000;
+static constexpr time_t never = -1;
+
+static const char* TextOf(const char* text)
+{
+    return text != nullptr ? text : "";
+}
+
+EventManager::EventManager(const char* serverUrl)
+    : m_pWebClient(nullptr), m_strServerUrl(TextOf(serverUrl)), m_nCommonFieldsTime(never)
+{
+    m_nWaitInterval = uploadInterval_ms;
+    m_pWebClient = CreateWebClient();
+}
+
+EventManager::~EventManager()
+{
+    if (m_pWebClient != nullptr)
+        m_pWebClient->Release();
+}
+
+void EventManager::Init()
+{
+    ThreadHelper::Init("EventManager Thread");
+    if (m_pWebClient != nullptr)
+        m_pWebClient->Init(true);
+}
+
+void EventManager::Close()
+{
+    ThreadHelper::Close();
+    if (m_pWebClient != nullptr)
+        m_pWebClient->Close();
+}
+
+void EventManager::Process()
+{
+    if (IsShuttingDown())
+        return;
+    std::string text;
+    unsigned long size = 0;
+    if (ReadPendingEvents(text, size) && size > 0 && Upload(std::move(text)))
+        DeleteEventLogFile();
+}
+
+// Settings. Each that a line holds makes the common fields be written anew.
+
+unsigned long EventManager::GetTimeout() const
+{
+    return m_nWaitInterval;
+}
+
+void EventManager::SetTimeout(unsigned long milliseconds)
+{
+    constexpr uint32_t most = std::numeric_limits<uint32_t>::max();
+    m_nWaitInterval = milliseconds < most ? static_cast<uint32_t>(milliseconds) : most;
+}
+
+int EventManager::GetLogVersion() const
+{
+    return m_nLogVersion;
+}
+
+void EventManager::SetLogVersion(int version)
+{
+    m_nLogVersion = version;
+    m_nCommonFieldsTime = never;
+}
+
+std::string EventManager::GetEventLogFilePath() const
+{
+    return m_strEventLogFilePath;
+}
+
+void EventManager::SetEventLogFilePath(const char* path)
+{
+    m_strEventLogFilePath = TextOf(path);
+}
+
+std::string EventManager::GetPidFilePath() const
+{
+    return m_strPidFilePath;
+}
+
+void EventManager::SetPidFilePath(const char* path)
+{
+    m_strPidFilePath = TextOf(path);
+}
+
+const char* EventManager::GetApplicationId() const
+{
+    return m_strApplicationId.c_str();
+}
+
+void EventManager::SetApplicationId(const char* id)
+{
+    m_strApplicationId = TextOf(id);
+    m_nCommonFieldsTime = never;
+}
+
+std::string EventManager::GetApplicationVersion() const
+{
+    return m_strApplicationVersion;
+}
+
+void EventManager::SetApplicationVersion(const char* version)
+{
+    m_strApplicationVersion = TextOf(version);
+    m_nCommonFieldsTime = never;
+}
+
+void EventManager::SetCertificateFile(const char* path)
+{
+    m_strCertificateFile = TextOf(path);
+    if (m_pWebClient != nullptr)
+        m_pWebClient->SetCertificateFile(m_strCertificateFile.c_str());
+}
+
+// The unique id.
+
+void EventManager::SetUniqueId(const char* id)
+{
+    m_strUniqueId = TextOf(id);
+    m_nCommonFieldsTime = never;
+}
+
+const char* EventManager::GetUniqueId()
+{
+    if (m_strUniqueId.empty())
+        InitUniqueId();
+    return m_strUniqueId.c_str();
+}
+
+std::string EventManager::CreateNewUniqueId() const
+{
+    return GenerateUuid();
+}
+
+void EventManager::InitUniqueId()
+{
+    if (LoadUniqueIdFromFile())
+        return;
+    SetUniqueId(CreateNewUniqueId().c_str());
+    // Somebody else may have made the file since it was looked for: then that id is this installation's. An empty file
+    // stays empty, and the new id with us.
+    if (!UniqueIdFile::Create(m_strPidFilePath, m_strUniqueId))
+        LoadUniqueIdFromFile();
+}
+
+bool EventManager::LoadUniqueIdFromFile()
+{
+    if (!UniqueIdFile::Load(m_strPidFilePath, m_strUniqueId))
+        return false;
+    m_nCommonFieldsTime = never;
+    return true;
+}
+
+void EventManager::SaveUniqueIdToFile()
+{
+    UniqueIdFile::Create(m_strPidFilePath, GetUniqueId());
+}
+
+// Events.
+
+void EventManager::LogEvent(const char* name, LogObject* event)
+{
+    if (event == nullptr)
+        return;
+    BeginLine();
+    m_pCurrentEvent->element(nullptr, name);
+    FinishLine(event);
+}
+
+void EventManager::LogEvent(int id, LogObject* event)
+{
+    if (event == nullptr)
+        return;
+    BeginLine();
+    m_pCurrentEvent->element(nullptr, id);
+    FinishLine(event);
+}
+
+// A line's first half is the same for all events of one second, so it is kept as text; its writer keeps its memory.
+void EventManager::BeginLine()
+{
+    RefreshCommonFields();
+    m_pCurrentEvent->Restart(m_strCommonFields);
+}
+
+void EventManager::RefreshCommonFields()
+{
+    const time_t now = ::time(nullptr);
+    if (m_pCurrentEvent && now == m_nCommonFieldsTime)
+        return;
+    m_pCurrentEvent.Reset(new EventLine);
+    AddCommonEventFields();
+    m_strCommonFields = m_pCurrentEvent->text();
+    m_nCommonFieldsTime = now;
+}
+
+void EventManager::AddCommonEventFields()
+{
+    if (!m_pCurrentEvent)
+        return;
+    std::string time;
+    GetCurrentDateTime(time, "%Y-%m-%d %H:%M:%S");
+    m_pCurrentEvent->element(nullptr, m_nLogVersion);
+    m_pCurrentEvent->element(nullptr, time.c_str());
+    m_pCurrentEvent->element(nullptr, m_strApplicationId.c_str());
+    m_pCurrentEvent->element(nullptr, m_strApplicationVersion.c_str());
+    m_pCurrentEvent->element(nullptr, GetUniqueId());
+}
+
+void EventManager::FinishLine(LogObject* event)
+{
+    if (const lumo::json_writer* writer = event->GetWriter()) {
+        m_pCurrentEvent->element(nullptr, writer);
+        m_strLastLoggedEvent = writer->text();
+    }
+    EventLog::Append(m_strEventLogFilePath, m_pCurrentEvent->FinishLine());
+}
+
+const char* EventManager::GetLastLoggedEvent() const
+{
+    return m_strLastLoggedEvent.c_str();
+}
+
+// Uploads.
+
+bool EventManager::ReadPendingEvents(std::string& text, unsigned long& size)
+{
+    return EventLog::Read(m_strEventLogFilePath, text, size) != EventLog::Content::unreadable;
+}
+
+void EventManager::LoadDataToSend(std::stringstream& stream, unsigned long& size)
+{
+    std::string text;
+    ReadPendingEvents(text, size);
+    stream << text;
+}
+
+void EventManager::DeleteEventLogFile()
+{
+    EventLog::Delete(m_strEventLogFilePath);
+}
+
+/// The fields of an upload: "t" proves to the server that the sender knows how "g" is to be hashed.
+static std::map<std::string, std::string> UploadForm(const char* id, const std::string& version, std::string&& text)
+{
+    scoped_array<unsigned char> hash;
+    long length = 0;
+    std::map<std::string, std::string> form;
+    if (GenerateHash(id, hash, length))
+        BytesToString(hash.Get(), length, form["t"]);
+    form["v"] = version;
+    form["g"] = id;
+    form["data"] = std::move(text); // it may be large: moved all the way, never copied
+    return form;
+}
+
+bool EventManager::MaySend() const
+{
+    return m_pWebClient != nullptr && IsOwnProcess();
+}
+
+bool EventManager::Upload(std::string&& text)
+{
+    if (!MaySend())
+        return false;
+    std::ostream nowhere(nullptr); // however much the server answers
+    long status = 0;
+    auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
+    return m_pWebClient->ExecRequest(m_strServerUrl.c_str(), &nowhere, status, RequestTypePost, &form);
+}
+
+bool EventManager::UploadAsync(std::string&& text, IProgressCallback* callback)
+{
+    if (!MaySend())
+        return false;
+    auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
+    return m_pWebClient->QueueRequest(m_strServerUrl.c_str(), callback, RequestTypePost, &form, "");
+}
+
+bool EventManager::UploadData(std::stringstream& stream)
+{
+    return Upload(stream.str());
+}
+
+bool EventManager::UploadDataAsync(std::stringstream& stream, IProgressCallback* callback)
+{
+    return UploadAsync(stream.str(), callback);
+}
+
+void EventManager::StartUpload()
+{
+    Wake();
+}
+
+} // namespace AnalyticsSDK

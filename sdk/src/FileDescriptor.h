@@ -1,0 +1,64 @@
+// An open file that closes itself, and system calls that signals do not end.
+#ifndef ANALYTICSSDK_FILEDESCRIPTOR_H
+#define ANALYTICSSDK_FILEDESCRIPTOR_H
+
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+namespace AnalyticsSDK {
+
+/// Repeats a system call for as long as a signal interrupts it.
+template <typename Call>
+auto Uninterrupted(Call call)
+{
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+/// Owns a file descriptor. One thread at a time.
+class FileDescriptor
+{
+public:
+    FileDescriptor() = default;
+    /// Opens close-on-exec; `mode` is for files that are made here. On failure errno tells why.
+    FileDescriptor(const char* path, int flags, mode_t mode = 0666)
+        : m_nFile(Uninterrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }))
+    {}
+    FileDescriptor(FileDescriptor&& other) noexcept : m_nFile(std::exchange(other.m_nFile, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept
+    {
+        std::swap(m_nFile, other.m_nFile);
+        return *this;
+    }
+    ~FileDescriptor()
+    {
+        if (m_nFile != -1)
+            ::close(m_nFile);
+    }
+
+    explicit operator bool() const { return m_nFile != -1; }
+    int Get() const { return m_nFile; }
+
+    ssize_t Write(const char* text, size_t size) const
+    {
+        return Uninterrupted([=, this] { return ::write(m_nFile, text, size); });
+    }
+    ssize_t Read(char* buffer, size_t size) const
+    {
+        return Uninterrupted([=, this] { return ::read(m_nFile, buffer, size); });
+    }
+
+private:
+    int m_nFile = -1;
+};
+
+} // namespace AnalyticsSDK
+
+#endif

@@ -1,0 +1,242 @@
+#include "HandleParameters.h"
+
+#include <cstring>
+#include <limits>
+#include <string>
+
+#include "Properties.h"
+
+namespace AnalyticsSDK {
+
+// Frames. They hang on each other from the root down and stay there when they end, for the next event to use: an event
+// of the usual shape costs no allocation of its own.
+
+static constexpr uint32_t keptDepth = 16;
+
+Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
+{
+    lumo::scoped_ptr<Frame>& spPlace = top != nullptr ? top->spSpare : spRoot;
+    if (!spPlace)
+        spPlace.Reset(new Frame);
+    Frame& frame = *spPlace;
+    if (kind == Frame::object)
+        frame.spObject.emplace();
+    else
+        frame.spArray.emplace();
+    frame.kind = kind;
+    frame.name = name;
+    frame.parent = top;
+    top = &frame;
+    ++depth;
+    return frame;
+}
+
+void HandleParameters::Pop()
+{
+    Frame& frame = *top;
+    frame.spObject.reset();
+    frame.spArray.reset();
+    top = frame.parent;
+    --depth;
+    if (depth >= keptDepth)
+        top->spSpare.Reset();
+}
+
+uint32_t HandleParameters::BeginEvent(const char* name)
+{
+    if (in_event != 0)
+        return ANALYTICS_EVENT_OPEN;
+    Push(Frame::object, nullptr);
+    event_name = name;
+    in_event = 1;
+    return ANALYTICS_OK;
+}
+
+uint32_t HandleParameters::EndEvent()
+{
+    if (in_event == 0)
+        return ANALYTICS_NO_EVENT;
+    if (top->parent != nullptr)
+        return ANALYTICS_NESTED_OPEN;
+    // The event is over, also when memory runs out on the way to the disk.
+    struct AtEnd
+    {
+        HandleParameters& session;
+        ~AtEnd() { session.Pop(); }
+    } atEnd{*this};
+    in_event = 0;
+    top->spObject->EndObject();
+    event_manager.LogEvent(event_name, &*top->spObject);
+    return ANALYTICS_OK;
+}
+
+uint32_t HandleParameters::CheckName(const char* name) const
+{
+    if (top == nullptr)
+        return ANALYTICS_NO_EVENT;
+    if (top->kind == Frame::object && name == nullptr)
+        return ANALYTICS_NAME_REQUIRED;
+    if (top->kind == Frame::array && name != nullptr)
+        return ANALYTICS_NAME_REFUSED;
+    return ANALYTICS_OK;
+}
+
+uint32_t HandleParameters::BeginFrame(Frame::Kind kind, const char* name)
+{
+    const uint32_t result = CheckName(name);
+    if (result == ANALYTICS_OK)
+        Push(kind, name);
+    return result;
+}
+
+/// What an end call answers when it cannot be: the two kinds differ, and that is meant.
+static constexpr struct
+{
+    uint32_t onlyRoot;
+    uint32_t otherKind;
+} endRefused[] = {{ANALYTICS_NO_OBJECT_OPEN, ANALYTICS_NAME_REFUSED},
+                  {ANALYTICS_NO_ARRAY_OPEN, ANALYTICS_NAME_REQUIRED}};
+
+static void AddTo(Frame& parent, Frame& child)
+{
+    if (child.kind == Frame::object) {
+        child.spObject->EndObject();
+        if (parent.kind == Frame::array)
+            parent.spArray->AddObject(&*child.spObject);
+        else
+            parent.spObject->AddObject(child.name, &*child.spObject);
+        return;
+    }
+    child.spArray->EndObject();
+    if (parent.kind == Frame::array)
+        parent.spArray->AddArray(&*child.spArray);
+    else
+        parent.spObject->AddArray(child.name, &*child.spArray);
+}
+
+uint32_t HandleParameters::EndFrame(Frame::Kind kind)
+{
+    if (top == nullptr)
+        return ANALYTICS_NO_EVENT;
+    if (top->parent == nullptr)
+        return endRefused[kind].onlyRoot;
+    if (top->kind != kind)
+        return endRefused[kind].otherKind;
+    AddTo(*top->parent, *top);
+    Pop();
+    return ANALYTICS_OK;
+}
+
+uint32_t HandleParameters::AddProperty(const char* key)
+{
+    char text[200];
+    if (top == nullptr)
+        return ANALYTICS_NO_EVENT;
+    const uint32_t result = GetProperty(key, text, sizeof text);
+    if (result != ANALYTICS_OK)
+        return result;
+    if (top->kind == Frame::array)
+        return AddUnnamed([&](LogArray& array) { array.AddString(text); });
+    return AddNamed(key, [&](LogObject& object, const char* name) { object.AddString(name, text); });
+}
+
+// Sending and what is heard of it.
+
+uint32_t HandleParameters::AddObserver(const char* event, analytics_observer callback, void* context)
+{
+    const struct
+    {
+        const char* event;
+        Observers& observers;
+    } lists[] = {{"complete", complete_observers},
+                 {"error", error_observers},
+                 {"size", size_observers},
+                 {"progress", progress_observers}};
+    for (const auto& list : lists)
+        if (event != nullptr && std::strcmp(event, list.event) == 0) {
+            list.observers.push_back({callback, context});
+            return ANALYTICS_OK;
+        }
+    return ANALYTICS_UNKNOWN_OBSERVER_EVENT;
+}
+
+uint32_t HandleParameters::Send(bool synchronous)
+{
+    std::string text;
+    unsigned long size = 0;
+    // The size does not matter here: a host that asks for a send gets a request, also when no event is waiting.
+    if (!event_manager.ReadPendingEvents(text, size))
+        return ANALYTICS_SEND_FAILED;
+    if (!synchronous) {
+        sending = 1; // before the outcome can clear it
+        if (event_manager.UploadAsync(std::move(text), this))
+            return ANALYTICS_OK;
+        sending = 0;
+        return ANALYTICS_SEND_FAILED;
+    }
+    if (!event_manager.Upload(std::move(text)))
+        return ANALYTICS_SEND_FAILED;
+    event_manager.DeleteEventLogFile();
+    return ANALYTICS_OK;
+}
+
+// Whatever an observer throws would pass through C code: it ends the process here, where it can be seen.
+void HandleParameters::Notify(const Observers& observers, uint32_t value, double amount) noexcept
+{
+    for (const observerData& observer : observers)
+        if (observer.callback != nullptr)
+            observer.callback(observer.context, value, amount);
+}
+
+void HandleParameters::OnDownloadComplete(const char*)
+{
+    sending = 0;
+    event_manager.DeleteEventLogFile();
+    Notify(complete_observers, 0, 0.0);
+}
+
+void HandleParameters::OnDownloadCancel(const char*)
+{
+    sending = 0;
+}
+
+static uint32_t ObservedError(long code)
+{
+    static constexpr struct
+    {
+        long status;
+        uint32_t result;
+    } mapping[] = {{404, ANALYTICS_SEND_NOT_FOUND},
+                   {407, ANALYTICS_SEND_PROXY_LOGIN},
+                   {408, ANALYTICS_SEND_TIMEOUT},
+                   {414, ANALYTICS_SEND_ADDRESS_TOO_LONG}};
+    for (const auto& entry : mapping)
+        if (entry.status == code)
+            return entry.result;
+    return ANALYTICS_SEND_FAILED;
+}
+
+void HandleParameters::OnDownloadError(const char*, long code)
+{
+    sending = 0;
+    Notify(error_observers, ObservedError(code), 0.0);
+}
+
+void HandleParameters::OnProxyAuthenticationError(const char* itemID, long code, const char*)
+{
+    OnDownloadError(itemID, code);
+}
+
+uint32_t ObservedAmount(double amount)
+{
+    const bool fits = amount > -2147483649.0 && amount < 2147483648.0; // false for NaN
+    return static_cast<uint32_t>(fits ? static_cast<int32_t>(amount) : std::numeric_limits<int32_t>::min());
+}
+
+void HandleParameters::OnProgressUpdate(const char*, double downloaded, double total, double speed)
+{
+    Notify(size_observers, ObservedAmount(total), 0.0);
+    Notify(progress_observers, ObservedAmount(downloaded), speed);
+}
+
+} // namespace AnalyticsSDK

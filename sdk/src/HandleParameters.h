@@ -1,0 +1,127 @@
+// A session: what an analytics_session pointer points to. Holds the event being built and the host's observers.
+#ifndef ANALYTICSSDK_HANDLEPARAMETERS_H
+#define ANALYTICSSDK_HANDLEPARAMETERS_H
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "AnalyticsSDK/EventManager.h"
+#include "AnalyticsSDK/IProgressCallback.h"
+#include "AnalyticsSDK/LogObject.h"
+#include "analytics.h"
+#include "lumo/scoped_ptr.h"
+
+namespace AnalyticsSDK {
+
+/// An object or array of the event being built, from its begin call to its end call.
+struct Frame
+{
+    enum Kind : int32_t
+    {
+        object = 0,
+        array = 1
+    };
+
+    Kind kind = object;
+    const char* name = nullptr;        ///< the host's, not copied; null for the root and inside arrays
+    std::optional<LogObject> spObject; ///< the document when kind is object
+    std::optional<LogArray> spArray;   ///< the document when kind is array
+    lumo::scoped_ptr<Frame> spSpare;   ///< the frame that the next deeper level used before, for use again
+    Frame* parent = nullptr;           ///< the enclosing frame, null for the root
+};
+
+/// A callback of the host's and what it wants to be called with.
+struct observerData
+{
+    analytics_observer callback;
+    void* context;
+};
+
+/// One session. Driven by one host thread at a time; its IProgressCallback half is called by the web client's thread.
+class HandleParameters : public IProgressCallback
+{
+public:
+    explicit HandleParameters(const char* serverUrl) : event_manager(serverUrl) {}
+    HandleParameters(const HandleParameters&) = delete;
+    HandleParameters& operator=(const HandleParameters&) = delete;
+    ~HandleParameters() = default;
+
+    // The event being built. Each answers an analytics_result and checks before it changes anything.
+
+    uint32_t BeginEvent(const char* name);
+    uint32_t EndEvent();
+    uint32_t BeginFrame(Frame::Kind kind, const char* name);
+    uint32_t EndFrame(Frame::Kind kind);
+    /// Adds to the innermost object by `add(LogObject&, name)`.
+    template <typename Add>
+    uint32_t AddNamed(const char* name, Add add);
+    /// Adds to the innermost array by `add(LogArray&)`.
+    template <typename Add>
+    uint32_t AddUnnamed(Add add);
+    uint32_t AddProperty(const char* key);
+
+    uint32_t AddObserver(const char* event, analytics_observer callback, void* context);
+    uint32_t Send(bool synchronous);
+
+    void OnDownloadComplete(const char* itemID) override;
+    void OnDownloadCancel(const char* itemID) override;
+    void OnDownloadError(const char* itemID, long code) override;
+    void OnProxyAuthenticationError(const char* itemID, long code, const char* proxy) override;
+    void OnProgressUpdate(const char* itemID, double downloaded, double total, double speed) override;
+
+    EventManager event_manager;
+
+private:
+    using Observers = std::vector<observerData>;
+
+    Frame& Push(Frame::Kind kind, const char* name);
+    void Pop();
+    uint32_t CheckName(const char* name) const;
+    static void Notify(const Observers& observers, uint32_t value, double amount) noexcept;
+
+    uint32_t in_event = 0;
+    std::atomic<uint32_t> sending{0}; ///< an asynchronous send is under way; kept for debuggers, nothing reads it
+    const char* event_name = nullptr; ///< the host's, not copied
+    Frame* top = nullptr;             ///< the innermost frame, null with no event open
+    lumo::scoped_ptr<Frame> spRoot;   ///< where the frames hang, open or spare
+    uint32_t depth = 0;               ///< open frames
+
+    Observers complete_observers;
+    Observers error_observers;
+    Observers size_observers;
+    Observers progress_observers;
+};
+
+template <typename Add>
+uint32_t HandleParameters::AddNamed(const char* name, Add add)
+{
+    if (top == nullptr)
+        return ANALYTICS_NO_EVENT;
+    if (name == nullptr)
+        return ANALYTICS_NAME_REQUIRED;
+    if (top->kind == Frame::array)
+        return ANALYTICS_NAME_REFUSED;
+    add(*top->spObject, name);
+    return ANALYTICS_OK;
+}
+
+template <typename Add>
+uint32_t HandleParameters::AddUnnamed(Add add)
+{
+    if (top == nullptr)
+        return ANALYTICS_NO_EVENT;
+    if (top->kind == Frame::object)
+        return ANALYTICS_NAME_REQUIRED;
+    add(*top->spArray);
+    return ANALYTICS_OK;
+}
+
+/// The value that a size or progress observer gets for an amount: truncated, as the bits of a signed 32-bit number.
+/// NaN, and what 32 bits cannot hold, is the most negative number.
+uint32_t ObservedAmount(double amount);
+
+} // namespace AnalyticsSDK
+
+#endif

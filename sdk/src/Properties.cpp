@@ -1,0 +1,102 @@
+#include "Properties.h"
+
+#include <cstring>
+#include <new>
+
+#include <pthread.h>
+
+#include "AnalyticsSDK/SystemInfo.h"
+#include "analytics.h"
+#include "lumo/mutex.h"
+#include "lumo/tova/text.h"
+
+namespace AnalyticsSDK {
+namespace {
+
+using Probe = int32_t (*)(char* buffer, unsigned int size);
+
+/// An answer that does not change while the process runs; empty until a probe gave one.
+class CachedText
+{
+public:
+    /// Copies the answer, or asks the probe and keeps what it wrote, whatever code it gave: an empty text is asked for
+    /// again next time.
+    int32_t Get(Probe probe, char* buffer, unsigned int size)
+    {
+        lumo::scoped_lock hold(m_lock);
+        if (m_text[0] != '\0') {
+            tova_strcpy(buffer, size, m_text);
+            return ANALYTICS_OK;
+        }
+        const int32_t result = probe(buffer, size);
+        if (std::strlen(buffer) < sizeof m_text)
+            std::strcpy(m_text, buffer);
+        return result;
+    }
+
+    void LockBeforeFork() LUMO_NO_THREAD_SAFETY_ANALYSIS { m_lock.lock(); }
+    void UnlockInParent() LUMO_NO_THREAD_SAFETY_ANALYSIS { m_lock.unlock(); }
+    void RenewInChild() { new (&m_lock) lumo::mutex(true); }
+
+private:
+    lumo::mutex m_lock{true};
+    char m_text[256] LUMO_GUARDED_BY(m_lock) = ""; // far more than any answer
+};
+
+// Never destroyed: a property may be read while the process exits.
+alignas(CachedText) unsigned char storage[2][sizeof(CachedText)];
+CachedText& cpu = *new (storage[0]) CachedText;
+CachedText& cpuClock = *new (storage[1]) CachedText;
+
+[[maybe_unused]] const int forkHandlers = pthread_atfork(
+    [] {
+        cpu.LockBeforeFork();
+        cpuClock.LockBeforeFork();
+    },
+    [] {
+        cpuClock.UnlockInParent();
+        cpu.UnlockInParent();
+    },
+    [] {
+        cpu.RenewInChild();
+        cpuClock.RenewInChild();
+    });
+
+const struct
+{
+    const char* key;
+    Probe probe;
+    CachedText* cache; ///< null: asked every time
+} properties[] = {{"os_name", GetOSName, nullptr},
+                  {"os_ver", GetOSVersion, nullptr},
+                  {"mfg", GetManufacturer, nullptr},
+                  {"model", GetModel, nullptr},
+                  {"arch", GetArchitectureType, nullptr},
+                  {"cpu", GetCPUType, &cpu},
+                  {"cpu_clock", GetCPUClockSpeed, &cpuClock},
+                  {"cpu_usage", GetCPUUsage, nullptr},
+                  {"ram_total", GetTotalRAM, nullptr},
+                  {"ram_free", GetFreeRAM, nullptr},
+                  {"vm_total", GetTotalVirtualMemory, nullptr},
+                  {"vm_free", GetFreeVirtualMemory, nullptr},
+                  {"hd_total", GetTotalHardDrive, nullptr},
+                  {"hd_free", GetFreeHardDrive, nullptr},
+                  {"bios", GetBIOS, nullptr},
+                  {"uuid", GetUUID, nullptr},
+                  {"tz", GetTimeZone, nullptr}};
+
+} // namespace
+
+uint32_t GetProperty(const char* key, char* buffer, unsigned int size)
+{
+    buffer[0] = '\0';
+    for (const auto& property : properties)
+        if (key != nullptr && std::strcmp(key, property.key) == 0) {
+            const int32_t result = property.cache != nullptr ? property.cache->Get(property.probe, buffer, size)
+                                                             : property.probe(buffer, size);
+            return static_cast<uint32_t>(result);
+        }
+    return ANALYTICS_UNKNOWN_PROPERTY;
+}
+
+} // namespace AnalyticsSDK

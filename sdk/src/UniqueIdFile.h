@@ -1,0 +1,22 @@
+// The unique-id file: the characters of an installation's id and nothing else, made once and never rewritten.
+#ifndef ANALYTICSSDK_UNIQUEIDFILE_H
+#define ANALYTICSSDK_UNIQUEIDFILE_H
+
+#include <string>
+
+namespace AnalyticsSDK::UniqueIdFile {
+
+/// Reads the id as it stands, up to the first NUL: a line feed in the file is part of the id.
+///
+/// False, and `id` unchanged, when the file is missing, empty or cannot be read.
+bool Load(const std::string& path, std::string& id);
+
+/// Makes the file, whole or not at all, also when the process dies half way or several make it at once.
+///
+/// True when this call made it. False when there was something at the path already (whatever it holds, it stays) or the
+/// file cannot be made.
+bool Create(const std::string& path, const std::string& id);
+
+} // namespace AnalyticsSDK::UniqueIdFile
+
+#endif
