@@ -1,0 +1,280 @@
+// The Linux facts: on this machine against independent readings, and on recorded machines of other kinds.
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+
+#include "AnalyticsSDK/Identity.h"
+#include "AnalyticsSDK/SystemInfo.h"
+#include "host/linux/files.h"
+#include "host/linux/readers.h"
+#include "host/version.h"
+#include "support/child.h"
+#include "support/scratch.h"
+
+using namespace AnalyticsSDK;
+namespace readers = host::readers;
+
+namespace {
+
+using Probe = std::int32_t(char*, unsigned int);
+
+std::string read(Probe* probe)
+{
+    char buffer[300] = "";
+    const std::int32_t status = probe(buffer, sizeof buffer);
+    return status == 0 ? buffer : "status " + std::to_string(status);
+}
+
+// What a shell says, without the line feed at the end.
+std::string shell(const std::string& command)
+{
+    auto ended = support::run({"sh", "-c", command});
+    while (ended.output.ends_with('\n'))
+        ended.output.pop_back();
+    return ended.output;
+}
+
+std::string with_unit(double amount, const char* format)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, format, amount);
+    return text;
+}
+
+std::string recorded(const std::string& machine)
+{
+    return TEST_SOURCE_DIR "/tests/sdk/recorded/" + machine;
+}
+
+// A reading of a recorded machine as text: the value, or the answer that there is none.
+template <class Value>
+std::string outcome(host::answer given, const Value& value)
+{
+    if (given == host::answer::unsupported)
+        return "unsupported";
+    if (given == host::answer::failed)
+        return "failed";
+    if constexpr (std::is_same_v<Value, host::text>)
+        return value.data();
+    else
+        return std::to_string(value);
+}
+
+std::string outcome_of_text(host::answer (*reader)(const char*, host::text&), const std::string& machine)
+{
+    host::text value{};
+    const auto given = reader(recorded(machine).c_str(), value);
+    return outcome(given, value);
+}
+
+std::string outcome_of_number(host::answer (*reader)(const char*, std::int32_t&), const std::string& machine)
+{
+    std::int32_t value = 0;
+    const auto given = reader(recorded(machine).c_str(), value);
+    return outcome(given, value);
+}
+
+std::size_t open_descriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+} // namespace
+
+TEST(LinuxFacts, AgreeWithWhatTheMachinesOwnToolsSay)
+{
+    EXPECT_EQ(read(GetOSVersion),
+              shell("uname -r | sed -E 's/^([0-9]+)\\.([0-9]+)(\\.([0-9]+))?.*/\\1.\\2.\\4/; s/\\.$/.0/'"));
+    EXPECT_EQ(
+        read(GetArchitectureType),
+        shell("case $(uname -m) in x86_64|i?86) echo x86;; ppc*) echo ppc;; m68k) echo 68K;; *) echo unknown;; esac"));
+    EXPECT_EQ(read(GetDomainWorkGroup), shell("uname -n"));
+    EXPECT_EQ(read(GetSystemName), shell("uname -n"));
+    EXPECT_EQ(read(GetTimeZone), shell("date +%z | sed -E 's/(..)$/:\\1/'"));
+    EXPECT_EQ(read(GetTotalRAM), shell("awk '/^MemTotal:/ { printf \"%d MB\", $2 / 1024 }' /proc/meminfo"));
+    const double physical = std::stod(shell("getconf _PHYS_PAGES")) * std::stod(shell("getconf PAGESIZE"));
+    EXPECT_NEAR(std::stod(read(GetTotalVirtualMemory)), physical / 1048576, 0.05);
+    EXPECT_EQ(read(GetTotalHardDrive),
+              with_unit(std::stod(shell("df -B1 --output=size / | tail -n 1")) / 1e9, "%.2f GB"));
+}
+
+// What changes from one moment to the next is compared with some room.
+TEST(LinuxFacts, MovingFactsAreNearAnIndependentReading)
+{
+    EXPECT_NEAR(std::stod(read(GetFreeHardDrive)), std::stod(shell("df -B1 --output=avail / | tail -n 1")) / 1e9, 5);
+    const double used = std::stod(
+        shell("awk '/^cpu[0-9]/ { busy += $2 + $4; all += $2 + $4 + $5 } END { print busy * 100 / all }' /proc/stat"));
+    EXPECT_NEAR(std::stod(read(GetCPUUsage)), used, 2);
+    const double free = std::fmod(std::stod(shell("awk '/^MemFree:/ { print $2 / 1024 }' /proc/meminfo")), 4096);
+    const double apart = std::fabs(std::stod(read(GetFreeVirtualMemory)) - free);
+    EXPECT_LT(std::min(apart, 4096 - apart), 1024);
+}
+
+TEST(LinuxFacts, TheProcessorIsTheOneThatTheKernelReports)
+{
+    const std::string name = shell("sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1");
+    if (!name.empty())
+        EXPECT_EQ(read(GetCPUType), name);
+    if (const std::string clock = shell("sed -n 's/^cpu MHz[^:]*: //p' /proc/cpuinfo | head -n 1"); !clock.empty())
+        EXPECT_TRUE(read(GetCPUClockSpeed).ends_with(" MHz"));
+    const std::string model = shell("cat /sys/class/dmi/id/product_name || tr -d '\\0' </proc/device-tree/model");
+    EXPECT_EQ(read(GetModel), model.empty() ? "status 1" : model);
+}
+
+TEST(LinuxFacts, RecordedProcessorsHaveTheNameAndClockThatTheirKernelsTell)
+{
+    const struct
+    {
+        const char *machine, *name, *clock;
+    } cases[] = {
+        {"x86_64-large", "Intel(R) Xeon(R) CPU @ 2.20GHz", "2200"},
+        {"aarch64", "unsupported", "2419"}, // codes only, and a clock from the frequency driver
+        {"armv7", "ARMv7 Processor rev 10 (v7l)", "unsupported"},
+        {"ppc64le", "POWER9 (architected), altivec supported", "2300"},
+        {"loongarch64", "Loongson-3A5000", "2500"},
+        {"container", "unknown", "unsupported"},
+        {"broken", "unsupported", "unsupported"},
+        {"no such machine", "failed", "failed"},
+    };
+    for (const auto& [machine, name, clock] : cases) {
+        EXPECT_EQ(outcome_of_text(readers::processor_name, machine), name) << machine;
+        EXPECT_EQ(outcome_of_number(readers::clock_megahertz, machine), clock) << machine;
+    }
+}
+
+TEST(LinuxFacts, RecordedModelsComeFromTheFirmwareThatHasOne)
+{
+    EXPECT_EQ(outcome_of_text(readers::model, "x86_64-large"), "20XWCTO1WW");
+    EXPECT_EQ(outcome_of_text(readers::model, "aarch64"), "Raspberry Pi 4 Model B Rev 1.4");
+    EXPECT_EQ(outcome_of_text(readers::model, "ppc64le"), "IBM,9009-42A"); // an empty DMI name is none
+    EXPECT_EQ(outcome_of_text(readers::model, "container"), "unsupported");
+    EXPECT_EQ(outcome_of_text(readers::model, "broken"), "failed"); // longer than any name
+}
+
+TEST(LinuxFacts, RecordedLoadsAreThoseOfEveryProcessorAndNotTheirSum)
+{
+    struct sum
+    {
+        std::uint64_t processors = 0, user = 0, system = 0, idle = 0;
+    };
+    const auto read_sum = [](const std::string& machine, sum& all) {
+        return readers::loads(
+            recorded(machine).c_str(),
+            [](void* context, const host::processor_load& load) {
+                auto& to = *static_cast<sum*>(context);
+                to = {to.processors + 1, to.user + load.user, to.system + load.system, to.idle + load.idle};
+            },
+            &all);
+    };
+    sum small, large, none, broken;
+    EXPECT_EQ(read_sum("aarch64", small), host::answer::found);
+    EXPECT_EQ(small.processors, 2u);
+    EXPECT_EQ(small.user, 1678u + 1679u);
+    EXPECT_EQ(small.system, 2156u + 2157u);
+    EXPECT_EQ(small.idle, 681196u + 681197u);
+    EXPECT_EQ(read_sum("x86_64-large", large), host::answer::found);
+    EXPECT_EQ(large.processors, 300u);
+    EXPECT_EQ(large.user, 300u * 1000 + 299 * 300 / 2);
+    EXPECT_EQ(large.idle, 300 * 4000000000u);
+    EXPECT_EQ(read_sum("container", none), host::answer::found);
+    EXPECT_EQ(none.processors, 0u);
+    EXPECT_EQ(read_sum("broken", broken), host::answer::failed);
+    EXPECT_EQ(read_sum("no such machine", broken), host::answer::failed);
+}
+
+TEST(LinuxFacts, RecordedMemoryAddsUpToAllOfIt)
+{
+    const auto pages = [](const std::string& machine, std::uint64_t page_size, host::page_counts& counts) {
+        return readers::pages(recorded(machine).c_str(), page_size, counts);
+    };
+    host::page_counts counts{};
+    ASSERT_EQ(pages("aarch64", 4096, counts), host::answer::found);
+    EXPECT_EQ(counts.free, 302112u / 4);
+    EXPECT_EQ(counts.active, 803328u / 4);
+    EXPECT_EQ(counts.inactive, 2422848u / 4);
+    EXPECT_EQ(counts.free + counts.active + counts.inactive + counts.wired, 3884448u / 4);
+    ASSERT_EQ(pages("ppc64le", 65536, counts), host::answer::found);
+    EXPECT_EQ(counts.wired, (33289728u - 32000000u) / 64);
+    ASSERT_EQ(pages("container", 4096, counts), host::answer::found);
+    EXPECT_EQ(counts.wired, 0u); // more free than there is: the figures were not read at one instant
+    EXPECT_EQ(pages("broken", 4096, counts), host::answer::failed);
+    EXPECT_EQ(outcome_of_number(readers::memory_megabytes, "aarch64"), "3793");
+    EXPECT_EQ(outcome_of_number(readers::memory_megabytes, "broken"), "failed");
+}
+
+TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
+{
+    const struct
+    {
+        const char* release;
+        std::vector<std::int32_t> numbers;
+    } cases[] = {{"6.1.0-13-amd64", {6, 1, 0}},
+                 {"6.18.144-fc", {6, 18, 144}},
+                 {"5.10-custom", {5, 10, 0}},
+                 {"7", {7, 0, 0}},
+                 {"7.x", {7, 0, 0}},
+                 {"4.4.0.1", {4, 4, 0}},
+                 {"custom", {}},
+                 {"", {}}};
+    for (const auto& [release, expected] : cases) {
+        std::int32_t numbers[3];
+        const bool read = host::parse_version(release, numbers);
+        EXPECT_EQ(read ? std::vector<std::int32_t>(numbers, numbers + 3) : std::vector<std::int32_t>(), expected)
+            << release;
+    }
+}
+
+TEST(LinuxFacts, MachinesOfOtherArchitecturesHaveTheirCode)
+{
+    const std::pair<const char*, std::int32_t> cases[] = {{"x86_64", 10}, {"i686", 10},   {"ppc64le", 2}, {"ppc", 2},
+                                                          {"m68k", 1},    {"aarch64", 0}, {"riscv64", 0}, {"", 0}};
+    for (const auto& [machine, code] : cases)
+        EXPECT_EQ(readers::architecture_code(machine), code) << machine;
+}
+
+TEST(LinuxFacts, LinesLongerThanTheBufferAreCutAndTheNextOneIsWhole)
+{
+    support::ScratchFolder folder;
+    const std::string long_line(10000, 'x');
+    support::write_file(folder.file("lines"), "first\n" + long_line + "\n\n" + std::string(4096, 'y') + "\nlast");
+    host::files::line_file file(folder.path().c_str(), "/lines");
+    std::vector<std::string> lines;
+    for (std::string_view line; file.next(line);)
+        lines.emplace_back(line.substr(0, 5));
+    EXPECT_EQ(lines, (std::vector<std::string>{"first", "xxxxx", "", "yyyyy", "last"}));
+}
+
+TEST(LinuxFacts, AMachineWithoutARouteIsOffline)
+{
+    const int status = support::run({"unshare", "-n", "true"}).status;
+    if (status != 0)
+        GTEST_SKIP() << "making a network without routes needs root";
+    support::Child child([] { return unshare(CLONE_NEWNET) == 0 && !IsOnline() ? 0 : 1; });
+    ASSERT_TRUE(child.wait());
+    EXPECT_EQ(child.status(), 0);
+    const bool default_route = !shell("ip route show default; ip -6 route show default").empty();
+    EXPECT_EQ(IsOnline(), default_route);
+}
+
+TEST(LinuxFacts, ProbesLeaveNothingOpen)
+{
+    const auto read_all = [] {
+        for (Probe* probe : {GetOSVersion, GetModel, GetArchitectureType, GetCPUType, GetCPUClockSpeed, GetCPUUsage,
+                             GetTotalRAM, GetTotalVirtualMemory, GetFreeVirtualMemory, GetTotalHardDrive,
+                             GetFreeHardDrive, GetTimeZone, GetDomainWorkGroup, GetSystemName, GetUUID})
+            read(probe);
+        IsOnline();
+    };
+    read_all();
+    const std::size_t before = open_descriptors();
+    for (int round = 0; round < 20; ++round)
+        read_all();
+    EXPECT_EQ(open_descriptors(), before);
+}

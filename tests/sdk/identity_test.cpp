@@ -1,0 +1,160 @@
+// Hashes, identifiers, reachability.
+#include "AnalyticsSDK/Identity.h"
+
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include <openssl/rand.h>
+#include <sched.h>
+
+#include <cstring>
+#include <regex>
+#include <set>
+
+#include "AnalyticsSDK/SystemInfo.h"
+#include "made_up_facts.h"
+#include "support/child.h"
+#include "support/death.h"
+
+using namespace AnalyticsSDK;
+
+namespace {
+
+struct Hash
+{
+    explicit Hash(const char* text) { made = GenerateHash(text, record, length); }
+
+    scoped_array<unsigned char> record;
+    long length = 0;
+    bool made;
+};
+
+// A generator without entropy, as OpenSSL sees it.
+int seeds_taken, seeded_bytes;
+bool draws_succeed;
+
+int take_seed(const void*, int count)
+{
+    ++seeds_taken;
+    seeded_bytes = count;
+    return 1;
+}
+
+int draw(unsigned char* bytes, int count)
+{
+    std::memset(bytes, 7, static_cast<std::size_t>(count));
+    return draws_succeed ? 1 : 0;
+}
+
+int unseeded()
+{
+    return 0;
+}
+
+void with_unseeded_generator(bool succeed)
+{
+    static const RAND_METHOD method = {take_seed, draw, nullptr, nullptr, draw, unseeded};
+    draws_succeed = succeed;
+    RAND_set_rand_method(&method);
+}
+
+} // namespace
+
+TEST(Identity, AHashIsItsSaltAndTheDerivedKey)
+{
+    for (const char* text :
+         {"", "a", "a text of \xC3\xBCsual length, with more bytes than the block of the digest has: 64 of them"}) {
+        const Hash hash(text);
+        ASSERT_TRUE(hash.made);
+        ASSERT_EQ(hash.length, 56);
+        unsigned char key[48];
+        ASSERT_EQ(PKCS5_PBKDF2_HMAC(text, static_cast<int>(std::strlen(text)), hash.record.Get(), 8, 1000, EVP_sha1(),
+                                    48, key),
+                  1);
+        EXPECT_EQ(std::memcmp(key, hash.record.Get() + 8, 48), 0);
+        EXPECT_TRUE(TestHash(text, hash.record.Get(), 56));
+        EXPECT_FALSE(TestHash("another", hash.record.Get(), 56));
+    }
+}
+
+TEST(Identity, EveryByteOfARecordCountsAndSoDoesItsLength)
+{
+    Hash hash("text");
+    for (long at : {0, 7, 8, 55}) {
+        hash.record.Get()[at] ^= 1;
+        EXPECT_FALSE(TestHash("text", hash.record.Get(), 56)) << at;
+        hash.record.Get()[at] ^= 1;
+    }
+    for (long length : {0, 55, 57, -1})
+        EXPECT_FALSE(TestHash("text", nullptr, length)) << length; // decided without a look at the record
+    EXPECT_TRUE(TestHash("text", hash.record.Get(), 56));
+}
+
+TEST(Identity, TheSameTextHashesDifferentlyEachTimeAndTheOldRecordGoes)
+{
+    Hash hash("text");
+    const std::string first(reinterpret_cast<char*>(hash.record.Get()), 56);
+    ASSERT_TRUE(GenerateHash("text", hash.record, hash.length));
+    EXPECT_NE(first.substr(0, 8), std::string(reinterpret_cast<char*>(hash.record.Get()), 8));
+    EXPECT_TRUE(TestHash("text", reinterpret_cast<const unsigned char*>(first.data()), 56));
+    EXPECT_TRUE(TestHash("text", hash.record.Get(), 56));
+}
+
+TEST(Identity, AnUnseededGeneratorIsSeededBeforeItIsUsed)
+{
+    const RAND_METHOD* before = RAND_get_rand_method();
+    with_unseeded_generator(true);
+    const Hash hash("text");
+    RAND_set_rand_method(before);
+    EXPECT_TRUE(hash.made);
+    EXPECT_EQ(seeds_taken, 1);
+    EXPECT_EQ(seeded_bytes, 256);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(hash.record.Get()), 8), std::string(8, '\7'));
+}
+
+TEST(IdentityDeathTest, WithoutARandomSaltTheProcessAborts)
+{
+    EXPECT_ASSERTION(
+        {
+            with_unseeded_generator(false);
+            Hash("text");
+        },
+        "inc/lumo/crypt", "result == 1");
+}
+
+TEST(Identity, IdentifiersAreRandomLowerCaseVersion4)
+{
+    const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+    std::set<std::string> seen;
+    for (int count = 0; count < 1000; ++count) {
+        const std::string text = GenerateUuid();
+        ASSERT_TRUE(std::regex_match(text, form)) << text;
+        ASSERT_TRUE(seen.insert(text).second);
+    }
+}
+
+TEST(Identity, AnIdentifierNeeds37CharsAndAMachineWithoutRandomBytesGivesAnEmptyOne)
+{
+    char buffer[64] = "untouched";
+    EXPECT_EQ(GetUUID(buffer, 37), 0);
+    EXPECT_EQ(std::strlen(buffer), 36u);
+    EXPECT_EQ(GetUUID(buffer, 36), 0);
+    EXPECT_STREQ(buffer, "");
+    MadeUpFacts facts;
+    EXPECT_EQ(GenerateUuid(), "");
+    std::strcpy(buffer, "untouched");
+    EXPECT_EQ(GetUUID(buffer, 64), 0);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST(Identity, OnlineMeansReachableWithoutMakingAConnectionFirst)
+{
+    MadeUpFacts facts;
+    EXPECT_FALSE(IsOnline()); // the flags could not be read
+    for (std::uint32_t flags = 0; flags < 32; ++flags) {
+        facts.reachability = flags;
+        EXPECT_EQ(IsOnline(), (flags & 2) && !(flags & 4)) << flags;
+    }
+    facts.reachability = 0x20002;
+    EXPECT_TRUE(IsOnline());
+}

@@ -1,0 +1,84 @@
+#include "made_up_facts.h"
+
+#include <cstring>
+
+namespace {
+
+MadeUpFacts* machine;
+
+template <class T>
+host::answer give(const std::optional<T>& fact, T& value)
+{
+    if (!fact)
+        return machine->missing;
+    value = *fact;
+    return host::answer::found;
+}
+
+host::answer give_text(const std::optional<std::string>& fact, host::text& value)
+{
+    if (!fact)
+        return machine->missing;
+    std::strcpy(value.data(), fact->c_str());
+    return host::answer::found;
+}
+
+host::answer give_selector(std::uint32_t code, std::int32_t& value)
+{
+    for (const auto& [name, number] : machine->selectors)
+        if (host::selector({name[0], name[1], name[2], name[3], '\0'}) == code) {
+            machine->asked.insert(name);
+            value = number;
+            return host::answer::found;
+        }
+    return machine->missing;
+}
+
+host::answer give_loads(host::load_visitor* visit, void* context)
+{
+    if (!machine->loads)
+        return machine->missing;
+    for (const auto& load : *machine->loads)
+        visit(context, load);
+    return host::answer::found;
+}
+
+constexpr host::source made_up = {
+    give_selector,
+    [](host::processor_identity& identity) { return give(machine->processor, identity); },
+    [](host::sysctl_name name, host::text& value) {
+        return give_text(name == host::sysctl_name::hw_model ? machine->model : machine->host_name, value);
+    },
+    give_loads,
+    [](std::uint64_t& bytes) { return give(machine->page_size, bytes); },
+    [](host::page_counts& counts) { return give(machine->pages, counts); },
+    [](host::volume& start_up) { return give(machine->volume, start_up); },
+    [](host::text& value) { return give_text(machine->computer_name, value); },
+    [](std::uint32_t& flags) { return give(machine->reachability, flags); },
+    [](host::uuid_bytes& bytes) { return give(machine->uuid, bytes); },
+};
+
+} // namespace
+
+MadeUpFacts::MadeUpFacts()
+{
+    machine = this;
+    host::replace_facts(&made_up);
+}
+
+MadeUpFacts::~MadeUpFacts()
+{
+    host::replace_facts(nullptr);
+}
+
+host::processor_identity processor_code(std::int32_t code)
+{
+    return {false, code, {}};
+}
+
+host::processor_identity processor_name(const std::string& name)
+{
+    host::processor_identity identity{true, 0, {}};
+    std::strcpy(identity.name.data(), name.c_str());
+    return identity;
+}

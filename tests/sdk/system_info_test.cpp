@@ -1,0 +1,280 @@
+// The text rules of the machine facts, on machines that are made up.
+#include "AnalyticsSDK/SystemInfo.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "AnalyticsSDK/Identity.h"
+#include "made_up_facts.h"
+#include "support/child.h"
+#include "support/death.h"
+#include "support/scratch.h"
+
+using namespace AnalyticsSDK;
+
+namespace {
+
+using Probe = std::int32_t(char*, unsigned int);
+
+constexpr char untouched[] = "untouched";
+
+// The text of a probe, after its status when that is not 0.
+std::string read(Probe* probe, unsigned int size = 64)
+{
+    char buffer[300] = "untouched";
+    const std::int32_t status = probe(buffer, size);
+    return status == 0 ? buffer : std::to_string(status) + " " + buffer;
+}
+
+MadeUpFacts& old_machine(MadeUpFacts& facts)
+{
+    facts.selectors = {{"sysv", 0x1040}, {"sys1", 10},   {"sys2", 4},   {"sys3", 11},
+                       {"sysa", 2},      {"mclk", 1800}, {"ramm", 2048}};
+    facts.processor = processor_code(0x139);
+    facts.model = "PowerMac7,2";
+    facts.host_name = "office-mac.local";
+    facts.computer_name = "Front Desk";
+    facts.loads = {{100, 50, 900}, {0, 0, 0}};
+    facts.page_size = 4096;
+    facts.pages = {156785, 200000, 100000, 67439};
+    facts.volume = {4096, 39038085, 9794921};
+    facts.uuid = {0x6f, 0x1c, 0x2a, 0x90, 0x3b, 0x7e, 0x4d, 0x25, 0x9a, 0x61, 0x0c, 0x4e, 0x8b, 0x7d, 0x2f, 0x13};
+    return facts;
+}
+
+const struct
+{
+    Probe* probe;
+    const char* text;
+} old_machine_texts[] = {
+    {GetOSVersion, "10.4.11"},
+    {GetCPUType, "PPC G5"},
+    {GetCPUClockSpeed, "1800 MHz"},
+    {GetCPUUsage, "14.29%"},
+    {GetTotalRAM, "2048 MB"},
+    {GetTotalVirtualMemory, "2047.75 MB"},
+    {GetFreeVirtualMemory, "612.44 MB"},
+    {GetTotalHardDrive, "159.90 GB"},
+    {GetFreeHardDrive, "40.12 GB"},
+    {GetUUID, "6f1c2a90-3b7e-4d25-9a61-0c4e8b7d2f13"},
+};
+
+const struct
+{
+    Probe* probe;
+    const char* text;
+} constants[] = {{GetOSName, "mac"},
+                 {GetManufacturer, "Apple"},
+                 {GetBIOS, "Apple"},
+                 {GetFreeRAM, "0 MB"},
+                 {GetArchitectureType, "ppc"}};
+
+const struct
+{
+    Probe* probe;
+    const char* text;
+} names[] = {{GetModel, "PowerMac7,2"}, {GetDomainWorkGroup, "office-mac.local"}, {GetSystemName, "Front Desk"}};
+
+} // namespace
+
+TEST(SystemInfo, FormattedTextThatDoesNotFitIsTheEmptyTextAndNoFailure)
+{
+    MadeUpFacts facts;
+    old_machine(facts);
+    for (const auto& [probe, text] : old_machine_texts) {
+        const auto fits = static_cast<unsigned int>(std::strlen(text)) + 1;
+        EXPECT_EQ(read(probe, fits), text);
+        EXPECT_EQ(read(probe, fits - 1), "") << text;
+    }
+    EXPECT_EQ(read(GetTotalRAM, 4), "");
+}
+
+TEST(SystemInfo, NamesThatDoNotFitAreAFailedCallAndLeaveTheBufferAlone)
+{
+    MadeUpFacts facts;
+    old_machine(facts);
+    for (const auto& [probe, text] : names) {
+        const auto fits = static_cast<unsigned int>(std::strlen(text)) + 1;
+        EXPECT_EQ(read(probe, fits), text);
+        EXPECT_EQ(read(probe, fits - 1), std::string("2 ") + untouched);
+    }
+}
+
+TEST(SystemInfoDeathTest, ConstantsThatDoNotFitAbort)
+{
+    MadeUpFacts facts;
+    old_machine(facts);
+    for (const auto& [probe, text] : constants)
+        EXPECT_EQ(read(probe, static_cast<unsigned int>(std::strlen(text)) + 1), text);
+    EXPECT_ASSERTION(read(GetOSName, 3), "inc/lumo/tova/text.cpp", "false");
+    EXPECT_ASSERTION(read(GetArchitectureType, 3), "inc/lumo/tova/text.cpp", "false");
+}
+
+TEST(SystemInfo, AnswersOtherThanFoundLeaveTheBufferAlone)
+{
+    MadeUpFacts facts;
+    const auto expect = [&](Probe* probe, int failed, int unsupported) {
+        facts.missing = host::answer::failed;
+        EXPECT_EQ(read(probe), std::to_string(failed) + " untouched");
+        facts.missing = host::answer::unsupported;
+        EXPECT_EQ(read(probe), std::to_string(unsupported) + " untouched");
+    };
+    expect(GetOSVersion, 402, 402);
+    for (Probe* probe : {GetModel, GetArchitectureType, GetCPUType, GetCPUClockSpeed, GetCPUUsage, GetTotalRAM,
+                         GetTotalHardDrive, GetFreeHardDrive, GetDomainWorkGroup, GetSystemName})
+        expect(probe, 2, 1);
+    for (Probe* probe : {GetTotalVirtualMemory, GetFreeVirtualMemory}) {
+        expect(probe, 2, 2);
+        facts.page_size = 4096; // one of the two queries is not enough
+        expect(probe, 2, 2);
+        facts.page_size.reset();
+        facts.pages = {1, 2, 3, 4};
+        expect(probe, 2, 2);
+        facts.pages.reset();
+    }
+    expect(GetHardDriveSerialNumber, 1, 1);
+}
+
+TEST(SystemInfo, VersionsBelow10_4AreUnpackedAndLaterOnesReadInThreeParts)
+{
+    const struct
+    {
+        std::map<std::string, std::int32_t> selectors;
+        const char* text;
+    } cases[] = {
+        {{{"sysv", 0x1039}}, "10.3.9"},
+        {{{"sysv", 0x0922}}, "9.2.2"},
+        {{{"sysv", 0x103F}}, "10.3.15"},
+        {{{"sysv", 0x1039}, {"sys1", 1}, {"sys2", 2}, {"sys3", 3}}, "10.3.9"},
+        {{{"sysv", 0x1040}, {"sys1", 10}, {"sys2", 4}, {"sys3", 0}}, "10.4.0"},
+        {{{"sysv", 0x1049}, {"sys1", 10}, {"sys2", 4}, {"sys3", 11}}, "10.4.11"},
+        {{{"sysv", 0x7FFF}, {"sys1", 6}, {"sys2", 18}, {"sys3", 144}}, "6.18.144"},
+        {{{"sys1", 10}, {"sys2", 4}, {"sys3", 0}}, "402 untouched"},
+        {{{"sysv", 0x1040}, {"sys2", 4}, {"sys3", 0}}, "402 untouched"},
+        {{{"sysv", 0x1040}, {"sys1", 10}, {"sys3", 0}}, "402 untouched"},
+        {{{"sysv", 0x1040}, {"sys1", 10}, {"sys2", 4}}, "402 untouched"},
+    };
+    for (const auto& [selectors, text] : cases) {
+        MadeUpFacts facts;
+        facts.selectors = selectors;
+        EXPECT_EQ(read(GetOSVersion), text);
+        if (text == std::string("10.3.9"))
+            EXPECT_EQ(facts.asked, std::set<std::string>{"sysv"});
+    }
+}
+
+TEST(SystemInfo, ProcessorCodesNameTheirFamilyAndUnknownOnesNothing)
+{
+    const std::map<std::int32_t, const char*> known = {
+        {0, "680x0"},       {1, "680x0"},       {2, "680x0"},       {3, "680x0"},       {4, "680x0"},
+        {0x101, "PPC 601"}, {0x103, "PPC 603"}, {0x106, "PPC 603"}, {0x107, "PPC 603"}, {0x104, "PPC 604"},
+        {0x109, "PPC 604"}, {0x10A, "PPC 604"}, {0x108, "PPC G3"},  {0x120, "PPC G3"},  {0x10C, "PPC G4"},
+        {0x110, "PPC G4"},  {0x111, "PPC G4"},  {0x112, "PPC G4"},  {0x139, "PPC G5"},  {0x13C, "PPC G5"},
+    };
+    MadeUpFacts facts;
+    const auto expect = [&](std::int32_t code) {
+        facts.processor = processor_code(code);
+        const auto found = known.find(code);
+        EXPECT_EQ(read(GetCPUType), found == known.end() ? "" : found->second) << code;
+    };
+    for (std::int32_t code = -3; code < 0x200; ++code)
+        expect(code);
+    expect(INT_MIN);
+    expect(INT_MAX);
+}
+
+TEST(SystemInfo, AProcessorsNameIsWrittenAsTheSystemGivesIt)
+{
+    MadeUpFacts facts;
+    facts.processor = processor_name("100%s AMD \xC3\x89PYC");
+    EXPECT_EQ(read(GetCPUType), "100%s AMD \xC3\x89PYC");
+}
+
+TEST(SystemInfo, ArchitectureCodesHaveNames)
+{
+    const std::map<std::int32_t, const char*> known = {{1, "68K"}, {2, "ppc"}, {10, "x86"}};
+    MadeUpFacts facts;
+    for (std::int32_t code = -2; code < 20; ++code) {
+        facts.selectors["sysa"] = code;
+        EXPECT_EQ(read(GetArchitectureType), known.contains(code) ? known.at(code) : "unknown") << code;
+    }
+}
+
+TEST(SystemInfo, UsageIsTheShareSinceTheStartOverAllProcessors)
+{
+    MadeUpFacts facts;
+    const std::uint64_t large = 0xFFFFFFFFu;
+    facts.loads = {{large, large, large}, {large, large, large}};
+    EXPECT_EQ(read(GetCPUUsage), "66.67%");
+    facts.loads = {{0, 0, 1}};
+    EXPECT_EQ(read(GetCPUUsage), "0.00%");
+    facts.loads = {{3, 4, 0}};
+    EXPECT_EQ(read(GetCPUUsage), "100.00%");
+    facts.loads.emplace();
+    volatile double none = 0;
+    char as_printed[16];
+    std::snprintf(as_printed, sizeof as_printed, "%.2f%%", none / (none / 100));
+    EXPECT_EQ(read(GetCPUUsage), as_printed);
+}
+
+TEST(SystemInfo, FreeMemoryStartsOverAt4GiBAndTheTotalDoesNot)
+{
+    MadeUpFacts facts;
+    facts.page_size = 4096;
+    facts.pages = {1048576 + 256, 0, 0, 0};
+    EXPECT_EQ(read(GetTotalVirtualMemory), "4097.00 MB");
+    EXPECT_EQ(read(GetFreeVirtualMemory), "1.00 MB");
+    facts.pages = {1048575, 1048576, 1048576, 1048576};
+    EXPECT_EQ(read(GetTotalVirtualMemory), "16384.00 MB");
+    EXPECT_EQ(read(GetFreeVirtualMemory), "4096.00 MB");
+}
+
+TEST(SystemInfo, VolumesAreMeasuredInDecimalGigabytes)
+{
+    MadeUpFacts facts;
+    facts.volume = {65536, 0x100000000, 15259};
+    EXPECT_EQ(read(GetTotalHardDrive), "281474.98 GB");
+    EXPECT_EQ(read(GetFreeHardDrive), "1.00 GB");
+}
+
+TEST(SystemInfo, TheZonesSignIsThatOfItsHours)
+{
+    const struct
+    {
+        const char* zone; // as POSIX writes it: hours west of Greenwich
+        const char* text;
+    } cases[] = {{"X0", "+00:00"},      {"X-1", "+01:00"},   {"X5", "-05:00"},     {"X-5:30", "+05:30"},
+                 {"X3:30", "-03:30"},   {"X0:30", "+00:30"}, {"X-0:30", "+00:30"}, {"X12", "-12:00"},
+                 {"X-12:45", "+12:45"}, {"X-14", "+14:00"}};
+    const char* before = std::getenv("TZ");
+    const std::string kept = before ? before : "";
+    for (const auto& [zone, text] : cases) {
+        setenv("TZ", zone, 1);
+        tzset();
+        EXPECT_EQ(read(GetTimeZone), text) << zone;
+        EXPECT_EQ(read(GetTimeZone, 6), "");
+    }
+    before ? setenv("TZ", kept.c_str(), 1) : unsetenv("TZ");
+    tzset();
+}
+
+TEST(SystemInfo, FractionsHaveAPointWhateverTheHostsLocale)
+{
+    support::ScratchFolder folder;
+    const auto made = support::run({"localedef", "-i", "de_DE", "-f", "UTF-8", folder.file("de_DE.UTF-8")});
+    setenv("LOCPATH", folder.path().c_str(), 1);
+    const bool set = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
+    unsetenv("LOCPATH");
+    if (!set)
+        GTEST_SKIP() << "no locale with a decimal comma can be made here: " << made.errors;
+    MadeUpFacts facts;
+    old_machine(facts);
+    const std::string printed = read(GetTotalHardDrive);
+    std::setlocale(LC_ALL, "C");
+    EXPECT_EQ(printed, "159.90 GB");
+}
