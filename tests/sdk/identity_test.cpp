@@ -1,9 +1,12 @@
 // Hashes, identifiers, reachability.
+
+// A generator without entropy can only be made with the calls that OpenSSL 3 calls old.
+#define OPENSSL_SUPPRESS_DEPRECATED
+
 #include "AnalyticsSDK/Identity.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
-#define OPENSSL_SUPPRESS_DEPRECATED
 #include <openssl/rand.h>
 #include <sched.h>
 

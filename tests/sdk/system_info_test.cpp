@@ -163,8 +163,10 @@ TEST(SystemInfo, VersionsBelow10_4AreUnpackedAndLaterOnesReadInThreeParts)
         MadeUpFacts facts;
         facts.selectors = selectors;
         EXPECT_EQ(read(GetOSVersion), text);
-        if (text == std::string("10.3.9"))
+        const auto packed = selectors.find("sysv");
+        if (packed != selectors.end() && packed->second < 0x1040) {
             EXPECT_EQ(facts.asked, std::set<std::string>{"sysv"});
+        }
     }
 }
 
@@ -248,9 +250,9 @@ TEST(SystemInfo, TheZonesSignIsThatOfItsHours)
     {
         const char* zone; // as POSIX writes it: hours west of Greenwich
         const char* text;
-    } cases[] = {{"X0", "+00:00"},      {"X-1", "+01:00"},   {"X5", "-05:00"},     {"X-5:30", "+05:30"},
-                 {"X3:30", "-03:30"},   {"X0:30", "+00:30"}, {"X-0:30", "+00:30"}, {"X12", "-12:00"},
-                 {"X-12:45", "+12:45"}, {"X-14", "+14:00"}};
+    } cases[] = {{"XXX0", "+00:00"},      {"XXX-1", "+01:00"},   {"XXX5", "-05:00"},     {"XXX-5:30", "+05:30"},
+                 {"XXX3:30", "-03:30"},   {"XXX0:30", "+00:30"}, {"XXX-0:30", "+00:30"}, {"XXX12", "-12:00"},
+                 {"XXX-12:45", "+12:45"}, {"XXX-14", "+14:00"}};
     const char* before = std::getenv("TZ");
     const std::string kept = before ? before : "";
     for (const auto& [zone, text] : cases) {

@@ -26,16 +26,16 @@ line_file::~line_file()
 bool line_file::next(std::string_view& line)
 {
     for (;;) {
-        const std::string_view held(buffer + begin, end - begin);
-        const std::size_t feed = held.find('\n');
+        const std::size_t held = end - begin;
+        const std::size_t feed = std::string_view(buffer + begin, held).find('\n');
         const bool ended = feed != std::string_view::npos;
-        const bool full = held.size() == sizeof buffer;
+        const bool full = held == sizeof buffer;
         if (!ended && !full && refill())
             continue;
-        if (held.empty())
+        if (held == 0)
             return false;
-        line = held.substr(0, feed);
-        begin += ended ? feed + 1 : held.size();
+        line = {buffer + begin, ended ? feed : held}; // refill() has moved `begin`
+        begin += ended ? feed + 1 : held;
         const bool rest_of_a_cut_line = passing_over;
         passing_over = full && !ended;
         if (!rest_of_a_cut_line)

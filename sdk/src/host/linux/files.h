@@ -11,7 +11,7 @@ namespace AnalyticsSDK::host::files {
 class line_file
 {
 public:
-    /// Opens `path` under the folder `root` ("" for the machine itself; a test has its recorded files elsewhere).
+    /// Opens `path` under the folder `root` ("" for the machine itself; a test has its sample machines elsewhere).
     line_file(const char* root, const char* path);
     line_file(const line_file&) = delete;
     line_file& operator=(const line_file&) = delete;

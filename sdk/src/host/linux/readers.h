@@ -1,5 +1,5 @@
 /// @file
-/// The Linux facts that come out of files. Each reader takes the folder that the files stand under, so that recordings
+/// The Linux facts that come out of files. Each reader takes the folder that the files stand under, so that samples
 /// of other machines can be read as well: "" is the machine itself.
 #pragma once
 
