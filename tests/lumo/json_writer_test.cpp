@@ -1,0 +1,210 @@
+#include "lumo/json_writer.h"
+
+#include "comma_locale.h"
+#include "lumo/simd.h"
+
+#include <climits>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <sys/mman.h>
+#include <unistd.h>
+
+using lumo::json_writer;
+using lumo::json_writer_array;
+
+namespace {
+
+constexpr const char* no_name = nullptr;
+
+template <class Writer = json_writer, class Members>
+std::string finished(bool compact, Members members, const char* name = nullptr)
+{
+    Writer writer(name, compact);
+    members(writer);
+    writer.finish();
+    return std::string(writer.text());
+}
+
+// The text of the one value that `value` gives as an array element.
+template <class Value>
+std::string as_element(Value value)
+{
+    const std::string text = finished<json_writer_array>(true, [&](auto& w) { w.element(no_name, value); });
+    return text.substr(2, text.size() - 4);
+}
+
+void a_and_b(json_writer& w)
+{
+    w.element("a", 1);
+    w.element("b", "x");
+}
+
+void one_and_two(json_writer_array& w)
+{
+    w.element(no_name, 1);
+    w.element(no_name, 2);
+}
+
+void nothing(json_writer&) {}
+
+} // namespace
+
+TEST(JsonWriter, SeparatesWithSpacesOrWithIndentedLines)
+{
+    EXPECT_EQ(finished(true, a_and_b), R"({ "a": 1, "b": "x" })");
+    EXPECT_EQ(finished(false, a_and_b), "{\r\n \"a\": 1,\r\n \"b\": \"x\"\r\n}");
+    EXPECT_EQ(finished(true, nothing), "{ }");
+    EXPECT_EQ(finished(false, nothing), "{\r\n}");
+    EXPECT_EQ(finished<json_writer_array>(true, one_and_two), "[ 1, 2 ]");
+    EXPECT_EQ(finished<json_writer_array>(true, nothing), "[ ]");
+    EXPECT_EQ(finished<json_writer_array>(false, one_and_two), "[\r\n 1,\r\n 2 ]");
+}
+
+TEST(JsonWriter, WrapsANamedObjectInAnother)
+{
+    EXPECT_EQ(finished(
+                  true, [](auto& w) { w.element("a", 1); }, "n"),
+              R"({ "n": { "a": 1 }})");
+    EXPECT_EQ(finished(
+                  false, [](auto& w) { w.element("a", 1); }, "n"),
+              "{\r\n\"n\": {\r\n \"a\": 1\r\n}}");
+    EXPECT_EQ(finished(true, nothing, "q\""), R"({ "q\"": { }})");
+}
+
+TEST(JsonWriter, PutsACommaBeforeTheFirstElementOfANamedArray)
+{
+    EXPECT_EQ(finished<json_writer_array>(true, one_and_two, "n"), R"( "n": [, 1, 2 ])");
+    EXPECT_EQ(finished<json_writer_array>(false, one_and_two, "n"), "\r\n\"n\": [,\r\n 1,\r\n 2 ]");
+}
+
+TEST(JsonWriter, EscapesFiveBytesAndNoOther)
+{
+    EXPECT_EQ(as_element(""), "\"\"");
+    EXPECT_EQ(as_element("\"\\\n\r\t"), R"("\"\\\n\r\t")");
+    EXPECT_EQ(as_element<const char*>(nullptr), "null");
+    for (int byte = 1; byte < 256; ++byte) {
+        const char text[] = {'a', static_cast<char>(byte), 'z', '\0'};
+        const std::string escaped = std::string("\"\\\n\r\t").find(text[1]) != std::string::npos ? "\\" : "";
+        const char shown = byte == '\n' ? 'n' : byte == '\r' ? 'r' : byte == '\t' ? 't' : text[1];
+        EXPECT_EQ(as_element(text), "\"a" + escaped + shown + "z\"") << byte;
+    }
+    EXPECT_EQ(finished(true, [](auto& w) { w.element("a\tb", true); }), R"({ "a\tb": true })");
+}
+
+TEST(JsonWriter, WritesEveryKindOfValue)
+{
+    EXPECT_EQ(as_element(true) + as_element(false), "truefalse");
+    EXPECT_EQ(as_element(0), "0");
+    EXPECT_EQ(as_element(-7), "-7");
+    EXPECT_EQ(as_element(255), "255");
+    EXPECT_EQ(as_element(INT_MIN), "-2147483648");
+    EXPECT_EQ(as_element(1LL << 40), "1099511627776");
+    EXPECT_EQ(as_element(LLONG_MIN), "-9223372036854775808");
+    EXPECT_EQ(as_element(LLONG_MAX), "9223372036854775807");
+    EXPECT_EQ(as_element(3.0), "3");
+    EXPECT_EQ(as_element(0.1), "0.1");
+    EXPECT_EQ(as_element(1234567.0), "1.23457e+06");
+    EXPECT_EQ(as_element(1e20), "1e+20");
+    EXPECT_EQ(as_element(-std::numeric_limits<double>::infinity()), "-inf");
+    EXPECT_EQ(as_element(std::copysign(std::nan(""), 1.0)), "nan");
+}
+
+TEST(JsonWriter, CopiesAChildAsItStands)
+{
+    json_writer child(nullptr, true);
+    child.element("k", true);
+    child.finish();
+    EXPECT_EQ(finished(true, [&](auto& w) { w.element("o", &child); }), R"({ "o": { "k": true } })");
+    EXPECT_EQ(finished(true, [](auto& w) { w.element("o", static_cast<json_writer*>(nullptr)); }), R"({ "o":  })");
+    EXPECT_EQ(finished<json_writer_array>(true, [&](auto& w) { w.element(no_name, &child); }), R"([ { "k": true } ])");
+}
+
+TEST(JsonWriter, FinishesOnceAndTakesMembersAfterwardsUnchecked)
+{
+    json_writer writer(nullptr, true);
+    writer.finish();
+    writer.finish();
+    EXPECT_EQ(writer.text(), "{ }");
+    writer.element("late", 1);
+    EXPECT_EQ(writer.text(), R"({ } "late": 1)");
+
+    json_writer_array array(nullptr, true);
+    array.finish();
+    array.finish();
+    EXPECT_EQ(array.text(), "[ ]");
+}
+
+TEST(JsonWriter, DoesNotCareForTheHostsLocale)
+{
+    const CommaLocale german;
+    EXPECT_EQ(as_element(0.5), "0.5");
+    EXPECT_EQ(as_element(1234.5678e-12), "1.23457e-09");
+    EXPECT_EQ(as_element(1234567), "1234567");
+}
+
+// Names and values of every length around the steps in which room grows and text is scanned.
+TEST(JsonWriter, GrowsWithoutLosingAByte)
+{
+    json_writer writer(nullptr, true);
+    std::string expected = "{";
+    for (std::size_t length = 0; length < 300; ++length) {
+        const std::string name(length, 'n'), value = std::string(length, 'v') + "\n";
+        writer.element(name.c_str(), value.c_str());
+        expected += (length == 0 ? " \"" : ", \"") + name + "\": \"" + std::string(length, 'v') + "\\n\"";
+    }
+    writer.element("huge", std::string(1 << 20, '"').c_str());
+    expected += ", \"huge\": \"";
+    for (int i = 0; i < 1 << 20; ++i)
+        expected += "\\\"";
+    writer.finish();
+    EXPECT_EQ(writer.text(), expected + "\" }");
+}
+
+namespace {
+
+std::string copy_with(lumo::simd::copied (*copy)(const char*, char*, const char*), const char* in, std::size_t step)
+{
+    std::string result;
+    const auto room = std::make_unique<char[]>(step);
+    while (in != nullptr) {
+        const lumo::simd::copied done = copy(in, room.get(), room.get() + step);
+        result.append(room.get(), done.out);
+        in = done.in;
+    }
+    return result;
+}
+
+} // namespace
+
+TEST(EscapedCopy, GivesWhatThePlainFormGives)
+{
+    std::mt19937 random(7);
+    const std::string alphabet = std::string("\"\\\n\r\t\x01\x0b\x0c\x0e\x1f !#[]~\x7f\x80\xff") + "abcdefghijklmnop";
+    for (int round = 0; round < 20000; ++round) {
+        std::string text(random() % 70, ' ');
+        const unsigned plain = random() % 3;
+        for (char& c : text)
+            c = plain == 0 ? alphabet[random() % alphabet.size()] : random() % 20 ? 'x' : '"';
+        const std::size_t step = 32 + random() % 60;
+        ASSERT_EQ(copy_with(lumo::simd::copy_escaped, text.c_str(), step),
+                  copy_with(lumo::simd::copy_escaped_plain, text.c_str(), step));
+    }
+}
+
+TEST(EscapedCopy, NeverReadsIntoTheNextPage)
+{
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    char* end = static_cast<char*>(memory) + page;
+    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+    for (std::size_t length = 0; length < 40; ++length) {
+        char* text = end - 1 - length;
+        std::fill_n(text, length, length % 2 ? 'x' : '\n');
+        EXPECT_EQ(as_element<const char*>(text).size(), 2 + length * (length % 2 ? 1 : 2));
+    }
+    munmap(memory, 2 * page);
+}

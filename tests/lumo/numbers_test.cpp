@@ -1,0 +1,148 @@
+#include "lumo/common.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <random>
+
+namespace {
+
+std::string general(double value)
+{
+    char text[lumo::number_room];
+    return {text, lumo::write_general(text, value)};
+}
+
+std::string printed(double value)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
+#define EXPECT_AS_PRINTED(number)                                                                                      \
+    do {                                                                                                               \
+        const double value_printed = number;                                                                           \
+        ASSERT_EQ(general(value_printed), printed(value_printed)) << std::bit_cast<std::uint64_t>(value_printed);      \
+    } while (false)
+
+} // namespace
+
+TEST(Integers, HaveSignFillAndDigitsInAnyBase)
+{
+    static const struct
+    {
+        long long value;
+        int base, width;
+        char fill;
+        const char* text;
+    } cases[] = {
+        {0, 10, 1, '0', "0"},
+        {0, 10, 3, ' ', "   "},
+        {0, 2, 1, 'x', "x"},
+        {-7, 10, 1, '0', "-7"},
+        {-7, 10, 4, '0', "-007"},
+        {-7, 10, 4, ' ', "-  7"},
+        {-7, 10, 2, '0', "-7"},
+        {255, 16, 1, '0', "ff"},
+        {255, 2, 10, '0', "0011111111"},
+        {-255, 16, 1, '0', "-ff"},
+        {12345, 10, 3, '0', "12345"},
+        {LLONG_MIN, 10, 1, '0', "-9223372036854775808"},
+        {LLONG_MIN, 2, 1, '0', "-1000000000000000000000000000000000000000000000000000000000000000"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(lumo::write<long long>(c.value, c.base, c.width, c.fill), c.text);
+    EXPECT_EQ(lumo::write(INT_MIN, 10, 1, '0'), "-2147483648");
+    EXPECT_EQ(lumo::write(INT_MIN, 16, 12, '0'), "-00080000000");
+}
+
+TEST(Integers, OfADocumentAreThoseOfBaseTen)
+{
+    std::mt19937_64 random(3);
+    for (int i = 0; i < 20000; ++i) {
+        const auto value = static_cast<long long>(random() >> random() % 64) * (i % 2 ? 1 : -1);
+        char text[lumo::number_room];
+        ASSERT_EQ(std::string(text, lumo::write_decimal(text, value)), lumo::write(value, 10, 1, '0'));
+    }
+}
+
+TEST(IntegersDeathTest, NeedAKnownBaseAndAWidth)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const char* base = "inc/lumo/common\\.h:119: failed assertion `base >= 2 && base <= 16'\n";
+    EXPECT_DEATH(lumo::write(1, 1, 1, '0'), base);
+    EXPECT_DEATH(lumo::write(1LL, 17, 1, '0'), base);
+    EXPECT_DEATH(lumo::write(1, 10, 0, '0'), "inc/lumo/common\\.h:120: failed assertion `width >= 1'\n");
+}
+
+TEST(Doubles, ArePrintedWithSixSignificantDigits)
+{
+    for (const double value : {0.0,
+                               -0.0,
+                               0.5,
+                               -0.5,
+                               3.0,
+                               0.1,
+                               0.3,
+                               100000.0,
+                               999999.0,
+                               999999.4,
+                               999999.5,
+                               1e6,
+                               1234567.0,
+                               0.0001,
+                               0.00001,
+                               0.000099999949,
+                               1e20,
+                               1e21,
+                               1e22,
+                               1e23,
+                               1e-16,
+                               9.99999e-17,
+                               1e-300,
+                               1e300,
+                               5e-324,
+                               std::numeric_limits<double>::max(),
+                               std::numeric_limits<double>::infinity(),
+                               -std::numeric_limits<double>::infinity(),
+                               std::nan(""),
+                               -std::nan("")})
+        EXPECT_AS_PRINTED(value);
+}
+
+TEST(Doubles, OfAnyBitsAreWhatPrintfGives)
+{
+    std::mt19937_64 random(11);
+    for (int i = 0; i < 300000; ++i)
+        EXPECT_AS_PRINTED(std::bit_cast<double>(random()));
+}
+
+// Where rounding is hard: halves between two six-digit numbers, powers of ten, and the neighbours of both.
+TEST(Doubles, NearATieOrAPowerOfTenAreWhatPrintfGives)
+{
+    std::mt19937_64 random(13);
+    for (int i = 0; i < 300000; ++i) {
+        const int power = static_cast<int>(random() % 60) - 30;
+        const double digits = static_cast<double>(random() % 900000 + 100000);
+        double value = (digits + (i % 3 == 0 ? 0.5 : 0.0)) * std::pow(10.0, power);
+        if (i % 7 == 0)
+            value = std::pow(10.0, power);
+        for (int step = static_cast<int>(random() % 4); step > 0; --step)
+            value = std::nextafter(value, random() % 2 ? 0 : HUGE_VAL);
+        EXPECT_AS_PRINTED(i % 2 ? value : -value);
+    }
+}
+
+TEST(Doubles, OfFewDigitsAreWhatPrintfGives)
+{
+    for (int hundredths = -200000; hundredths < 200000; ++hundredths)
+        EXPECT_AS_PRINTED(hundredths / 128.0);
+    for (int thousandths = 0; thousandths < 200000; ++thousandths)
+        EXPECT_AS_PRINTED(thousandths / 1000.0);
+}

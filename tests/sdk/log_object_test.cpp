@@ -1,0 +1,134 @@
+#include "AnalyticsSDK/LogObject.h"
+
+#include <gtest/gtest.h>
+
+using AnalyticsSDK::LogArray;
+using AnalyticsSDK::LogObject;
+
+namespace {
+
+// Documents whose writer can be taken away, as nothing in the library does.
+struct BareObject : LogObject
+{
+    BareObject() { m_writer.reset(); }
+};
+
+struct BareArray : LogArray
+{
+    BareArray() { m_arrayWriter.reset(); }
+};
+
+std::string text(const LogArray& array)
+{
+    return std::string(array.GetArrayWriter()->text());
+}
+
+} // namespace
+
+TEST(LogObject, WritesATypicalEvent)
+{
+    LogArray list;
+    EXPECT_EQ(list.AddInt(1) + list.AddInt(2) + list.EndObject(), 3u);
+    LogObject child;
+    EXPECT_EQ(child.AddBoolean("b", true) + child.EndObject(), 2u);
+    LogObject event;
+    EXPECT_EQ(event.AddString("name", "x"), 1u);
+    EXPECT_EQ(event.AddString("k", nullptr), 1u);
+    EXPECT_EQ(event.AddInt("n", 5), 1u);
+    EXPECT_EQ(event.AddInt64("m", -(1LL << 40)), 1u);
+    EXPECT_EQ(event.AddDouble("d", 0.5), 1u);
+    EXPECT_EQ(event.AddArray("list", &list), 1u);
+    EXPECT_EQ(event.AddObject("o", &child), 1u);
+    EXPECT_EQ(event.EndObject(), 1u);
+    EXPECT_EQ(event.ToString(), R"({ "name": "x", "k": null, "n": 5, "m": -1099511627776, "d": 0.5, )"
+                                R"("list": [ 1, 2 ], "o": { "b": true } })");
+}
+
+TEST(LogObject, KeepsTheTextOfAChildThatIsGone)
+{
+    LogObject parent;
+    {
+        LogObject child;
+        child.AddString("k", "v");
+        child.EndObject();
+        parent.AddObject("o", &child);
+    }
+    parent.EndObject();
+    EXPECT_EQ(parent.ToString(), R"({ "o": { "k": "v" } })");
+}
+
+TEST(LogObject, CopiesAnUnendedChildWithoutItsBracket)
+{
+    LogObject parent, child;
+    child.AddInt("k", 1);
+    parent.AddObject("o", &child);
+    EXPECT_EQ(parent.ToString(), R"({ "o": { "k": 1)");
+}
+
+TEST(LogArray, WritesElementsOfEveryKind)
+{
+    LogObject object;
+    object.EndObject();
+    LogArray inner, array;
+    inner.EndObject();
+    EXPECT_EQ(array.AddString("x") + array.AddString(nullptr) + array.AddInt(-1) + array.AddInt64(1LL << 40), 4u);
+    EXPECT_EQ(array.AddDouble(1e20) + array.AddBoolean(false) + array.AddObject(&object) + array.AddArray(&inner), 4u);
+    EXPECT_EQ(array.EndObject(), 1u);
+    EXPECT_EQ(text(array), R"([ "x", null, -1, 1099511627776, 1e+20, false, { }, [ ] ])");
+}
+
+TEST(LogArray, ConvertsItsUnusedObject)
+{
+    LogArray array;
+    array.AddInt(1);
+    array.EndObject();
+    EXPECT_EQ(array.ToString(), "{");
+    EXPECT_EQ(array.ToWString(), L"{");
+    EXPECT_EQ(static_cast<LogObject&>(array).EndObject(), 1u);
+    EXPECT_EQ(array.ToString(), "{ }");
+}
+
+TEST(LogObject, ConvertsToWideCharacters)
+{
+    LogObject object;
+    object.AddString("k", "a\xC3\xA9\xF0\x9F\x98\x80");
+    object.EndObject();
+    EXPECT_EQ(object.ToWString(), L"{ \"k\": \"a\u00E9\U0001F600\" }");
+    EXPECT_EQ(BareObject().ToString(), "");
+    EXPECT_EQ(BareObject().ToWString(), L"");
+}
+
+TEST(LogObject, RefusesWithoutAWriterOfItsOwn)
+{
+    BareObject bare;
+    LogObject child;
+    LogArray array;
+    EXPECT_EQ(bare.AddString("k", "v") | bare.AddInt("k", 1) | bare.AddInt64("k", 1) | bare.AddDouble("k", 1), 0u);
+    EXPECT_EQ(bare.AddBoolean("k", true) | bare.AddObject("k", &child) | bare.AddArray("k", &array), 0u);
+    EXPECT_EQ(bare.EndObject(), 0u);
+    BareArray elements;
+    EXPECT_EQ(elements.AddString("v") | elements.AddInt(1) | elements.AddInt64(1) | elements.AddDouble(1), 0u);
+    EXPECT_EQ(elements.AddBoolean(true) | elements.AddObject(&child) | elements.AddArray(&array), 0u);
+    EXPECT_EQ(elements.EndObject(), 0u);
+}
+
+TEST(LogObject, CountsAChildWithoutAWriterAsDoneWhereAnArrayRefusesIt)
+{
+    BareObject bare;
+    BareArray bare_array;
+    LogObject object;
+    EXPECT_EQ(object.AddObject("k", &bare), 1u);
+    EXPECT_EQ(object.AddArray("k", &bare_array), 1u);
+    EXPECT_EQ(object.ToString(), "{");
+    LogArray array;
+    EXPECT_EQ(array.AddObject(&bare) | array.AddArray(&bare_array) | array.AddObject(nullptr) | array.AddArray(nullptr),
+              0u);
+    EXPECT_EQ(text(array), "[");
+}
+
+TEST(LogArray, IsDeletedThroughAnObjectPointer)
+{
+    std::unique_ptr<LogObject> document(new LogArray);
+    static_cast<LogArray&>(*document).AddString(std::string(5000, 'x').c_str());
+    document.reset(); // a leak checker sees what stays behind
+}
