@@ -49,6 +49,8 @@ public:
     ~WebClient() override;
     void Process() override;
 
+    /// Starts the thread. Init() is what an owner calls.
+    bool start() override;
     /// Asks the thread to stop and ends its wait for activity. Close() is what an owner calls.
     void stop() override;
 
@@ -93,6 +95,7 @@ private:
     CProxyManager proxyManager;
     CCredentialStore credentialStore;
     lumo::mutex certificateLock{true};
+    bool bStarted = false;
 };
 
 } // namespace AnalyticsSDK

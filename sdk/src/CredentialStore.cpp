@@ -1,0 +1,116 @@
+#include "AnalyticsSDK/CredentialStore.h"
+
+#include "Secret.h"
+
+#include <openssl/crypto.h>
+
+namespace AnalyticsSDK {
+namespace {
+
+bool IsEmpty(const char* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+} // namespace
+
+// Growing to the capacity never moves the text, so every byte that it occupies is in reach.
+void WipeText(std::string& text) noexcept
+{
+    text.resize(text.capacity());
+    OPENSSL_cleanse(text.data(), text.size());
+    text.clear();
+}
+
+CUserCredentials::CUserCredentials() = default;
+CUserCredentials::CUserCredentials(const CUserCredentials&) = default;
+
+CUserCredentials& CUserCredentials::operator=(const CUserCredentials& other)
+{
+    if (this != &other) {
+        WipeText(strPassword);
+        strUserName = other.strUserName;
+        strPassword = other.strPassword;
+    }
+    return *this;
+}
+
+CUserCredentials::~CUserCredentials()
+{
+    WipeText(strPassword);
+}
+
+std::string DescribeCredentials(const CUserCredentials& credentials)
+{
+    return credentials.strUserName + ":*****";
+}
+
+CUserCredentialsMap::CUserCredentialsMap() = default;
+
+CUserCredentialsMap::~CUserCredentialsMap()
+{
+    clear();
+}
+
+void CUserCredentialsMap::clear()
+{
+    for (auto& [proxy, credentials] : *this)
+        delete credentials;
+    std::map<std::string, CUserCredentials*>::clear();
+}
+
+ICredentialStore::~ICredentialStore() = default;
+CCredentialStore::CCredentialStore() = default;
+CCredentialStore::~CCredentialStore() = default;
+
+bool CCredentialStore::HasCredentials(const char* proxy)
+{
+    return GetUserCredentials(proxy) != nullptr;
+}
+
+// An unknown proxy leaves an entry without a record behind, which reads as no login; that is meant.
+CUserCredentials* CCredentialStore::GetUserCredentials(const char* proxy)
+{
+    if (IsEmpty(proxy))
+        return nullptr;
+    lumo::scoped_lock hold(lock);
+    return mapCredentials[proxy];
+}
+
+bool CCredentialStore::AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials)
+{
+    if (IsEmpty(proxy) || !credentials)
+        return false;
+    lumo::scoped_lock hold(lock);
+    RemoveCredentials(proxy);
+    CUserCredentials*& record = mapCredentials[proxy];
+    record = credentials.Detach();
+    return true;
+}
+
+bool CCredentialStore::RemoveCredentials(const char* proxy)
+{
+    if (IsEmpty(proxy))
+        return false;
+    lumo::scoped_lock hold(lock);
+    auto entry = mapCredentials.find(proxy);
+    if (entry != mapCredentials.end()) {
+        delete entry->second;
+        mapCredentials.erase(entry);
+    }
+    return true;
+}
+
+bool CCredentialStore::CopyUserCredentials(const char* proxy, CUserCredentials& out)
+{
+    if (IsEmpty(proxy))
+        return false;
+    lumo::scoped_lock hold(lock);
+    auto entry = mapCredentials.find(proxy);
+    if (entry == mapCredentials.end() || entry->second == nullptr)
+        return false;
+    out = *entry->second;
+    return true;
+}
+
+} // namespace AnalyticsSDK

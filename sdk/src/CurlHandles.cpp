@@ -1,0 +1,265 @@
+#include "CurlHandles.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "AnalyticsSDK/Identity.h"
+#include "TransferOptions.h"
+#include "lumo/percent.h"
+
+namespace AnalyticsSDK {
+
+CurlPostData::~CurlPostData()
+{
+    curl_formfree(pFirst);
+    pFirst = pLast = nullptr;
+}
+
+bool CurlPostData::AddField(const std::string& name, const std::string& value)
+{
+    return CURL_FORMADD_OK == curl_formadd(&pFirst, &pLast, CURLFORM_COPYNAME, name.c_str(), CURLFORM_NAMELENGTH,
+                                           static_cast<long>(name.size()), CURLFORM_COPYCONTENTS, value.c_str(),
+                                           CURLFORM_CONTENTLEN, static_cast<curl_off_t>(value.size()), CURLFORM_END);
+}
+
+CurlHttpHeaders::~CurlHttpHeaders()
+{
+    curl_slist_free_all(pList);
+    pList = nullptr;
+}
+
+void CurlHttpHeaders::AddHeader(const char* line)
+{
+    if (curl_slist* grown = curl_slist_append(pList, line))
+        pList = grown;
+}
+
+void CurlHttpHeaders::SetHeader(const char* name, const char* value)
+{
+    if (*name != '\0' && *value != '\0')
+        AddHeader((std::string(name) + ": " + value).c_str());
+}
+
+CurlEasyHandle::CurlEasyHandle() : hCurl(curl_easy_init()) {}
+
+// libcurl lets go of the buffers before they are freed.
+CurlEasyHandle::~CurlEasyHandle()
+{
+    curl_easy_cleanup(hCurl);
+    hCurl = nullptr;
+    pErrorBuffer.Reset();
+    spPostData.Reset();
+    spHttpHeaders.Reset();
+    CloseStream();
+    spStream.Reset();
+}
+
+char* CurlEasyHandle::GetErrorBuffer()
+{
+    if (!pErrorBuffer)
+        pErrorBuffer.Reset(new char[CURL_ERROR_SIZE]());
+    return pErrorBuffer.Get();
+}
+
+curl_slist** CurlEasyHandle::GetHttpHeaders()
+{
+    if (!spHttpHeaders)
+        spHttpHeaders.Reset(new CurlHttpHeaders);
+    return &spHttpHeaders->pList;
+}
+
+CurlPostData* CurlEasyHandle::GetPostData()
+{
+    if (!spPostData)
+        spPostData.Reset(new CurlPostData);
+    return spPostData.Get();
+}
+
+std::ostream* CurlEasyHandle::OpenStringStream()
+{
+    spStream.Reset(new std::ostringstream);
+    return spStream.Get();
+}
+
+std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
+{
+    strFilePath = path;
+    auto* file = new std::ofstream;
+    spStream.Reset(file);
+    file->open(strFilePath, std::ios::out | std::ios::binary | std::ios::trunc);
+    return file;
+}
+
+void CurlEasyHandle::CloseStream()
+{
+    if (!spStream)
+        return;
+    spStream->flush();
+    auto* file = dynamic_cast<std::ofstream*>(spStream.Get());
+    if (file && file->is_open())
+        file->close();
+}
+
+CurlEasyHandleArray::~CurlEasyHandleArray()
+{
+    for (CurlEasyHandle* handle : *this)
+        delete handle;
+    clear();
+}
+
+CurlMultiHandle::CurlMultiHandle() : hMulti(curl_multi_init()) {}
+
+CurlMultiHandle::~CurlMultiHandle()
+{
+    curl_multi_cleanup(hMulti);
+    hMulti = nullptr;
+}
+
+void CurlMultiHandle::AddEasyHandle(CurlEasyHandle* handle)
+{
+    {
+        lumo::scoped_lock hold(lock);
+        arrQueued.push_back(handle);
+        try {
+            arrHandles.push_back(handle);
+        } catch (...) {
+            arrQueued.pop_back();
+            throw;
+        }
+    }
+    Wake();
+}
+
+void CurlMultiHandle::Wake()
+{
+    curl_multi_wakeup(hMulti);
+}
+
+void CurlMultiHandle::AdoptQueued(std::vector<CurlEasyHandle*>& refused)
+{
+    std::vector<CurlEasyHandle*> fresh;
+    {
+        lumo::scoped_lock hold(lock);
+        fresh.swap(arrQueued);
+    }
+    for (CurlEasyHandle* handle : fresh) {
+        if (curl_multi_add_handle(hMulti, handle->GetHandle()) != CURLM_OK)
+            refused.push_back(handle);
+    }
+}
+
+void CurlMultiHandle::RetryEasyHandle(CurlEasyHandle* handle)
+{
+    curl_multi_remove_handle(hMulti, handle->GetHandle());
+    curl_multi_add_handle(hMulti, handle->GetHandle());
+}
+
+void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
+{
+    {
+        lumo::scoped_lock hold(lock);
+        for (std::vector<CurlEasyHandle*>* list :
+             {static_cast<std::vector<CurlEasyHandle*>*>(&arrHandles), &arrQueued}) {
+            const auto entry = std::find(list->begin(), list->end(), handle);
+            if (entry != list->end())
+                list->erase(entry);
+        }
+    }
+    curl_multi_remove_handle(hMulti, handle->GetHandle());
+    handle->CloseStream();
+    delete handle;
+}
+
+template <class Match>
+CurlEasyHandle* CurlMultiHandle::Find(Match match)
+{
+    const auto entry = std::find_if(arrHandles.begin(), arrHandles.end(), match);
+    return entry == arrHandles.end() ? nullptr : *entry;
+}
+
+namespace {
+
+auto HasUrl(const char* url)
+{
+    return [url](const CurlEasyHandle* handle) { return std::strcmp(handle->GetUrl(), url) == 0; };
+}
+
+auto HasItemID(const char* id)
+{
+    return [id](const CurlEasyHandle* handle) { return std::strcmp(handle->GetItemID(), id) == 0; };
+}
+
+} // namespace
+
+CurlEasyHandle* CurlMultiHandle::FindEasyHandle(const char* url)
+{
+    lumo::scoped_lock hold(lock);
+    return Find(HasUrl(url));
+}
+
+CurlEasyHandle* CurlMultiHandle::FindEasyHandleByID(const char* id)
+{
+    lumo::scoped_lock hold(lock);
+    return Find(HasItemID(id));
+}
+
+CurlEasyHandle* CurlMultiHandle::FindEasyHandle(void* curl)
+{
+    lumo::scoped_lock hold(lock);
+    return Find([curl](const CurlEasyHandle* handle) { return handle->GetHandle() == curl; });
+}
+
+int CurlMultiHandle::GetDownloadQueueSize()
+{
+    lumo::scoped_lock hold(lock);
+    return static_cast<int>(arrHandles.size());
+}
+
+void CurlMultiHandle::CancelDownload(const char* url)
+{
+    lumo::scoped_lock hold(lock);
+    if (CurlEasyHandle* handle = Find(HasUrl(url)))
+        handle->CancelDownload();
+}
+
+void CurlMultiHandle::CancelDownloadByID(const char* id)
+{
+    lumo::scoped_lock hold(lock);
+    if (CurlEasyHandle* handle = Find(HasItemID(id)))
+        handle->CancelDownload();
+}
+
+void CurlMultiHandle::CancelAllDownloads()
+{
+    lumo::scoped_lock hold(lock);
+    for (CurlEasyHandle* handle : arrHandles)
+        handle->CancelDownload();
+}
+
+void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)
+{
+    lumo::scoped_lock hold(lock);
+    for (CurlEasyHandle* handle : arrHandles) {
+        // With no network every pending transfer is given up, whatever its times. That is meant.
+        if (!IsOnline()) {
+            out.push_back(handle);
+            continue;
+        }
+        const double now = TransferSettings::Now();
+        if (handle->GetLastUpdate() == 0.0)
+            handle->SetLastUpdate(now);
+        else if (now - handle->GetLastUpdate() > handle->GetTimeout())
+            out.push_back(handle);
+    }
+}
+
+std::string EscapeParams(CurlEasyHandle*, const std::string& value)
+{
+    std::string escaped;
+    lumo::percent_encode(value, escaped);
+    return escaped;
+}
+
+} // namespace AnalyticsSDK

@@ -1,0 +1,180 @@
+#include "AnalyticsSDK/ProxyUtilities.h"
+
+#include <cstring>
+
+#include "AnalyticsSDK/Utilities.h"
+#include "lumo/proxy.h"
+
+namespace AnalyticsSDK {
+namespace {
+
+constexpr double default_ban_ms = 30 * 60 * 1000;
+
+bool IsEmpty(const char* text)
+{
+    return text == nullptr || *text == '\0';
+}
+
+// The key of the cache. False when the URL names no host.
+bool GetCacheKey(const char* url, std::string& host)
+{
+    return !IsEmpty(url) && GetHostFromUrl(url, host) && !host.empty();
+}
+
+} // namespace
+
+const char* CProxyInfo::GetProxy() const
+{
+    return strProxy.c_str();
+}
+
+void CProxyInfo::SetProxy(const char* proxy)
+{
+    strProxy = proxy ? proxy : "";
+}
+
+IProxyManager::~IProxyManager() = default;
+CProxyManager::CProxyManager() = default;
+CProxyManager::~CProxyManager() = default;
+
+bool CProxyManager::GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInfo)
+{
+    const bool isNew = !spProxyInfo;
+    if (isNew)
+        spProxyInfo.Reset(new CProxyInfo);
+    tova_assert(spProxyInfo.Get());
+    if (IsEmpty(url))
+        return false;
+    std::string proxy;
+    if (FindProxyInCache(url, proxy)) {
+        spProxyInfo->bUseProxy = 1;
+        spProxyInfo->strProxy = proxy;
+        return true;
+    }
+    if (isNew && !GetProxyInfoForUrl(url, spProxyInfo.Get()))
+        return false;
+    // Only the cache raises the flag: candidates wait until a proxy is known for the host. That is meant.
+    if (!spProxyInfo->bUseProxy)
+        return false;
+    if (!GetFirstValidProxy(spProxyInfo.Get(), proxy)) {
+        spProxyInfo->bUseProxy = 0;
+        return false;
+    }
+    spProxyInfo->strProxy = proxy;
+    return true;
+}
+
+bool CProxyManager::FindProxyInCache(const char* url, std::string& proxy)
+{
+    lumo::scoped_lock hold(cacheLock);
+    proxy.clear();
+    std::string host;
+    if (!GetCacheKey(url, host))
+        return false;
+    const auto entry = mapProxyCache.find(host);
+    if (entry == mapProxyCache.end())
+        return false;
+    proxy = entry->second;
+    return true;
+}
+
+bool CProxyManager::AddProxyToCache(const char* url, const char* proxy)
+{
+    lumo::scoped_lock hold(cacheLock);
+    std::string host;
+    if (IsEmpty(proxy) || !GetCacheKey(url, host))
+        return false;
+    mapProxyCache[host] = proxy;
+    return true;
+}
+
+void CProxyManager::AddProxyToBlackList(const char* proxy)
+{
+    lumo::scoped_lock hold(blackListLock);
+    AddProxyToBlackList(proxy, default_ban_ms);
+}
+
+void CProxyManager::AddProxyToBlackList(const char* proxy, double durationMs)
+{
+    lumo::scoped_lock hold(blackListLock);
+    if (!IsEmpty(proxy))
+        mapBlackList.emplace(proxy, GetCurrentTimeInMillis() + durationMs);
+}
+
+void CProxyManager::RemoveProxyFromBlackList(const char* proxy)
+{
+    lumo::scoped_lock hold(blackListLock);
+    if (!IsEmpty(proxy))
+        mapBlackList.erase(proxy);
+}
+
+bool CProxyManager::IsProxyInBlackList(const char* proxy)
+{
+    lumo::scoped_lock hold(blackListLock);
+    if (IsEmpty(proxy))
+        return false;
+    const auto entry = mapBlackList.find(proxy);
+    if (entry == mapBlackList.end())
+        return false;
+    if (GetCurrentTimeInMillis() < entry->second)
+        return true;
+    RemoveProxyFromBlackList(proxy);
+    return false;
+}
+
+bool CProxyManager::GetFirstValidProxy(CProxyInfo* info, std::string& proxy)
+{
+    proxy.clear();
+    if (info == nullptr)
+        return false;
+    for (const std::string& candidate : info->vProxies) {
+        if (!IsProxyInBlackList(candidate.c_str())) {
+            proxy = candidate;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool GetProxyInfoForUrl(const char* url, CProxyInfo* info)
+{
+    std::string proxies, bypass;
+    if (IsEmpty(url) || info == nullptr || !lumo::proxy::get_for_url(url, proxies, bypass))
+        return false;
+    TokenizeProxyString(proxies.c_str(), info->vProxies);
+    bool isLocalBypassed = false;
+    TokenizeProxyBypassString(bypass.c_str(), info->vBypass, isLocalBypassed);
+    info->bBypassLocal = isLocalBypassed;
+    return true;
+}
+
+void TokenizeProxyString(const char* text, std::vector<std::string>& out)
+{
+    out.clear();
+    if (IsEmpty(text))
+        return;
+    Tokenize(std::string(text), out, std::string("; "));
+    std::erase_if(out, [](const std::string& token) { return token == ":" || token == "::"; });
+}
+
+void TokenizeProxyBypassString(const char* text, std::vector<std::string>& out, bool& bBypassLocal)
+{
+    out.clear();
+    bBypassLocal = false;
+    if (IsEmpty(text))
+        return;
+    Tokenize(std::string(text), out, std::string("; "));
+    bBypassLocal = std::erase(out, "<local>") > 0;
+}
+
+bool IsHostLocal(const char* host)
+{
+    return !IsEmpty(host) && std::strchr(host, '.') == nullptr;
+}
+
+bool IsProxyBypassed(const char*, std::vector<std::string>&, bool)
+{
+    return false;
+}
+
+} // namespace AnalyticsSDK

@@ -1,0 +1,250 @@
+#include "TransferOptions.h"
+
+#include <fstream>
+#include <sstream>
+#include <string_view>
+
+#include "AnalyticsSDK/Utilities.h"
+#include "lumo/percent.h"
+
+namespace AnalyticsSDK {
+namespace {
+
+// The last line sends nothing: it keeps libcurl from adding "Expect: 100-continue" to a large post, which costs a whole
+// second against every server that ignores it.
+constexpr const char* request_header_lines[] = {
+    "Accept: text/xml, application/xml, application/xhtml+xml, text/html;q=0.9, text/plain;q=0.8, text/css, image/png, "
+    "image/jpeg, image/gif;q=0.8, application/x-shockwave-flash, video/mp4;q=0.9, "
+    "flv-application/octet-stream;q=0.8, video/x-flv;q=0.7, audio/mp4, application/futuresplash, */*;q=0.5",
+    "Connection: Keep-Alive",
+    "Cache-Control: no-cache",
+    "Expect:",
+};
+
+constexpr const char* allowed_protocols = "http,https";
+
+// libcurl's setter with its failures collected: one look at the end tells whether all options hold.
+class OptionSetter
+{
+public:
+    explicit OptionSetter(CURL* curl) : m_curl(curl) {}
+
+    template <class Value>
+    OptionSetter& operator()(CURLoption option, Value value)
+    {
+        m_ok = curl_easy_setopt(m_curl, option, value) == CURLE_OK && m_ok;
+        return *this;
+    }
+
+    void Fail() { m_ok = false; }
+    bool Ok() const { return m_ok; }
+
+private:
+    CURL* m_curl;
+    bool m_ok = true;
+};
+
+double ReadDouble(CURL* curl, CURLINFO info)
+{
+    double value = -1.0;
+    return curl_easy_getinfo(curl, info, &value) == CURLE_OK ? value : -1.0;
+}
+
+struct Amounts
+{
+    explicit Amounts(CURL* curl)
+        : expected(ReadDouble(curl, CURLINFO_CONTENT_LENGTH_DOWNLOAD)),
+          received(ReadDouble(curl, CURLINFO_SIZE_DOWNLOAD))
+    {}
+
+    bool IsWhole() const { return expected != -1.0 && expected == received; }
+
+    double expected, received;
+};
+
+std::filebuf* OpenFileOf(std::ostream* out)
+{
+    auto* file = out ? dynamic_cast<std::filebuf*>(out->rdbuf()) : nullptr;
+    return file && file->is_open() ? file : nullptr;
+}
+
+bool IsText(std::ostream* out)
+{
+    return out && dynamic_cast<std::stringbuf*>(out->rdbuf());
+}
+
+// A file that cannot be written loses its data in silence, which is meant.
+void WriteToFile(std::ostream& out, std::filebuf& file, std::string_view block, bool bWhole)
+{
+    out.write(block.data(), static_cast<std::streamsize>(block.size()));
+    if (bWhole) {
+        out.flush();
+        file.close();
+    }
+}
+
+// False when the text could not grow: a stream swallows the exception, and a body with a hole is no body.
+bool WriteToText(std::ostream& out, std::string_view block, bool bWhole)
+{
+    out.write(block.data(), static_cast<std::streamsize>(block.size()));
+    if (bWhole)
+        out.flush();
+    return out.good();
+}
+
+// For queued transfers. Whatever is not the block's size makes libcurl end the transfer with its write error.
+bool TakeBlock(CurlEasyHandle& handle, std::string_view block)
+{
+    const Amounts amounts(handle.GetHandle());
+    const double speed = ReadDouble(handle.GetHandle(), CURLINFO_SPEED_DOWNLOAD);
+    std::ostream* out = handle.GetStream();
+    if (std::filebuf* file = OpenFileOf(out)) {
+        WriteToFile(*out, *file, block, amounts.IsWhole());
+        handle.SetLastUpdate(TransferSettings::Now());
+    } else if (IsText(out)) {
+        handle.nTextKept += block.size();
+        if (handle.nTextKept > TransferSettings::text_body_limit || !WriteToText(*out, block, amounts.IsWhole()))
+            return false;
+        handle.SetLastUpdate(TransferSettings::Now());
+    }
+    if (IProgressCallback* callback = handle.GetCallback())
+        callback->OnProgressUpdate(handle.GetItemID(), amounts.received, amounts.expected, speed);
+    return true;
+}
+
+bool TakePlainBlock(CurlEasyHandle& handle, std::string_view block)
+{
+    const Amounts amounts(handle.GetHandle());
+    std::ostream* out = handle.GetExternalStream();
+    if (std::filebuf* file = OpenFileOf(out))
+        WriteToFile(*out, *file, block, amounts.IsWhole());
+    else if (IsText(out))
+        return WriteToText(*out, block, amounts.IsWhole());
+    return true;
+}
+
+// An exception must not travel through libcurl, which is C: it becomes the write error.
+std::size_t WriteWithProgress(char* data, std::size_t size, std::size_t count, void* user)
+try {
+    auto& handle = *static_cast<CurlEasyHandle*>(user);
+    if (handle.IsCancelDownload()) {
+        handle.CloseStream();
+        return 0;
+    }
+    return TakeBlock(handle, {data, size * count}) ? size * count : 0;
+} catch (...) {
+    return 0;
+}
+
+std::size_t WritePlain(char* data, std::size_t size, std::size_t count, void* user)
+try {
+    return TakePlainBlock(*static_cast<CurlEasyHandle*>(user), {data, size * count}) ? size * count : 0;
+} catch (...) {
+    return 0;
+}
+
+void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
+{
+    set(CURLOPT_URL, handle->GetUrl());
+    set(CURLOPT_WRITEFUNCTION, bProgress ? WriteWithProgress : WritePlain)(CURLOPT_WRITEDATA, handle);
+    set(CURLOPT_FAILONERROR, 1L);
+    set(CURLOPT_NOPROGRESS, 1L)(CURLOPT_FOLLOWLOCATION, 1L)(CURLOPT_MAXREDIRS, 10L);
+    set(CURLOPT_CONNECTTIMEOUT_MS, TransferSettings::connect_timeout_ms.load());
+    set(CURLOPT_TIMEOUT_MS, TransferSettings::total_timeout_ms.load());
+    set(CURLOPT_NOSIGNAL, 1L)(CURLOPT_HTTPAUTH, -1L);
+    for (const char* line : request_header_lines) {
+        curl_slist** list = handle->GetHttpHeaders();
+        curl_slist* grown = curl_slist_append(*list, line);
+        if (!grown)
+            set.Fail();
+        else
+            *list = grown;
+    }
+    set(CURLOPT_HTTPHEADER, *handle->GetHttpHeaders());
+    set(CURLOPT_ERRORBUFFER, handle->GetErrorBuffer());
+}
+
+// What keeps a transfer safe whatever a server answers. A post that is redirected stays a post: libcurl would make it a
+// GET, whose success would look like a delivery. After 303 it may be a GET, because 303 says that the post was taken.
+void SetSafeguards(OptionSetter& set)
+{
+    set(CURLOPT_PROTOCOLS_STR, allowed_protocols)(CURLOPT_REDIR_PROTOCOLS_STR, allowed_protocols);
+    set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+    set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    set(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+}
+
+void SetFormBody(OptionSetter& set, CurlEasyHandle* handle, const FormParameters& params)
+{
+    handle->strPostFields = BuildFormBody(params);
+    handle->bPost = true;
+    set(CURLOPT_POST, 1L);
+    set(CURLOPT_POSTFIELDS, handle->strPostFields.c_str());
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(handle->strPostFields.size()));
+}
+
+void SetMultipartBody(OptionSetter& set, CurlEasyHandle* handle, const FormParameters& params)
+{
+    for (const auto& [name, value] : params) {
+        if (!handle->GetPostData()->AddField(name, value))
+            set.Fail();
+    }
+    handle->bPost = true;
+    set(CURLOPT_HTTPPOST, handle->GetPostData()->pFirst);
+}
+
+// Only the given file decides: libcurl's built-in folder of authorities would let in whoever the system trusts.
+void SetCertificateOptions(OptionSetter& set, const std::string& certificateFile)
+{
+    std::string path = certificateFile;
+    if (path.empty())
+        GetAbsolutePath("cacert.pem", path);
+    set(CURLOPT_SSL_VERIFYHOST, 2L)(CURLOPT_CAINFO, path.c_str())(CURLOPT_SSL_VERIFYPEER, 1L);
+    set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+}
+
+} // namespace
+
+double TransferSettings::Now()
+{
+    double (*made_up)() = clock;
+    return made_up ? made_up() : GetCurrentTimeInMillis();
+}
+
+std::string BuildFormBody(const FormParameters& params)
+{
+    std::size_t size = params.empty() ? 0 : params.size() - 1;
+    for (const auto& [name, value] : params)
+        size += name.size() + 1 + lumo::percent_encoded_size(value);
+    std::string body;
+    body.reserve(size);
+    for (const auto& [name, value] : params) {
+        if (!body.empty())
+            body += '&';
+        body.append(name) += '=';
+        lumo::percent_encode(value, body);
+    }
+    return body;
+}
+
+bool ApplyTransferOptions(CurlEasyHandle* handle, RequestType type, const FormParameters* params, bool bProgress,
+                          const std::string& certificateFile)
+{
+    OptionSetter set(handle->GetHandle());
+    SetCommonOptions(set, handle, bProgress);
+    SetSafeguards(set);
+    if (params && type == RequestTypePost)
+        SetFormBody(set, handle, *params);
+    if (params && type == RequestTypePostMultipart)
+        SetMultipartBody(set, handle, *params);
+    if (IsHttps(handle->GetUrl()))
+        SetCertificateOptions(set, certificateFile);
+    return set.Ok();
+}
+
+bool IsHttps(const char* url)
+{
+    return StartsWith(url, "https");
+}
+
+} // namespace AnalyticsSDK

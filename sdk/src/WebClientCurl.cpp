@@ -1,0 +1,414 @@
+#include "AnalyticsSDK/WebClient.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "CurlHandles.h"
+#include "CurlInit.h"
+#include "Secret.h"
+#include "TransferOptions.h"
+#include "lumo/percent.h"
+
+namespace AnalyticsSDK {
+namespace {
+
+constexpr int wait_ms = 100;
+constexpr long code_stalled = -3, code_other_proxy = -7, status_proxy_login = 407;
+
+const char* OrEmpty(const char* text)
+{
+    return text ? text : "";
+}
+
+// Memory that runs out on the way makes a failed step of it: an exception would end a worker's cycle half way, or reach
+// the host.
+template <class Step>
+bool Succeeds(Step step) noexcept
+{
+    try {
+        return step();
+    } catch (...) {
+        return false;
+    }
+}
+
+// The status that counts. Through a proxy to https it is the proxy's answer to CONNECT; that is meant.
+long ReadStatus(const CurlEasyHandle& handle)
+{
+    const bool bTunnel = IsHttps(handle.GetUrl()) && handle.UsesProxy();
+    long status = 0;
+    if (curl_easy_getinfo(handle.GetHandle(), bTunnel ? CURLINFO_HTTP_CONNECTCODE : CURLINFO_RESPONSE_CODE, &status))
+        return 0;
+    return status;
+}
+
+// A redirected post ends as a GET only after a 303, which says that the post was taken. What became of the page that
+// the 303 led to is not the post's business: sending it again would deliver it twice.
+bool WasTaken(const CurlEasyHandle& handle)
+{
+    long redirects = 0;
+    char* method = nullptr;
+    curl_easy_getinfo(handle.GetHandle(), CURLINFO_REDIRECT_COUNT, &redirects);
+    curl_easy_getinfo(handle.GetHandle(), CURLINFO_EFFECTIVE_METHOD, &method);
+    return handle.bPost && redirects > 0 && method && std::strcmp(method, "GET") == 0;
+}
+
+// libcurl decodes both halves, so that a user name may hold a colon. It keeps copies of its own, out of our reach,
+// until the transfer ends.
+void SetLogin(CURL* curl, const CUserCredentials& credentials)
+{
+    SecretText login;
+    login.text.reserve(lumo::percent_encoded_size(credentials.strUserName) + 1 +
+                       lumo::percent_encoded_size(credentials.strPassword));
+    lumo::percent_encode(credentials.strUserName, login.text);
+    login.text += ':';
+    lumo::percent_encode(credentials.strPassword, login.text);
+    curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, login.text.c_str());
+}
+
+} // namespace
+
+IWebClient::~IWebClient() = default;
+
+IWebClient* CreateWebClient()
+{
+    return new WebClient;
+}
+
+WebClient::WebClient() : spMultiHandle(new CurlMultiHandle)
+{
+    CurlInit::AddUser();
+}
+
+// A child made by fork() shares its parent's connections: cleaning up would send farewells on them. It also keeps the
+// count up, so that its exit leaves libcurl alone.
+WebClient::~WebClient()
+{
+    if (!IsOwnProcess()) {
+        std::ignore = spMultiHandle.Detach();
+        return;
+    }
+    Close();
+    spMultiHandle.Reset();
+    CurlInit::RemoveUser();
+}
+
+void WebClient::Release()
+{
+    delete this;
+}
+
+bool WebClient::Init(bool bUseOwnProxySupport)
+{
+    if (bUseOwnProxySupport) {
+        pProxyManager = &proxyManager;
+        pCredentialStore = &credentialStore;
+    }
+    ThreadHelper::Init("WebClient Thread");
+    return bStarted;
+}
+
+bool WebClient::start()
+{
+    bStarted = ThreadHelper::start();
+    return bStarted;
+}
+
+void WebClient::Close()
+{
+    if (!IsOwnProcess())
+        return;
+    CancelAllDownloads();
+    ThreadHelper::Close();
+}
+
+void WebClient::stop()
+{
+    ThreadHelper::stop();
+    spMultiHandle->Wake();
+}
+
+void WebClient::SetProxyManager(IProxyManager* manager)
+{
+    pProxyManager = manager;
+}
+
+void WebClient::SetCredentialStore(ICredentialStore* store)
+{
+    pCredentialStore = store;
+}
+
+IProxyManager* WebClient::GetProxyManager() const
+{
+    return pProxyManager;
+}
+
+ICredentialStore* WebClient::GetCredentialStore() const
+{
+    return pCredentialStore;
+}
+
+void WebClient::SetCertificateFile(const char* path)
+{
+    lumo::scoped_lock hold(certificateLock);
+    strCertificateFile = OrEmpty(path);
+}
+
+void WebClient::StartDownload()
+{
+    Wake();
+}
+
+CurlEasyHandle* WebClient::FindRequestByID(const char* itemID)
+{
+    return spMultiHandle->FindEasyHandleByID(OrEmpty(itemID));
+}
+
+std::ostringstream* WebClient::GetStream(const char* itemID)
+{
+    CurlEasyHandle* pHandle = FindRequestByID(itemID);
+    tova_assert(NULL != pHandle);
+    auto* pStream = dynamic_cast<std::ostringstream*>(pHandle->GetStream());
+    tova_assert(NULL != pStream);
+    return pStream;
+}
+
+void WebClient::CancelDownloadByID(const char* itemID)
+{
+    spMultiHandle->CancelDownloadByID(OrEmpty(itemID));
+}
+
+void WebClient::CancelDownload(const char* url)
+{
+    spMultiHandle->CancelDownload(OrEmpty(url));
+}
+
+void WebClient::CancelAllDownloads()
+{
+    spMultiHandle->CancelAllDownloads();
+}
+
+bool WebClient::QueueRequest(const char* url, IProgressCallback* callback, RequestType type,
+                             std::map<std::string, std::string>* params, const char* itemID)
+{
+    return Succeeds([&] {
+        scoped_ptr<CurlEasyHandle> spHandle(new CurlEasyHandle);
+        return spHandle->GetHandle() && spHandle->OpenStringStream() &&
+               Queue(spHandle, url, callback, type, params, itemID);
+    });
+}
+
+bool WebClient::QueueFileForDownload(const char* url, const char* filePath, IProgressCallback* callback,
+                                     const char* itemID)
+{
+    return Succeeds([&] {
+        scoped_ptr<CurlEasyHandle> spHandle(new CurlEasyHandle);
+        return spHandle->GetHandle() && spHandle->OpenFileStream(OrEmpty(filePath)) &&
+               Queue(spHandle, url, callback, RequestTypeGet, nullptr, itemID);
+    });
+}
+
+// A child made by fork() has no thread to perform what it queues.
+bool WebClient::Queue(scoped_ptr<CurlEasyHandle>& spHandle, const char* url, IProgressCallback* callback,
+                      RequestType type, std::map<std::string, std::string>* params, const char* itemID)
+{
+    if (!IsOwnProcess())
+        return false;
+    spHandle->SetCallback(callback);
+    spHandle->SetItemID(OrEmpty(itemID));
+    if (!SetCurlTransferOptions(spHandle.Get(), url, type, params, true))
+        return false;
+    SetProxyToNextValidProxy(spHandle.Get(), url, pProxyManager, pCredentialStore);
+    spMultiHandle->AddEasyHandle(spHandle.Get());
+    std::ignore = spHandle.Detach();
+    StartDownload();
+    return true;
+}
+
+bool WebClient::SetCurlTransferOptions(CurlEasyHandle* handle, const char* url, RequestType type,
+                                       std::map<std::string, std::string>* params, bool bProgress)
+{
+    handle->SetUrl(OrEmpty(url));
+    std::string certificateFile;
+    {
+        lumo::scoped_lock hold(certificateLock);
+        certificateFile = strCertificateFile;
+    }
+    return ApplyTransferOptions(handle, type, params, bProgress, certificateFile);
+}
+
+bool WebClient::ExecRequest(const char* url, std::ostream* out, long& httpCode, RequestType type,
+                            std::map<std::string, std::string>* params)
+{
+    httpCode = 0;
+    return Succeeds([&] {
+        CurlEasyHandle handle;
+        handle.SetExternalStream(out);
+        return handle.GetHandle() && SetCurlTransferOptions(&handle, url, type, params, false) &&
+               RunToEnd(&handle, url, httpCode);
+    });
+}
+
+bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode)
+{
+    std::vector<std::string> failed;
+    for (;;) {
+        SetProxyToNextValidProxy(handle, url, pProxyManager, pCredentialStore);
+        // The cache answers a proxy even while it is banned, so a dead one would come round for ever. A proxy gets one
+        // chance per request.
+        if (handle->UsesProxy() && std::count(failed.begin(), failed.end(), handle->spProxyInfo->strProxy))
+            return false;
+        httpCode = 0;
+        const long result = curl_easy_perform(handle->GetHandle());
+        httpCode = ReadStatus(*handle);
+        if (result == CURLE_OK || WasTaken(*handle)) {
+            HandleProxySuccess(CURLE_OK, handle, url);
+            return true;
+        }
+        if (httpCode == status_proxy_login) {
+            HandleProxySuccess(result, handle, url);
+            return false;
+        }
+        if (!HandleProxyError(result, handle, url))
+            return false;
+        failed.push_back(handle->spProxyInfo->strProxy);
+    }
+}
+
+// Leaves when nothing is under way; whoever queues sets the wake event, which leads back here.
+void WebClient::Process()
+{
+    int running = -1;
+    while (running != 0 && !IsShuttingDown() && ProcessOnce(running)) {
+    }
+}
+
+// One turn: take up what was queued, let libcurl work, wait for activity, hear what has ended. False on libcurl's
+// error.
+bool WebClient::ProcessOnce(int& running)
+{
+    std::vector<CurlEasyHandle*> refused;
+    spMultiHandle->AdoptQueued(refused);
+    for (CurlEasyHandle* handle : refused)
+        FinishTransfer(handle, CURLE_FAILED_INIT);
+    CURLM* multi = spMultiHandle->GetHandle();
+    CURLMcode code = CURLM_OK;
+    do {
+        code = curl_multi_perform(multi, &running);
+    } while (code == CURLM_CALL_MULTI_PERFORM && !IsShuttingDown());
+    if (running > 0 && !IsShuttingDown() && curl_multi_poll(multi, nullptr, 0, wait_ms, nullptr) != CURLM_OK)
+        return false;
+    FinishTransfers();
+    AbortTimedOutTransfers();
+    return true;
+}
+
+void WebClient::FinishTransfers()
+{
+    int left = 0;
+    while (!IsShuttingDown()) {
+        CURLMsg* message = curl_multi_info_read(spMultiHandle->GetHandle(), &left);
+        if (message == nullptr)
+            return;
+        CurlEasyHandle* handle = spMultiHandle->FindEasyHandle(message->easy_handle);
+        if (message->msg == CURLMSG_DONE && handle)
+            FinishTransfer(handle, message->data.result);
+    }
+}
+
+void WebClient::FinishTransfer(CurlEasyHandle* handle, long result)
+{
+    const long status = ReadStatus(*handle);
+    handle->CloseStream();
+    if (handle->GetCallback())
+        NotifyEnd(handle, result, status);
+    spMultiHandle->RemoveEasyHandle(handle);
+}
+
+void WebClient::NotifyEnd(CurlEasyHandle* handle, long result, long status)
+{
+    IProgressCallback& callback = *handle->GetCallback();
+    const char* id = handle->GetItemID();
+    const char* url = handle->GetUrl();
+    if (result == CURLE_WRITE_ERROR && handle->IsCancelDownload()) {
+        callback.OnDownloadCancel(id);
+    } else if (result == CURLE_WRITE_ERROR) {
+        callback.OnDownloadError(id, status);
+    } else if (result == CURLE_OK || WasTaken(*handle)) {
+        HandleProxySuccess(CURLE_OK, handle, url);
+        callback.OnDownloadComplete(id);
+    } else if (status == status_proxy_login) {
+        HandleProxySuccess(result, handle, url);
+        callback.OnProxyAuthenticationError(id, status, handle->spProxyInfo ? handle->spProxyInfo->GetProxy() : "");
+    } else if (HandleProxyError(result, handle, url)) {
+        Succeeds([&] { return SetProxyToNextValidProxy(handle, url, pProxyManager, pCredentialStore); });
+        callback.OnDownloadError(id, code_other_proxy);
+    } else {
+        callback.OnDownloadError(id, status);
+    }
+}
+
+void WebClient::AbortTimedOutTransfers()
+{
+    std::vector<CurlEasyHandle*> stalled;
+    spMultiHandle->GetTimedOutTransfers(stalled);
+    for (CurlEasyHandle* handle : stalled) {
+        handle->CloseStream();
+        if (IProgressCallback* callback = handle->GetCallback())
+            callback->OnDownloadError(handle->GetItemID(), code_stalled);
+        spMultiHandle->RemoveEasyHandle(handle);
+    }
+}
+
+bool WebClient::SetProxyToNextValidProxy(CurlEasyHandle* pHandle, const char* url, IProxyManager* manager,
+                                         ICredentialStore* store)
+{
+    if (manager == nullptr || pHandle == nullptr || url == nullptr || *url == '\0')
+        return false;
+    CURL* curl = pHandle->GetHandle();
+    if (!manager->GetProxy(url, pHandle->spProxyInfo)) {
+        // Not null: libcurl would then look for a proxy in the environment.
+        curl_easy_setopt(curl, CURLOPT_PROXY, "");
+        return false;
+    }
+    tova_assert(pHandle->spProxyInfo.Get());
+    const char* pszProxy = pHandle->spProxyInfo->GetProxy();
+    tova_assert(0 < strlen(pszProxy));
+    curl_easy_setopt(curl, CURLOPT_PROXY, pszProxy);
+    curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L);
+    CUserCredentials credentials;
+    if (store && store->CopyUserCredentials(pszProxy, credentials))
+        SetLogin(curl, credentials);
+    else // An empty login would still be sent as one.
+        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, static_cast<const char*>(nullptr));
+    if (IsHttps(url))
+        curl_easy_setopt(curl, CURLOPT_HTTPPROXYTUNNEL, 1L);
+    return true;
+}
+
+bool WebClient::HandleProxyError(long result, CurlEasyHandle* handle, const char*)
+{
+    const bool bBlame =
+        result == CURLE_COULDNT_RESOLVE_HOST || result == CURLE_COULDNT_CONNECT || result == CURLE_OPERATION_TIMEDOUT;
+    if (!bBlame || !handle->UsesProxy() || pProxyManager == nullptr)
+        return false;
+    return Succeeds([&] {
+        pProxyManager->AddProxyToBlackList(handle->spProxyInfo->GetProxy());
+        return true;
+    });
+}
+
+bool WebClient::HandleProxySuccess(long, CurlEasyHandle* handle, const char* url)
+{
+    if (!handle->UsesProxy() || pProxyManager == nullptr)
+        return false;
+    return Succeeds([&] {
+        std::string known;
+        if (!pProxyManager->FindProxyInCache(url, known))
+            pProxyManager->AddProxyToCache(url, handle->spProxyInfo->GetProxy());
+        return true;
+    });
+}
+
+} // namespace AnalyticsSDK
