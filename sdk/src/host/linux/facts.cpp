@@ -1,15 +1,15 @@
-// The table of the Linux sources; each stands in the file of its noun.
+// The table of this system's sources; each stands in the file of its noun.
 #include "host/sources.h"
 
 namespace AnalyticsSDK::host {
 
 const source& system_facts()
 {
-    static constexpr source linux_facts = {
+    static constexpr source sources_of_this_system = {
         sources::selector, sources::processor,    sources::sysctl_text,   sources::loads,        sources::page_size,
         sources::pages,    sources::first_volume, sources::computer_name, sources::reachability, sources::uuid,
     };
-    return linux_facts;
+    return sources_of_this_system;
 }
 
 } // namespace AnalyticsSDK::host

@@ -1,4 +1,4 @@
-// The model's name from the firmware, the machine's from the kernel.
+// The names that the kernel holds: the model's from the firmware, the machine's own.
 #include <unistd.h>
 
 #include "host/linux/files.h"
@@ -25,11 +25,8 @@ answer readers::model(const char* root, text& value)
 
 answer sources::sysctl_text(sysctl_name name, text& value)
 {
-    return name == sysctl_name::hw_model ? readers::model("", value) : computer_name(value);
-}
-
-answer sources::computer_name(text& value)
-{
+    if (name == sysctl_name::hw_model)
+        return readers::model("", value);
     return gethostname(value.data(), value.size()) == 0 ? answer::found : answer::failed;
 }
 
