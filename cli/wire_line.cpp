@@ -171,7 +171,7 @@ private:
                 closers.pop_back();
                 first = false;
             }
-        } while (closers.empty() || next_member(closers.back(), first));
+        } while (!closers.empty() && next_member(closers.back(), first));
         return closers.empty();
     }
 
