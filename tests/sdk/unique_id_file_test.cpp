@@ -1,0 +1,172 @@
+#include "UniqueIdFile.h"
+
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <optional>
+#include <set>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "AnalyticsSDK/EventManager.h"
+#include "support/child.h"
+#include "support/scratch.h"
+
+using namespace AnalyticsSDK;
+using support::read_file;
+using support::ScratchFolder;
+using support::write_file;
+
+namespace {
+
+size_t FilesIn(const ScratchFolder& folder)
+{
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {}));
+}
+
+std::string IdOfANewManager(const std::string& path)
+{
+    EventManager manager("http://127.0.0.1/");
+    manager.SetPidFilePath(path.c_str());
+    manager.InitUniqueId();
+    return manager.GetUniqueId();
+}
+
+} // namespace
+
+TEST(UniqueIdFile, IsReadAsItStands)
+{
+    const struct
+    {
+        std::optional<std::string> file;
+        std::optional<std::string> id; ///< none: not loaded
+    } cases[] = {{std::nullopt, std::nullopt},
+                 {"", std::nullopt},
+                 {"abc", "abc"},
+                 {"abc\n", "abc\n"},
+                 {" a b ", " a b "},
+                 {std::string("ab\0cd", 5), "ab"},
+                 {std::string("\0cd", 3), ""},
+                 {std::string(100'000, 'i'), std::string(100'000, 'i')}};
+    for (const auto& c : cases) {
+        ScratchFolder folder;
+        if (c.file)
+            write_file(folder.file("id"), *c.file);
+        std::string id = "before";
+        EXPECT_EQ(UniqueIdFile::Load(folder.file("id"), id), c.id.has_value());
+        EXPECT_EQ(id, c.id.value_or("before"));
+    }
+}
+
+TEST(UniqueIdFile, IsMadeOnceAndNeverRewritten)
+{
+    ScratchFolder folder;
+    EXPECT_TRUE(UniqueIdFile::Create(folder.file("id"), "first"));
+    EXPECT_FALSE(UniqueIdFile::Create(folder.file("id"), "second"));
+    EXPECT_EQ(read_file(folder.file("id")), "first");
+    EXPECT_EQ(FilesIn(folder), 1u) << "nothing is left beside it";
+}
+
+TEST(UniqueIdFile, IsNotMadeWhereSomethingElseStandsOrNothingCan)
+{
+    ScratchFolder folder;
+    std::filesystem::create_directory(folder.file("directory"));
+    std::filesystem::create_symlink(folder.file("target"), folder.file("dangling"));
+    ASSERT_EQ(mkfifo(folder.file("fifo").c_str(), 0600), 0);
+    for (const std::string& path : {std::string(), folder.file("directory"), folder.file("dangling"),
+                                    folder.file("fifo"), folder.file("missing/id")})
+        EXPECT_FALSE(UniqueIdFile::Create(path, "id")) << path;
+    EXPECT_FALSE(std::filesystem::exists(folder.file("target"))) << "a link is not followed to make a file";
+    EXPECT_EQ(FilesIn(folder), 3u);
+}
+
+TEST(UniqueIdFile, IsNotMadeInPart)
+{
+    ScratchFolder folder;
+    support::Child child([&] {
+        const rlimit limit{10, 10};
+        signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        return UniqueIdFile::Create(folder.file("id"), "6f1c2a90-3b7e-4d25-9a61-0c4e8b7d2f13") ? 1 : 0;
+    });
+    ASSERT_TRUE(child.wait());
+    EXPECT_EQ(child.status(), 0);
+    EXPECT_EQ(FilesIn(folder), 0u);
+}
+
+TEST(UniqueIdFile, SurvivesWhatADeadProcessOfTheSameNumberLeft)
+{
+    ScratchFolder folder;
+    write_file(folder.file("id." + std::to_string(getpid()) + ".0"), "half");
+    EXPECT_TRUE(UniqueIdFile::Create(folder.file("id"), "whole"));
+    EXPECT_EQ(read_file(folder.file("id")), "whole");
+}
+
+TEST(UniqueId, IsTheSameForAllProcessesThatStartAtOnce)
+{
+    for (int round = 0; round < 10; ++round) {
+        ScratchFolder folder;
+        int gate[2];
+        ASSERT_EQ(pipe(gate), 0);
+        std::vector<std::unique_ptr<support::Child>> children;
+        for (int number = 0; number < 6; ++number)
+            children.push_back(std::make_unique<support::Child>([&] {
+                char byte;
+                close(gate[1]);
+                while (read(gate[0], &byte, 1) > 0) // opens for all when the parent closes its end
+                    ;
+                printf("%s", IdOfANewManager(folder.file("id")).c_str());
+                fflush(stdout);
+                return 0;
+            }));
+        close(gate[0]);
+        close(gate[1]);
+        std::set<std::string> ids;
+        for (auto& child : children) {
+            ASSERT_TRUE(child->wait());
+            ids.insert(child->output());
+        }
+        ids.insert(read_file(folder.file("id")));
+        EXPECT_EQ(ids.size(), 1u);
+        EXPECT_EQ(ids.begin()->size(), 36u);
+        EXPECT_EQ(FilesIn(folder), 1u);
+    }
+}
+
+TEST(UniqueId, StaysFromStartToStart)
+{
+    ScratchFolder folder;
+    const std::string id = IdOfANewManager(folder.file("id"));
+    EXPECT_EQ(id.size(), 36u);
+    EXPECT_EQ(read_file(folder.file("id")), id) << "the characters and nothing else";
+    EXPECT_EQ(IdOfANewManager(folder.file("id")), id);
+    EXPECT_NE(IdOfANewManager(folder.file("missing/id")), IdOfANewManager(folder.file("missing/id")));
+}
+
+TEST(UniqueId, IsFreshAtEveryStartWhileItsFileIsEmpty)
+{
+    ScratchFolder folder;
+    write_file(folder.file("id"), "");
+    EXPECT_NE(IdOfANewManager(folder.file("id")), IdOfANewManager(folder.file("id")));
+    EXPECT_EQ(read_file(folder.file("id")), "");
+}
+
+TEST(UniqueId, ThatIsSuppliedHoldsUntilShutdownButDoesNotReplaceTheFile)
+{
+    ScratchFolder folder;
+    EventManager manager("");
+    manager.SetPidFilePath(folder.file("id").c_str());
+    manager.SetUniqueId("mine");
+    EXPECT_FALSE(std::filesystem::exists(folder.file("id"))) << "setting writes nothing";
+    manager.SaveUniqueIdToFile();
+    EXPECT_EQ(read_file(folder.file("id")), "mine");
+    manager.SetUniqueId("other");
+    manager.SaveUniqueIdToFile();
+    EXPECT_EQ(read_file(folder.file("id")), "mine");
+    EXPECT_STREQ(manager.GetUniqueId(), "other");
+    manager.SetUniqueId(nullptr);
+    EXPECT_STREQ(manager.GetUniqueId(), "mine") << "an empty id is looked for again";
+    EXPECT_EQ(manager.CreateNewUniqueId().size(), 36u);
+    EXPECT_STREQ(manager.GetUniqueId(), "mine");
+}
