@@ -1,0 +1,222 @@
+#include "lumo/tova/clock.h"
+#include "lumo/tova/file.h"
+#include "lumo/tova/platform/internal.h"
+#include "support/scratch.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+TEST(Clock, TakesTicksPerSecondFromTheTimeBaseIn32Bits)
+{
+    static const struct
+    {
+        uint32_t numerator, denominator, expected;
+    } cases[] = {
+        {1, 1, 1'000'000'000},
+        {125, 3, 24'000'000},
+        {1'000'000'000, 33'333'335, (33'333'335ull * 1'000'000'000 & UINT32_MAX) / 1'000'000'000},
+        {1, 5, 5'000'000'000 - 4'294'967'296}, // wraps
+        {2, 9, (9'000'000'000 - 2 * 4'294'967'296) / 2},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.expected, tova::ticks_per_second(c.numerator, c.denominator))
+            << c.numerator << "/" << c.denominator;
+    EXPECT_EQ(g_resolution, tova_time_resolution());
+}
+
+struct Resolution : testing::Test
+{
+    uint64_t before = g_resolution;
+    ~Resolution() override { tova::set_resolution(before); }
+};
+
+TEST_F(Resolution, ScalesTicksToMillisecondsMicrosecondsAndNanoseconds)
+{
+    static const struct
+    {
+        uint64_t per_second, units, ms, us, ns;
+    } cases[] = {
+        {1'000'000'000, 2'500'000, 2, 2'500, 2'500'000},
+        {1'000'000'000, 999, 0, 0, 999},
+        {1'000'000'000, 0, 0, 0, 0},
+        // A coarse clock goes to microseconds by way of a double, a fine one by whole division.
+        {24'000'000, 24'000'001, 1'000, 1'000'000, 1'000'000'041},
+        {24'576'000, 24'576'000, 1'000, 1'000'000, 1'000'000'000},
+        {999'999'999, 999'999'999, 1'000, 1'000'000, 1'000'000'000},
+        {1'000'000'000, 1ull << 63, 9'223'372'036'854, 9'223'372'036'854'775, 1ull << 63},
+        {2'000'000'000, (1ull << 63) + (1ull << 62), 6'917'529'027'641, 6'917'529'027'641'081,
+         6'917'529'027'641'081'856},
+    };
+    for (const auto& c : cases) {
+        tova::set_resolution(c.per_second);
+        EXPECT_EQ(c.ms, tova_time_ms(c.units)) << c.per_second << " " << c.units;
+        EXPECT_EQ(c.us, tova_time_us(c.units)) << c.per_second << " " << c.units;
+        EXPECT_EQ(c.ns, tova_time_ns(c.units)) << c.per_second << " " << c.units;
+    }
+}
+
+TEST(Clock, NeverGoesBack)
+{
+    uint64_t last = tova_time_units();
+    for (int i = 0; i < 1000; ++i) {
+        const uint64_t now = tova_time_units();
+        ASSERT_GE(now, last);
+        last = now;
+    }
+}
+
+// Sets the zone for a test and puts it back.
+class Zone
+{
+public:
+    explicit Zone(const char* name) : before(getenv("TZ") ? getenv("TZ") : ""), was_set(getenv("TZ"))
+    {
+        setenv("TZ", name, 1);
+    }
+    ~Zone()
+    {
+        was_set ? setenv("TZ", before.c_str(), 1) : unsetenv("TZ");
+        tzset();
+    }
+
+private:
+    std::string before;
+    bool was_set;
+};
+
+TEST(LocalTime, CountsItsBiasWestOfGreenwichWithDaylightSaving)
+{
+    static const struct
+    {
+        const char* zone;
+        int16_t bias, daylight;
+        const char* name;
+    } cases[] = {
+        {"UTC0", 0, 0, "UTC"},
+        {"EST5", 300, 0, "EST"},
+        {"CET-1", -60, 0, "CET"},
+        {"Asia/Kolkata", -330, 0, "IST"},
+        {"America/Phoenix", 420, 0, "MST"},
+        {"HALF0:30", 30, 0, "HALF"},
+        {"XXX5YYY,0/0,J365/25", 240, 1, "YYY"}, // daylight saving all year
+        {"<+1245>-12:45", -765, 0, "+1245"},
+    };
+    for (const auto& c : cases) {
+        const Zone zone(c.zone);
+        tova_time t;
+        memset(&t, 0xEE, sizeof t);
+        tova_time_local(&t);
+        EXPECT_EQ(c.bias, t.bias) << c.zone;
+        EXPECT_EQ(c.daylight, t.daylight) << c.zone;
+        EXPECT_STREQ(c.name, t.zone);
+    }
+}
+
+// The moment that a broken-down UTC time means.
+time_t moment_of(const tova_time& t)
+{
+    tm parts{};
+    parts.tm_year = t.year - 1900;
+    parts.tm_mon = t.month - 1;
+    parts.tm_mday = t.day;
+    parts.tm_hour = t.hour;
+    parts.tm_min = t.minute;
+    parts.tm_sec = t.second;
+    return timegm(&parts);
+}
+
+TEST(LocalTime, AndUniversalTimeAreNow)
+{
+    const Zone zone("America/New_York");
+    const time_t before = time(nullptr);
+    tova_time local, utc;
+    tova_time_local(&local);
+    tova_time_gmt(&utc);
+    const time_t after = time(nullptr);
+    EXPECT_STREQ("GMT", utc.zone);
+    EXPECT_EQ(0, utc.bias);
+    EXPECT_LT(utc.millisecond, 1000);
+    for (const tova_time* t : {&local, &utc}) {
+        const time_t moment = moment_of(*t) + t->bias * 60;
+        EXPECT_GE(moment, before);
+        EXPECT_LE(moment, after);
+        EXPECT_EQ((moment_of(*t) / 86400 + 4) % 7, t->week_day);
+    }
+}
+
+TEST(FileInfo, TellsTimesInTheZoneInForceAndTheSize)
+{
+    support::ScratchFolder folder;
+    const std::string path = folder.file("told");
+    support::write_file(path, "12345");
+    const timespec times[] = {{1'262'304'000, 0}, {1'276'765'503, 0}}; // access 2010-01-01 00:00, change 06-17 09:05:03
+    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+    static const struct
+    {
+        const char* zone;
+        const char* accessed;
+        int16_t access_bias;
+        const char* modified;
+        int16_t modify_bias;
+        const char* modify_zone;
+    } cases[] = {
+        {"UTC0", "2010-01-01 00:00:00.000", 0, "2010-06-17 09:05:03.000", 0, "UTC"},
+        {"America/New_York", "2009-12-31 19:00:00.000", 300, "2010-06-17 05:05:03.000", 240, "EDT"},
+        {"Europe/Berlin", "2010-01-01 01:00:00.000", -60, "2010-06-17 11:05:03.000", -120, "CEST"},
+        {"Australia/Lord_Howe", "2010-01-01 11:00:00.000", -660, "2010-06-17 19:35:03.000", -630, "+1030"},
+    };
+    for (const auto& c : cases) {
+        const Zone zone(c.zone);
+        tova_file_info info;
+        ASSERT_EQ(1, tova_file_info_get(path.c_str(), &info));
+        char text[32];
+        tova_time_string(&info.accessed, tova_time_form_full, text, sizeof text);
+        EXPECT_STREQ(c.accessed, text) << c.zone;
+        EXPECT_EQ(c.access_bias, info.accessed.bias) << c.zone;
+        tova_time_string(&info.modified, tova_time_form_full, text, sizeof text);
+        EXPECT_STREQ(c.modified, text) << c.zone;
+        EXPECT_EQ(c.modify_bias, info.modified.bias) << c.zone;
+        EXPECT_STREQ(c.modify_zone, info.modified.zone);
+        EXPECT_GE(info.changed.year, 2024);
+        EXPECT_EQ(5u, info.size);
+    }
+    tova_file_info none;
+    memset(&none, 0xEE, sizeof none);
+    EXPECT_EQ(0, tova_file_info_get(folder.file("missing").c_str(), &none));
+    EXPECT_EQ(0u, none.size + none.modified.year);
+}
+
+TEST(TimeText, HasFourForms)
+{
+    const tova_time t = {2010, 6, 4, 17, 9, 5, 3, 42, 0, 0, "EDT"};
+    static const struct
+    {
+        int32_t form;
+        const char* text;
+    } cases[] = {{tova_time_form_full, "2010-06-17 09:05:03.042"},
+                 {tova_time_form_date, "2010-06-17"},
+                 {tova_time_form_iso, "2010-06-17T09:05:03"},
+                 {tova_time_form_header, "Thu, 17 Jun 2010 09:05:03 "}};
+    for (const auto& c : cases) {
+        const int32_t length = static_cast<int32_t>(strlen(c.text));
+        char buffer[40];
+        EXPECT_EQ(length, tova_time_string(&t, c.form, buffer, sizeof buffer));
+        EXPECT_STREQ(c.text, buffer);
+        EXPECT_EQ(length, tova_time_string(&t, c.form, buffer, length + 1));
+        EXPECT_EQ(0, tova_time_string(&t, c.form, buffer, length));
+        EXPECT_STREQ("", buffer);
+    }
+    const tova_time first = {999, 1, 0, 1, 0, 0, 60, 0, 0, 0, ""};
+    const tova_time last = {2010, 12, 6, 31, 23, 59, 59, 999, 0, 0, ""};
+    char buffer[40];
+    tova_time_string(&first, tova_time_form_header, buffer, sizeof buffer);
+    EXPECT_STREQ("Sun, 01 Jan 0999 00:00:60 ", buffer);
+    tova_time_string(&last, tova_time_form_header, buffer, sizeof buffer);
+    EXPECT_STREQ("Sat, 31 Dec 2010 23:59:59 ", buffer);
+}
+
+} // namespace

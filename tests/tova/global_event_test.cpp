@@ -1,0 +1,102 @@
+#include "lumo/tova/global_event.h"
+#include "support/child.h"
+#include "support/death.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+// A name of its own for each test run, and no semaphore left behind whatever happens.
+struct GlobalEvent : testing::Test
+{
+    std::string name =
+        "tova-test-" + std::to_string(getpid()) + "-" + testing::UnitTest::GetInstance()->current_test_info()->name();
+    tova_global_event event{};
+    ~GlobalEvent() override { tova_global_event_destroy(&event); }
+};
+
+TEST_F(GlobalEvent, ExistsFromCreateToDestroyAndAskingLeavesNothingBehind)
+{
+    EXPECT_EQ(0, tova_global_event_exists(name.c_str()));
+    EXPECT_EQ(0, tova_global_event_exists(name.c_str()));
+    ASSERT_EQ(1, tova_global_event_create(&event, name.c_str()));
+    EXPECT_EQ("/" + name, event._name);
+    EXPECT_EQ(1, tova_global_event_exists(name.c_str()));
+    tova_global_event_destroy(&event);
+    EXPECT_EQ(0, tova_global_event_exists(name.c_str()));
+    tova_global_event_destroy(&event);
+}
+
+TEST_F(GlobalEvent, RemembersEverySetUntilAWaitTakesIt)
+{
+    ASSERT_EQ(1, tova_global_event_create(&event, name.c_str()));
+    EXPECT_EQ(0, tova_global_event_try_wait(&event));
+    for (int i = 0; i < 3; ++i)
+        tova_global_event_set(&event);
+    tova_global_event again{};
+    ASSERT_EQ(1, tova_global_event_create(&again, name.c_str())); // as it stands
+    tova_global_event_wait(&again);
+    EXPECT_EQ(1, tova_global_event_try_wait(&event));
+    EXPECT_EQ(1, tova_global_event_try_wait(&again));
+    EXPECT_EQ(0, tova_global_event_try_wait(&event));
+    // Destroyed here, the name is gone, and whoever holds the event keeps it.
+    tova_global_event_destroy(&again);
+    EXPECT_EQ(0, tova_global_event_exists(name.c_str()));
+    tova_global_event_set(&event);
+    EXPECT_EQ(1, tova_global_event_try_wait(&event));
+}
+
+TEST_F(GlobalEvent, SignalsBetweenTwoProcesses)
+{
+    const std::string answer_name = name + "-answer";
+    tova_global_event answer;
+    ASSERT_EQ(1, tova_global_event_create(&event, name.c_str()));
+    ASSERT_EQ(1, tova_global_event_create(&answer, answer_name.c_str()));
+    support::Child other([&] {
+        tova_global_event question{}, reply{};
+        if (!tova_global_event_create(&question, name.c_str()) ||
+            !tova_global_event_create(&reply, answer_name.c_str()))
+            return 1;
+        for (int i = 0; i < 5; ++i) {
+            tova_global_event_wait(&question);
+            tova_global_event_set(&reply);
+        }
+        return 0;
+    });
+    for (int i = 0; i < 5; ++i) {
+        tova_global_event_set(&event);
+        EXPECT_TRUE(support::wait_until([&] { return tova_global_event_try_wait(&answer); }));
+    }
+    EXPECT_TRUE(other.wait());
+    EXPECT_EQ(0, other.status());
+    tova_global_event_destroy(&answer);
+}
+
+TEST_F(GlobalEvent, ThatTheSystemRefusesIsAResultAndCountsAsExisting)
+{
+    const std::string longest(1022, 'n'); // fits the record, not Linux
+    EXPECT_EQ(0, tova_global_event_create(&event, longest.c_str()));
+    EXPECT_EQ(1, tova_global_event_exists(longest.c_str()));
+    EXPECT_ASSERTION(tova_global_event_set(&event), "inc/lumo/tova/global_event", "ge->_sem != (sem_t *) SEM_FAILED");
+}
+
+TEST_F(GlobalEvent, AbortsWhenASignalInterruptsTheWait)
+{
+    support::Child waiter([&] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval soon = {{0, 10'000}, {0, 10'000}};
+        setitimer(ITIMER_REAL, &soon, nullptr);
+        if (tova_global_event_create(&event, name.c_str()))
+            tova_global_event_wait(&event);
+        return 0;
+    });
+    ASSERT_TRUE(waiter.wait());
+    EXPECT_EQ(128 + SIGABRT, waiter.status());
+    EXPECT_NE(std::string::npos, waiter.errors().find("failed assertion `false'")) << waiter.errors();
+    ASSERT_EQ(1, tova_global_event_create(&event, name.c_str())); // so that it is removed
+}
+
+} // namespace

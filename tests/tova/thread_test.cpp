@@ -1,0 +1,176 @@
+#include "lumo/tova/event.h"
+#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/thread.h"
+#include "support/child.h"
+
+#include <atomic>
+#include <csignal>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+namespace {
+
+void add_one(void* counter)
+{
+    ++*static_cast<std::atomic<int>*>(counter);
+}
+
+void wait_for_event(void* event)
+{
+    tova_event_wait(static_cast<tova_event*>(event));
+}
+
+TEST(Priority, MapsMinusTwoToTwoOntoTheSystemsRange)
+{
+    static const struct
+    {
+        int32_t priority, lowest, highest, expected;
+    } cases[] = {
+        {-2, 0, 63, 0},  {0, 0, 63, 31},   {2, 0, 63, 63},     {-1, 0, 63, 15}, {1, 0, 63, 47},
+        {0, 15, 47, 31}, {2, -20, 19, 19}, {-2, -20, 19, -20}, {0, -20, 19, 0}, // -0.5, towards zero
+        {4, 0, 63, 94},  {-4, 0, 63, -31},                                      // outside the range: on along the line
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.expected, tova::platform_priority(c.priority, c.lowest, c.highest))
+            << c.priority << " in " << c.lowest << ".." << c.highest;
+}
+
+TEST(Thread, RecordsAreNumberedInOrder)
+{
+    tova_thread a, b;
+    tova_thread_create(&a);
+    tova_thread_create(&b);
+    EXPECT_NE(0u, tova_thread_id_get(&a));
+    EXPECT_EQ(tova_thread_id_get(&a) + 1, tova_thread_id_get(&b));
+    tova_thread_join(&a); // never started: returns
+    tova_thread_destroy(&a);
+    EXPECT_EQ(tova_version, a._version);
+}
+
+TEST(Thread, RunsItsTargetAndMayBeStartedAgainAfterAJoin)
+{
+    std::atomic<int> calls{0};
+    tova_thread t;
+    tova_thread_create(&t);
+    for (int round = 1; round <= 3; ++round) {
+        ASSERT_EQ(1, tova_thread_start(&t, add_one, &calls));
+        tova_thread_join(&t);
+        EXPECT_EQ(round, calls);
+        EXPECT_EQ(nullptr, t._target);
+    }
+    tova_thread_destroy(&t);
+}
+
+TEST(Thread, GoesOnByItselfWhenDetachedAtOnceAndItsRecordGone)
+{
+    std::atomic<int> calls{0};
+    for (int i = 0; i < 200; ++i) {
+        tova_thread t;
+        tova_thread_create(&t);
+        ASSERT_EQ(1, tova_thread_start(&t, add_one, &calls));
+        tova_thread_detach(&t);
+        memset(static_cast<void*>(&t), 0xEE, sizeof t);
+    }
+    EXPECT_TRUE(support::wait_until([&] { return calls == 200; }));
+    EXPECT_TRUE(support::wait_until([] { return tova::living_threads == 0; }));
+}
+
+TEST(Thread, KeepsThePriorityThatWasSet)
+{
+    tova_event stop;
+    tova_event_create(&stop, 0);
+    tova_thread t;
+    tova_thread_create(&t);
+    EXPECT_EQ(0, tova_thread_priority_get(&t));
+    tova_thread_priority_set(&t, 2);
+    ASSERT_EQ(1, tova_thread_start(&t, wait_for_event, &stop));
+    EXPECT_EQ(2, tova_thread_priority_get(&t));
+    for (int32_t priority : {-2, 0, 1}) {
+        tova_thread_priority_set(&t, priority);
+        EXPECT_EQ(priority, tova_thread_priority_get(&t));
+    }
+    tova_event_set(&stop);
+    tova_thread_join(&t);
+    tova_event_destroy(&stop);
+}
+
+TEST(Thread, ThatTheSystemCannotStartIsAResultAndLeavesTheRecordStartable)
+{
+#ifdef ANALYTICS_SANITIZED
+    GTEST_SKIP() << "a limit on address space stops the sanitizers too";
+#endif
+    support::Child crowded([] {
+        static tova_thread threads[1000];
+        tova_event stop;
+        tova_event_create(&stop, 0);
+        const rlimit room = {256 << 20, 256 << 20}; // for some stacks, not for a thousand
+        setrlimit(RLIMIT_AS, &room);
+        size_t count = 0;
+        do
+            tova_thread_create(&threads[count]);
+        while (tova_thread_start(&threads[count], wait_for_event, &stop) && ++count < 999);
+        tova_thread& refused = threads[count];
+        const bool as_it_was = count > 0 && count < 999 && !refused._target;
+        tova_event_set(&stop);
+        for (size_t i = 0; i < count; ++i)
+            tova_thread_join(&threads[i]);
+        return as_it_was && tova_thread_start(&refused, wait_for_event, &stop) ? 0 : 1;
+    });
+    ASSERT_TRUE(crowded.wait());
+    EXPECT_EQ(0, crowded.status()) << crowded.errors();
+}
+
+TEST(Thread, KnowsWhoIsRunning)
+{
+    const uint32_t here = tova_thread_id();
+    uint32_t there = 0;
+    std::thread([&] { there = tova_thread_id(); }).join();
+    EXPECT_EQ(here, tova_thread_id());
+    EXPECT_NE(0u, there);
+    EXPECT_NE(here, there);
+    EXPECT_EQ(getpid(), tova_process_id());
+    tova_thread_yield();
+}
+
+TEST(SafeCounter, LosesNothingWhenIncrementsAndDecrementsMeet)
+{
+    uint32_t counter = 7;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([&, i] {
+            for (int j = 0; j < 20'000; ++j)
+                i % 2 ? tova_safe_increment(&counter) : tova_safe_decrement(&counter);
+        });
+    for (std::thread& t : threads)
+        t.join();
+    EXPECT_EQ(7u, counter);
+    counter = 0;
+    tova_safe_decrement(&counter);
+    EXPECT_EQ(UINT32_MAX, counter);
+}
+
+TEST(Sleep, LastsAtLeastItsTime)
+{
+    const auto start = std::chrono::steady_clock::now();
+    tova_sleep(20);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+}
+
+TEST(Sleep, EndsEarlyOnASignalAndIsNotResumed)
+{
+    support::Child sleeper([] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        const itimerval soon = {{0, 10'000}, {0, 10'000}};
+        setitimer(ITIMER_REAL, &soon, nullptr);
+        tova_sleep(3'600'000);
+        return 0;
+    });
+    EXPECT_TRUE(sleeper.wait());
+    EXPECT_EQ(0, sleeper.status());
+}
+
+} // namespace
