@@ -1,0 +1,175 @@
+// Directories, standard places, and the permissions that files and directories are given.
+#include "lumo/tova/directory.h"
+#include "support/child.h"
+#include "support/scratch.h"
+
+#include <cerrno>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+TEST(Directory, IsMadeWithItsParentsOnlyWhenAsked)
+{
+    support::ScratchFolder folder;
+    const std::string a = folder.file("a"), c = folder.file("a/b/c"), d = folder.file("a/b/c/d");
+    EXPECT_EQ(1, tova_directory_create(a.c_str(), nullptr, 0));
+    EXPECT_EQ(0, tova_directory_create(c.c_str(), nullptr, 0));
+    EXPECT_EQ(0, tova_directory_exists(folder.file("a/b").c_str()));
+    EXPECT_EQ(1, tova_directory_create(c.c_str(), nullptr, 1));
+    EXPECT_EQ(1, tova_directory_exists(c.c_str()));
+    EXPECT_EQ(0, tova_directory_create(c.c_str(), nullptr, 1)); // it is there
+    EXPECT_EQ(1, tova_directory_create(d.c_str(), nullptr, 1));
+    EXPECT_EQ(0, tova_directory_remove(c.c_str())); // not empty
+    EXPECT_EQ(1, tova_directory_remove(d.c_str()));
+    EXPECT_EQ(0, tova_directory_remove(d.c_str()));
+    EXPECT_EQ(0, tova_directory_create("/proc/none/such", nullptr, 1));
+    EXPECT_EQ(0, tova_directory_create("", nullptr, 1)); // missing, and without a parent to make
+}
+
+TEST(Directory, TakesItsBitsFromASecurityObjectAndTheMask)
+{
+    support::ScratchFolder folder;
+    const mode_t mask = umask(027);
+    tova_security s;
+    tova_security_init(&s);
+    tova_security_set(&s, tova_security_all, tova_security_read_execute);
+    struct stat plain, secured;
+    EXPECT_EQ(1, tova_directory_create(folder.file("plain").c_str(), nullptr, 0));
+    EXPECT_EQ(1, tova_directory_create(folder.file("secured").c_str(), &s, 0));
+    umask(mask);
+    stat(folder.file("plain").c_str(), &plain);
+    stat(folder.file("secured").c_str(), &secured);
+    EXPECT_EQ(0750u, plain.st_mode & 07777);
+    EXPECT_EQ(0550u, secured.st_mode & 07777);
+}
+
+std::string place(int32_t kind)
+{
+    char buffer[4096] = "untouched";
+    tova_directory_get(kind, buffer, sizeof buffer);
+    return buffer;
+}
+
+TEST(StandardDirectory, FollowsTheEnvironment)
+{
+    support::ScratchFolder folder;
+    const std::string home = folder.path(), config = folder.file("config");
+    const std::string passwd_home = getpwuid(getuid())->pw_dir;
+    support::write_file(home + "/plain", "");
+    ASSERT_EQ(1, tova_directory_create((home + "/.config").c_str(), nullptr, 0));
+    ASSERT_EQ(1, tova_directory_create(config.c_str(), nullptr, 0));
+    support::write_file(home + "/.config/user-dirs.dirs",
+                        "# a comment\nXDG_MUSIC_DIR=\"$HOME/Music\"\n  XDG_DOCUMENTS_DIR=\"$HOME/Old\"\n"
+                        "XDG_DOCUMENTS_DIR=\"$HOME/My \\\"Papers\\\"\"\nXDG_DOCUMENTS_DIR=\"relative\"\n");
+    support::write_file(config + "/user-dirs.dirs", "XDG_DOCUMENTS_DIR=\"/srv/papers\"\n");
+    const std::string set_home = "HOME=" + home;
+    static const struct
+    {
+        int32_t kind;
+        std::vector<std::string> environment;
+        std::string expected;
+    } cases[] = {
+        {tova_directory_temporary, {"TMPDIR"}, "/tmp"},
+        {tova_directory_temporary, {"TMPDIR=/var/tmp"}, "/var/tmp"},
+        {tova_directory_temporary, {"TMPDIR=relative"}, "/tmp"},
+        {tova_directory_documents, {set_home, "XDG_CONFIG_HOME"}, home + "/My \"Papers\""},
+        {tova_directory_documents, {set_home, "XDG_CONFIG_HOME=" + config}, "/srv/papers"},
+        {tova_directory_documents, {set_home, "XDG_CONFIG_HOME=/nowhere"}, home + "/Documents"},
+        {tova_directory_documents, {"HOME", "XDG_CONFIG_HOME=/nowhere"}, passwd_home + "/Documents"},
+        {tova_directory_application_support, {set_home, "XDG_DATA_HOME"}, home + "/.local/share"},
+        {tova_directory_application_support, {set_home, "XDG_DATA_HOME=/srv/data"}, "/srv/data"},
+        {tova_directory_application_support, {"HOME=", "XDG_DATA_HOME"}, passwd_home + "/.local/share"},
+    };
+    for (const auto& c : cases) {
+        support::Child asked([&] {
+            for (const std::string& variable : c.environment) {
+                const size_t equals = variable.find('=');
+                equals == variable.npos
+                    ? unsetenv(variable.c_str())
+                    : setenv(variable.substr(0, equals).c_str(), variable.substr(equals + 1).c_str(), 1);
+            }
+            fputs(place(c.kind).c_str(), stdout);
+            return 0;
+        });
+        ASSERT_TRUE(asked.wait());
+        EXPECT_EQ(c.expected, asked.output()) << c.kind;
+    }
+}
+
+TEST(StandardDirectory, KnowsWhereTheProcessIs)
+{
+    char expected[4096];
+    ASSERT_TRUE(getcwd(expected, sizeof expected));
+    EXPECT_EQ(expected, place(tova_directory_current));
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/self/exe").parent_path(), place(tova_directory_process));
+    for (int32_t kind : {tova_directory_current, tova_directory_process}) {
+        char small[2] = "x";
+        tova_directory_get(kind, small, sizeof small);
+        EXPECT_STREQ("", small);
+    }
+}
+
+TEST(Security, TurnsLevelsIntoPermissionBits)
+{
+    static constexpr int bits[] = {0, 4, 2, 6, 5, 7, 4, 7};
+    for (int32_t level = -2; level < 12; ++level) {
+        const int expected = level >= 0 && level < 8 ? bits[level] : 0;
+        EXPECT_EQ(expected * 64 + 8 * 4 + 2, tova_security_unix_mode(level, 6, 2)) << level;
+        EXPECT_EQ(expected, tova_security_unix_mode(0, 0, level)) << level;
+    }
+}
+
+TEST(Security, AddsLevelsUpForWhomTheyAreGiven)
+{
+    const group* staff = getgrnam("localaccounts") ? getgrnam("localaccounts") : getgrnam("staff");
+    const int32_t users = staff ? static_cast<int32_t>(staff->gr_gid) : -1;
+    const group* admin = getgrnam("admin");
+    const int32_t administrators = admin ? static_cast<int32_t>(admin->gr_gid) : 0;
+    static const struct
+    {
+        std::vector<std::pair<int32_t, int32_t>> given;
+        int mode;
+        int32_t group;
+    } cases[] = {
+        {{}, 0, -1},
+        {{{0, 1}}, 0444, -1},
+        {{{1, 4}, {0, 2}}, 0777, -1},
+        {{{2, 3}}, 0660, users},
+        {{{3, 5}}, 0070, administrators},
+        {{{2, 3}, {3, 4}, {1, 1}}, 0674, administrators},
+        {{{0, 99}}, 0, -1},
+    };
+    for (const auto& c : cases) {
+        tova_security s;
+        tova_security_init(&s);
+        for (const auto& [who, level] : c.given)
+            tova_security_set(&s, who, level);
+        EXPECT_EQ(c.mode, tova_security_get(&s));
+        EXPECT_EQ(c.group, s._group);
+        EXPECT_EQ(-1, s._user);
+        EXPECT_EQ(0, s._error);
+    }
+}
+
+TEST(Security, IsAppliedToAFileThatExists)
+{
+    support::ScratchFolder folder;
+    const std::string path = folder.file("file");
+    support::write_file(path, "");
+    tova_security s;
+    tova_security_init(&s);
+    tova_security_set(&s, tova_security_all, tova_security_read);
+    EXPECT_EQ(1, tova_security_file_set(&s, path.c_str()));
+    struct stat status;
+    stat(path.c_str(), &status);
+    EXPECT_EQ(0444u, status.st_mode & 07777);
+    EXPECT_EQ(getuid(), status.st_uid);
+    EXPECT_EQ(0, tova_security_file_set(&s, folder.file("missing").c_str()));
+    EXPECT_EQ(ENOENT, s._error);
+}
+
+} // namespace

@@ -1,0 +1,249 @@
+#include "lumo/tova/directory.h"
+#include "lumo/tova/file.h"
+#include "support/scratch.h"
+#include "support/wait.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+using support::read_file;
+using support::write_file;
+
+namespace {
+
+struct File : testing::Test
+{
+    support::ScratchFolder folder;
+    std::string path = folder.file("file");
+    tova_file f;
+    File() { tova_file_init(&f); }
+    ~File() override { tova_file_close(&f); }
+
+    std::string read_all()
+    {
+        std::string text;
+        char block[7];
+        uint32_t count;
+        while (tova_file_read(&f, block, sizeof block, &count))
+            text.append(block, count);
+        EXPECT_EQ(0u, count);
+        EXPECT_EQ(0, f._error);
+        return text;
+    }
+};
+
+TEST_F(File, OpensInEachModeAsTheModeSays)
+{
+    static const struct
+    {
+        int32_t mode;
+        bool makes_a_missing_one, empties, writes, appends;
+    } modes[] = {{tova_file_read_only, false, false, false, false},
+                 {tova_file_read_write, false, false, true, false},
+                 {tova_file_append, false, false, true, true},
+                 {tova_file_open_or_create, true, false, true, false},
+                 {tova_file_truncate, true, true, true, false}};
+    for (const auto& m : modes) {
+        SCOPED_TRACE(m.mode);
+        EXPECT_EQ(m.makes_a_missing_one, tova_file_open(&f, path.c_str(), m.mode));
+        EXPECT_EQ(m.makes_a_missing_one ? 0 : ENOENT, f._error);
+        EXPECT_EQ(m.makes_a_missing_one, tova_file_exists(path.c_str()));
+        tova_file_close(&f);
+        write_file(path, "before");
+        tova_file_init(&f);
+        ASSERT_EQ(1, tova_file_open(&f, path.c_str(), m.mode));
+        EXPECT_TRUE(fcntl(f._file, F_GETFD) & FD_CLOEXEC);
+        EXPECT_EQ(0, f._error);
+        EXPECT_EQ(m.empties ? 0u : 6u, tova_file_size(&f));
+        EXPECT_EQ(m.writes, tova_file_write(&f, "AB", 2));
+        EXPECT_EQ(m.writes ? 0 : EBADF, f._error);
+        tova_file_close(&f);
+        EXPECT_EQ(!m.writes ? "before" : m.empties ? "AB" : m.appends ? "beforeAB" : "ABfore", read_file(path));
+        EXPECT_EQ(1, tova_file_remove(path.c_str()));
+        tova_file_init(&f);
+    }
+}
+
+TEST_F(File, ReadsSeeksAndReportsTheEndAsFailureWithoutAnError)
+{
+    write_file(path, "0123456789");
+    ASSERT_EQ(1, tova_file_open(&f, path.c_str(), tova_file_read_write));
+    EXPECT_EQ("0123456789", read_all());
+    EXPECT_EQ(1, tova_file_seek(&f, 8));
+    EXPECT_EQ("89", read_all());
+    EXPECT_EQ(1, tova_file_seek_end(&f));
+    EXPECT_EQ(1, tova_file_write(&f, "+", 1));
+    EXPECT_EQ(11u, tova_file_size(&f));
+    EXPECT_EQ(1, tova_file_seek(&f, 5'000'000'000)); // beyond 32 bits
+    EXPECT_EQ(1, tova_file_write(&f, "!", 1));
+    EXPECT_EQ(5'000'000'001u, tova_file_size(&f));
+    EXPECT_EQ(0, tova_file_seek(&f, -1));
+    EXPECT_EQ(EINVAL, f._error);
+    uint32_t count = 99;
+    EXPECT_EQ(0, tova_file_read(&f, &count, 0, &count)); // nothing asked, nothing read
+    EXPECT_EQ(0, f._error);
+}
+
+TEST_F(File, ThatIsClosedRefusesEverythingAndMayBeClosedAgain)
+{
+    uint32_t count = 99;
+    tova_file_close(&f);
+    EXPECT_EQ(0, tova_file_read(&f, &count, 4, &count));
+    EXPECT_EQ(0u, count);
+    EXPECT_EQ(EBADF, f._error);
+    EXPECT_EQ(0, tova_file_write(&f, "x", 1));
+    EXPECT_EQ(0, tova_file_seek(&f, 0));
+    EXPECT_EQ(0, tova_file_seek_end(&f));
+    EXPECT_EQ(0u, tova_file_size(&f));
+}
+
+TEST_F(File, TellsAWriteThatCameOutShortFromAWholeOne)
+{
+    ASSERT_EQ(1, tova_file_open(&f, path.c_str(), tova_file_truncate));
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small = {10, before.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    const int32_t shortened = tova_file_write(&f, "0123456789abc", 13);
+    const int32_t short_error = f._error;
+    const int32_t refused = tova_file_write(&f, "d", 1);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(0, shortened);
+    EXPECT_EQ(ENOSPC, short_error);
+    EXPECT_EQ(0, refused);
+    EXPECT_EQ(EFBIG, f._error);
+    EXPECT_EQ("0123456789", read_file(path));
+}
+
+std::atomic<int> alarms;
+
+TEST_F(File, GoesOnReadingWhenASignalInterrupts)
+{
+    ASSERT_EQ(0, mkfifo(path.c_str(), 0600));
+    ASSERT_EQ(1, tova_file_open(&f, path.c_str(), tova_file_read_write));
+    alarms = 0;
+    struct sigaction action = {}, before;
+    action.sa_handler = [](int) { ++alarms; };
+    sigaction(SIGALRM, &action, &before);
+    std::thread writer([this] {
+        sigset_t none;
+        sigfillset(&none);
+        pthread_sigmask(SIG_BLOCK, &none, nullptr); // the signals are for the reader
+        EXPECT_TRUE(support::wait_until([] { return alarms >= 3; }));
+        EXPECT_EQ(3, write(f._file, "end", 3));
+    });
+    itimerval often = {{0, 5'000}, {0, 5'000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    char text[4] = {};
+    uint32_t count = 0;
+    EXPECT_EQ(1, tova_file_read(&f, text, 3, &count));
+    often = {};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    writer.join();
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_STREQ("end", text);
+}
+
+TEST_F(File, CopiesContentOverTheDestination)
+{
+    const std::string copy = folder.file("copy");
+    for (size_t size : {0, 1, 511, 512, 513, 5000}) {
+        std::string text(size, 'x');
+        for (size_t i = 0; i < size; ++i)
+            text[i] = static_cast<char>(i * 7);
+        write_file(path, text);
+        write_file(copy, std::string(6000, 'o'));
+        EXPECT_EQ(1, tova_file_copy(path.c_str(), copy.c_str()));
+        EXPECT_EQ(text, read_file(copy));
+    }
+    EXPECT_EQ(0, tova_file_copy(folder.file("missing").c_str(), copy.c_str()));
+    EXPECT_EQ(5000u, read_file(copy).size()); // not even emptied
+    EXPECT_EQ(0, tova_file_copy(path.c_str(), folder.file("no/where").c_str()));
+    EXPECT_EQ(0, tova_file_copy(path.c_str(), "/dev/full"));
+    EXPECT_EQ(0, tova_file_copy(folder.path().c_str(), copy.c_str())); // a directory opens, and cannot be read
+}
+
+TEST_F(File, IsTherePastLinksOnlyAsARegularFile)
+{
+    const std::string link = folder.file("link"), dangling = folder.file("dangling");
+    write_file(path, "");
+    ASSERT_EQ(0, symlink(path.c_str(), link.c_str()));
+    ASSERT_EQ(0, symlink("nowhere", dangling.c_str()));
+    static const struct
+    {
+        std::string path;
+        bool file, directory;
+    } cases[] = {{path, true, false},         {link, true, false},
+                 {dangling, false, false},    {folder.path(), false, true},
+                 {path + "/x", false, false}, {"/dev/null", false, false},
+                 {"", false, false}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.file, tova_file_exists(c.path.c_str())) << c.path;
+        EXPECT_EQ(c.directory, tova_directory_exists(c.path.c_str())) << c.path;
+    }
+    EXPECT_EQ(1, tova_file_remove(link.c_str()));
+    EXPECT_EQ(0, tova_file_remove(link.c_str()));
+    EXPECT_EQ(1, tova_file_exists(path.c_str()));
+}
+
+TEST_F(File, IsMadeWithTheBitsOfASecurityObject)
+{
+    const mode_t mask = umask(022);
+    EXPECT_EQ(1, tova_file_create(&f, path.c_str(), nullptr));
+    struct stat status;
+    stat(path.c_str(), &status);
+    EXPECT_EQ(0644u, status.st_mode & 07777);
+    tova_file_close(&f);
+    tova_security s;
+    tova_security_init(&s);
+    tova_security_set(&s, tova_security_everyone, tova_security_read_write);
+    EXPECT_EQ(1, tova_file_create(&f, folder.file("shared").c_str(), &s));
+    stat(folder.file("shared").c_str(), &status);
+    EXPECT_EQ(0666u, status.st_mode & 07777); // the mask does not count: the object is applied to the file
+    tova_file_close(&f);
+    EXPECT_EQ(0, tova_file_create(&f, folder.file("no/where").c_str(), &s));
+    EXPECT_EQ(ENOENT, f._error);
+    umask(mask);
+}
+
+TEST_F(File, AreFoundInADirectoryEachOnce)
+{
+    for (const char* name : {"a", ".hidden", "b.txt"})
+        write_file(folder.file(name), "");
+    ASSERT_EQ(1, tova_directory_create(folder.file("sub").c_str(), nullptr, 0));
+    ASSERT_EQ(0, symlink("sub", folder.file(".link").c_str()));
+    std::multiset<std::string> found, hidden, directories;
+    tova_file_find walk;
+    for (int more = tova_file_find_first(&walk, folder.path().c_str()); more; more = tova_file_find_next(&walk)) {
+        found.insert(tova_file_find_name(&walk));
+        if (tova_file_find_is_hidden(&walk))
+            hidden.insert(tova_file_find_name(&walk));
+        if (tova_file_find_is_dir(&walk))
+            directories.insert(tova_file_find_name(&walk));
+    }
+    EXPECT_EQ((std::multiset<std::string>{"a", ".hidden", "b.txt", "sub", ".link"}), found);
+    EXPECT_EQ((std::multiset<std::string>{".hidden", ".link"}), hidden);
+    EXPECT_EQ((std::multiset<std::string>{"sub", ".link"}), directories);
+    EXPECT_STREQ("", tova_file_find_name(&walk));
+    EXPECT_EQ(0, tova_file_find_next(&walk));
+    tova_file_find_close(&walk);
+    tova_file_find_close(&walk);
+    EXPECT_EQ(0, tova_file_find_first(&walk, folder.file("sub").c_str()));
+    tova_file_find_close(&walk);
+    EXPECT_EQ(0, tova_file_find_first(&walk, folder.file("missing").c_str()));
+    EXPECT_EQ(0, tova_file_find_next(&walk));
+    tova_file_find_close(&walk);
+    EXPECT_EQ(1, tova_file_find_first_pattern(&walk, folder.path().c_str(), "*"));
+    tova_file_find_close(&walk); // in the middle
+}
+
+} // namespace
