@@ -1,0 +1,277 @@
+// Events built by random calls through the C interface. Every answer is compared with the rules of nesting, every text
+// with a byte-exact model, and what is clean for JSON with what an independent parser makes of it.
+
+#include "analytics.h"
+#include "fuzz.h"
+#include "model.h"
+
+#include <cmath>
+#include <cstring>
+#include <deque>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+namespace {
+
+using nlohmann::json;
+
+const model::Session about{"fuzz", "1.0", "the-id"};
+analytics_session* session;
+std::string log_file;
+
+struct Level
+{
+    bool array;
+    const char* name;
+    std::string text;
+    json value;
+    bool clean = true;
+};
+
+// The calls and the model beside each other.
+class Run
+{
+public:
+    explicit Run(FuzzedDataProvider& input) : m_input(input) {}
+    void step();
+    void finish();
+
+private:
+    const char* text();
+    bool add(const char* name, const std::string& text, const json& value, bool clean);
+    uint32_t refusal(bool named, const char* name) const;
+    void begin_event();
+    void end_event();
+    void begin(bool array, bool named);
+    void end(bool array);
+    void add_string(bool named);
+    void add_number(bool named);
+    void add_property();
+    void close(Level& level) const { level.text += level.array ? " ]" : " }"; }
+    void check_finished(const Level& root);
+
+    FuzzedDataProvider& m_input;
+    std::deque<std::string> m_names; // the host's: names must stay where they are until their end calls
+    std::vector<Level> m_levels;
+    const char* m_event_name = nullptr;
+};
+
+const char* Run::text()
+{
+    if (m_input.ConsumeIntegralInRange(0, 15) == 0)
+        return nullptr;
+    m_names.push_back(m_input.ConsumeRandomLengthString(300));
+    return m_names.back().c_str();
+}
+
+// Whether a parser takes the text as a string: the parser's judgement, so that the model needs none of its own.
+bool clean(const char* text) { return !text || json::accept(model::quoted(text)); }
+
+bool Run::add(const char* name, const std::string& text, const json& value, bool is_clean)
+{
+    Level& top = m_levels.back();
+    const bool first = top.text.size() == 1;
+    top.text += (first ? " " : ", ") + (name ? model::quoted(name) + ": " : "") + text;
+    top.clean = top.clean && is_clean && clean(name);
+    if (top.clean)
+        top.array ? top.value.push_back(value) : top.value[name] = value;
+    return true;
+}
+
+uint32_t Run::refusal(bool named, const char* name) const
+{
+    if (m_levels.empty())
+        return ANALYTICS_NO_EVENT;
+    const bool array = m_levels.back().array;
+    if (named)
+        return !name ? ANALYTICS_NAME_REQUIRED : array ? ANALYTICS_NAME_REFUSED : ANALYTICS_OK;
+    return array ? ANALYTICS_OK : ANALYTICS_NAME_REQUIRED;
+}
+
+void Run::begin_event()
+{
+    const char* name = text();
+    const uint32_t expected = m_levels.empty() ? ANALYTICS_OK : ANALYTICS_EVENT_OPEN;
+    fuzz::same("analytics_event_begin", expected, analytics_event_begin(session, name));
+    if (expected != ANALYTICS_OK)
+        return;
+    m_event_name = name;
+    m_levels.push_back({false, nullptr, "{", json::object()});
+}
+
+void Run::end_event()
+{
+    const size_t open = m_levels.size();
+    const uint32_t expected = open == 0 ? ANALYTICS_NO_EVENT : open > 1 ? ANALYTICS_NESTED_OPEN : ANALYTICS_OK;
+    fuzz::same("analytics_event_end", expected, analytics_event_end(session));
+    if (expected != ANALYTICS_OK)
+        return;
+    close(m_levels.back());
+    check_finished(m_levels.back());
+    m_levels.clear();
+}
+
+void Run::check_finished(const Level& root)
+{
+    std::vector<char> buffer(m_input.ConsumeIntegralInRange<size_t>(0, root.text.size() + 8), 'x');
+    std::vector<char> expected(buffer.size());
+    strncpy(expected.data(), root.text.c_str(), expected.size());
+    fuzz::same("analytics_log_get", ANALYTICS_OK, analytics_log_get(session, buffer.data(), buffer.size()));
+    fuzz::same("the text of analytics_log_get", {expected.data(), expected.size()}, {buffer.data(), buffer.size()});
+    model::check_line(about, model::quoted_or_null(m_event_name), root.text, fuzz::read_file(log_file));
+    unlink(log_file.c_str());
+    if (!root.clean)
+        return;
+    const json parsed = json::parse(root.text, nullptr, false);
+    fuzz::require("a parser takes the text", !parsed.is_discarded());
+    fuzz::require("a parser reads back what was added", parsed == root.value);
+}
+
+void Run::begin(bool array, bool named)
+{
+    const char* name = named ? text() : nullptr;
+    uint32_t expected = ANALYTICS_OK;
+    if (m_levels.empty())
+        expected = ANALYTICS_NO_EVENT;
+    else if (m_levels.back().array ? name != nullptr : name == nullptr)
+        expected = name ? ANALYTICS_NAME_REFUSED : ANALYTICS_NAME_REQUIRED;
+    const uint32_t answer = named ? (array ? analytics_name_array_begin : analytics_name_object_begin)(session, name)
+                                  : (array ? analytics_array_begin : analytics_object_begin)(session);
+    fuzz::same("begin", expected, answer);
+    if (expected == ANALYTICS_OK)
+        m_levels.push_back({array, name, array ? "[" : "{", array ? json::array() : json::object()});
+}
+
+void Run::end(bool array)
+{
+    uint32_t expected = ANALYTICS_OK;
+    if (m_levels.empty())
+        expected = ANALYTICS_NO_EVENT;
+    else if (m_levels.size() == 1)
+        expected = array ? ANALYTICS_NO_ARRAY_OPEN : ANALYTICS_NO_OBJECT_OPEN;
+    else if (m_levels.back().array != array)
+        expected = array ? ANALYTICS_NAME_REQUIRED : ANALYTICS_NAME_REFUSED;
+    fuzz::same("end", expected, (array ? analytics_array_end : analytics_object_end)(session));
+    if (expected != ANALYTICS_OK)
+        return;
+    Level child = std::move(m_levels.back());
+    m_levels.pop_back();
+    close(child);
+    add(child.name, child.text, child.value, child.clean);
+}
+
+void Run::add_string(bool named)
+{
+    const char* name = named ? text() : nullptr;
+    const char* value = text();
+    const uint32_t expected = refusal(named, name);
+    fuzz::same("string_add", expected,
+               named ? analytics_name_string_add(session, name, value) : analytics_string_add(session, value));
+    if (expected == ANALYTICS_OK)
+        add(name, model::quoted_or_null(value), value && clean(value) ? json(value) : json(), clean(value));
+}
+
+void Run::add_number(bool named)
+{
+    const char* name = named ? text() : nullptr;
+    const uint32_t expected = refusal(named, name);
+    const auto checked = [&](uint32_t answer, const std::string& number, const json& value, bool is_clean) {
+        fuzz::same("a number's or boolean's add", expected, answer);
+        if (expected == ANALYTICS_OK)
+            add(name, number, value, is_clean);
+    };
+    switch (m_input.ConsumeIntegralInRange(0, 3)) {
+    case 0: {
+        const auto value = m_input.ConsumeIntegral<int32_t>();
+        checked(named ? analytics_name_int32_add(session, name, value) : analytics_int32_add(session, value),
+                std::to_string(value), value, true);
+        break;
+    }
+    case 1: {
+        const auto value = m_input.ConsumeIntegral<int64_t>();
+        checked(named ? analytics_name_int64_add(session, name, value) : analytics_int64_add(session, value),
+                std::to_string(value), value, true);
+        break;
+    }
+    case 2: {
+        const bool value = m_input.ConsumeBool();
+        checked(named ? analytics_name_bool_add(session, name, value) : analytics_bool_add(session, value),
+                value ? "true" : "false", value, true);
+        break;
+    }
+    default: {
+        const auto bits = m_input.ConsumeIntegral<uint64_t>();
+        double value;
+        memcpy(&value, &bits, sizeof value);
+        const std::string text = model::number(value);
+        // A number is clean when it is finite; what a parser can know of it is what six digits say.
+        checked(named ? analytics_name_float64_add(session, name, value) : analytics_float64_add(session, value), text,
+                strtod(text.c_str(), nullptr), std::isfinite(value) && std::isfinite(strtod(text.c_str(), nullptr)));
+    }
+    }
+}
+
+void Run::add_property()
+{
+    static const char* const properties[][2] = {{"os_name", "mac"}, {"mfg", "Apple"}, {"ram_free", "0 MB"}};
+    const auto& [key, value] = properties[m_input.ConsumeIntegralInRange(0, 2)];
+    const uint32_t expected = m_levels.empty() ? ANALYTICS_NO_EVENT : ANALYTICS_OK;
+    fuzz::same("analytics_property_add", expected, analytics_property_add(session, key));
+    if (expected == ANALYTICS_OK)
+        add(m_levels.back().array ? nullptr : key, model::quoted(value), value, true);
+}
+
+void Run::step()
+{
+    switch (m_input.ConsumeIntegralInRange(0, 13)) {
+    case 0: return begin_event();
+    case 1: return end_event();
+    case 2: return begin(false, true);
+    case 3: return begin(false, false);
+    case 4: return begin(true, true);
+    case 5: return begin(true, false);
+    case 6: return end(false);
+    case 7: return end(true);
+    case 8: return add_string(true);
+    case 9: return add_string(false);
+    case 10: return add_number(true);
+    case 11: return add_number(false);
+    case 12: return add_property();
+    default: fuzz::same("a null session", ANALYTICS_NO_SESSION, analytics_string_add(nullptr, "x"));
+    }
+}
+
+// Leaves no event open, so that inputs do not depend on each other.
+void Run::finish()
+{
+    while (m_levels.size() > 1)
+        end(m_levels.back().array);
+    if (!m_levels.empty())
+        end_event();
+}
+
+} // namespace
+
+int LLVMFuzzerInitialize(int*, char***)
+{
+    log_file = fuzz::scratch() + "/events.log";
+    analytics_config config = {};
+    strcpy(config.upload_url, "http://127.0.0.1:9/");
+    strcpy(config.event_log_file, log_file.c_str());
+    strcpy(config.unique_id, about.id.c_str());
+    strcpy(config.application_id, about.application.c_str());
+    strcpy(config.application_version, about.version.c_str());
+    session = analytics_initialize(&config);
+    fuzz::require("a session", session);
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
+{
+    FuzzedDataProvider input(bytes, size);
+    Run run(input);
+    while (input.remaining_bytes() > 0)
+        run.step();
+    run.finish();
+    return 0;
+}
