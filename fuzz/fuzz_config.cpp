@@ -11,10 +11,18 @@
 
 namespace {
 
-template <size_t Size> std::string text(const char (&field)[Size]) { return {field, strnlen(field, Size)}; }
+template <size_t Size>
+std::string text(const char (&field)[Size])
+{
+    return {field, strnlen(field, Size)};
+}
 
 // Anything as a file's name, but in the scratch folder (the working folder) and nowhere else.
-template <size_t Size> void stay_here(char (&path)[Size]) { std::replace(path, path + Size, '/', '_'); }
+template <size_t Size>
+void stay_here(char (&path)[Size])
+{
+    std::replace(path, path + Size, '/', '_');
+}
 
 bool is_a_file_name(const std::string& name)
 {

@@ -38,7 +38,7 @@ public:
 
 private:
     const char* text();
-    bool add(const char* name, const std::string& text, const json& value, bool clean);
+    void add(const char* name, const std::string& text, const json& value, bool clean);
     uint32_t refusal(bool named, const char* name) const;
     void begin_event();
     void end_event();
@@ -65,17 +65,21 @@ const char* Run::text()
 }
 
 // Whether a parser takes the text as a string: the parser's judgement, so that the model needs none of its own.
-bool clean(const char* text) { return !text || json::accept(model::quoted(text)); }
+bool clean(const char* text)
+{
+    return !text || json::accept(model::in_quotes(text));
+}
 
-bool Run::add(const char* name, const std::string& text, const json& value, bool is_clean)
+void Run::add(const char* name, const std::string& text, const json& value, bool is_clean)
 {
     Level& top = m_levels.back();
     const bool first = top.text.size() == 1;
-    top.text += (first ? " " : ", ") + (name ? model::quoted(name) + ": " : "") + text;
+    top.text += (first ? " " : ", ") + (name ? model::in_quotes(name) + ": " : "") + text;
     top.clean = top.clean && is_clean && clean(name);
-    if (top.clean)
-        top.array ? top.value.push_back(value) : top.value[name] = value;
-    return true;
+    if (top.clean && top.array)
+        top.value.push_back(value);
+    else if (top.clean)
+        top.value[name] = value;
 }
 
 uint32_t Run::refusal(bool named, const char* name) const
@@ -113,12 +117,12 @@ void Run::end_event()
 
 void Run::check_finished(const Level& root)
 {
-    std::vector<char> buffer(m_input.ConsumeIntegralInRange<size_t>(0, root.text.size() + 8), 'x');
+    std::vector<char> buffer(m_input.ConsumeIntegralInRange<size_t>(1, root.text.size() + 8), 'x');
     std::vector<char> expected(buffer.size());
     strncpy(expected.data(), root.text.c_str(), expected.size());
     fuzz::same("analytics_log_get", ANALYTICS_OK, analytics_log_get(session, buffer.data(), buffer.size()));
     fuzz::same("the text of analytics_log_get", {expected.data(), expected.size()}, {buffer.data(), buffer.size()});
-    model::check_line(about, model::quoted_or_null(m_event_name), root.text, fuzz::read_file(log_file));
+    model::check_line(about, model::in_quotes_or_null(m_event_name), root.text, fuzz::read_file(log_file));
     unlink(log_file.c_str());
     if (!root.clean)
         return;
@@ -168,7 +172,7 @@ void Run::add_string(bool named)
     fuzz::same("string_add", expected,
                named ? analytics_name_string_add(session, name, value) : analytics_string_add(session, value));
     if (expected == ANALYTICS_OK)
-        add(name, model::quoted_or_null(value), value && clean(value) ? json(value) : json(), clean(value));
+        add(name, model::in_quotes_or_null(value), value && clean(value) ? json(value) : json(), clean(value));
 }
 
 void Run::add_number(bool named)
@@ -218,26 +222,40 @@ void Run::add_property()
     const uint32_t expected = m_levels.empty() ? ANALYTICS_NO_EVENT : ANALYTICS_OK;
     fuzz::same("analytics_property_add", expected, analytics_property_add(session, key));
     if (expected == ANALYTICS_OK)
-        add(m_levels.back().array ? nullptr : key, model::quoted(value), value, true);
+        add(m_levels.back().array ? nullptr : key, model::in_quotes(value), value, true);
 }
 
 void Run::step()
 {
     switch (m_input.ConsumeIntegralInRange(0, 13)) {
-    case 0: return begin_event();
-    case 1: return end_event();
-    case 2: return begin(false, true);
-    case 3: return begin(false, false);
-    case 4: return begin(true, true);
-    case 5: return begin(true, false);
-    case 6: return end(false);
-    case 7: return end(true);
-    case 8: return add_string(true);
-    case 9: return add_string(false);
-    case 10: return add_number(true);
-    case 11: return add_number(false);
-    case 12: return add_property();
-    default: fuzz::same("a null session", ANALYTICS_NO_SESSION, analytics_string_add(nullptr, "x"));
+    case 0:
+        return begin_event();
+    case 1:
+        return end_event();
+    case 2:
+        return begin(false, true);
+    case 3:
+        return begin(false, false);
+    case 4:
+        return begin(true, true);
+    case 5:
+        return begin(true, false);
+    case 6:
+        return end(false);
+    case 7:
+        return end(true);
+    case 8:
+        return add_string(true);
+    case 9:
+        return add_string(false);
+    case 10:
+        return add_number(true);
+    case 11:
+        return add_number(false);
+    case 12:
+        return add_property();
+    default:
+        fuzz::same("a null session", ANALYTICS_NO_SESSION, analytics_string_add(nullptr, "x"));
     }
 }
 

@@ -30,7 +30,10 @@ void same(const char* what, const std::vector<std::string>& expected, const std:
         fuzz::same(what, expected[i], got[i]);
 }
 
-std::wstring widened(std::string_view text) { return {text.begin(), text.end()}; }
+std::wstring widened(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
 
 } // namespace
 

@@ -12,8 +12,11 @@ constexpr wchar_t replacement = 0xFFFD;
 
 size_t length_of(unsigned char lead)
 {
-    static const struct { unsigned char from, to; size_t length; } leads[] = {
-        {0xC0, 0xDF, 2}, {0xE0, 0xEF, 3}, {0xF0, 0xF7, 4}, {0xF8, 0xFB, 5}, {0xFC, 0xFD, 6}};
+    static const struct
+    {
+        unsigned char from, to;
+        size_t length;
+    } leads[] = {{0xC0, 0xDF, 2}, {0xE0, 0xEF, 3}, {0xF0, 0xF7, 4}, {0xF8, 0xFB, 5}, {0xFC, 0xFD, 6}};
     for (const auto& row : leads)
         if (lead >= row.from && lead <= row.to)
             return row.length;
@@ -35,7 +38,8 @@ wchar_t code_point(std::string_view sequence)
     value -= 0x100 - (1ul << (8 - sequence.size())); // what the leading ones of the lead byte are worth
     for (char byte : sequence.substr(1))
         value = value * 64 + (static_cast<unsigned char>(byte) - 0x80);
-    const bool is_character = value >= least[sequence.size()] && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
+    const bool is_character =
+        value >= least[sequence.size()] && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
     return is_character ? static_cast<wchar_t>(value) : replacement;
 }
 
@@ -77,7 +81,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     // And back: characters of ours come back as they are.
     const int32_t narrow = tova_wide_to_utf8(nullptr, 0, expected.text.c_str());
     std::string back(static_cast<size_t>(std::max(narrow, 2)), 'x');
-    fuzz::same("the count back", narrow, tova_wide_to_utf8(back.data(), static_cast<unsigned>(back.size()), expected.text.c_str()));
+    fuzz::same("the count back", narrow,
+               tova_wide_to_utf8(back.data(), static_cast<unsigned>(back.size()), expected.text.c_str()));
     fuzz::require("decoded again", decode(back.c_str()).text == expected.text);
     return 0;
 }

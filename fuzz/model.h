@@ -12,20 +12,37 @@ inline std::string escaped(std::string_view text)
     std::string out;
     for (char byte : text) {
         switch (byte) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default: out += byte;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        default:
+            out += byte;
         }
     }
     return out;
 }
 
-inline std::string quoted(std::string_view text) { return '"' + escaped(text) + '"'; }
+inline std::string in_quotes(std::string_view text)
+{
+    return '"' + escaped(text) + '"';
+}
 
-inline std::string quoted_or_null(const char* text) { return text ? quoted(text) : "null"; }
+inline std::string in_quotes_or_null(const char* text)
+{
+    return text ? in_quotes(text) : "null";
+}
 
 inline std::string number(double value)
 {
@@ -40,8 +57,9 @@ inline std::string percent(std::string_view text)
     for (unsigned char byte : text) {
         char code[4];
         snprintf(code, sizeof code, "%%%02x", byte);
-        const bool kept = byte >= '!' && byte <= 'z' &&
-                          std::string_view(";/?:@&=+$\"<>%\\^[]`,#_").find(static_cast<char>(byte)) == std::string::npos;
+        const bool kept =
+            byte >= '!' && byte <= 'z' &&
+            std::string_view(";/?:@&=+$\"<>%\\^[]`,#_").find(static_cast<char>(byte)) == std::string::npos;
         kept ? out += static_cast<char>(byte) : out += code;
     }
     return out;
@@ -60,11 +78,12 @@ inline void check_line(const Session& session, const std::string& name, const st
     const size_t at = std::string_view("[ 3, \"").size();
     fuzz::require("the line holds a time", line.size() > at + shape.size());
     for (size_t i = 0; i < shape.size(); ++i)
-        fuzz::require("the time's shape", shape[i] == '0' ? isdigit(static_cast<unsigned char>(line[at + i])) : shape[i] == line[at + i]);
+        fuzz::require("the time's shape",
+                      shape[i] == '0' ? isdigit(static_cast<unsigned char>(line[at + i])) : shape[i] == line[at + i]);
     line.replace(at, shape.size(), shape);
     fuzz::same("the line of the event log file",
-               "[ 3, \"" + shape + "\", " + quoted(session.application) + ", " + quoted(session.version) + ", " +
-                   quoted(session.id) + ", " + name + ", " + object + " ]\n",
+               "[ 3, \"" + shape + "\", " + in_quotes(session.application) + ", " + in_quotes(session.version) + ", " +
+                   in_quotes(session.id) + ", " + name + ", " + object + " ]\n",
                line);
 }
 

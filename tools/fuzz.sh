@@ -5,8 +5,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 seconds=$1
 shift
-build=build/fuzz/fuzz
-work=build/fuzz/found
+build=$PWD/build/fuzz/fuzz
+work=$PWD/build/fuzz/found
 mkdir -p "$work"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:detect_stack_use_after_return=1:allocator_may_return_null=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
@@ -17,11 +17,11 @@ fi
 
 run_one() { # FUZZER: prints its line; fails when it found something
     local fuzzer=$1 name=${1%_fast} seeds log status=0 limits=(-max_total_time="$seconds")
-    seeds=fuzz/corpus/$name
+    seeds=$PWD/fuzz/corpus/$name
     log=$work/$fuzzer.log
     mkdir -p "$work/$fuzzer" "$seeds"
     local options=(-print_final_stats=1 -timeout=30 -rss_limit_mb=3000 -artifact_prefix="$work/$fuzzer-")
-    [ ! -f "fuzz/$name.dict" ] || options+=(-dict="fuzz/$name.dict")
+    [ ! -f "$PWD/fuzz/$name.dict" ] || options+=(-dict="$PWD/fuzz/$name.dict")
     [ ! -f "fuzz/$name.options" ] || options+=($(cat "fuzz/$name.options"))
     "$build/$fuzzer" "${options[@]}" "${limits[@]}" "$work/$fuzzer" "$seeds" >"$log" 2>&1 || status=$?
     local runs more
@@ -44,7 +44,7 @@ run_one() { # FUZZER: prints its line; fails when it found something
     if [ "$status" -eq 0 ]; then
         echo "no finding"
     else
-        echo "FINDING: $(grep -m 1 -E 'FINDING|ERROR: |runtime error' "$log" || echo "exit status $status"); see $log"
+        echo "$(grep -m 1 -a -E 'FINDING|ERROR: |runtime error' "$log" || echo "exit status $status"); see $log"
         return 1
     fi
 }
