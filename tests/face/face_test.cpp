@@ -1,0 +1,215 @@
+// The C++ face: what it makes of C++ values and scopes, seen in the lines of the event log file. Compiled as C++17.
+#include "analytics.hpp"
+
+#include "support/http_server.h"
+#include "support/scratch.h"
+
+#include <atomic>
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+using analytics::result;
+
+static_assert(!std::is_copy_constructible_v<analytics::session> && !std::is_move_constructible_v<analytics::event>);
+
+namespace {
+
+class Face : public testing::Test
+{
+protected:
+    analytics::settings settings(const std::string& url = "http://127.0.0.1:1/")
+    {
+        analytics::settings given;
+        given.upload_url = url;
+        given.event_log_file = m_folder.file("events.log");
+        given.unique_id = "U";
+        given.unique_id_file = m_folder.file("id");
+        given.application_id = "A";
+        given.application_version = "1";
+        return given;
+    }
+
+    /// The lines, each from its event's name on.
+    std::vector<std::string> events()
+    {
+        std::vector<std::string> found = support::split_lines(support::read_file(m_folder.file("events.log")));
+        for (std::string& line : found)
+            line.erase(0, line.find("\"U\", ") + 5);
+        return found;
+    }
+
+    using Events = std::vector<std::string>;
+    support::ScratchFolder m_folder;
+};
+
+enum : short
+{
+    small = -7
+};
+
+} // namespace
+
+TEST_F(Face, AddsEveryTypeByItsKind)
+{
+    analytics::session session(settings());
+    {
+        auto event = session.open_event("e");
+        event.add("b", true);
+        event.add("i8", static_cast<signed char>(-8));
+        event.add("u8", static_cast<unsigned char>(200));
+        event.add("i16", static_cast<short>(small));
+        event.add("i", INT32_MIN);
+        event.add("u", 4294967295u);
+        event.add("l", INT64_MIN);
+        event.add("ul", static_cast<unsigned long>(INT64_MAX));
+        event.add("big", UINT64_MAX);
+        event.add("f", 0.5f);
+        event.add("d", 1e20);
+        event.add("c", "text");
+        event.add("s", std::string("string"));
+        event.add("v", std::string_view("view, cut", 4));
+        event.add("n", nullptr);
+        event.add("o1", std::optional<int>(1));
+        event.add("o0", std::optional<std::string>());
+        event.add("p", static_cast<const char*>(nullptr));
+    }
+    EXPECT_EQ(events(),
+              Events{R"("e", { "b": true, "i8": -8, "u8": 200, "i16": -7, "i": -2147483648, "u": 4294967295, )"
+                     R"("l": -9223372036854775808, "ul": 9223372036854775807, "big": 1.84467e+19, "f": 0.5, )"
+                     R"("d": 1e+20, "c": "text", "s": "string", "v": "view", "n": null, "o1": 1, "o0": null, )"
+                     R"("p": null } ])"});
+}
+
+TEST_F(Face, EndsScopesFromTheInnermostOutwards)
+{
+    analytics::session session(settings());
+    {
+        auto event = session.open_event("e");
+        auto list = event.open_array("list");
+        list.add(1);
+        {
+            auto inner = list.open_array();
+            auto item = inner.open_object();
+            item.add("k", "v");
+        }
+        auto last = list.open_object();
+        auto deep = last.open_object("deep");
+        EXPECT_EQ(events(), Events{});
+    }
+    EXPECT_EQ(events(), Events{R"("e", { "list": [ 1, [ { "k": "v" } ], { "deep": { } } ] } ])"});
+}
+
+TEST_F(Face, AddingToAScopeEndsWhatIsOpenInIt)
+{
+    analytics::session session(settings());
+    auto event = session.open_event("e");
+    auto object = event.open_object("o");
+    auto list = object.open_array("l");
+    list.add(1);
+    EXPECT_EQ(event.add("after", 2), result::ok);
+    EXPECT_FALSE(object || list);
+    EXPECT_EQ(list.add(3), result::no_event);
+    EXPECT_EQ(object.add("k", 3), result::no_event);
+    EXPECT_EQ(object.open_object("x").opened(), result::no_event);
+    EXPECT_EQ(object.end(), result::no_event);
+    auto sibling = event.open_object("p"); // at the depth that `object` had: the two must not be confused
+    EXPECT_EQ(object.add("k", 3), result::no_event);
+    EXPECT_EQ(sibling.add("k", 4), result::ok);
+    EXPECT_EQ(event.end(), result::ok);
+    EXPECT_EQ(events(), Events{R"("e", { "o": { "l": [ 1 ] }, "after": 2, "p": { "k": 4 } } ])"});
+}
+
+TEST_F(Face, LeavesNoEventHalfBuiltWhenAnExceptionPasses)
+{
+    analytics::session session(settings());
+    try {
+        auto event = session.open_event("broken");
+        auto list = event.open_array("l");
+        list.add(1);
+        throw std::runtime_error("passing");
+    } catch (const std::runtime_error&) {
+    }
+    EXPECT_TRUE(session.open_event("next"));
+    EXPECT_EQ(events(), (Events{R"("broken", { "l": [ 1 ] } ])", R"("next", { } ])"}));
+}
+
+TEST_F(Face, ASessionThatClosesEndsItsEventFirst)
+{
+    auto session = std::make_unique<analytics::session>(settings());
+    auto event = session->open_event("e");
+    auto object = event.open_object("o");
+    session.reset();
+    EXPECT_FALSE(event || object);
+    EXPECT_EQ(events(), Events{R"("e", { "o": { } } ])"});
+}
+
+TEST_F(Face, RefusesASecondEventAndKeepsTheFirst)
+{
+    analytics::session session(settings());
+    auto first = session.open_event("first");
+    auto second = session.open_event("second");
+    EXPECT_EQ(second.opened(), result::event_open);
+    EXPECT_EQ(second.add("k", 1), result::no_event);
+    EXPECT_EQ(first.add("k", 1), result::ok);
+    EXPECT_EQ(first.add(nullptr, 1), result::name_required);
+    EXPECT_EQ(first.open_object(nullptr).opened(), result::name_required);
+}
+
+TEST_F(Face, RefusesSettingsThatDoNotFit)
+{
+    analytics::settings given = settings();
+    given.unique_id = std::string(40, 'u');
+    EXPECT_TRUE(analytics::session(given));
+    given.unique_id += 'u';
+    analytics::session session(given);
+    EXPECT_FALSE(session);
+    EXPECT_EQ(session.open_event("e").opened(), result::no_session);
+    EXPECT_EQ(session.send(), result::no_session);
+    EXPECT_STREQ(analytics::text(result::no_session), analytics_result_text(100));
+}
+
+TEST_F(Face, AddsAndReadsPropertiesOfTheMachine)
+{
+    analytics::session session(settings());
+    std::string name;
+    EXPECT_EQ(session.property("os_name", name), result::ok);
+    EXPECT_FALSE(name.empty());
+    EXPECT_EQ(session.property("nosuch", name), result::unknown_property);
+    EXPECT_EQ(name, "");
+    session.property("os_name", name);
+    {
+        auto event = session.open_event("e");
+        auto list = event.open_array("l");
+        EXPECT_EQ(list.add_property("os_name"), result::ok);
+        EXPECT_EQ(event.add_property("os_name"), result::ok);
+        EXPECT_EQ(event.add_property("nosuch"), result::unknown_property);
+    }
+    EXPECT_EQ(events(), Events{R"("e", { "l": [ ")" + name + R"(" ], "os_name": ")" + name + R"(" } ])"});
+}
+
+TEST_F(Face, SendsAndTellsTheObserversThatItWasGiven)
+{
+    support::HttpServer server([](const support::Request&) { return support::Reply{200, "12345"}; });
+    analytics::session session(settings(server.url()));
+    std::atomic<int> size{-1}, received{-1}, outcome{-1};
+    session.observe(analytics::upload::size, [&](std::uint32_t value, double) { size = static_cast<int>(value); });
+    session.observe(analytics::upload::progress,
+                    [&](std::uint32_t value, double) { received = static_cast<int>(value); });
+    session.observe(analytics::upload::complete,
+                    [&](std::uint32_t value, double) { outcome = static_cast<int>(value); });
+    session.observe(analytics::upload::error, [&](std::uint32_t value, double) { outcome = static_cast<int>(value); });
+    (void)session.open_event("one");
+    EXPECT_EQ(session.send(), result::ok);
+    (void)session.open_event("two");
+    EXPECT_EQ(session.start_send(), result::ok);
+    ASSERT_TRUE(support::wait_until([&] { return outcome >= 0; }));
+    // A machine without a route gives up what it queued (200); the event is kept then.
+    if (outcome == 0) {
+        EXPECT_EQ(size, 5);
+        EXPECT_EQ(received, 5);
+        EXPECT_EQ(events(), Events{});
+    } else {
+        EXPECT_EQ(outcome, 200);
+        EXPECT_EQ(events().size(), 1u);
+    }
+}
