@@ -1,0 +1,357 @@
+// One blocking transfer at a time, against real servers on loopback.
+#include "lumo/tova/runtime.h"
+#include "lumo/tova/tova-web.h"
+#include "support/http_server.h"
+#include "support/ports.h"
+#include "support/raw_server.h"
+#include "support/scratch.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+using support::HttpServer;
+using support::RawServer;
+using support::Reply;
+using support::Request;
+
+namespace {
+
+std::vector<std::pair<int32_t, std::string>> logged;
+
+// What the callbacks of a response heard.
+struct Heard
+{
+    std::string body, headers;
+    uint64_t expected = 0, received = 0;
+    int progress_calls = 0;
+    int32_t go_on = 1;
+    tova_http_response* response = nullptr;
+
+    static void on_body(void* user, const void* bytes, uint32_t count, tova_http_response* r)
+    {
+        static_cast<Heard*>(user)->body.append(static_cast<const char*>(bytes), count);
+        static_cast<Heard*>(user)->response = r;
+    }
+    static void on_header(void* user, const void* bytes, uint32_t count, tova_http_response*)
+    {
+        static_cast<Heard*>(user)->headers.append(static_cast<const char*>(bytes), count);
+    }
+    static int32_t on_progress(void* user, uint64_t expected, uint64_t received)
+    {
+        auto* self = static_cast<Heard*>(user);
+        self->expected = expected;
+        self->received = received;
+        ++self->progress_calls;
+        return self->go_on;
+    }
+};
+
+struct Http : testing::Test
+{
+    HttpServer server; // outlives the connection that a request keeps open
+    tova_http h;
+    tova_http_response r;
+    Heard heard;
+
+    Http()
+    {
+        logged.clear();
+        tova_log_register([](int32_t level, const char* message) { logged.emplace_back(level, message); });
+        tova_http_initialize(0);
+        tova_http_init(&h);
+        tova_http_response_create(&r);
+        tova_http_response_callback_set(&r, &heard, Heard::on_body, Heard::on_header, nullptr);
+    }
+    ~Http() override
+    {
+        tova_http_close(&h);
+        tova_http_response_destroy(&r);
+        tova_http_shutdown();
+        tova_log_register(nullptr);
+    }
+    int32_t get(const std::string& url)
+    {
+        tova_http_option_string_set(&h, tova_http_url, url.c_str());
+        return tova_http_request(&h, &r, tova_http_get);
+    }
+    void expect_one_log_line(const char* line)
+    {
+        ASSERT_EQ(1u, logged.size());
+        EXPECT_EQ(std::make_pair(2, std::string(line)), logged[0]);
+    }
+};
+
+TEST_F(Http, GetsABodyAndHeadersAndKeepsItsHandle)
+{
+    server.answer([](const Request&) { return Reply{200, std::string("a\0b", 3), {{"X-Answer", "42"}}}; });
+    for (int round = 1; round <= 2; ++round) {
+        heard = {};
+        ASSERT_EQ(1, get(server.url("/x?y=1")));
+        EXPECT_EQ(200, tova_http_response_number_get(&r, tova_http_response_status));
+        EXPECT_EQ(3, tova_http_response_number_get(&r, tova_http_response_received));
+        EXPECT_EQ(std::string("a\0b", 3), heard.body);
+        EXPECT_EQ(&r, heard.response);
+        EXPECT_NE(std::string::npos, heard.headers.find("X-Answer: 42\r\n"));
+    }
+    const auto requests = server.requests();
+    ASSERT_EQ(2u, requests.size());
+    EXPECT_EQ("GET", requests[0].method);
+    EXPECT_EQ("/x?y=1", requests[0].target);
+    EXPECT_EQ("tova-1.2", requests[0].header("user-agent"));
+    EXPECT_FALSE(requests[0].has_header("cookie"));
+    EXPECT_EQ(requests[0].client_port, requests[1].client_port);
+    EXPECT_EQ(0u, logged.size());
+    EXPECT_STREQ("", tova_http_response_string_get(&r, tova_http_response_error));
+}
+
+TEST_F(Http, PostsItsDataByteForByteAndGetsAgainAfterwards)
+{
+    const std::string url = server.url();
+    tova_http_option_string_set(&h, tova_http_url, url.c_str());
+    const char data[] = {'a', 0, 'b', '\n', static_cast<char>(0xFF)};
+    tova_http_data_set(&h, data, sizeof data);
+    EXPECT_EQ(1, tova_http_request(&h, &r, tova_http_post));
+    tova_http_data_set(&h, nullptr, 5);
+    EXPECT_EQ(1, tova_http_request(&h, &r, tova_http_post)); // no data, no reading from standard input
+    EXPECT_EQ(1, tova_http_request(&h, &r, 7));
+    const auto requests = server.requests();
+    ASSERT_EQ(3u, requests.size());
+    EXPECT_EQ("POST", requests[0].method);
+    EXPECT_EQ(std::string(data, sizeof data), requests[0].body);
+    EXPECT_EQ("POST", requests[1].method);
+    EXPECT_EQ("0", requests[1].header("content-length"));
+    EXPECT_EQ("GET", requests[2].method);
+}
+
+TEST_F(Http, CountsStatus200To302AsSuccess)
+{
+    tova_http_option_bool_set(&h, tova_http_follow_redirects, 0);
+    for (int status : {200, 204, 299, 300, 301, 302, 303, 304, 400, 404, 407, 500, 599}) {
+        RawServer raw("HTTP/1.1 " + std::to_string(status) + " Odd\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+        EXPECT_EQ(status <= 302, get(raw.url())) << status;
+        EXPECT_EQ(status, r.status);
+    }
+    EXPECT_EQ(0u, logged.size());
+    RawServer informational("HTTP/1.1 199 Wait\r\n\r\n"); // and nothing after it
+    EXPECT_EQ(0, get(informational.url()));
+    EXPECT_EQ(1u, logged.size());
+}
+
+TEST_F(Http, FollowsRedirectsUnlessToldNotTo)
+{
+    server.answer([](const Request& request) {
+        return request.target == "/first" ? Reply{302, "moved", {{"Location", "/second"}}} : Reply{200, "here"};
+    });
+    EXPECT_EQ(1, get(server.url("/first")));
+    EXPECT_EQ(200, r.status);
+    EXPECT_EQ("here", heard.body);
+    tova_http_option_bool_set(&h, tova_http_follow_redirects, 0);
+    EXPECT_EQ(1, get(server.url("/first")));
+    EXPECT_EQ(302, r.status);
+    EXPECT_EQ("heremoved", heard.body);
+}
+
+TEST_F(Http, ReadsCookiesFromItsFileOnlyWhenToldTo)
+{
+    support::ScratchFolder folder;
+    const std::string jar = folder.file("jar");
+    support::write_file(jar, "127.0.0.1\tFALSE\t/\tFALSE\t0\tfrom\tfile\n");
+    server.answer([](const Request&) { return Reply{200, "", {{"Set-Cookie", "from=server"}}}; });
+    tova_http_option_string_set(&h, tova_http_cookie_file, jar.c_str());
+    EXPECT_EQ(1, get(server.url()));
+    EXPECT_EQ(1, get(server.url())); // what the server set is kept between requests all the same
+    tova_http_close(&h);
+    tova_http_option_bool_set(&h, tova_http_use_cookies, 1);
+    tova_http_option_string_set(&h, tova_http_cookie_file, jar.c_str());
+    EXPECT_EQ(1, get(server.url()));
+    const auto requests = server.requests();
+    ASSERT_EQ(3u, requests.size());
+    EXPECT_FALSE(requests[0].has_header("cookie"));
+    EXPECT_EQ("from=server", requests[1].header("cookie"));
+    EXPECT_EQ("from=file", requests[2].header("cookie"));
+    EXPECT_FALSE(requests[2].has_header("user-agent")); // closing released that text too
+}
+
+TEST_F(Http, NeverReadsCookiesFromStandardInput)
+{
+    support::ScratchFolder folder;
+    support::write_file(folder.file("input"), "127.0.0.1\tFALSE\t/\tFALSE\t0\tfrom\tinput\n");
+    const int kept = dup(0), input = open(folder.file("input").c_str(), O_RDONLY);
+    dup2(input, 0);
+    tova_http_option_bool_set(&h, tova_http_use_cookies, 1);
+    EXPECT_EQ(1, get(server.url()));
+    EXPECT_EQ(0, lseek(0, 0, SEEK_CUR));
+    dup2(kept, 0);
+    close(kept);
+    close(input);
+    EXPECT_FALSE(server.requests().at(0).has_header("cookie"));
+}
+
+TEST_F(Http, ReplacesThePathAndWithItSchemeAndUser)
+{
+    RawServer raw("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    const std::string host = "127.0.0.1:" + std::to_string(raw.port());
+    tova_http_option_string_set(&h, tova_http_path, "/c");
+    tova_http_option_string_set(&h, tova_http_user_agent, "other");
+    EXPECT_EQ(1, get("https://user:word@" + host + "/a/b?q"));
+    ASSERT_EQ(1u, raw.requests().size());
+    const std::string request = raw.requests()[0];
+    EXPECT_EQ(0u, request.find("GET /c HTTP/1.1\r\nHost: " + host + "\r\nUser-Agent: other\r\n")) << request;
+    EXPECT_EQ(std::string::npos, request.find("Authorization"));
+}
+
+TEST_F(Http, ReportsProgressAndIsStoppedByIt)
+{
+    server.answer([](const Request&) { return Reply{200, std::string(300'000, 'x')}; });
+    tova_http_response_callback_set(&r, &heard, Heard::on_body, nullptr, Heard::on_progress);
+    EXPECT_EQ(1, get(server.url()));
+    EXPECT_EQ(300'000u, heard.expected);
+    EXPECT_EQ(300'000u, heard.received);
+    EXPECT_EQ(300'000, tova_http_response_number_get(&r, tova_http_response_expected));
+    EXPECT_EQ(0, tova_http_response_number_get(&r, tova_http_response_cancelled));
+    heard = {};
+    heard.go_on = 0;
+    EXPECT_EQ(0, get(server.url()));
+    EXPECT_EQ(1, heard.progress_calls);
+    EXPECT_EQ(1, tova_http_response_number_get(&r, tova_http_response_cancelled));
+    EXPECT_EQ(-1, r.status);
+    expect_one_log_line("Failed curl_easy_perform error 42");
+}
+
+TEST_F(Http, ReportsARefusedConnectionWithOneLogLine)
+{
+    support::HeldPort port;
+    EXPECT_EQ(0, get(port.url()));
+    EXPECT_EQ(-1, r.status);
+    EXPECT_EQ(0, r.cancelled);
+    EXPECT_NE(0u, strlen(tova_http_response_string_get(&r, tova_http_response_error)));
+    expect_one_log_line("Failed curl_easy_perform error 7");
+    EXPECT_EQ(1, get(server.url())); // the next request starts afresh
+    EXPECT_STREQ("", tova_http_response_string_get(&r, tova_http_response_error));
+}
+
+TEST_F(Http, GivesUpAfterItsTimeOut)
+{
+    RawServer raw([](RawServer::Connection& connection) { connection.hang(); });
+    tova_http_option_number_set(&h, tova_http_timeout, 1);
+    EXPECT_EQ(0, get(raw.url()));
+    EXPECT_EQ(-1, r.status);
+    expect_one_log_line("Failed curl_easy_perform error 28");
+}
+
+TEST_F(Http, TakesNoProxyFromTheEnvironment)
+{
+    support::HeldPort port;
+    setenv("http_proxy", port.url().c_str(), 1);
+    EXPECT_EQ(1, get(server.url()));
+    unsetenv("http_proxy");
+}
+
+TEST_F(Http, OptionsKeepTheirValuesAndUnknownOnesAreRefused)
+{
+    static const char* const first_texts[] = {"", "tova-1.2", "", "-", "", "", "", "", ""};
+    for (int32_t i = 0; i <= 8; ++i) {
+        EXPECT_STREQ(first_texts[i], tova_http_option_string_get(&h, i)) << i;
+        EXPECT_EQ(1, tova_http_option_string_set(&h, i, std::to_string(i).c_str()));
+    }
+    for (int32_t i = 0; i <= 8; ++i)
+        EXPECT_EQ(std::to_string(i), tova_http_option_string_get(&h, i));
+    for (int32_t unknown : {-1, 9})
+        EXPECT_EQ(1, tova_http_option_string_set(&h, unknown, "ignored"));
+    EXPECT_EQ(60, tova_http_option_number_get(&h, tova_http_connect_timeout));
+    EXPECT_EQ(30, tova_http_option_number_get(&h, tova_http_timeout));
+    for (int32_t i = -1; i < 4; ++i) {
+        const bool known = i == 0 || i == 1;
+        EXPECT_EQ(known, tova_http_option_number_set(&h, i, 100 + i)) << i;
+        EXPECT_EQ(known ? 100 + i : 0, tova_http_option_number_get(&h, i)) << i;
+    }
+    EXPECT_EQ(1, tova_http_option_bool_get(&h, tova_http_follow_redirects));
+    for (int32_t i = -1; i < 8; ++i) {
+        const bool known = i >= 0 && i != 3 && i != 4 && i <= 5;
+        EXPECT_EQ(known, tova_http_option_bool_set(&h, i, 1)) << i;
+        EXPECT_EQ(known, tova_http_option_bool_get(&h, i)) << i;
+    }
+    EXPECT_STREQ("", tova_http_option_string_get(&h, tova_http_proxy)) << "option 4 empties both proxies";
+    EXPECT_STREQ("", tova_http_option_string_get(&h, tova_http_proxy_second));
+    EXPECT_GE(h._proxy._capacity, 256u);
+    EXPECT_EQ(1024, tova_http_response_number_get(&r, tova_http_response_capacity));
+    EXPECT_EQ(0, tova_http_response_number_get(&r, 99));
+    EXPECT_STREQ("", tova_http_response_string_get(&r, 99));
+}
+
+TEST_F(Http, SendsNothingWhileDisabledAndForgetsItsTextsWhenEnabled)
+{
+    EXPECT_EQ(0, tova_http_request(&h, &r, tova_http_get)); // no URL
+    tova_http_option_bool_set(&h, tova_http_disabled, 1);
+    EXPECT_EQ(0, get(server.url()));
+    EXPECT_EQ(0u, server.count());
+    tova_http_option_bool_set(&h, tova_http_disabled, 0);
+    EXPECT_STREQ("", tova_http_option_string_get(&h, tova_http_url));
+    EXPECT_EQ(1, get(server.url()));
+    EXPECT_EQ(0u, logged.size());
+}
+
+struct HttpToFile : Http
+{
+    support::ScratchFolder folder;
+    std::string path = folder.file("target");
+
+    int32_t fetch(const std::string& url)
+    {
+        tova_http_option_string_set(&h, tova_http_url, url.c_str());
+        return tova_http_to_file(&h, path.c_str());
+    }
+    size_t files() const
+    {
+        return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {}));
+    }
+};
+
+TEST_F(HttpToFile, WritesTheWholeBodyInPlaceOfWhatWasThere)
+{
+    const std::string body(1'000'000, 'x');
+    server.answer([&](const Request&) { return Reply{200, body}; });
+    EXPECT_EQ(1, fetch(server.url()));
+    EXPECT_EQ(body, support::read_file(path));
+    server.answer([](const Request&) { return Reply{200, "short"}; });
+    EXPECT_EQ(1, fetch(server.url()));
+    EXPECT_EQ("short", support::read_file(path));
+    EXPECT_EQ(1u, files());
+}
+
+TEST_F(HttpToFile, LeavesNothingBehindAndWhatWasThereAloneWhenItFails)
+{
+    HttpServer missing(404);
+    RawServer cut("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\nhalf a file");
+    support::HeldPort refused;
+    for (const std::string& url : {missing.url(), cut.url(), refused.url(), std::string()})
+        EXPECT_EQ(0, fetch(url)) << url;
+    EXPECT_EQ(0u, files());
+    support::write_file(path, "kept");
+    for (const std::string& url : {missing.url(), cut.url(), refused.url(), std::string()})
+        EXPECT_EQ(0, fetch(url)) << url;
+    EXPECT_EQ("kept", support::read_file(path));
+    EXPECT_EQ(1u, files());
+    path = folder.file("no/where");
+    EXPECT_EQ(0, fetch(server.url()));
+    EXPECT_EQ(0u, server.count());
+}
+
+TEST_F(HttpToFile, StopsWhenTheDiskTakesNoMore)
+{
+    server.answer([](const Request&) { return Reply{200, std::string(1'000'000, 'x')}; });
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small = {100'000, before.rlim_max};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &small);
+    const int32_t result = fetch(server.url());
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(0, result);
+    EXPECT_EQ(0u, files());
+}
+
+} // namespace
