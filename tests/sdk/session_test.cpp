@@ -1,0 +1,318 @@
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <set>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include "host/host.h"
+#include "support/session.h"
+
+using namespace AnalyticsSDK;
+using support::read_file;
+using support::Session;
+
+namespace {
+
+enum State
+{
+    idle,
+    root,
+    object,
+    array,
+    states
+};
+
+void Enter(analytics_session* session, int state)
+{
+    if (state != idle)
+        analytics_event_begin(session, "e");
+    if (state == object)
+        analytics_name_object_begin(session, "o");
+    if (state == array)
+        analytics_name_array_begin(session, "a");
+}
+
+/// Ends what Enter() began: works only if nothing has changed since. @return the event's text
+std::string Leave(const Session& session, int state)
+{
+    if (state == object || state == array) {
+        EXPECT_EQ(state == object ? analytics_object_end(session) : analytics_array_end(session), 0u);
+    }
+    EXPECT_EQ(analytics_event_end(session), state == idle ? 301u : 0u);
+    return state == idle ? "" : session.last_event();
+}
+
+/// A call of the interface, still without its session.
+template <typename... Parameters, typename... Arguments>
+std::function<uint32_t(analytics_session*)> With(uint32_t (*call)(analytics_session*, Parameters...),
+                                                 Arguments... arguments)
+{
+    return [=](analytics_session* session) { return call(session, arguments...); };
+}
+
+char logCopy[8];
+constexpr const char* null = nullptr;
+
+/// Every call with its result in each state: no event, in its root, in an object, in an array.
+const struct
+{
+    const char* what;
+    std::function<uint32_t(analytics_session*)> call;
+    uint32_t results[states];
+} matrix[] = {
+    {"event_begin", With(analytics_event_begin, "f"), {0, 300, 300, 300}},
+    {"event_end", With(analytics_event_end), {301, 0, 302, 302}},
+    {"name_object_begin", With(analytics_name_object_begin, "n"), {301, 0, 0, 401}},
+    {"object_begin", With(analytics_object_begin), {301, 400, 400, 0}},
+    {"object_end", With(analytics_object_end), {301, 303, 0, 401}},
+    {"name_array_begin", With(analytics_name_array_begin, "n"), {301, 0, 0, 401}},
+    {"array_begin", With(analytics_array_begin), {301, 400, 400, 0}},
+    {"array_end", With(analytics_array_end), {301, 304, 400, 0}},
+    {"name_string", With(analytics_name_string_add, "n", "v"), {301, 0, 0, 401}},
+    {"name_int32", With(analytics_name_int32_add, "n", 1), {301, 0, 0, 401}},
+    {"name_int64", With(analytics_name_int64_add, "n", 1), {301, 0, 0, 401}},
+    {"name_bool", With(analytics_name_bool_add, "n", true), {301, 0, 0, 401}},
+    {"name_float64", With(analytics_name_float64_add, "n", 1.0), {301, 0, 0, 401}},
+    {"string without a name", With(analytics_name_string_add, null, "v"), {301, 400, 400, 400}},
+    {"int32 without a name", With(analytics_name_int32_add, null, 1), {301, 400, 400, 400}},
+    {"int64 without a name", With(analytics_name_int64_add, null, 1), {301, 400, 400, 400}},
+    {"bool without a name", With(analytics_name_bool_add, null, true), {301, 400, 400, 400}},
+    {"float64 without a name", With(analytics_name_float64_add, null, 1.0), {301, 400, 400, 400}},
+    {"string", With(analytics_string_add, "v"), {301, 400, 400, 0}},
+    {"int32", With(analytics_int32_add, 1), {301, 400, 400, 0}},
+    {"int64", With(analytics_int64_add, 1), {301, 400, 400, 0}},
+    {"bool", With(analytics_bool_add, true), {301, 400, 400, 0}},
+    {"float64", With(analytics_float64_add, 1.0), {301, 400, 400, 0}},
+    {"property", With(analytics_property_add, "os_name"), {301, 0, 0, 0}},
+    {"unknown property", With(analytics_property_add, "nosuch"), {301, 104, 104, 104}},
+    {"null property", With(analytics_property_add, null), {301, 104, 104, 104}},
+    {"observer", With(analytics_observer_add, "size", nullptr, nullptr), {0, 0, 0, 0}},
+    {"unknown observer", With(analytics_observer_add, "done", nullptr, nullptr), {205, 205, 205, 205}},
+    {"null observer", With(analytics_observer_add, null, nullptr, nullptr), {205, 205, 205, 205}},
+    {"log_get", With(analytics_log_get, logCopy, sizeof logCopy), {0, 0, 0, 0}},
+    {"send", With(analytics_send, 1), {200, 200, 200, 200}},
+};
+
+} // namespace
+
+TEST(Session, AnswersEveryCallInEveryStateByTheTable)
+{
+    const char* const untouched[states] = {"", "{ }", R"({ "o": { } })", R"({ "a": [ ] })"};
+    for (const auto& row : matrix) {
+        EXPECT_EQ(row.call(nullptr), 100u) << row.what;
+        for (int state = idle; state < states; ++state) {
+            Session session;
+            Enter(session, state);
+            EXPECT_EQ(row.call(session), row.results[state]) << row.what << " in state " << state;
+            if (row.results[state] != 0) {
+                EXPECT_EQ(Leave(session, state), untouched[state]) << row.what << " in state " << state;
+            }
+        }
+    }
+}
+
+TEST(Session, WritesWhatWasAddedInOrder)
+{
+    Session s;
+    EXPECT_EQ(s.last_event(), "");
+    analytics_event_begin(s, "launch");
+    analytics_name_string_add(s, "user", "a");
+    analytics_name_array_begin(s, "ids");
+    analytics_int32_add(s, 1);
+    analytics_int64_add(s, std::numeric_limits<int64_t>::min());
+    analytics_bool_add(s, false);
+    analytics_float64_add(s, 0.5);
+    analytics_string_add(s, nullptr);
+    analytics_object_begin(s);
+    analytics_name_int32_add(s, "i", std::numeric_limits<int32_t>::min());
+    analytics_object_end(s);
+    analytics_array_begin(s);
+    analytics_array_end(s);
+    analytics_array_end(s);
+    analytics_name_object_begin(s, "o");
+    analytics_name_bool_add(s, "b", true);
+    analytics_name_float64_add(s, "d", 1e20);
+    analytics_name_int64_add(s, "l", 1ll << 40);
+    analytics_object_end(s);
+    EXPECT_EQ(analytics_event_end(s), 0u);
+    EXPECT_EQ(s.last_event(), R"({ "user": "a", "ids": [ 1, -9223372036854775808, false, 0.5, null, )"
+                              R"({ "i": -2147483648 }, [ ] ], "o": { "b": true, "d": 1e+20, "l": 1099511627776 } })");
+    EXPECT_NE(read_file(s.log()).find(R"(", "A", "1.0", ")"), std::string::npos);
+    EXPECT_NE(read_file(s.log()).find(R"(", "launch", { "user": "a",)"), std::string::npos);
+}
+
+TEST(Session, UsesItsFramesAgainAtAnyDepth)
+{
+    Session s;
+    for (const int depth : {40, 3, 100}) {
+        analytics_event_begin(s, "deep");
+        std::string expected = "{ ", ends;
+        for (int level = 0; level < depth; ++level) {
+            EXPECT_EQ(analytics_name_object_begin(s, "o"), 0u);
+            expected += "\"o\": { ";
+        }
+        for (int level = 0; level < depth; ++level) {
+            EXPECT_EQ(analytics_object_end(s), 0u);
+            expected += "} ";
+        }
+        EXPECT_EQ(analytics_event_end(s), 0u);
+        EXPECT_EQ(s.last_event(), expected + "}");
+    }
+}
+
+TEST(Session, ReferencesNamesUntilTheirEnd)
+{
+    Session s;
+    char event[] = "begin", frame[] = "frame", member[] = "member";
+    analytics_event_begin(s, event);
+    analytics_name_object_begin(s, frame);
+    analytics_name_int32_add(s, member, 1);
+    strcpy(event, "ended");
+    strcpy(frame, "anged");
+    strcpy(member, "gone");
+    analytics_object_end(s);
+    analytics_event_end(s);
+    EXPECT_EQ(s.last_event(), R"({ "anged": { "member": 1 } })");
+    EXPECT_NE(read_file(s.log()).find(R"("ended", {)"), std::string::npos);
+}
+
+TEST(Session, CopiesTheLastEventWithoutATerminatorWhenItDoesNotFit)
+{
+    Session s;
+    s.log_one(); // { "n": 1 }
+    char text[12];
+    for (size_t length = 0; length <= sizeof text; ++length) {
+        memset(text, '#', sizeof text);
+        EXPECT_EQ(analytics_log_get(s, text, length), 0u);
+        std::string expected = std::string("{ \"n\": 1 }").append(2, '\0').substr(0, length);
+        EXPECT_EQ(std::string(text, sizeof text), expected.append(sizeof text - length, '#'));
+    }
+    EXPECT_EQ(analytics_log_get(s, nullptr, 5), 0u);
+}
+
+TEST(Session, NeedsAConfiguration)
+{
+    EXPECT_EQ(analytics_initialize(nullptr), nullptr);
+    analytics_shutdown(nullptr);
+}
+
+TEST(Session, ReadsFieldsWithoutATerminatorToTheirSizeAndNoFurther)
+{
+    // The record ends where readable memory ends.
+    const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    char* const pages = static_cast<char*>(mmap(nullptr, 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ(mprotect(pages, page, PROT_READ | PROT_WRITE), 0);
+    auto* const config = reinterpret_cast<analytics_config*>(pages + page - sizeof(analytics_config));
+    const auto fill = [](auto& field, char c) { memset(field, c, sizeof field); };
+    fill(config->upload_url, 'u');
+    fill(config->event_log_file, 'l');
+    fill(config->pid_file, 'p');
+    fill(config->unique_id, 'i');
+    fill(config->application_id, 'a');
+    fill(config->application_version, 'v');
+    fill(config->certificate_file, 'c');
+    support::ScratchFolder folder;
+    std::string path = folder.file("log");
+    path.insert(path.rfind('/'), 260 - path.size(), '/'); // a long spelling of the same path, just as long as the field
+    support::set_field(config->event_log_file, path);
+    analytics_session* session = analytics_initialize(config);
+    munmap(pages, 2 * page);
+    ASSERT_NE(session, nullptr);
+    analytics_event_begin(session, "e");
+    analytics_event_end(session);
+    analytics_shutdown(session);
+    EXPECT_NE(read_file(folder.file("log"))
+                  .find("\", \"" + std::string(100, 'a') + "\", \"" + std::string(50, 'v') + "\", \"" +
+                        std::string(40, 'i') + "\", \"e\", { } ]\n"),
+              std::string::npos)
+        << read_file(folder.file("log"));
+}
+
+TEST(Session, DropsAnEventThatIsStillOpenAtShutdown)
+{
+    Session session;
+    analytics_event_begin(session, "open");
+    analytics_name_array_begin(session, "a");
+    analytics_object_begin(session);
+    analytics_name_string_add(session, "s", std::string(5000, 'x').c_str());
+    session.close(); // the leak check sees what is left
+    EXPECT_FALSE(std::filesystem::exists(session.log()));
+}
+
+TEST(Session, HasASentenceForEveryCodeAndForOthers)
+{
+    std::set<std::string> sentences;
+    const uint32_t codes[] = {0,   1,   2,   100, 101, 104, 200, 201, 202, 203,
+                              204, 205, 300, 301, 302, 303, 304, 400, 401, 402};
+    for (const uint32_t code : codes) {
+        const std::string text = analytics_result_text(code);
+        EXPECT_EQ(text.back(), '.') << code;
+        sentences.insert(text);
+    }
+    EXPECT_EQ(sentences.size(), std::size(codes)) << "no two codes share a sentence";
+    EXPECT_EQ(sentences.count(analytics_result_text(3)), 0u);
+    EXPECT_STREQ(analytics_result_text(3), analytics_result_text(0xffffffff));
+}
+
+TEST(Properties, AreAnsweredByKeyExactly)
+{
+    char text[200] = "left over";
+    for (const char* key : {"nosuch", "", "OS_NAME", "os_name "}) {
+        EXPECT_EQ(analytics_property_get(nullptr, key, text, sizeof text), 104u) << key;
+        EXPECT_STREQ(text, "") << key;
+    }
+    EXPECT_EQ(analytics_property_get(nullptr, nullptr, text, sizeof text), 104u);
+    EXPECT_EQ(analytics_property_get(nullptr, "mfg", text, sizeof text), 0u);
+    EXPECT_STREQ(text, "Apple");
+    for (const char* key : {"os_name", "os_ver", "arch", "cpu_usage", "ram_total", "ram_free", "vm_total", "vm_free",
+                            "hd_total", "hd_free", "bios", "uuid", "tz"}) {
+        EXPECT_EQ(analytics_property_get(nullptr, key, text, sizeof text), 0u) << key;
+        EXPECT_STRNE(text, "") << key;
+    }
+}
+
+TEST(Properties, OfTheProcessorAreAskedForOnceAndThenCopied)
+{
+    // Its own process: what is remembered is remembered for good.
+    const auto ask = [] {
+        static int asked = 0;
+        host::source facts = host::system_facts();
+        facts.processor = [](host::processor_identity& identity) {
+            identity.named = true;
+            snprintf(identity.name.data(), identity.name.size(), "%s", ++asked == 1 ? "" : "Made Up");
+            return host::answer::found;
+        };
+        host::replacement = &facts;
+        char text[200];
+        for (int call = 0; call < 4; ++call)
+            if (analytics_property_get(nullptr, "cpu", text, sizeof text) != 0)
+                exit(1);
+        exit(asked == 2 && std::string(text) == "Made Up" ? 0 : 2); // the empty answer was not kept
+    };
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "");
+}
+
+TEST(PropertiesDeathTest, NeedABuffer)
+{
+    EXPECT_EXIT(analytics_property_get(nullptr, "os_name", nullptr, 10), testing::KilledBySignal(SIGABRT),
+                "sdk/src/Analytics.cpp:190: failed assertion `buffer'");
+}
+
+TEST(Properties, AreAddedUnderTheirOwnKeyOrBareInAnArray)
+{
+    Session s;
+    char name[200];
+    ASSERT_EQ(analytics_property_get(s, "os_name", name, sizeof name), 0u);
+    analytics_event_begin(s, "e");
+    EXPECT_EQ(analytics_property_add(s, "os_name"), 0u);
+    analytics_name_array_begin(s, "a");
+    EXPECT_EQ(analytics_property_add(s, "os_name"), 0u);
+    analytics_array_end(s);
+    analytics_event_end(s);
+    EXPECT_EQ(s.last_event(), std::string("{ \"os_name\": \"") + name + "\", \"a\": [ \"" + name + "\" ] }");
+}
