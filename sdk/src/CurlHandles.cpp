@@ -30,10 +30,12 @@ CurlHttpHeaders::~CurlHttpHeaders()
     pList = nullptr;
 }
 
-void CurlHttpHeaders::AddHeader(const char* line)
+bool CurlHttpHeaders::AddHeader(const char* line)
 {
-    if (curl_slist* grown = curl_slist_append(pList, line))
+    curl_slist* grown = curl_slist_append(pList, line);
+    if (grown)
         pList = grown;
+    return grown != nullptr;
 }
 
 void CurlHttpHeaders::SetHeader(const char* name, const char* value)

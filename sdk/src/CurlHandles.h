@@ -48,8 +48,8 @@ public:
     CurlHttpHeaders& operator=(const CurlHttpHeaders&) = delete;
     ~CurlHttpHeaders();
 
-    /// Appends a line as it is.
-    void AddHeader(const char* line);
+    /// Appends a line as it is. @return false when memory ran out
+    bool AddHeader(const char* line);
     /// Appends "name: value"; nothing when either is empty.
     void SetHeader(const char* name, const char* value);
 

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "AnalyticsSDK/Utilities.h"
 #include "lumo/percent.h"
@@ -10,16 +11,18 @@
 namespace AnalyticsSDK {
 namespace {
 
-// The last line sends nothing: it keeps libcurl from adding "Expect: 100-continue" to a large post, which costs a whole
-// second against every server that ignores it.
 constexpr const char* request_header_lines[] = {
     "Accept: text/xml, application/xml, application/xhtml+xml, text/html;q=0.9, text/plain;q=0.8, text/css, image/png, "
     "image/jpeg, image/gif;q=0.8, application/x-shockwave-flash, video/mp4;q=0.9, "
     "flv-application/octet-stream;q=0.8, video/x-flv;q=0.7, audio/mp4, application/futuresplash, */*;q=0.5",
     "Connection: Keep-Alive",
     "Cache-Control: no-cache",
-    "Expect:",
 };
+
+// A line without a value sends nothing: it keeps libcurl from adding the header to a large post, which costs a whole
+// second against every server that ignores it.
+constexpr const char* line_send_at_once = "Expect:";
+constexpr const char* line_ask_first = "Expect: 100-continue";
 
 constexpr const char* allowed_protocols = "http,https";
 
@@ -36,7 +39,7 @@ public:
         return *this;
     }
 
-    void Fail() { m_ok = false; }
+    void Require(bool done) { m_ok = m_ok && done; }
     bool Ok() const { return m_ok; }
 
 private:
@@ -143,6 +146,16 @@ try {
     return 0;
 }
 
+void SetHeaderLines(OptionSetter& set, CurlEasyHandle* handle, const char* expectation)
+{
+    CurlHttpHeaders lines;
+    for (const char* line : request_header_lines)
+        set.Require(lines.AddHeader(line));
+    set.Require(lines.AddHeader(expectation));
+    std::swap(*handle->GetHttpHeaders(), lines.pList);
+    set(CURLOPT_HTTPHEADER, *handle->GetHttpHeaders());
+}
+
 void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
 {
     set(CURLOPT_URL, handle->GetUrl());
@@ -152,15 +165,7 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
     set(CURLOPT_CONNECTTIMEOUT_MS, TransferSettings::connect_timeout_ms.load());
     set(CURLOPT_TIMEOUT_MS, TransferSettings::total_timeout_ms.load());
     set(CURLOPT_NOSIGNAL, 1L)(CURLOPT_HTTPAUTH, -1L);
-    for (const char* line : request_header_lines) {
-        curl_slist** list = handle->GetHttpHeaders();
-        curl_slist* grown = curl_slist_append(*list, line);
-        if (!grown)
-            set.Fail();
-        else
-            *list = grown;
-    }
-    set(CURLOPT_HTTPHEADER, *handle->GetHttpHeaders());
+    SetHeaderLines(set, handle, line_send_at_once);
     set(CURLOPT_ERRORBUFFER, handle->GetErrorBuffer());
 }
 
@@ -185,10 +190,8 @@ void SetFormBody(OptionSetter& set, CurlEasyHandle* handle, const FormParameters
 
 void SetMultipartBody(OptionSetter& set, CurlEasyHandle* handle, const FormParameters& params)
 {
-    for (const auto& [name, value] : params) {
-        if (!handle->GetPostData()->AddField(name, value))
-            set.Fail();
-    }
+    for (const auto& [name, value] : params)
+        set.Require(handle->GetPostData()->AddField(name, value));
     handle->bPost = true;
     set(CURLOPT_HTTPPOST, handle->GetPostData()->pFirst);
 }
@@ -239,6 +242,13 @@ bool ApplyTransferOptions(CurlEasyHandle* handle, RequestType type, const FormPa
         SetMultipartBody(set, handle, *params);
     if (IsHttps(handle->GetUrl()))
         SetCertificateOptions(set, certificateFile);
+    return set.Ok();
+}
+
+bool AskBeforeBody(CurlEasyHandle* handle, bool bAsk)
+{
+    OptionSetter set(handle->GetHandle());
+    SetHeaderLines(set, handle, bAsk ? line_ask_first : line_send_at_once);
     return set.Ok();
 }
 

@@ -67,6 +67,20 @@ void SetLogin(CURL* curl, const CUserCredentials& credentials)
     curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, login.text.c_str());
 }
 
+// With a login in hand libcurl still starts without it, to hear which schemes the proxy takes. A post must then keep
+// its body back: libcurl 7.88 hangs when the proxy's refusal arrives while the body is on its way. In a tunnel the
+// question is settled before.
+void SetProxyLogin(CurlEasyHandle& handle, const char* proxy, ICredentialStore* store)
+{
+    CUserCredentials credentials;
+    const bool bLogin = store && store->CopyUserCredentials(proxy, credentials);
+    if (bLogin)
+        SetLogin(handle.GetHandle(), credentials);
+    else // An empty login would still be sent as one.
+        curl_easy_setopt(handle.GetHandle(), CURLOPT_PROXYUSERPWD, static_cast<const char*>(nullptr));
+    AskBeforeBody(&handle, bLogin && handle.bPost && !IsHttps(handle.GetUrl()));
+}
+
 } // namespace
 
 IWebClient::~IWebClient() = default;
@@ -377,11 +391,7 @@ bool WebClient::SetProxyToNextValidProxy(CurlEasyHandle* pHandle, const char* ur
     tova_assert(0 < strlen(pszProxy));
     curl_easy_setopt(curl, CURLOPT_PROXY, pszProxy);
     curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L);
-    CUserCredentials credentials;
-    if (store && store->CopyUserCredentials(pszProxy, credentials))
-        SetLogin(curl, credentials);
-    else // An empty login would still be sent as one.
-        curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, static_cast<const char*>(nullptr));
+    SetProxyLogin(*pHandle, pszProxy, store);
     if (IsHttps(url))
         curl_easy_setopt(curl, CURLOPT_HTTPPROXYTUNNEL, 1L);
     return true;

@@ -1,0 +1,117 @@
+#include "support/proxies.h"
+
+#include "support/ports.h"
+
+#include <arpa/inet.h>
+#include <stdexcept>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace support {
+namespace {
+
+bool accepts_connections(int port)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool open = connect(client, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+    close(client);
+    return open;
+}
+
+// Started as root, squid works as another user, who must be able to log here.
+void open_to_everyone(const std::filesystem::path& folder)
+{
+    std::filesystem::permissions(folder, std::filesystem::perms::all);
+}
+
+} // namespace
+
+std::string ProxyProgram::text() const
+{
+    return "127.0.0.1:" + std::to_string(m_port);
+}
+
+size_t ProxyProgram::log_count(const std::string& text, size_t at_least, milliseconds limit) const
+{
+    size_t found = 0;
+    wait_until(
+        [&] {
+            const std::string all = log();
+            found = 0;
+            for (size_t at = all.find(text); at != all.npos; at = all.find(text, at + 1))
+                ++found;
+            return found >= at_least;
+        },
+        limit);
+    return found;
+}
+
+// Somebody may take a free port before the proxy does: then the program ends, and another port is tried.
+template <typename Prepare>
+void ProxyProgram::start(Prepare prepare)
+{
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        m_port = free_port();
+        m_child = std::make_unique<Child>(prepare(m_port));
+        wait_until([this] { return accepts_connections(m_port) || m_child->wait(milliseconds(0)); });
+        if (!m_child->wait(milliseconds(0)))
+            return;
+    }
+    throw std::runtime_error("the proxy does not start: " + m_child->output() + m_child->errors());
+}
+
+Squid::Squid(const ProxyOptions& options)
+{
+    open_to_everyone(m_folder.path());
+    start([&](int port) {
+        std::string conf = "http_port 127.0.0.1:" + std::to_string(port) +
+                           "\npid_filename none\ncache deny all\nshutdown_lifetime 0 seconds\n"
+                           "dns_nameservers 127.0.0.1\nvisible_hostname proxy.test\ncoredump_dir none\n"
+                           "access_log stdio:" +
+                           m_folder.file("access.log") + "\ncache_log " + m_folder.file("cache.log") + "\n";
+        if (options.user.empty()) {
+            conf += "http_access allow all\n";
+        } else {
+            std::string hash =
+                run({"openssl", "passwd", "-apr1", "-stdin"}, ChildOptions{{}, "", options.password + "\n"}).output;
+            write_file(m_folder.file("logins"), options.user + ":" + hash);
+            conf += "auth_param basic program /usr/lib/squid/basic_ncsa_auth " + m_folder.file("logins") +
+                    "\nauth_param basic children 1\nacl auth proxy_auth REQUIRED\n"
+                    "http_access allow auth\nhttp_access deny all\n";
+        }
+        write_file(m_folder.file("conf"), conf);
+        return std::vector<std::string>{"squid", "-N", "-f", m_folder.file("conf")};
+    });
+}
+
+std::string Squid::log() const
+{
+    return read_file(m_folder.file("access.log"));
+}
+
+Tinyproxy::Tinyproxy(const ProxyOptions& options)
+{
+    start([&](int port) {
+        std::string conf = "Port " + std::to_string(port) +
+                           "\nListen 127.0.0.1\nAllow 127.0.0.1\nTimeout 60\n"
+                           "MaxClients 100\nLogLevel Connect\nPidFile \"" +
+                           m_folder.file("pid") + "\"\n";
+        for (int allowed : options.connect_ports)
+            conf += "ConnectPort " + std::to_string(allowed) + "\n";
+        if (!options.user.empty())
+            conf += "BasicAuth " + options.user + " " + options.password + "\n";
+        write_file(m_folder.file("conf"), conf);
+        return std::vector<std::string>{"tinyproxy", "-d", "-c", m_folder.file("conf")};
+    });
+}
+
+std::string Tinyproxy::log() const
+{
+    return m_child->output() + m_child->errors();
+}
+
+} // namespace support
