@@ -73,12 +73,28 @@ FileDescriptor OpenForAppend(const std::string& path)
     return file;
 }
 
+bool LineFeedBefore(const FileDescriptor& file, off_t end)
+{
+    char last = '\n';
+    return Uninterrupted([&] { return ::pread(file.Get(), &last, 1, end - 1); }) != 1 || last == '\n';
+}
+
+/// Whether the file ends, at `end`, with a line that nobody is going to finish.
+///
+/// What looks so may be another process's write under way: the system lets the file grow page by page. Setting the
+/// file's times (which the append does anyway) waits for that write, and then the end has moved.
 bool EndsInMidLine(const FileDescriptor& file, size_t path, off_t end)
 {
-    if (end <= 0 || (end == lastAppend.end && path == lastAppend.path))
+    if (end == lastAppend.end && path == lastAppend.path)
         return false;
-    char last = '\n';
-    return Uninterrupted([&] { return ::pread(file.Get(), &last, 1, end - 1); }) == 1 && last != '\n';
+    while (end > 0 && !LineFeedBefore(file, end)) {
+        ::futimens(file.Get(), nullptr);
+        const off_t now = ::lseek(file.Get(), 0, SEEK_END);
+        if (now == end)
+            return true;
+        end = now;
+    }
+    return false;
 }
 
 /// Takes back a line that was written in part, unless others have appended since: then the next append closes it off.

@@ -1,0 +1,234 @@
+// The library in a host's life: sending, exiting in every way, forking, several hosts at once.
+#include <chrono>
+#include <condition_variable>
+#include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <nlohmann/json.hpp>
+
+#include "AnalyticsSDK/Identity.h"
+#include "support/child.h"
+#include "support/http_server.h"
+#include "support/raw_server.h"
+#include "support/session.h"
+#include "system/programs.h"
+
+using nlohmann::json;
+using support::Child;
+using support::read_file;
+using support::ScratchFolder;
+using support::Session;
+
+namespace {
+
+/// The command line of a host with its files in a folder.
+std::vector<std::string> Host(const ScratchFolder& folder, const std::string& url, std::vector<std::string> steps)
+{
+    std::vector<std::string> command{host_program("steps_host"), "url=" + url, "log=" + folder.file("log"),
+                                     "id=" + folder.file("id")};
+    command.insert(command.end(), steps.begin(), steps.end());
+    return command;
+}
+
+/// Runs it to its end, which must be a good one.
+std::string RunHost(const ScratchFolder& folder, const std::string& url, std::vector<std::string> steps)
+{
+    const support::Ended ended = support::run(Host(folder, url, std::move(steps)));
+    EXPECT_EQ(ended.status, 0) << ended.errors;
+    EXPECT_EQ(ended.errors, "");
+    return ended.output;
+}
+
+/// The numbers of a log's events by event name; every line must be one.
+std::map<std::string, std::vector<int>> NumbersByName(const std::string& log)
+{
+    std::map<std::string, std::vector<int>> numbers;
+    for (const std::string& line : support::split_lines(log)) {
+        const json event = json::parse(line, nullptr, false);
+        if (event.is_discarded() || event.size() != 7)
+            ADD_FAILURE() << "no event: " << line;
+        else
+            numbers[event[5]].push_back(event[6].value("n", -1));
+    }
+    return numbers;
+}
+
+std::vector<int> UpTo(int count)
+{
+    std::vector<int> numbers;
+    for (int number = 0; number < count; ++number)
+        numbers.push_back(number);
+    return numbers;
+}
+
+/// A server whose answer waits until the test is over.
+struct SlowServer
+{
+    support::Reply Answer()
+    {
+        std::unique_lock hold(lock);
+        ++waiting;
+        changed.notify_all();
+        changed.wait(hold, [this] { return over; });
+        return {};
+    }
+    bool WaitForRequest()
+    {
+        std::unique_lock hold(lock);
+        return changed.wait_for(hold, support::patience, [this] { return waiting > 0; });
+    }
+    void End()
+    {
+        std::lock_guard hold(lock);
+        over = true;
+        changed.notify_all();
+    }
+    std::mutex lock;
+    std::condition_variable changed;
+    int waiting = 0;
+    bool over = false;
+};
+
+} // namespace
+
+TEST(ThreadsHost, SendsItsEventsOnceAndTheServerCanTrustThem)
+{
+    ScratchFolder folder;
+    support::HttpServer server;
+    EXPECT_EQ(RunHost(folder, server.url(), {"open", "event=one", "event=two", "send", "event=three", "send", "close"}),
+              "send 0\nsend 0\n");
+    ASSERT_EQ(server.count(), 2u);
+    const auto requests = server.requests();
+    EXPECT_EQ(NumbersByName(requests[0].form.at("data")),
+              (std::map<std::string, std::vector<int>>{{"one", {1}}, {"two", {1}}}));
+    EXPECT_EQ(NumbersByName(requests[1].form.at("data")), (std::map<std::string, std::vector<int>>{{"three", {1}}}));
+    EXPECT_EQ(requests[0].form.at("g"), read_file(folder.file("id")));
+    EXPECT_NE(requests[0].form.at("t"), requests[1].form.at("t")) << "a token is salted anew for each upload";
+}
+
+TEST(ThreadsHost, MayLeaveInAnyWayWithoutShutdown)
+{
+    for (const char* ending : {"exit=0", "quick_exit=0", "say=returning"}) {
+        ScratchFolder folder;
+        RunHost(folder, "", {"open", "event=kept", "begin=open", ending});
+        EXPECT_EQ(NumbersByName(read_file(folder.file("log"))).count("kept"), 1u) << ending;
+    }
+}
+
+TEST(ThreadsHost, MayLeaveWhileUploadsAreUnderWay)
+{
+    support::CertificateAuthority authority;
+    const support::Certificate certificate = authority.issue({"127.0.0.1"});
+    for (const bool tls : {false, true})
+        for (const char* send : {"send_async", "send_in_background"})
+            for (const char* ending : {"exit=0", "say=returning", "close"}) {
+                if (std::string(ending) == "close" && std::string(send) == "send_in_background")
+                    continue; // two threads on one session is not allowed
+                ScratchFolder folder;
+                SlowServer slow;
+                const auto answer = [&](const support::Request&) { return slow.Answer(); };
+                std::unique_ptr<support::HttpServer> server;
+                if (tls)
+                    server = std::make_unique<support::HttpsServer>(certificate, answer);
+                else
+                    server = std::make_unique<support::HttpServer>(answer);
+                Child host(Host(folder, server->url(),
+                                {"certificates=" + authority.file(), "open", "event=kept", send,
+                                 "wait_for_file=" + folder.file("go"), ending}));
+                EXPECT_TRUE(slow.WaitForRequest()) << tls << send << ending;
+                support::write_file(folder.file("go"), "");
+                EXPECT_TRUE(host.wait()) << tls << send << ending;
+                EXPECT_EQ(host.status(), 0) << tls << send << ending;
+                EXPECT_EQ(host.errors(), "") << tls << send << ending;
+                EXPECT_EQ(NumbersByName(read_file(folder.file("log"))).count("kept"), 1u);
+                slow.End();
+            }
+}
+
+TEST(ThreadsHost, ThatForksKeepsItsUploadsAndItsChildSendsNothingOfItsOwn)
+{
+    ScratchFolder folder;
+    support::HttpServer server;
+    const std::string said = RunHost(
+        folder, server.url(),
+        {"open", "event=parent", "fork=5", "event=child", "send", "send_async", "close", "exit=0", "send", "close"});
+    EXPECT_EQ(said, "send 200\nstarted 200\nchild 0\nsend 0\n");
+    ASSERT_EQ(server.count(), 1u) << "the child's event travels with the parent's";
+    EXPECT_EQ(NumbersByName(server.requests()[0].form.at("data")).size(), 2u);
+}
+
+TEST(ThreadsHost, MayForkWhileAnUploadIsUnderWayAndItsChildMayOpenASessionOfItsOwn)
+{
+    ScratchFolder folder;
+    SlowServer slow;
+    support::HttpServer server(
+        [&](const support::Request& request) { return request.target == "/slow" ? slow.Answer() : support::Reply{}; });
+    Child host(Host(folder, server.url("/slow"),
+                    {"open", "event=parent", "send_in_background", "wait_for_file=" + folder.file("go"), "fork=6",
+                     "close", "url=" + server.url("/quick"), "open", "event=child", "send", "close", "exit=0"}));
+    EXPECT_TRUE(slow.WaitForRequest());
+    support::write_file(folder.file("go"), "");
+    EXPECT_TRUE(host.wait_for_output("child 0\n")) << host.output();
+    EXPECT_EQ(host.output(), "send 0\nchild 0\n");
+    slow.End();
+    EXPECT_TRUE(host.wait());
+    EXPECT_EQ(host.status(), 0) << host.errors();
+}
+
+TEST(ThreadsHost, OfEightSessionsOnEightThreadsInSeveralProcessesLosesNoLine)
+{
+    constexpr int processes = 3, threads = 8, count = 100;
+    ScratchFolder folder;
+    std::vector<std::unique_ptr<Child>> hosts;
+    for (int number = 0; number < processes; ++number)
+        hosts.push_back(std::make_unique<Child>(
+            Host(folder, "", {"threads=" + std::to_string(threads) + ':' + std::to_string(count)})));
+    for (auto& host : hosts) {
+        ASSERT_TRUE(host->wait());
+        EXPECT_EQ(host->status(), 0) << host->errors();
+    }
+    const auto written = NumbersByName(read_file(folder.file("log")));
+    EXPECT_EQ(written.size(), static_cast<size_t>(processes * threads));
+    for (const auto& [writer, numbers] : written)
+        EXPECT_EQ(numbers, UpTo(count)) << writer;
+}
+
+TEST(ThreadsHost, ShutsAnIdleSessionDownAtOnce)
+{
+    auto quickest = std::chrono::steady_clock::duration::max();
+    for (int round = 0; round < 5; ++round) {
+        Session session;
+        const auto start = std::chrono::steady_clock::now();
+        session.close();
+        quickest = std::min(quickest, std::chrono::steady_clock::now() - start);
+    }
+    EXPECT_LT(quickest, std::chrono::seconds(1)) << "nothing waits for an interval or a poll";
+}
+
+TEST(ThreadsTls, DeliversOnlyToAServerThatTheAuthoritiesVouchFor)
+{
+    support::CertificateAuthority authority, stranger("Stranger");
+    const std::vector<std::string> here{"127.0.0.1"};
+    const struct
+    {
+        const char* what;
+        support::Certificate certificate;
+        std::string authorities;
+        bool delivered;
+    } cases[] = {{"right host", authority.issue(here), authority.file(), true},
+                 {"wrong host", authority.issue({"other.example"}), authority.file(), false},
+                 {"unknown issuer", stranger.issue(here), authority.file(), false},
+                 {"nobody's signature", authority.self_signed(here), authority.file(), false},
+                 {"expired", authority.issue(here, support::expired), authority.file(), false},
+                 {"missing authorities", authority.issue(here), authority.file() + ".missing", false},
+                 {"no authorities given and none beside the program", authority.issue(here), "", false}};
+    for (const auto& c : cases) {
+        support::HttpsServer server(c.certificate);
+        Session session(server.url(), c.authorities);
+        session.log_one();
+        const std::string before = read_file(session.log());
+        EXPECT_EQ(analytics_send(session, 1), c.delivered ? 0u : 200u) << c.what;
+        EXPECT_EQ(server.count(), c.delivered ? 1u : 0u) << c.what;
+        EXPECT_EQ(read_file(session.log()), c.delivered ? "" : before) << c.what;
+    }
+}

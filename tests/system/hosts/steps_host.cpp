@@ -1,0 +1,128 @@
+// A host program that tests run: each word of its command line is one step, "word" or "word=value".
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "analytics.h"
+
+namespace {
+
+analytics_config config = {};
+analytics_session* session = nullptr;
+
+template <size_t size>
+void Set(char (&field)[size], const std::string& value)
+{
+    std::memcpy(field, value.c_str(), std::min(size, value.size() + 1));
+}
+
+void Say(const std::string& text)
+{
+    if (write(STDOUT_FILENO, text.data(), text.size()) == -1)
+        std::abort();
+}
+
+void Check(uint32_t result, const char* what)
+{
+    if (result != ANALYTICS_OK)
+        Say(std::string(what) + ' ' + std::to_string(result) + '\n');
+}
+
+void Log(analytics_session* to, const char* name, int number)
+{
+    Check(analytics_event_begin(to, name), "begin");
+    Check(analytics_name_int32_add(to, "n", number), "add");
+    Check(analytics_event_end(to), "end");
+}
+
+/// Several sessions on threads of their own, all with one log: events named by their writer.
+void LogFromThreads(int threads, int count)
+{
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < threads; ++writer)
+        writers.emplace_back([=] {
+            const std::string name = std::to_string(getpid()) + '.' + std::to_string(writer);
+            analytics_session* own = analytics_initialize(&config);
+            for (int number = 0; number < count; ++number)
+                Log(own, name.c_str(), number);
+            analytics_shutdown(own);
+        });
+    for (std::thread& writer : writers)
+        writer.join();
+}
+
+void Observe()
+{
+    for (const char* event : {"complete", "error"})
+        Check(analytics_observer_add(
+                  session, event,
+                  [](void* name, uint32_t value, double) {
+                      Say(std::string(static_cast<const char*>(name)) + ' ' + std::to_string(value) + '\n');
+                  },
+                  const_cast<char*>(event)),
+              "observe");
+}
+
+const std::map<std::string, std::function<void(const std::string&)>> words = {
+    {"url", [](const std::string& value) { Set(config.upload_url, value); }},
+    {"log", [](const std::string& value) { Set(config.event_log_file, value); }},
+    {"id", [](const std::string& value) { Set(config.pid_file, value); }},
+    {"certificates", [](const std::string& value) { Set(config.certificate_file, value); }},
+    {"open", [](const std::string&) { session = analytics_initialize(&config); }},
+    {"close", [](const std::string&) { analytics_shutdown(session); }},
+    {"begin", [](const std::string& value) { Check(analytics_event_begin(session, value.c_str()), "begin"); }},
+    {"event", [](const std::string& value) { Log(session, value.c_str(), 1); }},
+    {"threads",
+     [](const std::string& value) { LogFromThreads(std::stoi(value), std::stoi(value.substr(value.find(':') + 1))); }},
+    {"observe", [](const std::string&) { Observe(); }},
+    {"send", [](const std::string&) { Say("send " + std::to_string(analytics_send(session, 1)) + '\n'); }},
+    {"send_async", [](const std::string&) { Say("started " + std::to_string(analytics_send(session, 0)) + '\n'); }},
+    {"send_in_background", [](const std::string&) { std::thread([] { analytics_send(session, 1); }).detach(); }},
+    {"say", [](const std::string& value) { Say(value + '\n'); }},
+    {"wait_for_file",
+     [](const std::string& value) {
+         while (!std::filesystem::exists(value))
+             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+     }},
+    {"exit", [](const std::string& value) { std::exit(std::stoi(value)); }},
+    {"quick_exit", [](const std::string& value) { _exit(std::stoi(value)); }},
+};
+
+int Run(std::vector<std::string> steps)
+{
+    for (size_t at = 0; at < steps.size(); ++at) {
+        const size_t equals = std::min(steps[at].find('='), steps[at].size());
+        const std::string word = steps[at].substr(0, equals);
+        const std::string value = steps[at].substr(std::min(equals + 1, steps[at].size()));
+        if (word == "fork") { // the next steps, as many as the value says, are the child's
+            const size_t childs = at + 1 + std::stoul(value);
+            const pid_t child = fork();
+            if (child == 0)
+                return Run({steps.begin() + static_cast<long>(at) + 1, steps.begin() + static_cast<long>(childs)});
+            int status = 0;
+            waitpid(child, &status, 0);
+            Say("child " + std::to_string(status) + '\n');
+            at = childs - 1;
+        } else
+            words.at(word)(value);
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    return Run({arguments + 1, arguments + count});
+}
