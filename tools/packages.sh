@@ -1,11 +1,12 @@
 # The Debian packages that the chores need, and the one place that installs them. Sourced by ./dev.
+# shellcheck shell=bash disable=SC2034
 
 packages_build="build-essential cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
     nlohmann-json3-dev libcli11-dev"
-packages_test="locales libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
+packages_test="libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
 packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
 packages_fuzz="clang libclang-rt-14-dev"
-packages_check="clang clang-format clang-tidy doxygen abigail-tools binutils python3 git"
+packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools binutils python3 git"
 packages_darwin="npm nodejs"
 
 missing_packages() { # PACKAGE...: those that dpkg does not hold installed

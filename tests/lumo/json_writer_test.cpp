@@ -1,7 +1,7 @@
 #include "lumo/json_writer.h"
 
-#include "comma_locale.h"
 #include "lumo/simd.h"
+#include "support/comma_locale.h"
 
 #include <climits>
 #include <cmath>

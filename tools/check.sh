@@ -1,0 +1,84 @@
+#!/usr/bin/env bash
+# BUILD: every check that is not a test, one line each; the words of a check come out only when it fails.
+set -uo pipefail
+build=$1
+logs=build/check
+failed=()
+mkdir -p "$logs"
+sources() { # PATTERN...: the repository's files, new ones too
+    git ls-files -co --exclude-standard -- "$@"
+}
+
+check() { # NAME COMMAND...: runs it; the last line it says is its result
+    local name=$1 log=$logs/$1.log begun=$SECONDS
+    shift
+    if "$@" >"$log" 2>&1; then
+        printf 'ok    %-11s %s\n' "$name" "$(tail -n 1 "$log")"
+    else
+        printf 'FAIL  %-11s\n' "$name"
+        head -n 60 "$log" | sed 's/^/      /'
+        failed+=("$name")
+    fi
+    printf '%4d s %s\n' $((SECONDS - begun)) "$name" >>"$logs/times"
+}
+
+formatted() {
+    sources '*.h' '*.hpp' '*.c' '*.cpp' | xargs clang-format --dry-run -Werror && echo "every source is as clang-format writes it"
+}
+
+shell_scripts() {
+    # Words are split on purpose where no name can hold a blank.
+    sources '*.sh' '.ci/*' dev | xargs shellcheck -x -S warning -e SC2046,SC2207 || return 1
+    echo "$(sources '*.sh' '.ci/*' dev | wc -l) scripts"
+}
+
+# Clang alone understands the annotations of lumo::mutex.
+locks() {
+    local locking
+    locking=$(sources 'inc/*.cpp' 'sdk/*.cpp' | grep -v /darwin/ | xargs grep -lE 'mutex|lock')
+    xargs -P "$(nproc)" -n 4 clang++ -std=c++20 -fsyntax-only -Iinc -Isdk/src -DCURL_DISABLE_DEPRECATION \
+        -Wthread-safety -Wthread-safety-beta -Werror <<<"$locking" && echo "$(wc -l <<<"$locking") sources that lock"
+}
+
+# A header must compile alone, in the oldest language that it promises.
+headers() {
+    local name cxx=0 c=0
+    for name in $(sources 'inc/*.h' 'inc/*.hpp' | grep -v /platform/); do
+        g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -Iinc -include "$name" -xc++ /dev/null || return 1
+        cxx=$((cxx + 1))
+    done
+    for name in inc/analytics.h inc/lumo/tova/*.h; do
+        gcc -std=c99 -Wall -Wextra -Wpedantic -Werror -fsyntax-only -Iinc -include "$name" -xc /dev/null || return 1
+        c=$((c + 1))
+    done
+    echo "$cxx headers as C++17, $c as C99"
+}
+
+documented() {
+    ! doxygen docs/Doxyfile 2>&1 | grep -v '^$' || return 1
+    echo "every name that a host can see has its comment: build/docs/html/index.html"
+}
+
+# What is true on one machine only, and what was left for later, has no place here.
+words() {
+    local pattern='(^|[^[:alnum:]_.])/(root|work|mnt)/|\b(TODO|FIXME|HACK)\b'
+    ! git grep -nIE "$pattern" -- ':!tools/check.sh' ':!tests/sdk/machines' || return 1
+    echo "no path of one machine, nothing left for later"
+}
+
+: >"$logs/times"
+check words words
+check format formatted
+check shell shell_scripts
+check layers tools/check_layers.py
+check headers headers
+check docs documented
+check locks locks
+check tidy tools/check_tidy.py "$build"
+check exports tools/check_exports.py "$build/libanalytics.so"
+check hardening tools/check_hardening.sh "$build/libanalytics.so"
+check lines tools/count_lines.py
+if [ ${#failed[@]} -ne 0 ]; then
+    echo "failed: ${failed[*]}; the whole output is in $logs"
+    exit 1
+fi
