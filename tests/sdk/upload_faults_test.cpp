@@ -1,0 +1,408 @@
+// Servers that fail in every way: unless the transfer ended with libcurl's success, the event log file is byte for byte
+// what it was, nothing hangs beyond the time-outs (short ones here), and memory stays bounded.
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "AnalyticsSDK/WebClient.h"
+#include "TransferOptions.h"
+#include "host/host.h"
+#include "support/certificates.h"
+#include "support/form.h"
+#include "support/http_server.h"
+#include "support/ports.h"
+#include "support/raw_server.h"
+#include "support/session.h"
+#include "support/wait.h"
+
+using namespace AnalyticsSDK;
+using support::RawServer;
+using Connection = RawServer::Connection;
+using support::milliseconds;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr long shortened_ms = 200;
+
+// A machine with a route, and time-outs that a test can wait for.
+class World : public testing::Test
+{
+protected:
+    World() : m_facts(host::system_facts())
+    {
+        m_facts.reachability = [](uint32_t& flags) {
+            flags = host::flag_reachable;
+            return host::answer::found;
+        };
+        host::replace_facts(&m_facts);
+        TransferSettings::total_timeout_ms = shortened_ms;
+        TransferSettings::connect_timeout_ms = shortened_ms;
+    }
+    ~World() override
+    {
+        TransferSettings::total_timeout_ms = 60'000;
+        TransferSettings::connect_timeout_ms = 30'000;
+        host::replace_facts(nullptr);
+    }
+
+private:
+    host::source m_facts;
+};
+
+// The most memory that this process ever held since the last reset, in kilobytes.
+long peak_kb()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmHWM:", 0) == 0)
+            return std::stol(line.substr(6));
+    return 0;
+}
+
+void reset_peak()
+{
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+enum class Sent
+{
+    taken,
+    failed
+};
+
+// Sends and waits for the outcome, either way of sending.
+Sent send(analytics_session* session, bool synchronous)
+{
+    if (synchronous)
+        return analytics_send(session, 1) == ANALYTICS_OK ? Sent::taken : Sent::failed;
+    static std::atomic<int> completed, failed;
+    completed = failed = 0;
+    const auto count = [](void* counter, uint32_t, double) { ++*static_cast<std::atomic<int>*>(counter); };
+    analytics_observer_add(session, "complete", count, &completed);
+    analytics_observer_add(session, "error", count, &failed);
+    EXPECT_EQ(analytics_send(session, 0), ANALYTICS_OK);
+    EXPECT_TRUE(support::wait_until([&] { return completed + failed > 0; })) << "no outcome was told";
+    EXPECT_EQ(completed + failed, 1);
+    return completed ? Sent::taken : Sent::failed;
+}
+
+// One upload of a file with `padding` to this address, sent both ways.
+void expect_upload(const std::string& name, const std::string& url, Sent expected, const std::string& certificates = "",
+                   size_t padding = 300)
+{
+    for (const bool synchronous : {true, false}) {
+        SCOPED_TRACE(name + (synchronous ? ", synchronous" : ", asynchronous"));
+        support::Session session(url, certificates);
+        session.log_one();
+        support::write_file(session.log(), support::read_file(session.log()) + std::string(padding, 'x') + "\n");
+        const std::string before = support::read_file(session.log());
+        reset_peak();
+        const long peak_before = peak_kb();
+        const auto start = Clock::now();
+
+        EXPECT_EQ(send(session, synchronous), expected);
+
+        EXPECT_LT(Clock::now() - start, std::chrono::seconds(10)) << "a hang";
+        EXPECT_EQ(support::read_file(session.log()), expected == Sent::taken ? "" : before);
+#ifndef ANALYTICS_SANITIZED
+        EXPECT_LT(peak_kb() - peak_before, 48'000) << "memory without bounds";
+#endif
+        static_cast<void>(peak_before);
+    }
+}
+
+void expect_upload(const std::string& name, RawServer::Script script, Sent expected, size_t padding = 300)
+{
+    RawServer server(std::move(script));
+    expect_upload(name, server.url(), expected, "", padding);
+}
+
+RawServer::Script reply(const std::string& text)
+{
+    return [text](Connection& client) {
+        if (client.read_request())
+            client.send(text);
+    };
+}
+
+const auto reset = [](Connection& client) { client.reset(); };
+const auto hang = [](Connection& client) { client.hang(); };
+
+RawServer::Script reply_then(const std::string& text, const RawServer::Script& then)
+{
+    return [text, then](Connection& client) {
+        client.read_request();
+        client.send(text);
+        then(client);
+    };
+}
+
+// After `start`, the same piece again and again for as long as the client takes it.
+RawServer::Script endless(const std::string& start, const std::string& piece)
+{
+    return [start, piece](Connection& client) {
+        client.read_request();
+        client.send(start);
+        while (client.send(piece)) {
+        }
+    };
+}
+
+const std::string ok = "HTTP/1.1 200 OK\r\n";
+
+} // namespace
+
+using ThreadsUploadFaults = World;
+
+TEST_F(ThreadsUploadFaults, ARefusedConnectionKeepsTheFile)
+{
+    support::HeldPort nobody;
+    expect_upload("refused", nobody.url(), Sent::failed);
+    expect_upload("no such scheme", "gopher://127.0.0.1:1/", Sent::failed);
+    expect_upload("a file of this machine", "file:///dev/null", Sent::failed);
+    expect_upload("no address", "", Sent::failed);
+}
+
+TEST_F(ThreadsUploadFaults, AResetAtAnyStageKeepsTheFile)
+{
+    expect_upload("at once", reset, Sent::failed);
+    expect_upload(
+        "within the request", [](Connection& client) { client.read_some(20), client.reset(); }, Sent::failed);
+    expect_upload(
+        "within a large request", [](Connection& client) { client.read_some(20'000), client.reset(); }, Sent::failed,
+        8'000'000);
+    static const std::pair<const char*, std::string> stages[] = {
+        {"after the request", ""},
+        {"within the status line", "HTTP/1.1 2"},
+        {"after the status line", ok},
+        {"within the headers", ok + "Content-Le"},
+        {"after the headers", ok + "Content-Length: 10\r\n\r\n"},
+        {"within the body", ok + "Content-Length: 10\r\n\r\n12345"},
+        {"within a chunk", ok + "Transfer-Encoding: chunked\r\n\r\na\r\n123"},
+        {"between chunks", ok + "Transfer-Encoding: chunked\r\n\r\n1\r\n1\r\n"}};
+    for (const auto& [name, text] : stages)
+        expect_upload(std::string("reset ") + name, reply_then(text, reset), Sent::failed);
+}
+
+TEST_F(ThreadsUploadFaults, HalfAResponseKeepsTheFile)
+{
+    expect_upload(
+        "no answer", [](Connection& client) { client.read_request(); }, Sent::failed);
+    expect_upload(
+        "nothing read", [](Connection&) {}, Sent::failed);
+    expect_upload("half a body", reply(ok + "Content-Length: 10\r\n\r\n12345"), Sent::failed);
+    expect_upload("half a chunk", reply(ok + "Transfer-Encoding: chunked\r\n\r\nff\r\n123"), Sent::failed);
+    expect_upload("no last chunk", reply(ok + "Transfer-Encoding: chunked\r\n\r\n1\r\n1\r\n"), Sent::failed);
+    expect_upload("a chunk of no size", reply(ok + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n"), Sent::failed);
+    expect_upload("a length beyond numbers", reply(ok + "Content-Length: -5\r\n\r\n"), Sent::failed);
+}
+
+TEST_F(ThreadsUploadFaults, GarbageIsNoSuccessUnlessItComesAsOne)
+{
+    expect_upload("no HTTP at all", reply(std::string("\0\1\2garbage\xff\r\n\r\n", 14)), Sent::failed);
+    expect_upload("an unknown version", reply("HTTP/7.7 200 OK\r\n\r\n"), Sent::failed);
+    expect_upload("no number for a status", reply("HTTP/1.1 abc OK\r\n\r\n"), Sent::failed);
+    expect_upload("an older version without an end", reply("HTTP/1.0 200 OK\r\n\r\ngarbage\xff\xfe"), Sent::taken);
+    expect_upload("200 with a garbage body", reply(ok + "Content-Length: 5\r\n\r\n\xff\xfe{}\""), Sent::taken);
+    expect_upload("a last 3xx without a target", reply("HTTP/1.1 302 Found\r\nContent-Length: 0\r\n\r\n"), Sent::taken);
+    for (const int status : {400, 401, 403, 404, 407, 408, 413, 414, 429, 500, 502, 503, 599})
+        expect_upload(std::to_string(status),
+                      reply("HTTP/1.1 " + std::to_string(status) + " No\r\nContent-Length: 2\r\n\r\nno"), Sent::failed);
+}
+
+TEST_F(ThreadsUploadFaults, WhatNeverEndsIsEndedWithinTheTimeOutAndWithinBounds)
+{
+    const std::string line = "X-Filling: " + std::string(1000, 'x') + "\r\n", block(60'000, 'x');
+    expect_upload("silence", hang, Sent::failed);
+    expect_upload("silence after the request", reply_then("", hang), Sent::failed);
+    expect_upload("silence after the headers", reply_then(ok + "Content-Length: 10\r\n\r\n", hang), Sent::failed);
+    expect_upload(
+        "a large request that nobody reads",
+        [](Connection& client) {
+            support::wait_until([&] { return client.number() < 0; }, milliseconds(2 * shortened_ms));
+        },
+        Sent::failed, 8'000'000);
+    const auto drip = [](Connection& client) { client.drip(std::string(100, 'x'), milliseconds(shortened_ms / 10)); };
+    expect_upload("a drip of a body", reply_then(ok + "Content-Length: 100\r\n\r\n", drip), Sent::failed);
+    expect_upload("a drip of a header", reply_then(ok + "X-Filling: ", drip), Sent::failed);
+    expect_upload("endless headers", endless(ok, line), Sent::failed);
+    expect_upload("an endless header", endless(ok + "X-Filling: ", block), Sent::failed);
+    expect_upload("an endless status line", endless("HTTP/1.1 200 ", block), Sent::failed);
+    expect_upload("endless interim answers", endless("", "HTTP/1.1 100 Continue\r\n\r\n"), Sent::failed);
+    expect_upload("an endless body", endless(ok + "\r\n", block), Sent::failed);
+    expect_upload("endless chunks", endless(ok + "Transfer-Encoding: chunked\r\n\r\n", "4\r\nxxxx\r\n"), Sent::failed);
+    expect_upload("an endless trailer", endless(ok + "Transfer-Encoding: chunked\r\n\r\n0\r\n", line), Sent::failed);
+}
+
+TEST_F(ThreadsUploadFaults, RedirectsInACircleEnd)
+{
+    expect_upload("to itself", reply("HTTP/1.1 302 Found\r\nLocation: /\r\nContent-Length: 0\r\n\r\n"), Sent::failed);
+    expect_upload(
+        "by turns",
+        [](Connection& client) {
+            client.read_request();
+            client.send("HTTP/1.1 307 Again\r\nConnection: close\r\nLocation: /" + std::to_string(client.number() % 2) +
+                        "\r\n\r\n");
+        },
+        Sent::failed);
+}
+
+TEST_F(ThreadsUploadFaults, ARedirectNeverLeavesHttp)
+{
+    RawServer elsewhere([](Connection& client) { client.send("220 welcome\r\n"); });
+    support::ScratchFolder folder;
+    support::write_file(folder.file("secret"), "text");
+    const std::string port = "127.0.0.1:" + std::to_string(elsewhere.port()) + "/";
+    for (const std::string& target : {"file://" + folder.file("secret"), "ftp://" + port, "ftps://" + port,
+                                      "gopher://" + port, "dict://" + port, "telnet://" + port, "smtp://" + port,
+                                      "imap://" + port, "ldap://" + port, "mqtt://" + port, "scp://" + port}) {
+        const std::string head = "\r\nLocation: " + target + "\r\nContent-Length: 0\r\n\r\n";
+        expect_upload("302 to " + target, reply("HTTP/1.1 302 Found" + head), Sent::failed);
+        expect_upload("307 to " + target, reply("HTTP/1.1 307 Temporary" + head), Sent::failed);
+    }
+    EXPECT_EQ(elsewhere.connections(), 0);
+}
+
+namespace {
+
+// Hands on bytes between a client and a server, one connection at a time. After so many bytes from the server it resets
+// the client's connection.
+class CuttingRelay
+{
+public:
+    CuttingRelay(int server_port, size_t budget) : m_server_port(server_port), m_budget(budget)
+    {
+        m_listener = support::bind_loopback(m_port);
+        listen(m_listener, 16);
+        m_thread = std::thread([this] { run(); });
+    }
+    ~CuttingRelay()
+    {
+        m_stop = true;
+        shutdown(m_listener, SHUT_RDWR);
+        m_thread.join();
+        close(m_listener);
+    }
+    int port() const { return m_port; }
+
+private:
+    void run()
+    {
+        for (int client; (client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0 && !m_stop;
+             close(client)) {
+            const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            sockaddr_in address = {};
+            address.sin_family = AF_INET;
+            address.sin_port = htons(static_cast<uint16_t>(m_server_port));
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            if (connect(server, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
+                relay(client, server);
+            const linger hard = {1, 0};
+            setsockopt(client, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+            close(server);
+        }
+    }
+
+    void relay(int client, int server) const
+    {
+        pollfd ends[] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
+        char text[4096];
+        for (size_t left = m_budget; left > 0 && !m_stop && poll(ends, 2, 100) >= 0;) {
+            const int from = ends[0].revents ? 0 : 1;
+            if (!ends[from].revents)
+                continue;
+            const ssize_t count = recv(ends[from].fd, text, from ? std::min(left, sizeof text) : sizeof text, 0);
+            if (count <= 0)
+                return;
+            send(ends[1 - from].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
+            left -= from ? static_cast<size_t>(count) : 0;
+        }
+    }
+
+    int m_server_port, m_listener, m_port = 0;
+    size_t m_budget;
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
+};
+
+constexpr size_t unlimited = 1'000'000;
+
+} // namespace
+
+TEST_F(ThreadsUploadFaults, TlsCutInMidHandshakeKeepsTheFile)
+{
+    TransferSettings::total_timeout_ms = 5000; // the last row is a whole upload
+    support::CertificateAuthority authority;
+    support::HttpsServer server(authority.issue({"127.0.0.1"}));
+    for (const size_t bytes : {size_t{0}, size_t{1}, size_t{5}, size_t{60}, size_t{500}, size_t{1000}, unlimited}) {
+        CuttingRelay relay(server.port(), bytes);
+        expect_upload("cut after " + std::to_string(bytes) + " bytes",
+                      "https://127.0.0.1:" + std::to_string(relay.port()) + "/",
+                      bytes == unlimited ? Sent::taken : Sent::failed, authority.file());
+    }
+    EXPECT_EQ(server.count(), 2u);
+}
+
+TEST_F(ThreadsUploadFaults, AServerThatSpeaksNoTlsOrFallsSilentKeepsTheFile)
+{
+    support::CertificateAuthority authority;
+    for (const auto& [name, script] :
+         {std::pair<const char*, RawServer::Script>{"garbage",
+                                                    [](Connection& client) { client.send("garbage\r\n\r\n"); }},
+          {"plain HTTP", [](Connection& client) { client.send(ok + "Content-Length: 0\r\n\r\n"); }},
+          {"an alert",
+           [](Connection& client) {
+               client.send({"\x15\3\3\0\2\2\x28", 7});
+           }},
+          {"silence", hang},
+          {"a reset", [](Connection& client) { client.read_some(), client.reset(); }}}) {
+        RawServer server(script);
+        expect_upload(name, "https://127.0.0.1:" + std::to_string(server.port()) + "/", Sent::failed, authority.file());
+    }
+}
+
+TEST_F(ThreadsUploadFaults, AProxyThatDiesInMidTransferIsNoSuccess)
+{
+    TransferSettings::total_timeout_ms = 2000;
+    support::HttpServer server([](const support::Request&) { return support::Reply{200, std::string(500, 'x')}; });
+    const std::string url = server.url();
+    for (const auto& [bytes, expected] :
+         {std::pair<size_t, bool>{0, false}, {10, false}, {200, false}, {unlimited, true}}) {
+        CuttingRelay proxy(server.port(), bytes); // hands a request for another host to the server as it stands
+        CProxyManager proxies;
+        ASSERT_TRUE(proxies.AddProxyToCache(url.c_str(), ("127.0.0.1:" + std::to_string(proxy.port())).c_str()));
+        WebClient client;
+        client.SetProxyManager(&proxies);
+        std::map<std::string, std::string> form = {{"data", std::string(100'000, 'x')}};
+        std::ostringstream body;
+        long status = -1;
+        EXPECT_EQ(client.ExecRequest(url.c_str(), &body, status, RequestTypePost, &form), expected) << bytes;
+    }
+}
+
+TEST_F(ThreadsUploadFaults, TheEventsGoOutOnceTheServerIsWellAgain)
+{
+    std::atomic<bool> well = false;
+    RawServer server([&](Connection& client) {
+        if (client.read_request() && well)
+            client.send(ok + "Content-Length: 0\r\n\r\n");
+        else
+            client.reset();
+    });
+    support::Session session(server.url());
+    session.log_one("first");
+    EXPECT_EQ(analytics_send(session, 1), ANALYTICS_SEND_FAILED);
+    session.log_one("second");
+    const std::string waiting = support::read_file(session.log());
+    well = true;
+    EXPECT_EQ(analytics_send(session, 1), ANALYTICS_OK);
+    EXPECT_EQ(support::read_file(session.log()), "");
+    const std::string sent = server.requests().back();
+    EXPECT_EQ(support::parse_form(sent.substr(sent.find("\r\n\r\n") + 4))["data"], waiting);
+}
