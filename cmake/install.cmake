@@ -1,0 +1,72 @@
+# What is installed where, and how other projects find it again. Everything is relocatable: no path of this machine is
+# written into any installed file.
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/analytics)
+
+# Headers only: the layer's sources stand beside its headers, and what is under platform/ is nobody else's business.
+install(DIRECTORY inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
+        FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "platform" EXCLUDE)
+install(TARGETS analytics EXPORT analytics-targets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
+install(EXPORT analytics-targets NAMESPACE analytics:: DESTINATION ${package_dir} COMPONENT dev)
+
+# The static library brings its dependencies along, so it has an export of its own: who does not ask for the component
+# "static" needs neither libcurl nor OpenSSL to be installed for development.
+set(pc_libs_private "")
+if(ANALYTICS_STATIC)
+  install(TARGETS analytics_static EXPORT analytics-static-targets
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
+  install(EXPORT analytics-static-targets NAMESPACE analytics:: DESTINATION ${package_dir} COMPONENT dev)
+  # Not Requires.private: that would hand on what libcurl itself was built with, which a system with a shared libcurl
+  # does not have.
+  set(pc_libs_private "-lcurl -lssl -lcrypto -lstdc++ -lm -pthread")
+endif()
+
+configure_package_config_file(cmake/analytics-config.cmake.in ${PROJECT_BINARY_DIR}/analytics-config.cmake
+                              INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/analytics-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/analytics-config.cmake ${PROJECT_BINARY_DIR}/analytics-config-version.cmake
+        DESTINATION ${package_dir} COMPONENT dev)
+
+file(RELATIVE_PATH pc_to_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
+configure_file(cmake/analytics.pc.in ${PROJECT_BINARY_DIR}/analytics.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/analytics.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+install(FILES NOTICE.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+
+# --- Debian packages: `cpack -G DEB`, or ./dev package ---------------------------------------------------------------
+set(CPACK_GENERATOR TGZ)
+set(CPACK_PACKAGE_NAME analytics)
+set(CPACK_PACKAGE_VENDOR "the analytics developers")
+set(CPACK_PACKAGE_CONTACT "the analytics developers <analytics@localhost>")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_COMPONENTS_ALL runtime dev)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libanalytics${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "event analytics for desktop applications (shared library)")
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libanalytics-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libanalytics${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEV_DESCRIPTION "event analytics for desktop applications (headers, package files)")
+if(ANALYTICS_STATIC)
+  string(APPEND CPACK_DEBIAN_DEV_PACKAGE_DEPENDS ", libcurl4-openssl-dev, libssl-dev")
+endif()
+if(ANALYTICS_CLI)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME analytics-tools)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libanalytics${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+  set(CPACK_COMPONENT_TOOLS_DESCRIPTION "event analytics for desktop applications (the analytics command)")
+endif()
+include(CPack)
