@@ -1,0 +1,173 @@
+// What the web client's tests share: a callback that keeps what it hears, an online machine, settings put back.
+#pragma once
+
+#include "AnalyticsSDK/IProgressCallback.h"
+#include "AnalyticsSDK/WebClient.h"
+#include "TransferOptions.h"
+#include "host/host.h"
+#include "support/http_server.h"
+#include "support/wait.h"
+
+#include <atomic>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace transfers {
+
+using AnalyticsSDK::RequestType;
+using AnalyticsSDK::RequestTypeGet;
+using AnalyticsSDK::RequestTypePost;
+using AnalyticsSDK::RequestTypePostMultipart;
+using Params = std::map<std::string, std::string>;
+
+/// While it lives the machine counts as online, or as `set` last said, whatever the running one is.
+class Network
+{
+public:
+    Network()
+    {
+        m_facts = AnalyticsSDK::host::system_facts();
+        m_facts.reachability = [](std::uint32_t& flags) {
+            flags = online ? AnalyticsSDK::host::flag_reachable : 0;
+            return AnalyticsSDK::host::answer::found;
+        };
+        set(true);
+        AnalyticsSDK::host::replace_facts(&m_facts);
+    }
+    ~Network() { AnalyticsSDK::host::replace_facts(nullptr); }
+    void set(bool is_online) { online = is_online; }
+
+private:
+    static inline std::atomic<bool> online{true};
+    AnalyticsSDK::host::source m_facts;
+};
+
+/// Puts the limits of transfers back.
+struct Settings
+{
+    ~Settings()
+    {
+        AnalyticsSDK::TransferSettings::connect_timeout_ms = 30'000;
+        AnalyticsSDK::TransferSettings::total_timeout_ms = 60'000;
+        AnalyticsSDK::TransferSettings::clock = nullptr;
+    }
+};
+
+struct Progress
+{
+    double downloaded, total, speed;
+};
+
+/// Keeps, per item, how its transfer ended: "complete", "cancel", "error 404", "login 407 127.0.0.1:3128".
+class Ends : public AnalyticsSDK::IProgressCallback
+{
+public:
+    void OnDownloadComplete(const char* id) override
+    {
+        if (client && reads_text)
+            add_body(id, client->GetStream(id)->str());
+        end(id, "complete");
+    }
+    void OnDownloadCancel(const char* id) override { end(id, "cancel"); }
+    void OnDownloadError(const char* id, long code) override { end(id, "error " + std::to_string(code)); }
+    void OnProxyAuthenticationError(const char* id, long code, const char* proxy) override
+    {
+        end(id, "login " + std::to_string(code) + " " + proxy);
+    }
+    void OnProgressUpdate(const char* id, double downloaded, double total, double speed) override
+    {
+        {
+            std::lock_guard hold(m_lock);
+            m_progress[id].push_back({downloaded, total, speed});
+        }
+        if (on_progress)
+            on_progress(id);
+    }
+
+    /// Waits for the end of an item. "pending" when it does not come; several ends are joined with "+".
+    std::string of(const std::string& id, support::milliseconds limit = support::patience)
+    {
+        support::wait_until([&] { return !read(m_ends, id).empty(); }, limit);
+        const std::string how = read(m_ends, id);
+        return how.empty() ? "pending" : how;
+    }
+    std::string body(const std::string& id) { return read(m_bodies, id); }
+    std::vector<Progress> progress(const std::string& id) { return read(m_progress, id); }
+    std::size_t count() const { return m_count; }
+
+    std::function<void(const char*id)> on_progress, on_end; ///< on the client's thread; set before queueing
+    AnalyticsSDK::IWebClient* client = nullptr;
+    bool reads_text = true;
+
+private:
+    template <class Value>
+    Value read(std::map<std::string, Value>& all, const std::string& id)
+    {
+        std::lock_guard hold(m_lock);
+        return all[id];
+    }
+    void add_body(const char* id, std::string text)
+    {
+        std::lock_guard hold(m_lock);
+        m_bodies[id] = std::move(text);
+    }
+    void end(const char* id, const std::string& how)
+    {
+        if (on_end)
+            on_end(id);
+        std::lock_guard hold(m_lock);
+        m_ends[id] += m_ends[id].empty() ? how : "+" + how;
+        ++m_count;
+    }
+
+    std::mutex m_lock;
+    std::atomic<std::size_t> m_count{0};
+    std::map<std::string, std::string> m_ends, m_bodies;
+    std::map<std::string, std::vector<Progress>> m_progress;
+};
+
+/// A running web client whose callback outlives it.
+class TransferTest : public ::testing::Test
+{
+protected:
+    explicit TransferTest(bool own_proxies = true)
+    {
+        ends.client = &client;
+        EXPECT_TRUE(client.Init(own_proxies));
+    }
+    ~TransferTest() override { client.Close(); }
+
+    bool queue(const std::string& url, const char* id = "item", RequestType type = RequestTypeGet,
+               Params* params = nullptr)
+    {
+        return client.QueueRequest(url.c_str(), &ends, type, params, id);
+    }
+    std::string queued(const std::string& url, RequestType type = RequestTypeGet, Params* params = nullptr)
+    {
+        const std::string id = "item " + std::to_string(++m_items);
+        return queue(url, id.c_str(), type, params) ? ends.of(id) : "refused";
+    }
+    /// "true 200": what the call answered and the status it gave.
+    std::string executed(const std::string& url, RequestType type = RequestTypeGet, Params* params = nullptr,
+                         std::ostream* out = nullptr)
+    {
+        long status = -1;
+        const bool ok = client.ExecRequest(url.c_str(), out, status, type, params);
+        return (ok ? "true " : "false ") + std::to_string(status);
+    }
+
+    Network network;
+    Settings settings;
+    Ends ends;
+    AnalyticsSDK::WebClient client;
+    Params event{{"data", "[1,\"x y\"]\n"}, {"g", "id"}};
+
+private:
+    int m_items = 0;
+};
+
+} // namespace transfers
