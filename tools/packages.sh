@@ -7,7 +7,7 @@ packages_test="libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils 
 packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
 packages_fuzz="clang libclang-rt-14-dev"
 packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools binutils python3 git"
-packages_darwin="npm nodejs"
+packages_darwin="npm nodejs python3"
 
 missing_packages() { # PACKAGE...: those that dpkg does not hold installed
     local package
@@ -22,7 +22,7 @@ need_packages() { # GROUP...: installs what the groups lack; says which command 
         if [ "$group" = all ]; then
             wanted="$packages_build $packages_test $packages_bench $packages_fuzz $packages_check"
         elif [ "$group" = darwin ]; then
-            command -v npm >/dev/null || wanted="$wanted $packages_darwin"
+            { command -v npm && command -v python3; } >/dev/null || wanted="$wanted $packages_darwin"
         else
             local name=packages_$group
             wanted="$wanted ${!name}"

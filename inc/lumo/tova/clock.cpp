@@ -61,8 +61,9 @@ void tova::time_local_from(time_t moment, tova_time* t)
     tm local{};
     localtime_r(&moment, &local);
     tova_time_unix_from_tm(local, t);
-    // Local times count west of Greenwich, the opposite of what the conversion gives; that is meant.
-    t->bias = static_cast<int16_t>(tova::platform::minutes_west(local));
+    // Local times count west of Greenwich, the opposite of what the conversion gives; that is meant. The zone record
+    // of gettimeofday is no source for it: on Linux it is always zero, elsewhere it knows the offset of today only.
+    t->bias = static_cast<int16_t>(-t->bias);
 }
 
 void tova_time_local(tova_time* t)

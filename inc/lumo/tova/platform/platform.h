@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 
 namespace tova::platform {
 
@@ -24,9 +23,6 @@ uint64_t clock_ticks();
 
 /// The system's number of the calling thread.
 uint32_t thread_number();
-
-/// Minutes from `local`, a time that localtime_r gave, to UTC: positive west of Greenwich.
-int32_t minutes_west(const tm& local);
 
 /// Standard directories: each writes a terminated path and says whether there is one that fits.
 bool temporary_directory(char* buffer, size_t size);
