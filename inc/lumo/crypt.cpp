@@ -23,7 +23,7 @@ void seed_generator_if_needed()
     std::srand(static_cast<unsigned int>(std::time(nullptr)));
     unsigned char seed[256];
     for (auto& byte : seed)
-        byte = static_cast<unsigned char>(std::rand());
+        byte = static_cast<unsigned char>(std::rand()); // NOLINT(concurrency-mt-unsafe)
     RAND_seed(seed, sizeof seed);
     OPENSSL_cleanse(seed, sizeof seed);
 }

@@ -30,7 +30,7 @@ public:
         }
         const int32_t result = probe(buffer, size);
         if (std::strlen(buffer) < sizeof m_text)
-            std::strcpy(m_text, buffer);
+            tova_strcpy(m_text, sizeof m_text, buffer);
         return result;
     }
 

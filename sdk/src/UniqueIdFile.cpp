@@ -22,7 +22,7 @@ bool WriteAll(const FileDescriptor& file, const std::string& text)
 std::string WriteNeighbour(const std::string& path, const std::string& id)
 {
     for (int number = 0; number < 100; ++number) {
-        const std::string name = path + '.' + std::to_string(tova_process_id()) + '.' + std::to_string(number);
+        std::string name = path + '.' + std::to_string(tova_process_id()) + '.' + std::to_string(number);
         const FileDescriptor file(name.c_str(), createNew);
         if (WriteAll(file, id))
             return name;

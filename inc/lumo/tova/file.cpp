@@ -224,7 +224,7 @@ int32_t tova_file_find_next(tova_file_find* f)
     if (!f->_stream)
         return 0;
     do
-        f->_entry = readdir(f->_stream);
+        f->_entry = readdir(f->_stream); // NOLINT(concurrency-mt-unsafe): a stream of its own
     while (f->_entry && (strcmp(f->_entry->d_name, ".") == 0 || strcmp(f->_entry->d_name, "..") == 0));
     if (!f->_entry) {
         end_walk(f);

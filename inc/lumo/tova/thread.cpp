@@ -70,7 +70,7 @@ static bool launch(tova_thread* t)
         tova::living_threads.fetch_sub(1);
         return false;
     }
-    copy.release();
+    (void)copy.release(); // the new thread ends it
     return true;
 }
 

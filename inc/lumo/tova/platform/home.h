@@ -25,7 +25,7 @@ inline bool join(char* buffer, size_t size, const char* first, const char* secon
 /// HOME, or where the user database says: a host started by the system itself may lack the variable.
 inline bool home_directory(char* buffer, size_t size)
 {
-    if (const char* home = getenv("HOME"); home && *home)
+    if (const char* home = getenv("HOME"); home && *home) // NOLINT(concurrency-mt-unsafe): read, never set
         return join(buffer, size, home, "");
     char text[4096];
     passwd record;

@@ -16,7 +16,7 @@ struct close_file
 
 bool from_variable(const char* variable, char* buffer, size_t size)
 {
-    const char* path = getenv(variable);
+    const char* path = getenv(variable); // NOLINT(concurrency-mt-unsafe): read, never set
     return path && *path == '/' && join(buffer, size, path, "");
 }
 
