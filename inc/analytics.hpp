@@ -75,13 +75,13 @@ inline const char* text(result code) noexcept
 /// What a session is opened with; see #analytics_config for what each field means and how long it may be.
 struct settings
 {
-    std::string upload_url;
-    std::string event_log_file;
-    std::string unique_id_file;
-    std::string unique_id;
-    std::string application_id;
-    std::string application_version;
-    std::string certificate_file;
+    std::string upload_url;          ///< http or https
+    std::string event_log_file;      ///< path
+    std::string unique_id_file;      ///< path
+    std::string unique_id;           ///< empty: the file's, or a new one
+    std::string application_id;      ///< who sends
+    std::string application_version; ///< the host's own version
+    std::string certificate_file;    ///< path, PEM; may be empty
 };
 
 /// What an observer of uploads can hear; the values are told at analytics_observer_add().
@@ -294,6 +294,7 @@ public:
     /// Opens a session. False as a condition, and refusing everything with result::no_session, when a text of the
     /// settings is longer than its field or memory ran out.
     explicit session(const settings& given) : m_handle(open(given)) {}
+    /// Opens one as a C host does.
     explicit session(const analytics_config& config) : m_handle(analytics_initialize(&config)) {}
     session(const session&) = delete;
     session& operator=(const session&) = delete;
@@ -305,6 +306,7 @@ public:
         analytics_shutdown(m_handle);
     }
 
+    /// False when it could not be opened.
     explicit operator bool() const noexcept { return m_handle != nullptr; }
     /// The session of the C interface, still owned by this object. Events opened through it are not known here.
     analytics_session* handle() const noexcept { return m_handle; }

@@ -22,13 +22,14 @@ class TOVA_API CUserCredentials
 {
 public:
     CUserCredentials();
+    /// Copies the password too.
     CUserCredentials(const CUserCredentials&);
     /// Overwrites the password held before.
     CUserCredentials& operator=(const CUserCredentials&);
     ~CUserCredentials();
 
-    std::string strUserName;
-    std::string strPassword;
+    std::string strUserName; ///< UTF-8
+    std::string strPassword; ///< UTF-8, in clear
 };
 
 /// A login as text for people and logs: the user name, ":" and five stars in place of the password.
@@ -54,6 +55,7 @@ class TOVA_API ICredentialStore
 public:
     virtual ~ICredentialStore();
 
+    /// Whether there is a login for the proxy.
     virtual bool HasCredentials(const char* proxy) = 0;
 
     /// Lends the record, null when there is none. The pointer is valid until the record is replaced or removed, by
@@ -81,6 +83,7 @@ public:
     CCredentialStore();
     ~CCredentialStore() override;
 
+    /// Whether there is a login for the proxy.
     bool HasCredentials(const char* proxy) override;
     CUserCredentials* GetUserCredentials(const char* proxy) override;
     bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials) override;

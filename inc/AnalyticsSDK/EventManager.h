@@ -56,16 +56,23 @@ public:
 
     /// Version of the layout of event lines, their first element.
     int GetLogVersion() const;
+    /// Goes into every later line.
     void SetLogVersion(int version);
+    /// Path of the file that events are appended to.
     std::string GetEventLogFilePath() const;
+    /// Null counts as empty; so it does in the setters below.
     void SetEventLogFilePath(const char* path);
     /// Path of the file that keeps the unique id.
     std::string GetPidFilePath() const;
+    /// To be set before the unique id is first asked for.
     void SetPidFilePath(const char* path);
     /// Points into this object, valid until the next SetApplicationId().
     const char* GetApplicationId() const;
+    /// Goes into every later line.
     void SetApplicationId(const char* id);
+    /// The host's version as it goes into every line.
     std::string GetApplicationVersion() const;
+    /// Goes into every later line.
     void SetApplicationVersion(const char* version);
     /// Certificate authorities (PEM) for https; handed to the web client at once.
     void SetCertificateFile(const char* path);
@@ -111,6 +118,7 @@ public:
     bool ReadPendingEvents(std::string& text, unsigned long& size);
     /// UploadData() and UploadDataAsync() for a text, which is used up.
     bool Upload(std::string&& text);
+    /// The same as UploadDataAsync(), for a text that is used up.
     bool UploadAsync(std::string&& text, IProgressCallback* callback);
     /// Deletes the event log file, under its lock.
     void DeleteEventLogFile();

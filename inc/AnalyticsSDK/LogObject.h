@@ -28,15 +28,19 @@ public:
 
     /// A null value gives null.
     std::uint32_t AddString(const char* name, const char* value);
+    /// Decimal digits.
     std::uint32_t AddInt(const char* name, int value);
+    /// Decimal digits, all of them: readers that keep numbers as doubles lose some.
     std::uint32_t AddInt64(const char* name, long long value);
     /// Six significant digits, as "%g" prints them; NaN and infinities come out as nan and inf, which is no valid JSON.
     std::uint32_t AddDouble(const char* name, double value);
+    /// true or false.
     std::uint32_t AddBoolean(const char* name, bool value);
 
     /// Copies the text of an ended child. A child without a writer adds nothing and still counts as done; this differs
     /// from LogArray and is meant so. `child` must not be null.
     std::uint32_t AddObject(const char* name, LogObject* child);
+    /// The same for an array.
     std::uint32_t AddArray(const char* name, LogArray* child);
 
     /// Closes the object. To be called once, before the text is used; what is added afterwards lands behind the closing
@@ -66,13 +70,18 @@ public:
 
     /// A null value gives null.
     std::uint32_t AddString(const char* value);
+    /// Decimal digits.
     std::uint32_t AddInt(int value);
+    /// Decimal digits, all of them.
     std::uint32_t AddInt64(long long value);
+    /// As LogObject::AddDouble().
     std::uint32_t AddDouble(double value);
+    /// true or false.
     std::uint32_t AddBoolean(bool value);
 
     /// Copies the text of an ended child. Refused when the child is null or has no writer.
     std::uint32_t AddObject(LogObject* child);
+    /// The same for an array.
     std::uint32_t AddArray(LogArray* child);
 
     /// Closes the array.
@@ -82,7 +91,7 @@ public:
     const lumo::json_writer_array* GetArrayWriter() const noexcept { return m_arrayWriter ? &*m_arrayWriter : nullptr; }
 
 protected:
-    std::optional<lumo::json_writer_array> m_arrayWriter;
+    std::optional<lumo::json_writer_array> m_arrayWriter; ///< writes the brackets and what is between them
 };
 
 } // namespace AnalyticsSDK

@@ -78,6 +78,7 @@ public:
 
     /// Bans a proxy for `durationMs`. One that is listed already keeps the end of its ban, even one in the past.
     void AddProxyToBlackList(const char* proxy, double durationMs);
+    /// Lets the proxy be chosen again at once.
     void RemoveProxyFromBlackList(const char* proxy);
     /// Whether a ban holds. A ban that has ended is taken off the list here.
     bool IsProxyInBlackList(const char* proxy);

@@ -12,26 +12,33 @@
 
 namespace AnalyticsSDK {
 
-/// Remove from the front, the back or both every character contained in `chars`; return `s`. Empty `chars` removes
-/// nothing.
+/// Removes from the front every character contained in `chars`; returns `s`. Empty `chars` removes nothing.
 TOVA_API std::string& TrimLeft(std::string& s, const std::string& chars);
+/// The same for wide text.
 TOVA_API std::wstring& TrimLeft(std::wstring& s, const std::wstring& chars);
+/// The same from the back.
 TOVA_API std::string& TrimRight(std::string& s, const std::string& chars);
+/// The same for wide text.
 TOVA_API std::wstring& TrimRight(std::wstring& s, const std::wstring& chars);
+/// The same from both ends.
 TOVA_API std::string& Trim(std::string& s, const std::string& chars);
+/// The same for wide text.
 TOVA_API std::wstring& Trim(std::wstring& s, const std::wstring& chars);
 
 /// Whether `s` begins with `prefix`. An empty prefix always matches.
 TOVA_API bool StartsWith(const std::string& s, const std::string& prefix);
+/// The same for wide text.
 TOVA_API bool StartsWith(const std::wstring& s, const std::wstring& prefix);
 
 /// Whether `s` ends with `suffix`. An empty suffix always matches.
 TOVA_API bool EndsWith(const std::string& s, const std::string& suffix);
+/// The same for wide text.
 TOVA_API bool EndsWith(const std::wstring& s, const std::wstring& suffix);
 
 /// Appends the tokens of `s` to `out`, which is not cleared: the non-empty stretches between characters of
 /// `delimiters`.
 TOVA_API void Tokenize(const std::string& s, std::vector<std::string>& out, const std::string& delimiters);
+/// The same for wide text.
 TOVA_API void Tokenize(const std::wstring& s, std::vector<std::wstring>& out, const std::wstring& delimiters);
 
 /// Appends two lower-case hexadecimal digits per byte to `out`, which is not cleared. A count of 0 or less appends

@@ -60,6 +60,7 @@ public:
     void SetCredentialStore(ICredentialStore* store);
     /// The manager and the store in use: the client's own after Init(true); null when there is none.
     IProxyManager* GetProxyManager() const;
+    /// The logins, owned by the client; null when it was started without its own proxies.
     ICredentialStore* GetCredentialStore() const;
     /// Wakes the client's thread.
     void StartDownload();

@@ -88,7 +88,7 @@ struct digits
 
     /// The digits, most significant first; `size` of them are valid.
     char text[most];
-    std::size_t size = 0;
+    std::size_t size = 0; ///< how many of them are valid
 };
 
 /// Takes the magnitude of a number apart into its digits. `base` is 2 to 16.
@@ -130,8 +130,9 @@ std::string write(T value, int base, int width, char fill)
     return text.append(number.text, number.size);
 }
 
-// Compiled once, in common.cpp.
+/// Compiled once, in common.cpp.
 extern template TOVA_API std::string write<int>(int, int, int, char);
+/// Likewise.
 extern template TOVA_API std::string write<long long>(long long, int, int, char);
 
 } // namespace lumo

@@ -47,6 +47,7 @@ public:
 
     /// A member with a decimal integer.
     void element(const char* name, long long value);
+    /// The same for a short one.
     void element(const char* name, int value);
 
     /// Closes the object; a second call does nothing. Members written afterwards land after the closing brace,
@@ -60,6 +61,7 @@ protected:
     /// For the array, which opens with another bracket.
     struct unopened
     {};
+    /// Opens nothing: that is the array's to do.
     json_writer(unopened, bool compact) noexcept;
 
     /// What comes before every value: separator, line break, indentation and, unless null, the name. Returns where the

@@ -7,6 +7,7 @@
 #include "lumo/tova/mutex.h"
 
 #if defined(__clang__)
+/// What clang's analysis reads and other compilers do not know.
 #define LUMO_THREAD_ANNOTATION(x) __attribute__((x))
 #else
 #define LUMO_THREAD_ANNOTATION(x)

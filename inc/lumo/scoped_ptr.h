@@ -13,6 +13,7 @@ namespace lumo {
 template <class T>
 struct DisposeFunctor
 {
+    /// Ends one object.
     void operator()(T* object) const { delete object; }
 };
 
@@ -20,6 +21,7 @@ struct DisposeFunctor
 template <class T>
 struct DisposeArrayFunctor
 {
+    /// Ends a whole array.
     void operator()(T* objects) const { delete[] objects; }
 };
 
@@ -35,6 +37,7 @@ public:
 
     /// Leaves `other` empty.
     scoped_ptr(scoped_ptr&& other) noexcept : _object(other.Detach()) {}
+    /// Ends the object owned so far and takes over that of `other`.
     scoped_ptr& operator=(scoped_ptr&& other) noexcept
     {
         Reset(other.Detach());
@@ -63,6 +66,7 @@ public:
 
     /// The object; must not be empty.
     T* operator->() const noexcept { return _object; }
+    /// The object itself; must not be empty.
     T& operator*() const noexcept { return *_object; }
 
     /// Whether something is owned.

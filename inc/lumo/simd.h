@@ -14,7 +14,7 @@ namespace lumo::simd {
 struct copied
 {
     const char* in; ///< null when the whole text was copied
-    char* out;
+    char* out;      ///< where the next byte goes
 };
 
 /// The room below which copy_escaped stops and asks for more.
@@ -25,6 +25,7 @@ inline constexpr std::ptrdiff_t escape_stride = 32;
 /// Stops at the end of the text or when fewer than escape_stride bytes are left before `limit`. May write anything to
 /// the room between the end of the copy and `limit`.
 copied copy_escaped(const char* in, char* out, const char* limit);
+/// The same without instructions of one processor alone; also what the faster form is tested against.
 copied copy_escaped_plain(const char* in, char* out, const char* limit);
 
 /// How many bytes beyond its result percent_encode may overwrite.
@@ -33,10 +34,12 @@ inline constexpr std::size_t percent_slack = 64;
 /// Percent-encodes `size` bytes to `out`, which has room for three times as many and percent_slack more. A byte whose
 /// entry in `unsafe`, 256 long, is not 0 becomes "%" and two lower-case digits. Returns the end.
 char* percent_encode(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe);
+/// The same without instructions of one processor alone; also what the faster form is tested against.
 char* percent_encode_plain(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe);
 
 /// Counts the bytes whose entry in `unsafe` is not 0.
 std::size_t count_unsafe(const char* in, std::size_t size, const std::uint8_t* unsafe);
+/// The same without instructions of one processor alone; also what the faster form is tested against.
 std::size_t count_unsafe_plain(const char* in, std::size_t size, const std::uint8_t* unsafe);
 
 } // namespace lumo::simd

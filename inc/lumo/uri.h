@@ -17,8 +17,11 @@ class TOVA_API uri
 public:
     /// Takes a copy of `text` and takes it apart; null counts as empty.
     explicit uri(const char* text);
+    /// Takes a copy apart anew.
     uri(const uri& other);
+    /// Takes another text apart.
     uri& operator=(const char* text);
+    /// Takes a copy apart anew.
     uri& operator=(const uri& other);
     ~uri() = default;
 

@@ -16,7 +16,9 @@
 #define TOVA_PRINTF(text, first) __attribute__((format(printf, text, first)))
 
 #ifdef __cplusplus
+/// Opens a stretch of declarations that C and C++ share.
 #define TOVA_C_BEGIN extern "C" {
+/// Closes it.
 #define TOVA_C_END }
 #else
 #define TOVA_C_BEGIN

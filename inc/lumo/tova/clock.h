@@ -11,17 +11,17 @@ TOVA_C_BEGIN
 /// A calendar time.
 typedef struct tova_time
 {
-    uint16_t year;
-    uint16_t month;    ///< 1 to 12
-    uint16_t week_day; ///< 0 to 6, 0 is Sunday
-    uint16_t day;      ///< 1 to 31
-    uint16_t hour;     ///< 0 to 23
-    uint16_t minute;   ///< 0 to 59
-    uint16_t second;   ///< 0 to 60
-    uint16_t millisecond;
-    int16_t bias;     ///< minutes from local time to UTC: positive west of Greenwich, 300 for UTC-5
-    int16_t daylight; ///< daylight saving: positive in effect, 0 not, negative unknown
-    char zone[32];    ///< abbreviation of the zone
+    uint16_t year;        ///< all four digits
+    uint16_t month;       ///< 1 to 12
+    uint16_t week_day;    ///< 0 to 6, 0 is Sunday
+    uint16_t day;         ///< 1 to 31
+    uint16_t hour;        ///< 0 to 23
+    uint16_t minute;      ///< 0 to 59
+    uint16_t second;      ///< 0 to 60
+    uint16_t millisecond; ///< 0 to 999
+    int16_t bias;         ///< minutes from local time to UTC: positive west of Greenwich, 300 for UTC-5
+    int16_t daylight;     ///< daylight saving: positive in effect, 0 not, negative unknown
+    char zone[32];        ///< abbreviation of the zone
 } tova_time;
 
 /// The text forms of tova_time_string.

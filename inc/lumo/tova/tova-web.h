@@ -178,8 +178,8 @@ TOVA_API int64_t tova_http_response_number_get(const tova_http_response* r, int3
 /// The system's proxy settings for one URL: two lists, separated by semicolons or spaces.
 typedef struct tova_proxy
 {
-    char proxies[1024];
-    char bypass[1024];
+    char proxies[1024]; ///< as the system lists them, with separators
+    char bypass[1024];  ///< hosts that need none, likewise
 } tova_proxy;
 
 /// Looks up the proxies for `url`: always 0, none found, with both lists empty. Proxies are the host's to set.
@@ -188,18 +188,18 @@ TOVA_API int32_t tova_proxy_get_for_url(const char* url, tova_proxy* proxy);
 /// A part of a URI within the text that was parsed: not terminated, null when the part is absent.
 typedef struct tova_uri_part
 {
-    const char* text;
-    uint32_t length;
+    const char* text; ///< inside the parsed text, not terminated
+    uint32_t length;  ///< characters
 } tova_uri_part;
 
 /// The parts of a URI. They point into the text, which must outlive the record.
 typedef struct tova_uri
 {
-    tova_uri_part scheme;
-    tova_uri_part user;
-    tova_uri_part password;
-    tova_uri_part host; ///< with any ":port"
-    tova_uri_part path; ///< from its "/" to the end, query and fragment included
+    tova_uri_part scheme;   ///< before "://"
+    tova_uri_part user;     ///< before "@", up to ":"
+    tova_uri_part password; ///< behind that colon
+    tova_uri_part host;     ///< with any ":port"
+    tova_uri_part path;     ///< from its "/" to the end, query and fragment included
 } tova_uri;
 
 /// Splits `text` into its parts; nothing is decoded, nothing is refused.
