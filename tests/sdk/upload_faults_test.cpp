@@ -4,15 +4,12 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "AnalyticsSDK/WebClient.h"
 #include "TransferOptions.h"
 #include "host/host.h"
 #include "support/certificates.h"
+#include "support/cutting_relay.h"
 #include "support/form.h"
 #include "support/http_server.h"
 #include "support/ports.h"
@@ -271,67 +268,8 @@ TEST_F(ThreadsUploadFaults, ARedirectNeverLeavesHttp)
 
 namespace {
 
-// Hands on bytes between a client and a server, one connection at a time. After so many bytes from the server it resets
-// the client's connection.
-class CuttingRelay
-{
-public:
-    CuttingRelay(int server_port, size_t budget) : m_server_port(server_port), m_budget(budget)
-    {
-        m_listener = support::bind_loopback(m_port);
-        listen(m_listener, 16);
-        m_thread = std::thread([this] { run(); });
-    }
-    ~CuttingRelay()
-    {
-        m_stop = true;
-        shutdown(m_listener, SHUT_RDWR);
-        m_thread.join();
-        close(m_listener);
-    }
-    int port() const { return m_port; }
-
-private:
-    void run()
-    {
-        for (int client; (client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0 && !m_stop;
-             close(client)) {
-            const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-            sockaddr_in address = {};
-            address.sin_family = AF_INET;
-            address.sin_port = htons(static_cast<uint16_t>(m_server_port));
-            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-            if (connect(server, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
-                relay(client, server);
-            const linger hard = {1, 0};
-            setsockopt(client, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-            close(server);
-        }
-    }
-
-    void relay(int client, int server) const
-    {
-        pollfd ends[] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
-        char text[4096];
-        for (size_t left = m_budget; left > 0 && !m_stop && poll(ends, 2, 100) >= 0;) {
-            const int from = ends[0].revents ? 0 : 1;
-            if (!ends[from].revents)
-                continue;
-            const ssize_t count = recv(ends[from].fd, text, from ? std::min(left, sizeof text) : sizeof text, 0);
-            if (count <= 0)
-                return;
-            send(ends[1 - from].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
-            left -= from ? static_cast<size_t>(count) : 0;
-        }
-    }
-
-    int m_server_port, m_listener, m_port = 0;
-    size_t m_budget;
-    std::atomic<bool> m_stop{false};
-    std::thread m_thread;
-};
-
-constexpr size_t unlimited = 1'000'000;
+using support::CuttingRelay;
+constexpr size_t unlimited = CuttingRelay::unlimited;
 
 } // namespace
 

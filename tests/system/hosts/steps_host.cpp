@@ -1,6 +1,9 @@
 // A host program that tests run: each word of its command line is one step, "word" or "word=value".
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +14,8 @@
 #include <thread>
 #include <vector>
 
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,6 +51,13 @@ void Log(analytics_session* to, const char* name, int number)
     Check(analytics_event_end(to), "end");
 }
 
+void LogNumber()
+{
+    Check(analytics_event_begin(session, "number"), "begin");
+    Check(analytics_name_float64_add(session, "n", 1234.5), "add");
+    Check(analytics_event_end(session), "end");
+}
+
 /// Several sessions on threads of their own, all with one log: events named by their writer.
 void LogFromThreads(int threads, int count)
 {
@@ -62,6 +74,8 @@ void LogFromThreads(int threads, int count)
         writer.join();
 }
 
+std::atomic<int> heard{0};
+
 void Observe()
 {
     for (const char* event : {"complete", "error"})
@@ -69,9 +83,61 @@ void Observe()
                   session, event,
                   [](void* name, uint32_t value, double) {
                       Say(std::string(static_cast<const char*>(name)) + ' ' + std::to_string(value) + '\n');
+                      ++heard;
                   },
                   const_cast<char*>(event)),
               "observe");
+}
+
+/// Every thread of this process gets a signal, again and again, so that whatever waits is interrupted.
+void InterruptEverything()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {}; // without SA_RESTART
+    sigaction(SIGUSR1, &action, nullptr);
+    std::thread([] {
+        const long self = syscall(SYS_gettid);
+        for (;;) {
+            for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
+                if (const long id = std::stol(thread.path().filename()); id != self)
+                    syscall(SYS_tgkill, getpid(), id, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+        }
+    }).detach();
+}
+
+/// "ignored", "blocked" or "default": how this host treats SIGPIPE.
+std::string sigpipe = "default";
+
+void TreatSigpipe(const std::string& way)
+{
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(way == "blocked" ? SIG_BLOCK : SIG_UNBLOCK, &pipe, nullptr);
+    signal(SIGPIPE, way == "ignored" ? SIG_IGN : SIG_DFL);
+    sigpipe = way;
+}
+
+/// Says so when the host's own treatment was changed, or a signal is left waiting.
+void CheckSigpipe()
+{
+    struct sigaction now;
+    sigset_t blocked, pending;
+    sigaction(SIGPIPE, nullptr, &now);
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    sigpending(&pending);
+    const bool kept = (now.sa_handler == SIG_IGN) == (sigpipe == "ignored") &&
+                      sigismember(&blocked, SIGPIPE) == (sigpipe == "blocked") && !sigismember(&pending, SIGPIPE);
+    Say(kept ? "sigpipe kept\n" : "sigpipe changed\n");
+}
+
+void HoldDescriptors(int count)
+{
+    const rlimit limit = {static_cast<rlim_t>(count) + 200, static_cast<rlim_t>(count) + 200};
+    setrlimit(RLIMIT_NOFILE, &limit);
+    while (dup(STDIN_FILENO) < count) {
+    }
 }
 
 const std::map<std::string, std::function<void(const std::string&)>> words = {
@@ -86,6 +152,11 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
     {"threads",
      [](const std::string& value) { LogFromThreads(std::stoi(value), std::stoi(value.substr(value.find(':') + 1))); }},
     {"observe", [](const std::string&) { Observe(); }},
+    {"wait_until_heard",
+     [](const std::string&) {
+         while (heard == 0)
+             std::this_thread::sleep_for(std::chrono::milliseconds(1));
+     }},
     {"send", [](const std::string&) { Say("send " + std::to_string(analytics_send(session, 1)) + '\n'); }},
     {"send_async", [](const std::string&) { Say("started " + std::to_string(analytics_send(session, 0)) + '\n'); }},
     {"send_in_background", [](const std::string&) { std::thread([] { analytics_send(session, 1); }).detach(); }},
@@ -95,6 +166,15 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
          while (!std::filesystem::exists(value))
              std::this_thread::sleep_for(std::chrono::milliseconds(1));
      }},
+    {"interrupt", [](const std::string&) { InterruptEverything(); }},
+    {"sigpipe", TreatSigpipe},
+    {"check_sigpipe", [](const std::string&) { CheckSigpipe(); }},
+    {"descriptors", [](const std::string& value) { HoldDescriptors(std::stoi(value)); }},
+    {"locale",
+     [](const std::string& value) {
+         Say(setlocale(LC_ALL, value.c_str()) ? "locale " + std::string(localeconv()->decimal_point) + '\n' : "none\n");
+     }},
+    {"number", [](const std::string&) { LogNumber(); }},
     {"exit", [](const std::string& value) { std::exit(std::stoi(value)); }},
     {"quick_exit", [](const std::string& value) { _exit(std::stoi(value)); }},
 };

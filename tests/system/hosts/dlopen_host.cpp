@@ -1,0 +1,82 @@
+// LIBRARY FOLDER URL ROUNDS: loads the library, runs a session with an upload, unloads the library, again and again.
+// Prints how many descriptors, threads and kilobytes it held after a tenth of the rounds and at the end, and whether
+// the library had really gone.
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "analytics.h"
+
+static void require(bool holds, const char* what)
+{
+    if (!holds) {
+        const char* reason = dlerror();
+        fprintf(stderr, "host: %s %s\n", what, reason ? reason : "");
+        _Exit(99);
+    }
+}
+
+template <typename Function>
+static Function* symbol(void* library, const char* name)
+{
+    void* found = dlsym(library, name);
+    require(found != nullptr, name);
+    return reinterpret_cast<Function*>(found);
+}
+
+static void run_a_session(void* library, const analytics_config& config)
+{
+    analytics_session* session = symbol<decltype(analytics_initialize)>(library, "analytics_initialize")(&config);
+    require(session != nullptr, "a session");
+    require(symbol<decltype(analytics_event_begin)>(library, "analytics_event_begin")(session, "e") == 0, "begin");
+    require(symbol<decltype(analytics_property_add)>(library, "analytics_property_add")(session, "cpu") == 0, "cpu");
+    require(symbol<decltype(analytics_event_end)>(library, "analytics_event_end")(session) == 0, "end");
+    require(symbol<decltype(analytics_send)>(library, "analytics_send")(session, 1) == 0, "send");
+    symbol<decltype(analytics_shutdown)>(library, "analytics_shutdown")(session);
+}
+
+static long entries(const char* folder)
+{
+    long count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
+        ++count;
+    return count;
+}
+
+static long resident_kb()
+{
+    long pages = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * 4;
+}
+
+static void tell()
+{
+    printf("%ld %ld %ld\n", entries("/proc/self/fd"), entries("/proc/self/task"), resident_kb());
+}
+
+int main(int count, char** arguments)
+{
+    require(count == 5, "LIBRARY FOLDER URL ROUNDS");
+    analytics_config config = {};
+    strncpy(config.upload_url, arguments[3], sizeof config.upload_url - 1);
+    strncpy(config.event_log_file, (arguments[2] + std::string("/events.log")).c_str(),
+            sizeof config.event_log_file - 1);
+    const int rounds = atoi(arguments[4]);
+    for (int round = 1; round <= rounds; ++round) {
+        void* library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
+        require(library != nullptr, "loading");
+        run_a_session(library, config);
+        require(dlclose(library) == 0, "unloading");
+        if (round == rounds / 10 || round == rounds)
+            tell();
+    }
+    puts(dlopen(arguments[1], RTLD_NOW | RTLD_NOLOAD) ? "stayed" : "gone");
+    return 0;
+}
