@@ -298,8 +298,8 @@ void WebClient::Process()
     }
 }
 
-// One turn: take up what was queued, let libcurl work, wait for activity, hear what has ended. False on libcurl's
-// error.
+// One turn: take up what was queued, let libcurl work, hear what has ended, wait for activity. The wait comes last,
+// because nothing would end it for a transfer that is over already. False on libcurl's error.
 bool WebClient::ProcessOnce(int& running)
 {
     std::vector<CurlEasyHandle*> refused;
@@ -311,11 +311,9 @@ bool WebClient::ProcessOnce(int& running)
     do {
         code = curl_multi_perform(multi, &running);
     } while (code == CURLM_CALL_MULTI_PERFORM && !IsShuttingDown());
-    if (running > 0 && !IsShuttingDown() && curl_multi_poll(multi, nullptr, 0, wait_ms, nullptr) != CURLM_OK)
-        return false;
     FinishTransfers();
     AbortTimedOutTransfers();
-    return true;
+    return running == 0 || IsShuttingDown() || curl_multi_poll(multi, nullptr, 0, wait_ms, nullptr) == CURLM_OK;
 }
 
 void WebClient::FinishTransfers()

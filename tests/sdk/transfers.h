@@ -6,6 +6,7 @@
 #include "TransferOptions.h"
 #include "host/host.h"
 #include "support/http_server.h"
+#include "support/raw_server.h"
 #include "support/wait.h"
 
 #include <atomic>
@@ -45,6 +46,13 @@ private:
     static inline std::atomic<bool> online{true};
     AnalyticsSDK::host::source m_facts;
 };
+
+/// A server's script: takes a request and never answers.
+inline void hold_open(support::RawServer::Connection& peer)
+{
+    peer.read_request();
+    peer.hang();
+}
 
 /// Puts the limits of transfers back.
 struct Settings
@@ -162,6 +170,8 @@ protected:
 
     Network network;
     Settings settings;
+    /// Gives back what was posted. Outlives the client, whose idle connections would hold up its end.
+    support::HttpServer server{[](const support::Request& request) { return support::Reply{200, request.body}; }};
     Ends ends;
     AnalyticsSDK::WebClient client;
     Params event{{"data", "[1,\"x y\"]\n"}, {"g", "id"}};
