@@ -62,6 +62,8 @@ public:
     IProxyManager* GetProxyManager() const;
     /// The logins, owned by the client; null when it was started without its own proxies.
     ICredentialStore* GetCredentialStore() const;
+    /// Why the last synchronous request of this client failed, in libcurl's words; empty after a success. Any thread.
+    std::string GetLastError() const;
     /// Wakes the client's thread.
     void StartDownload();
     /// The first queued transfer with this item id, null when there is none; for use on the client's thread.
@@ -82,6 +84,7 @@ private:
                std::map<std::string, std::string>* params, const char* itemID);
     bool SetCurlTransferOptions(CurlEasyHandle* handle, const char* url, RequestType type,
                                 std::map<std::string, std::string>* params, bool bProgress);
+    void RememberError(CurlEasyHandle* handle, long result);
     bool RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode);
     bool ProcessOnce(int& running);
     void FinishTransfers();
@@ -96,6 +99,8 @@ private:
     CProxyManager proxyManager;
     CCredentialStore credentialStore;
     lumo::mutex certificateLock{true};
+    std::string strLastError LUMO_GUARDED_BY(errorLock);
+    mutable lumo::mutex errorLock{true};
     bool bStarted = false;
 };
 

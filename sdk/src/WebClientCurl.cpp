@@ -264,6 +264,19 @@ bool WebClient::ExecRequest(const char* url, std::ostream* out, long& httpCode, 
     });
 }
 
+void WebClient::RememberError(CurlEasyHandle* handle, long result)
+{
+    const char* text = handle->GetErrorBuffer();
+    lumo::scoped_lock hold(errorLock);
+    strLastError = result == CURLE_OK ? "" : *text ? text : curl_easy_strerror(static_cast<CURLcode>(result));
+}
+
+std::string WebClient::GetLastError() const
+{
+    lumo::scoped_lock hold(errorLock);
+    return strLastError;
+}
+
 bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode)
 {
     std::vector<std::string> failed;
@@ -275,6 +288,7 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
             return false;
         httpCode = 0;
         const long result = curl_easy_perform(handle->GetHandle());
+        RememberError(handle, result);
         httpCode = ReadStatus(*handle);
         if (result == CURLE_OK || WasTaken(*handle)) {
             HandleProxySuccess(CURLE_OK, handle, url);

@@ -1,0 +1,37 @@
+// Events from words of a shell: "key=value" with typed values, nested by dotted keys.
+#pragma once
+
+#include "analytics.hpp"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace members {
+
+struct Node;
+struct Object
+{
+    std::vector<std::pair<std::string, Node>> members; ///< in order of first appearance
+};
+struct Array
+{
+    std::vector<Node> elements;
+};
+
+struct Node
+{
+    std::variant<std::nullptr_t, bool, std::int64_t, double, std::string, Object, Array> value;
+};
+
+/// Adds one word to an event: KEY=VALUE, KEY[]=VALUE, with KEY:TYPE for a chosen type. Answers what is wrong with it,
+/// and then changes nothing that matters: the event is not to be logged.
+std::string add(Object& event, std::string_view word);
+
+/// Writes everything into an open event.
+void write(const Object& from, analytics::detail::members& into);
+
+} // namespace members

@@ -1,0 +1,185 @@
+// analytics send: uploads an event log file now, and says how it went.
+#include "commands.h"
+#include "terminal.h"
+#include "wire_line.h"
+
+#include "AnalyticsSDK/Identity.h"
+#include "AnalyticsSDK/Utilities.h"
+#include "AnalyticsSDK/WebClient.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unistd.h>
+
+namespace commands {
+
+namespace {
+
+struct Options
+{
+    std::string file;
+    std::string url;
+    std::string unique_id;
+    std::string application_version;
+    std::string certificate_file;
+    bool keep = false;
+};
+
+// On a terminal, one line that counts the seconds for as long as this object lives; elsewhere one line is enough.
+class Working
+{
+public:
+    explicit Working(std::string what) : m_what(std::move(what))
+    {
+        if (terminal::live_errors())
+            m_thread = std::thread([this] { count(); });
+        else
+            std::cerr << m_what << std::endl;
+    }
+
+    ~Working()
+    {
+        if (!m_thread.joinable())
+            return;
+        {
+            std::lock_guard hold(m_lock);
+            m_over = true;
+        }
+        m_changed.notify_one();
+        m_thread.join();
+        std::cerr << "\r\x1b[K" << std::flush;
+    }
+
+private:
+    void count()
+    {
+        std::unique_lock hold(m_lock);
+        for (int second = 0; !m_over; ++second) {
+            std::cerr << "\r\x1b[K" << m_what << (second ? " " + std::to_string(second) + " s" : "") << std::flush;
+            m_changed.wait_for(hold, std::chrono::seconds(1), [this] { return m_over; });
+        }
+    }
+
+    std::string m_what;
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    bool m_over = false;
+    std::thread m_thread;
+};
+
+// The id and the version that the upload goes under are those of the first event, unless they are given.
+bool complete(Options& options, const std::string& text)
+{
+    for (std::string_view rest = text; !rest.empty();) {
+        std::string_view one = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(std::min(one.size() + 1, rest.size()));
+        wire::Line line;
+        if (wire::read_line(one, line))
+            continue;
+        if (options.unique_id.empty())
+            options.unique_id = wire::unquoted(line.unique_id);
+        if (options.application_version.empty())
+            options.application_version = wire::unquoted(line.application_version);
+        break;
+    }
+    return !options.unique_id.empty();
+}
+
+std::map<std::string, std::string> form_of(const Options& options, const std::string& text)
+{
+    AnalyticsSDK::scoped_array<unsigned char> record;
+    long length = 0;
+    std::string token;
+    if (AnalyticsSDK::GenerateHash(options.unique_id.c_str(), record, length))
+        AnalyticsSDK::BytesToString(record.Get(), length, token);
+    return {{"data", text}, {"g", options.unique_id}, {"t", token}, {"v", options.application_version}};
+}
+
+// What was appended while the upload was under way stays: the file is moved aside, so that no host writes to it any
+// more, and what it holds beyond the sent text goes back.
+bool remove_sent(const std::string& path, size_t sent)
+{
+    std::string aside = path + ".sent-" + std::to_string(getpid()), text;
+    if (std::rename(path.c_str(), aside.c_str()) != 0 || !terminal::read_file(aside, text))
+        return terminal::error(path + ": sent, but it cannot be removed: " + std::strerror(errno)), false;
+    if (text.size() > sent) {
+        int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+        ssize_t rest = static_cast<ssize_t>(text.size() - sent);
+        bool kept = file >= 0 && write(file, text.data() + sent, text.size() - sent) == rest;
+        if (file >= 0)
+            close(file);
+        if (!kept)
+            return terminal::error("events that came during the upload stand at the end of " + aside), false;
+    }
+    return std::remove(aside.c_str()) == 0;
+}
+
+std::string reason(long http_status, const std::string& network)
+{
+    if (http_status >= 400)
+        return "the server answered " + std::to_string(http_status);
+    return network.empty() ? "no reason is known" : network;
+}
+
+int send(const Options& options, const std::string& text)
+{
+    auto form = form_of(options, text);
+    std::string what = std::to_string(std::count(text.begin(), text.end(), '\n')) + " events (" +
+                       std::to_string(text.size()) + " bytes) to " + options.url;
+    AnalyticsSDK::WebClient client;
+    client.SetCertificateFile(options.certificate_file.c_str());
+    long http_status = 0;
+    bool taken;
+    {
+        Working working("sending " + what);
+        taken = client.ExecRequest(options.url.c_str(), nullptr, http_status, AnalyticsSDK::RequestTypePost, &form);
+    }
+    if (!taken)
+        return terminal::error("sending failed: " + reason(http_status, client.GetLastError())), failed;
+    std::cout << "sent " << what << "; the server answered " << http_status << std::endl;
+    return options.keep || options.file == "-" || remove_sent(options.file, text.size()) ? done : failed;
+}
+
+int run(Options options)
+{
+    std::string text;
+    if (!terminal::read_file(options.file, text))
+        return failed;
+    if (text.empty()) {
+        std::cout << options.file << " holds no events" << std::endl;
+        return done;
+    }
+    if (text.find('\0') != text.npos)
+        return terminal::error(options.file + " holds a NUL byte: it is no event log file"), failed;
+    if (!complete(options, text))
+        return terminal::error("no event says whose id this is; give it with --id"), failed;
+    return send(options, text);
+}
+
+} // namespace
+
+void add_send(CLI::App& program, int& status)
+{
+    auto options = std::make_shared<Options>();
+    CLI::App* word = program.add_subcommand("send", "Upload an event log file, and remove it once the server took it.");
+    word->add_option("FILE", options->file, "the event log file; - is standard input")->required();
+    word->add_option("--url", options->url, "the collection server's address")->required();
+    word->add_option("--id", options->unique_id, "the unique id (default: the first event's)");
+    word->add_option("--app-version", options->application_version, "the version (default: the first event's)");
+    word->add_option("--certificates", options->certificate_file,
+                     "certificate authorities (PEM) for https (default: cacert.pem beside the command)");
+    word->add_flag("--keep", options->keep, "leave the file as it is");
+    word->callback([options, &status] { status = run(*options); });
+}
+
+} // namespace commands

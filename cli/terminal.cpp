@@ -1,0 +1,70 @@
+#include "terminal.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <iostream>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace terminal {
+
+static bool takes_colours(int descriptor)
+{
+    const char* kind = std::getenv("TERM");
+    const char* forbidden = std::getenv("NO_COLOR");
+    return isatty(descriptor) && kind && std::strcmp(kind, "dumb") != 0 && !(forbidden && *forbidden);
+}
+
+bool colours()
+{
+    return takes_colours(STDOUT_FILENO);
+}
+
+unsigned width()
+{
+    winsize size{};
+    return isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+bool live_errors()
+{
+    return isatty(STDERR_FILENO);
+}
+
+std::string bold(std::string_view text)
+{
+    return colours() ? "\x1b[1m" + std::string(text) + "\x1b[0m" : std::string(text);
+}
+
+void error(std::string_view text)
+{
+    bool red = takes_colours(STDERR_FILENO);
+    std::cerr << (red ? "\x1b[31m" : "") << "analytics: " << text << (red ? "\x1b[0m" : "") << std::endl;
+}
+
+static bool read_all(int file, std::string& text)
+{
+    char piece[65536];
+    ssize_t count;
+    while ((count = read(file, piece, sizeof piece)) != 0) {
+        if (count < 0 && errno != EINTR)
+            return false;
+        text.append(piece, count > 0 ? static_cast<size_t>(count) : 0);
+    }
+    return true;
+}
+
+bool read_file(const std::string& path, std::string& text)
+{
+    int file = path == "-" ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    bool whole = file >= 0 && read_all(file, text);
+    if (!whole)
+        error(path + ": " + std::strerror(errno));
+    if (file > STDERR_FILENO)
+        close(file);
+    return whole;
+}
+
+} // namespace terminal

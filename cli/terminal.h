@@ -1,0 +1,24 @@
+// What the command prints, and how: colours and cut lines only where a person looks at them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace terminal {
+
+/// Standard output is a terminal that takes colours (and NO_COLOR does not forbid them).
+bool colours();
+/// The columns of the terminal that standard output is; 0 when it is none.
+unsigned width();
+/// Standard error is a terminal: what is printed there may be overwritten.
+bool live_errors();
+
+std::string bold(std::string_view text);
+
+/// One line on standard error, "analytics: ..." in front, in red on a terminal.
+void error(std::string_view text);
+
+/// The whole file, or standard input for "-". False, with the reason reported, when it cannot be read.
+bool read_file(const std::string& path, std::string& text);
+
+} // namespace terminal
