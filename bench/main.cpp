@@ -1,0 +1,45 @@
+// analytics_bench [ROW...]: prints the rows whose name holds one of the words, or all. Ends with 1 when a row misses
+// its must.
+#include "table.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <thread>
+
+static std::string processor()
+{
+    std::ifstream file("/proc/cpuinfo");
+    for (std::string line; std::getline(file, line);)
+        if (line.rfind("model name", 0) == 0)
+            return line.substr(line.find(':') + 2);
+    return "unknown processor";
+}
+
+static bool wanted(const std::string& name, int count, char** words)
+{
+    return count == 0 ||
+           std::any_of(words, words + count, [&](const char* w) { return name.find(w) != std::string::npos; });
+}
+
+int main(int count, char** arguments)
+try {
+    setenv("LC_ALL", "C.UTF-8", 1);
+    std::printf("%s, %u processors\n", processor().c_str(), std::thread::hardware_concurrency());
+    bench::Table table;
+    table.print_head();
+    auto groups = bench::groups();
+    std::sort(groups.begin(), groups.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    for (const bench::Group& group : groups)
+        if (wanted(group.name, count - 1, arguments + 1))
+            group.measure(table);
+    const int failed = table.finish(BENCH_JSON);
+    if (failed != 0)
+        std::printf("%d rows miss what they must reach\n", failed);
+    return failed != 0;
+} catch (const std::exception& problem) {
+    std::fprintf(stderr, "the bench cannot go on: %s\n", problem.what());
+    return 2;
+}

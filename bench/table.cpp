@@ -1,0 +1,157 @@
+#include "table.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+namespace bench {
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const std::size_t middle = values.size() / 2;
+    return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+double seconds_of(const std::function<void()>& work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// How often the work is to be done to last about a hundredth of a second; also warms it up.
+static long calibrate(const Work& work)
+{
+    constexpr double wanted = 0.01;
+    for (long times = 1;; times *= 4) {
+        const double taken = seconds_of([&] { work(times); });
+        if (taken > wanted / 4 || times > 100'000'000)
+            return std::max(1L, static_cast<long>(static_cast<double>(times) * wanted / taken));
+    }
+}
+
+Figures compare(const Work& ours, const Work& reference, int repetitions)
+{
+    const long our_times = calibrate(ours), reference_times = calibrate(reference);
+    const auto each_ns = [](const Work& work, long times) {
+        return seconds_of([&] { work(times); }) * 1e9 / static_cast<double>(times);
+    };
+    return compare_figures([&] { return each_ns(ours, our_times); },
+                           [&] { return each_ns(reference, reference_times); }, "ns", repetitions);
+}
+
+Figures compare_figures(const std::function<double()>& ours, const std::function<double()>& reference,
+                        const std::string& unit, int repetitions)
+{
+    std::vector<double> our_figures, reference_figures, ratios;
+    for (int i = 0; i < repetitions; ++i) {
+        reference_figures.push_back(reference());
+        our_figures.push_back(ours());
+        ratios.push_back(our_figures.back() / reference_figures.back());
+    }
+    return {median(our_figures), median(reference_figures), median(ratios), unit};
+}
+
+static std::string shown(double value, const std::string& unit)
+{
+    static const struct
+    {
+        double from, divisor;
+        const char* unit;
+    } steps[] = {{1e9, 1e9, "s"}, {1e6, 1e6, "ms"}, {1e3, 1e3, "us"}, {0, 1, "ns"}};
+    char text[32];
+    for (const auto& step : steps)
+        if (unit == "ns" && value >= step.from) {
+            std::snprintf(text, sizeof text, "%.3g %s", value / step.divisor, step.unit);
+            return text;
+        }
+    std::snprintf(text, sizeof text, "%.4g %s", value, unit.c_str());
+    return text;
+}
+
+static std::string shown_limit(double limit, Limits::Sense sense)
+{
+    char text[32] = "-";
+    if (limit != 0)
+        std::snprintf(text, sizeof text, "%s%.2f", sense == Limits::at_least ? ">" : "<", limit);
+    return text;
+}
+
+static bool reaches(double ratio, double limit, Limits::Sense sense)
+{
+    return limit == 0 || (sense == Limits::at_least ? ratio >= limit : ratio <= limit);
+}
+
+static std::string verdict_of(double ratio, const Limits& limits)
+{
+    if (limits.sense == Limits::shown)
+        return "shown";
+    if (!reaches(ratio, limits.must, limits.sense))
+        return "FAIL";
+    return reaches(ratio, limits.goal, limits.sense) ? "ok" : "ok, below goal";
+}
+
+void Table::print_head() const
+{
+    std::printf("%-34s %-44s %10s %10s %8s %8s %8s\n", "what", "against", "ours", "reference", "ratio", "must", "goal");
+}
+
+void Table::row(const std::string& name, const std::string& against, const Figures& figures, const Limits& limits)
+{
+    const Row row{name, against, verdict_of(figures.ratio, limits), figures, limits};
+    std::printf("%-34s %-44s %10s %10s %8.3f %8s %8s  %s\n", name.c_str(), against.c_str(),
+                shown(figures.ours, figures.unit).c_str(), shown(figures.reference, figures.unit).c_str(),
+                figures.ratio, shown_limit(limits.must, limits.sense).c_str(),
+                shown_limit(limits.goal, limits.sense).c_str(), row.verdict.c_str());
+    std::fflush(stdout);
+    m_rows.push_back(row);
+}
+
+void Table::note(const std::string& name, const std::string& text)
+{
+    std::printf("%-34s %s\n", name.c_str(), text.c_str());
+    std::fflush(stdout);
+    m_notes.emplace_back(name, text);
+}
+
+int Table::finish(const std::string& json_path) const
+{
+    nlohmann::json rows = nlohmann::json::array(), notes = nlohmann::json::array();
+    int failed = 0;
+    for (const Row& row : m_rows) {
+        failed += row.verdict == "FAIL";
+        nlohmann::json entry = {{"name", row.name},
+                                {"against", row.against},
+                                {"unit", row.figures.unit},
+                                {"ours", row.figures.ours},
+                                {"reference", row.figures.reference},
+                                {"ratio", row.figures.ratio},
+                                {"verdict", row.verdict}};
+        if (row.limits.must != 0)
+            entry["must"] = row.limits.must;
+        if (row.limits.goal != 0)
+            entry["goal"] = row.limits.goal;
+        rows.push_back(entry);
+    }
+    for (const auto& [name, text] : m_notes)
+        notes.push_back({{"name", name}, {"text", text}});
+    std::ofstream(json_path) << nlohmann::json{{"rows", rows}, {"notes", notes}, {"failed", failed}}.dump(2) << '\n';
+    return failed;
+}
+
+Group::Group(const char* group_name, std::function<void(Table&)> group_measure)
+    : name(group_name), measure(std::move(group_measure))
+{
+    groups().push_back(*this);
+}
+
+std::vector<Group>& groups()
+{
+    static std::vector<Group> all;
+    return all;
+}
+
+} // namespace bench

@@ -1,0 +1,95 @@
+// The table of ratios: every figure is ours against a reference that the same program runs in the same minute.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/// Work to be timed: does the thing so many times.
+using Work = std::function<void(long times)>;
+
+/// What ours and the reference took, in the row's unit, and the ratio of the two.
+struct Figures
+{
+    double ours = 0, reference = 0, ratio = 0;
+    std::string unit = "ns";
+};
+
+/// Times both in turn, each at least five times, so that whatever the machine does meanwhile meets both. The figures
+/// are medians; the ratio is the median of the ratios of neighbours.
+Figures compare(const Work& ours, const Work& reference, int repetitions = 9);
+
+/// The same for figures that the work itself takes: each call gives one.
+Figures compare_figures(const std::function<double()>& ours, const std::function<double()>& reference,
+                        const std::string& unit, int repetitions = 5);
+
+double median(std::vector<double> values);
+double seconds_of(const std::function<void()>& work);
+
+/// What a row must reach and what it aims at. Without limits it is shown, not judged.
+struct Limits
+{
+    enum Sense
+    {
+        at_most,
+        at_least,
+        shown
+    };
+    Sense sense = shown;
+    double must = 0, goal = 0; ///< 0: none
+};
+
+inline Limits at_most(double must, double goal)
+{
+    return {Limits::at_most, must, goal};
+}
+inline Limits at_least(double must, double goal)
+{
+    return {Limits::at_least, must, goal};
+}
+
+/// Collects rows, prints each as it comes and keeps them for bench.json.
+class Table
+{
+public:
+    void row(const std::string& name, const std::string& against, const Figures& figures, const Limits& limits = {});
+    /// A line of a curve or another figure that stands for itself.
+    void note(const std::string& name, const std::string& text);
+
+    void print_head() const;
+    /// Writes bench.json; returns how many rows failed their must.
+    int finish(const std::string& json_path) const;
+
+private:
+    struct Row
+    {
+        std::string name, against, verdict;
+        Figures figures;
+        Limits limits;
+    };
+    std::vector<Row> m_rows;
+    std::vector<std::pair<std::string, std::string>> m_notes;
+};
+
+/// A group of rows that is measured together and chosen by its name; registers itself.
+struct Group
+{
+    Group(const char* group_name, std::function<void(Table&)> group_measure);
+
+    std::string name;
+    std::function<void(Table&)> measure;
+};
+
+/// All groups in the order of their names' first use in the sources of this program.
+std::vector<Group>& groups();
+
+/// Keeps the compiler from dropping a result nobody reads.
+template <class T>
+inline void keep(const T& value)
+{
+    asm volatile("" : : "g"(&value) : "memory");
+}
+
+} // namespace bench
