@@ -17,23 +17,6 @@ namespace {
 constexpr std::array<double, 23> exact_powers = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
                                                  1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
 
-constexpr std::array<char, 200> make_digit_pairs()
-{
-    std::array<char, 200> pairs{};
-    for (std::size_t i = 0; i < 100; ++i) {
-        pairs[2 * i] = static_cast<char>('0' + i / 10);
-        pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
-    }
-    return pairs;
-}
-
-constexpr std::array<char, 200> digit_pairs = make_digit_pairs();
-
-void put_pair(char* out, std::uint32_t below_hundred)
-{
-    std::memcpy(out, &digit_pairs[2 * below_hundred], 2);
-}
-
 // A positive number as 0.dddddd times a power of ten: its six digits, and the exponent of the first.
 struct six_digits
 {
@@ -73,35 +56,33 @@ char* put_exponent(char* out, int exponent)
 {
     out[0] = 'e';
     out[1] = exponent < 0 ? '-' : '+';
-    put_pair(out + 2, static_cast<std::uint32_t>(exponent < 0 ? -exponent : exponent));
+    const int magnitude = exponent < 0 ? -exponent : exponent;
+    out[2] = static_cast<char>('0' + magnitude / 10);
+    out[3] = static_cast<char>('0' + magnitude % 10);
     return out + 4;
 }
 
-// Lays six digits out as "%g" does. Copies whole eights, so that no copy has a length to branch on; what is copied too
-// much is written over or lies beyond the end.
+// Lays six digits out as "%g" does. The digits stay in one number, the first in its lowest byte, and are stored in
+// whole eights: what is stored too much is written over or lies behind the end.
 char* put_six(char* out, six_digits number)
 {
-    char digits[16] = {};
-    put_pair(digits, number.digits / 10000);
-    put_pair(digits + 2, number.digits / 100 % 100);
-    put_pair(digits + 4, number.digits % 100);
-    int count = 6;
-    while (count > 1 && digits[count - 1] == '0')
-        --count;
+    const std::uint64_t digits = detail::eight_digits(number.digits * 100);
+    const int count = 8 - __builtin_clzll(digits) / 8; // trailing zeros go; there is a digit that is none
+    const std::uint64_t text = digits + detail::eight_zeros;
 
     const bool scientific = number.exponent < -4 || number.exponent >= 6;
     if (!scientific && number.exponent < 0) {
         std::memcpy(out, "0.000000", 8);
         out += 1 - number.exponent;
-        std::memcpy(out, digits, 8);
+        detail::store(out, text);
         return out + count;
     }
     const int before_point = scientific ? 1 : number.exponent + 1;
-    std::memcpy(out, digits, 8);
+    detail::store(out, text);
     out += before_point;
     if (count > before_point) {
         *out++ = '.';
-        std::memcpy(out, digits + before_point, 8);
+        detail::store(out, text >> 8 * before_point);
         out += count - before_point;
     }
     return scientific ? put_exponent(out, number.exponent) : out;

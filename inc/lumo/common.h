@@ -7,6 +7,7 @@
 // terminator and return the end of what they wrote; the room they need is given with each.
 #pragma once
 
+#include "lumo/digits.h"
 #include "lumo/tova/base.h"
 
 #include <charconv>
@@ -23,13 +24,23 @@ inline constexpr std::size_t number_room = 24;
 /// The digits of every base up to 16, in the lower case that the whole library writes.
 inline constexpr char hexadecimal_digits[] = "0123456789abcdef";
 
+/// The magnitude of a number. Negation happens in the unsigned type, where it is defined for the most negative value
+/// too.
+template <class T>
+constexpr unsigned long long magnitude_of(T value)
+{
+    using unsigned_type = std::make_unsigned_t<T>;
+    const auto bits = static_cast<unsigned_type>(value);
+    return value < 0 ? static_cast<unsigned_type>(0 - bits) : bits;
+}
+
 /// Writes a decimal integer at `out`, which has room for number_room bytes: "-7", "0", "1099511627776". The most
-/// negative value comes out right. Returns the end of the text.
+/// negative value comes out right. Returns the end of the text; behind it the rest of the room may be written to.
 template <class T>
 inline char* write_decimal(char* out, T value)
 {
-    static_assert(std::is_integral_v<T>, "decimal digits are for integers");
-    return std::to_chars(out, out + number_room, value).ptr;
+    *out = '-';
+    return detail::put_digits(out + (value < 0), magnitude_of(value));
 }
 
 /// Writes a double at `out`, which has room for number_room bytes, exactly as printf's "%g" does in the "C" locale: six
@@ -72,7 +83,6 @@ TOVA_API char* write_general(char* out, double value);
 /// | 255   | 2    | 10    | 0011111111 |
 /// | -7    | 10   | 1     | -7     |
 /// | -7    | 10   | 4     | -007   |
-///
 /// The JSON writer's integers are those of base 10, width 1 and fill '0'; write_decimal() is their shorter way.
 template <class T>
 std::string write(T value, int base, int width, char fill);
@@ -100,16 +110,6 @@ inline digits digits_of(unsigned long long magnitude, int base)
         result.size = static_cast<std::size_t>(end.ptr - result.text);
     }
     return result;
-}
-
-/// The magnitude of a number. Negation happens in the unsigned type, where it is defined for the most negative value
-/// too.
-template <class T>
-constexpr unsigned long long magnitude_of(T value)
-{
-    using unsigned_type = std::make_unsigned_t<T>;
-    const auto bits = static_cast<unsigned_type>(value);
-    return value < 0 ? static_cast<unsigned_type>(0 - bits) : bits;
 }
 
 // The messages of the two assertions name their lines, 119 and 120, and reports are matched by them: keep them there.

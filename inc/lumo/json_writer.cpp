@@ -1,146 +1,123 @@
 #include "lumo/json_writer.h"
 
-#include "lumo/common.h"
-#include "lumo/simd.h"
-
-#include <algorithm>
-#include <cstring>
+#include "lumo/json_elements.h"
 
 namespace lumo {
 
-// What is always left at the cursor after a name or an encoded string: the closing of a name, the longest number, and
-// what follows a value. So the fixed pieces of a member need no check of their own.
-static constexpr std::size_t value_room = 48;
-
-// Separator, line break, the quote before a name, and the least that encoding it goes on with.
-static constexpr std::size_t prefix_room = 8 + simd::escape_stride;
-
-static char* put(char* out, std::string_view text)
+// The separators of a level: before its first member, and before the others.
+void json_writer::_set_level(int depth, bool first) noexcept
 {
-    std::memcpy(out, text.data(), text.size());
-    return out + text.size();
+    _depth = depth;
+    if (_compact) {
+        _next = {" ", 1};
+        _later = {", ", 2};
+    } else {
+        const auto indentation = static_cast<std::uint32_t>(depth);
+        _next = {"\r\n ", 2 + indentation};
+        _later = {{',', '\r', '\n', ' '}, 3 + indentation};
+    }
+    if (!first)
+        _next = _later;
 }
 
-json_writer::json_writer(unopened, bool compact) noexcept : _compact(compact) {}
-
-json_writer::json_writer(const char* name, bool compact) : _compact(compact), _wrapped(name != nullptr)
+bool json_writer::_is_first() const noexcept
 {
-    if (_wrapped) {
-        _text.append("{");
-        _text.commit(_write_name(name));
-        _first = true;
+    return _next.text[0] != ',';
+}
+
+json_writer::json_writer(unopened, bool compact) noexcept : _compact(compact)
+{
+    _set_level(0, true);
+}
+
+json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(), compact)
+{
+    if (name != nullptr) {
+        _put('{');
+        _text.commit(json_elements::begin(*this, name));
+        _wrapped = true;
     }
-    _text.append("{");
-    _depth = 1;
+    _put('{');
+    _set_level(1, true);
+}
+
+void json_writer::_resume(std::string_view text)
+{
+    _text.clear();
+    _text.append(text);
+    _set_level(1, false);
 }
 
 void json_writer::element(const char* name, const char* value)
 {
-    char* out = _write_name(name);
-    if (value == nullptr) {
-        _text.commit(put(out, "null"));
-        return;
-    }
-    *out++ = '"';
-    out = _write_encode(out, value);
-    *out++ = '"';
-    _text.commit(out);
+    json_elements::add(*this, name, value);
 }
-
 void json_writer::element(const char* name, const json_writer* child)
 {
-    _text.commit(_write_name(name));
-    if (child != nullptr)
-        _text.append(child->text());
+    json_elements::add(*this, name, child);
 }
-
 void json_writer::element(const char* name, double value)
 {
-    _text.commit(write_general(_write_name(name), value));
+    json_elements::add(*this, name, value);
 }
-
 void json_writer::element(const char* name, bool value)
 {
-    char* out = _write_name(name);
-    _text.commit(value ? put(out, "true") : put(out, "false"));
+    json_elements::add(*this, name, value);
 }
-
 void json_writer::element(const char* name, long long value)
 {
-    _text.commit(write_decimal(_write_name(name), value));
+    json_elements::add(*this, name, value);
 }
-
 void json_writer::element(const char* name, int value)
 {
-    _text.commit(write_decimal(_write_name(name), value));
+    json_elements::add(*this, name, value);
 }
 
 void json_writer::finish()
 {
     if (_depth < 1)
         return;
-    // No indentation: the level just left was the only one.
-    --_depth;
-    char* out = _break(_text.reserve(value_room));
-    _at_line_start = false;
-    *out++ = '}';
+    _set_level(0, _is_first());
+    char* out = _text.reserve(json_elements::value_room);
+    out = _compact ? json_elements::put(out, " }  ", 2) : json_elements::put(out, "\r\n} ", 3);
     if (_wrapped)
         *out++ = '}';
     _text.commit(out);
 }
 
-char* json_writer::_break(char* out)
+void json_writer::_put(char c)
 {
-    if (_compact) {
-        *out = ' ';
-        return out + 1;
-    }
-    _at_line_start = true;
-    return put(out, "\r\n");
+    char* out = _text.reserve(1);
+    *out = c;
+    _text.commit(out + 1);
 }
 
-char* json_writer::_write_name(const char* name)
+char* json_writer::_encode_rest(const char* s, char* out)
 {
-    char* out = _text.reserve(prefix_room + static_cast<std::size_t>(_depth) + value_room);
-    *out = ',';
-    out += _first ? 0 : 1;
-    _first = false;
-    out = _break(out);
-    if (_at_line_start) {
-        out = std::fill_n(out, _depth, ' ');
-        _at_line_start = false;
-    }
-    if (name == nullptr)
-        return out;
-    *out++ = '"';
-    return put(_write_encode(out, name), "\": ");
-}
-
-char* json_writer::_write_encode(char* out, const char* s)
-{
-    simd::copied copy = simd::copy_escaped(s, out, _text.limit() - value_room);
-    while (copy.in != nullptr) {
+    constexpr std::size_t value_room = json_elements::value_room;
+    escaped copy = {s, out};
+    do {
         _text.commit(copy.out);
-        out = _text.reserve(value_room + 2 * simd::escape_stride);
-        copy = simd::copy_escaped(copy.in, out, _text.limit() - value_room);
-    }
+        out = _text.reserve(value_room + 2 * escape_stride);
+        copy = copy_escaped(copy.in, out, _text.limit() - value_room);
+    } while (copy.in != nullptr);
     return copy.out;
 }
 
 json_writer_array::json_writer_array(const char* name, bool compact) : json_writer(unopened(), compact)
 {
     if (name != nullptr)
-        _text.commit(_write_name(name));
-    _text.append("[");
-    _depth = 1;
+        _text.commit(json_elements::begin(*this, name));
+    _put('[');
+    _set_level(1, name == nullptr);
 }
 
 void json_writer_array::finish()
 {
     if (_depth < 1)
         return;
-    --_depth;
-    _text.append(" ]");
+    _set_level(0, _is_first());
+    _text.commit(json_elements::put(_text.reserve(4), " ]  ", 2));
 }
 
 } // namespace lumo

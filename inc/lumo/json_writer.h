@@ -10,6 +10,7 @@
 #include "lumo/text_buffer.h"
 #include "lumo/tova/base.h"
 
+#include <cstdint>
 #include <string_view>
 
 namespace lumo {
@@ -58,28 +59,40 @@ public:
     std::string_view text() const noexcept { return _text.view(); }
 
 protected:
+    friend struct json_elements;
+
+    /// What stands before a member: a comma unless it is the first, the line break, and one space of indentation on a
+    /// line of its own inside a level. Never more than four bytes.
+    struct separator
+    {
+        char text[4];
+        std::uint32_t size;
+    };
+
     /// For the array, which opens with another bracket.
     struct unopened
     {};
     /// Opens nothing: that is the array's to do.
     json_writer(unopened, bool compact) noexcept;
 
-    /// What comes before every value: separator, line break, indentation and, unless null, the name. Returns where the
-    /// value goes, with room for value_room bytes.
-    char* _write_name(const char* name);
-    /// Appends `s` escaped at `out`; returns the end, with room for value_room bytes.
-    char* _write_encode(char* out, const char* s);
-    /// Appends a line break at `out`, for which there is room; returns the end.
-    char* _break(char* out);
+    /// Goes on with encoding `s` at `out`, for which there is too little room. Returns the end, with room for a number
+    /// left.
+    char* _encode_rest(const char* s, char* out);
+    /// Appends one byte.
+    void _put(char c);
+    /// Enters or leaves the level: sets the separators. `first`: no member was written on it yet.
+    void _set_level(int depth, bool first) noexcept;
+    bool _is_first() const noexcept;
+    /// Starts over with the text of an unfinished document, its first members already in it.
+    void _resume(std::string_view text);
 
     text_buffer _text;
+    /// Before the next member, and before those after it.
+    separator _next, _later;
     /// Open levels: 1 from construction to finish(), then 0; also the indentation in spaces.
     int _depth = 0;
     bool _compact;
     bool _wrapped = false;
-    bool _at_line_start = false;
-    /// Nothing written on this level yet: no comma before the next member.
-    bool _first = true;
 };
 
 /// Writes one JSON array: `[ 1, 2 ]`. Elements are written with the inherited operations and a null name.

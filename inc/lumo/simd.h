@@ -10,24 +10,6 @@
 
 namespace lumo::simd {
 
-/// Where a copy stopped reading and writing.
-struct copied
-{
-    const char* in; ///< null when the whole text was copied
-    char* out;      ///< where the next byte goes
-};
-
-/// The room below which copy_escaped stops and asks for more.
-inline constexpr std::ptrdiff_t escape_stride = 32;
-
-/// Copies a NUL-terminated text from `in` to `out`, escaping quote, backslash, LF, CR and TAB with a backslash.
-///
-/// Stops at the end of the text or when fewer than escape_stride bytes are left before `limit`. May write anything to
-/// the room between the end of the copy and `limit`.
-copied copy_escaped(const char* in, char* out, const char* limit);
-/// The same without instructions of one processor alone; also what the faster form is tested against.
-copied copy_escaped_plain(const char* in, char* out, const char* limit);
-
 /// How many bytes beyond its result percent_encode may overwrite.
 inline constexpr std::size_t percent_slack = 64;
 

@@ -15,13 +15,7 @@ public:
     EventLine() : json_writer_array(nullptr, true) {}
 
     /// Starts over with the text of an unfinished array, as Text() gave it.
-    void Restart(std::string_view text)
-    {
-        _text.clear();
-        _text.append(text);
-        _depth = 1;
-        _first = false;
-    }
+    void Restart(std::string_view text) { _resume(text); }
 
     /// Closes the array and the line. @return the whole line, valid until the next change
     std::string_view FinishLine()

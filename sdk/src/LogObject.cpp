@@ -1,16 +1,17 @@
 #include "AnalyticsSDK/LogObject.h"
 
+#include "lumo/json_elements.h"
 #include "lumo/strings.h"
 
 namespace AnalyticsSDK {
 
 // Adds one member, or element with a null name, to a writer that may be missing.
 template <class Writer, class Value>
-static std::uint32_t add(std::optional<Writer>& writer, const char* name, const Value& value)
+static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value value)
 {
     if (!writer)
         return 0;
-    writer->element(name, value);
+    lumo::json_elements::add(*writer, name, value);
     return 1;
 }
 

@@ -1,6 +1,6 @@
 #include "lumo/json_writer.h"
 
-#include "lumo/simd.h"
+#include "lumo/escape.h"
 #include "support/comma_locale.h"
 
 #include <climits>
@@ -165,12 +165,12 @@ TEST(JsonWriter, GrowsWithoutLosingAByte)
 
 namespace {
 
-std::string copy_with(lumo::simd::copied (*copy)(const char*, char*, const char*), const char* in, std::size_t step)
+std::string copy_with(lumo::escaped (*copy)(const char*, char*, const char*), const char* in, std::size_t step)
 {
     std::string result;
     const auto room = std::make_unique<char[]>(step);
     while (in != nullptr) {
-        const lumo::simd::copied done = copy(in, room.get(), room.get() + step);
+        const lumo::escaped done = copy(in, room.get(), room.get() + step);
         result.append(room.get(), done.out);
         in = done.in;
     }
@@ -189,8 +189,8 @@ TEST(EscapedCopy, GivesWhatThePlainFormGives)
         for (char& c : text)
             c = plain == 0 ? alphabet[random() % alphabet.size()] : random() % 20 ? 'x' : '"';
         const std::size_t step = 32 + random() % 60;
-        ASSERT_EQ(copy_with(lumo::simd::copy_escaped, text.c_str(), step),
-                  copy_with(lumo::simd::copy_escaped_plain, text.c_str(), step));
+        ASSERT_EQ(copy_with(lumo::copy_escaped, text.c_str(), step),
+                  copy_with(lumo::copy_escaped_plain, text.c_str(), step));
     }
 }
 

@@ -1,0 +1,88 @@
+// Decimal digits of integers.
+//
+// For the library's own use; lumo/common.h is the interface. Digits are made several at a time, in the bytes of one
+// number: the first digit in the lowest byte. That number is then stored with its lowest byte first, whatever the
+// processor.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+
+namespace lumo::detail {
+
+/// Stores a number with its lowest byte first.
+template <class Unsigned>
+inline void store(char* out, Unsigned value)
+{
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    value = sizeof value == 8 ? __builtin_bswap64(value) : __builtin_bswap32(static_cast<std::uint32_t>(value));
+#endif
+    std::memcpy(out, &value, sizeof value);
+}
+
+/// The digits of a number below 10,000. A multiplication by 103 / 2^10 divides what is below 100 by 10, in both halves
+/// at once.
+inline std::uint32_t four_digits(std::uint32_t value)
+{
+    const std::uint32_t hundreds = value / 100;
+    const std::uint32_t halves = hundreds | (value - hundreds * 100) << 16;
+    const std::uint32_t tens = halves * 103 >> 10 & 0x000F000F;
+    return tens | (halves - tens * 10) << 8;
+}
+
+/// The digits of a number below 100,000,000, likewise. A multiplication by 10486 / 2^20 divides what is below 10,000 by
+/// 100.
+inline std::uint64_t eight_digits(std::uint32_t value)
+{
+    const std::uint64_t halves = value / 10000 | static_cast<std::uint64_t>(value % 10000) << 32;
+    const std::uint64_t hundreds = halves * 10486 >> 20 & 0x0000007F0000007F;
+    const std::uint64_t quarters = hundreds | (halves - hundreds * 100) << 16;
+    const std::uint64_t tens = quarters * 103 >> 10 & 0x000F000F000F000F;
+    return tens | (quarters - tens * 10) << 8;
+}
+
+inline constexpr std::uint32_t four_zeros = 0x30303030;
+inline constexpr std::uint64_t eight_zeros = 0x3030303030303030;
+inline constexpr std::uint32_t eighth = 100000000;
+
+/// The last eight digits of a longer number, leading zeros and all.
+inline char* put_last_eight(char* out, std::uint64_t value)
+{
+    store(out, eight_digits(static_cast<std::uint32_t>(value % eighth)) + eight_zeros);
+    return out + 8;
+}
+
+/// A number below 100,000,000 without leading zeros; 0 is one digit.
+inline char* put_up_to_eight(char* out, std::uint32_t value)
+{
+    const std::uint64_t digits = eight_digits(value);
+    const auto leading = static_cast<unsigned>(__builtin_ctzll(digits | std::uint64_t{1} << 56)) / 8;
+    store(out, (digits + eight_zeros) >> leading * 8);
+    return out + 8 - leading;
+}
+
+/// A number of 10,000 or more.
+inline char* put_long(char* out, std::uint64_t value)
+{
+    if (value < eighth)
+        return put_up_to_eight(out, static_cast<std::uint32_t>(value));
+    const std::uint64_t high = value / eighth;
+    if (high < eighth)
+        out = put_up_to_eight(out, static_cast<std::uint32_t>(high));
+    else
+        out = put_last_eight(put_up_to_eight(out, static_cast<std::uint32_t>(high / eighth)), high);
+    return put_last_eight(out, value);
+}
+
+/// Any number, without leading zeros. Writes up to eight bytes at a time, so the last of them may lie behind the end.
+inline char* put_digits(char* out, std::uint64_t value)
+{
+    if (value >= 10000)
+        return put_long(out, value);
+    const std::uint32_t digits = four_digits(static_cast<std::uint32_t>(value));
+    const auto leading = static_cast<unsigned>(__builtin_ctz(digits | std::uint32_t{1} << 24)) / 8;
+    store(out, (digits + four_zeros) >> leading * 8);
+    return out + 4 - leading;
+}
+
+} // namespace lumo::detail
