@@ -151,7 +151,7 @@ const Misuse misuses[] = {
          wchar_t wide[1];
          tova_utf8_to_wide(wide, 1, "");
      }},
-    {"WideLengthCut", "text", "!decoder.ended_inside_a_sequence()", [] { tova_utf8_to_wide_length("a\xE2\x82"); }},
+    {"WideLengthCut", "text", "!is_cut_off(src)", [] { tova_utf8_to_wide_length("a\xE2\x82"); }},
     {"StringUnstamped", "text", "s->_version == tova_version",
      [] { tova_string_append(unstamped<tova_string>(), "x"); }},
     {"FileNull", "file", "f", [] { tova_file_close(none<tova_file>()); }},

@@ -12,7 +12,7 @@ static void check(const tova_event* e)
     tova_assert(e->_version == tova_version);
 }
 
-static void lock(tova_event* e)
+static inline void lock(tova_event* e)
 {
     check(e);
     if (pthread_mutex_lock(&e->_mutex) != 0)
@@ -78,13 +78,14 @@ void tova_event_wait(tova_event* e)
 
 int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
 {
-    check(e);
-    const timespec deadline = tova::deadline_in(wait_ms);
     lock(e);
-    int result = 0;
-    while (!e->_signalled && result == 0)
-        result = pthread_cond_timedwait(&e->_condition, &e->_mutex, &deadline);
-    if (result != 0 && result != ETIMEDOUT)
-        tova_assert(false);
+    if (!e->_signalled) {
+        const timespec deadline = tova::deadline_in(wait_ms);
+        int result = 0;
+        while (!e->_signalled && result == 0)
+            result = pthread_cond_timedwait(&e->_condition, &e->_mutex, &deadline);
+        if (result != 0 && result != ETIMEDOUT)
+            tova_assert(false);
+    }
     return leave(e);
 }

@@ -114,126 +114,155 @@ constexpr bool is_code_point(uint32_t value)
     return value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
 }
 
-// The one decoder: counting and converting both walk the text with it, so they cannot disagree on a broken sequence.
-class utf8_decoder
+struct decoded
+{
+    const byte* next; // where the next sequence begins
+    uint32_t value;
+};
+
+// Every sequence by the general rule, the broken ones too. The terminator is no continuation, so it ends any sequence.
+decoded decode_any(const byte* at)
+{
+    static constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    const int length = std::countl_one(*at);
+    uint32_t value = *at++ & (0x7Fu >> length);
+    if (length < 2 || length > 6)
+        return {at, replacement};
+    for (int i = 1; i < length; ++i) {
+        if (!is_continuation(*at))
+            return {at, replacement};
+        value = value << 6 | (*at++ & 0x3Fu);
+    }
+    return {at, value >= least[length] && is_code_point(value) ? value : replacement};
+}
+
+// The same for what most text is made of, in line.
+inline decoded decode(const byte* at)
+{
+    if (*at < 0x80)
+        return {at + 1, *at};
+    if (*at >= 0xC2 && *at < 0xE0 && is_continuation(at[1]))
+        return {at + 2, (at[0] & 0x1Fu) << 6 | (at[1] & 0x3Fu)};
+    if ((*at & 0xF0) == 0xE0 && is_continuation(at[1]) && is_continuation(at[2])) {
+        const uint32_t value = (at[0] & 0x0Fu) << 12 | (at[1] & 0x3Fu) << 6 | (at[2] & 0x3Fu);
+        if (value >= 0x800 && is_code_point(value))
+            return {at + 3, value};
+    }
+    return decode_any(at);
+}
+
+// The one walk over a text: counting and converting both take it, so they cannot disagree on a broken sequence.
+template <class Sink>
+class utf8_walk
 {
 public:
-    explicit utf8_decoder(const char* text) : at(reinterpret_cast<const byte*>(text)), end(at + strlen(text)) {}
+    utf8_walk(const char* text, Sink into) : at(reinterpret_cast<const byte*>(text)), end(at + strlen(text)), sink(into)
+    {}
 
-    // Hands the text to `sink`: whole words of ASCII as bytes, everything else as single code points.
-    template <class Sink>
-    void walk(Sink& sink)
+    Sink finish()
     {
+        blocks<16>();
+        blocks<8>();
         while (at < end) {
-            if (*at >= 0x80)
-                sink.put(next());
-            else if (size_t count = ascii(); count > 1 && sink.put_ascii(at, count))
-                at += count;
-            else
-                sink.put(*at++);
+            sink.check_room();
+            one();
         }
+        return sink;
     }
-
-    bool ended_inside_a_sequence() const { return cut; }
 
 private:
-    // How many of the next eight bytes, from the first on, are ASCII; 1 near the end of the text.
-    size_t ascii() const
+    // Goes on in blocks while the text has one and the sink has room for as many code points.
+    template <int size>
+    void blocks()
     {
-        if (std::endian::native != std::endian::little || end - at < 8)
-            return 1;
-        uint64_t word;
-        memcpy(&word, at, sizeof word);
-        word &= 0x8080808080808080;
-        return word ? static_cast<size_t>(std::countr_zero(word)) / 8 : 8;
+        while (end - at >= size && sink.room() >= size) {
+            byte block[size];
+            memcpy(block, at, size);
+            if (all_ascii(block)) {
+                sink.put_ascii(block);
+                at += size;
+                continue;
+            }
+            // Not tried again before the block is through: a text with letters of its own has them everywhere.
+            for (const byte* const stop = at + size; at < stop;)
+                one();
+        }
     }
 
-    uint32_t next()
+    template <size_t size>
+    static bool all_ascii(const byte (&block)[size])
     {
-        if (end - at >= 3 && is_continuation(at[1])) {
-            if (*at >= 0xC2 && *at < 0xE0) {
-                at += 2;
-                return (at[-2] & 0x1Fu) << 6 | (at[-1] & 0x3Fu);
-            }
-            const uint32_t value = (at[0] & 0x0Fu) << 12 | (at[1] & 0x3Fu) << 6 | (at[2] & 0x3Fu);
-            if ((*at & 0xF0) == 0xE0 && is_continuation(at[2]) && value >= 0x800 && is_code_point(value)) {
-                at += 3;
-                return value;
-            }
+        uint64_t bits = 0;
+        for (size_t i = 0; i < size; i += sizeof bits) {
+            uint64_t word;
+            memcpy(&word, block + i, sizeof word);
+            bits |= word;
         }
-        return any_sequence();
+        return (bits & 0x8080808080808080) == 0;
     }
 
-    // Every sequence by the general rule, the broken ones too.
-    uint32_t any_sequence()
+    void one()
     {
-        static constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
-        const int length = std::countl_one(*at);
-        uint32_t value = *at++ & (0x7Fu >> length);
-        if (length < 2 || length > 6)
-            return replacement;
-        for (int i = 1; i < length; ++i) {
-            if (at == end || !is_continuation(*at)) {
-                cut = at == end;
-                return replacement;
-            }
-            value = value << 6 | (*at++ & 0x3Fu);
-        }
-        return value >= least[length] && is_code_point(value) ? value : replacement;
+        const decoded sequence = decode(at);
+        sink.put(sequence.value);
+        at = sequence.next;
     }
 
     const byte* at;
     const byte* end;
-    bool cut = false;
+    Sink sink;
 };
 
 struct code_point_counter
 {
     size_t count = 0;
 
+    static constexpr ptrdiff_t room() { return PTRDIFF_MAX; }
+    void check_room() const {}
     void put(uint32_t) { ++count; }
-    bool put_ascii(const byte*, size_t length)
+    template <size_t size>
+    void put_ascii(const byte (&)[size])
     {
-        count += length;
-        return true;
+        count += size;
     }
 };
 
-class wide_writer
+struct wide_writer
 {
-public:
-    wide_writer(wchar_t* dst, unsigned size) : begin(dst), at(dst), last(dst + size - 1) {}
+    wchar_t* at;
+    wchar_t* last; // room for the terminator
 
-    void put(uint32_t value)
+    ptrdiff_t room() const { return last - at; }
+    void check_room() const
     {
         if (at == last)
             tova_assert(false);
-        *at++ = static_cast<wchar_t>(value);
     }
-
-    // Widens all eight bytes, whatever `length`: a loop of fixed length is one the compiler turns into a few wide
-    // moves, and what follows overwrites the rest.
-    bool put_ascii(const byte* bytes, size_t length)
+    void put(uint32_t value) { *at++ = static_cast<wchar_t>(value); }
+    // A loop of fixed length over a block of its own is one that the compiler turns into a few wide moves.
+    template <size_t size>
+    void put_ascii(const byte (&block)[size])
     {
-        if (last - at < 8)
-            return false;
-        for (int i = 0; i < 8; ++i)
-            at[i] = bytes[i];
-        at += length;
-        return true;
+        for (size_t i = 0; i < size; ++i)
+            at[i] = block[i];
+        at += size;
     }
-
-    int32_t finish()
-    {
-        *at = 0;
-        return static_cast<int32_t>(at - begin) + 1;
-    }
-
-private:
-    wchar_t* begin;
-    wchar_t* at;
-    wchar_t* last; // room for the terminator
 };
+
+// Whether the last sequence wants more bytes than the text has.
+bool is_cut_off(const char* text)
+{
+    const size_t size = strlen(text);
+    const char* const end = text + size;
+    for (size_t back = 1; back <= 5 && back <= size; ++back) {
+        const byte b = static_cast<byte>(end[-static_cast<ptrdiff_t>(back)]);
+        if (!is_continuation(b)) {
+            const int length = std::countl_one(b);
+            return length >= 2 && length <= 6 && static_cast<size_t>(length) > back;
+        }
+    }
+    return false;
+}
 
 // Writes the UTF-8 of one code point into `out` and returns its length.
 int encode(uint32_t value, char* out)
@@ -255,25 +284,18 @@ int encode(uint32_t value, char* out)
 
 int32_t tova_utf8_to_wide(wchar_t* dst, unsigned size, const char* src)
 {
-    utf8_decoder decoder(src);
-    if (!dst) {
-        code_point_counter counter;
-        decoder.walk(counter);
-        return static_cast<int32_t>(counter.count + 1);
-    }
+    if (!dst)
+        return static_cast<int32_t>(utf8_walk(src, code_point_counter{}).finish().count + 1);
     tova_assert(size > 1);
-    wide_writer writer(dst, size);
-    decoder.walk(writer);
-    return writer.finish();
+    wchar_t* const end = utf8_walk(src, wide_writer{dst, dst + size - 1}).finish().at;
+    *end = 0;
+    return static_cast<int32_t>(end - dst) + 1;
 }
 
 uint32_t tova_utf8_to_wide_length(const char* src)
 {
-    utf8_decoder decoder(src);
-    code_point_counter counter;
-    decoder.walk(counter);
-    tova_assert(!decoder.ended_inside_a_sequence());
-    return static_cast<uint32_t>(counter.count);
+    tova_assert(!is_cut_off(src));
+    return static_cast<uint32_t>(utf8_walk(src, code_point_counter{}).finish().count);
 }
 
 int32_t tova_wide_to_utf8(char* dst, unsigned size, const wchar_t* src)
