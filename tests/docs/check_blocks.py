@@ -1,0 +1,98 @@
+#!/usr/bin/env python3
+"""SOURCE_DIR BUILD_DIR: compiles or runs every code block of every document, as a reader would.
+
+c, cpp    compiled; with a main() also linked and run. One that opens with a comment naming a file is written to it.
+sh        run by one bash per document, in a folder that looks like a built clone, with a home of its own.
+          Of "./dev WORD" only the word is checked: this runs in one of them.
+cmake     written to the file that it names, for the shell blocks that use it.
+json      lines of an event log file, judged by the analytics command.
+text      not code.
+Links to files of the repository must lead somewhere.
+"""
+import os, pathlib, re, subprocess, sys, tempfile
+
+source, build = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+failures, counts = [], {}
+compilers = {"c": ["cc", "-std=c99", "-x", "c"], "cpp": ["c++", "-std=c++17", "-x", "c++"]}
+fragment = {"c": "#include <analytics.h>\nvoid fragment(analytics_session* session);\n"
+                 "void fragment(analytics_session* session)\n{{\n{}\n}}\n",
+            "cpp": "#include <analytics.hpp>\nvoid fragment(analytics::session& session);\n"
+                   "void fragment(analytics::session& session)\n{{\n{}\n}}\n"}
+
+
+def run(command, where, folder, **more):
+    environment = dict(os.environ, HOME=str(folder / "home"), LD_LIBRARY_PATH=str(build))
+    done = subprocess.run(command, cwd=folder, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                          text=True, errors="replace", timeout=300, **more)
+    if done.returncode != 0:
+        failures.append(f"{where}: status {done.returncode}\n{done.stdout}")
+
+
+def clone_in(folder):
+    """A folder that looks like the root of a built clone."""
+    for entry in source.iterdir():
+        if entry.name not in ("build", ".git"):
+            (folder / entry.name).symlink_to(entry)
+    (folder / "build").mkdir()
+    (folder / "build" / "release").symlink_to(build)
+    (folder / "home").mkdir()
+
+
+def compile_block(language, text, where, folder):
+    program = folder / "home" / "program"
+    whole = re.search(r"\bmain\(", text)
+    code = text if whole else fragment[language].format(text)
+    command = compilers[language] + ["-Wall", "-Wextra", "-Werror", f"-I{source}/inc", "-"]
+    command += ["-o", str(program), f"-L{build}", "-lanalytics"] if whole else ["-fsyntax-only"]
+    run(command, where, folder, input=code)
+    if whole and program.exists():
+        run([str(program)], where, folder)
+        program.unlink()
+
+
+def shell_lines(text, where):
+    words = subprocess.run([str(source / "dev"), "help"], stdout=subprocess.PIPE, text=True).stdout.split()
+    for line in text.splitlines():
+        if line.startswith("./dev "):
+            if line.split()[1] not in words:
+                failures.append(f"{where}: ./dev has no word {line.split()[1]}")
+        else:
+            yield line
+
+
+def check_document(path):
+    text = path.read_text()
+    shell = ["set -euo pipefail"]
+    with tempfile.TemporaryDirectory() as scratch:
+        folder = pathlib.Path(scratch)
+        clone_in(folder)
+        for match in re.finditer(r"^```(\w*)\n(.*?)^```$", text, re.M | re.S):
+            language, block = match.groups()
+            where = f"{path.relative_to(source)}:{text.count(chr(10), 0, match.start()) + 1}"
+            counts[language] = counts.get(language, 0) + 1
+            named = re.match(r"(?:/\*|//|#) (\S+\.\w+)(?: \*/)?$", block.splitlines()[0])
+            if named:
+                target = folder / named[1]
+                target.unlink(missing_ok=True)
+                target.write_text(block)
+            if language in compilers:
+                compile_block(language, block, where, folder)
+            elif language == "sh":
+                shell += shell_lines(block, where)
+            elif language == "json":
+                run([str(build / "cli" / "analytics"), "show", "-"], where, folder, input=block)
+            elif language == "cmake" and named or language == "text":
+                pass
+            else:
+                failures.append(f"{where}: a block of a kind that nothing checks: '{language}'")
+        if len(shell) > 1:
+            run(["bash", "-c", "\n".join(shell)], f"{path.relative_to(source)}: the shell blocks", folder)
+    for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", text):
+        if not (path.parent / link).exists():
+            failures.append(f"{path.relative_to(source)}: the link to {link} leads nowhere")
+
+
+for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
+    check_document(document)
+print("\n".join(failures) or "every block holds: " + ", ".join(f"{n} {kind}" for kind, n in sorted(counts.items())))
+sys.exit(1 if failures else 0)
