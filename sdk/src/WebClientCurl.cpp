@@ -55,16 +55,24 @@ bool WasTaken(const CurlEasyHandle& handle)
 }
 
 // libcurl decodes both halves, so that a user name may hold a colon. It keeps copies of its own, out of our reach,
-// until the transfer ends.
-void SetLogin(CURL* curl, const CUserCredentials& credentials)
+// until the transfer ends. And libcurl 7.88 decodes once more with every further request of a transfer, which spoils a
+// percent sign; what stands in the proxy's URL it decodes afresh each time.
+void SetLogin(CURL* curl, const char* proxy, const CUserCredentials& credentials)
 {
-    SecretText login;
+    SecretText login, url;
     login.text.reserve(lumo::percent_encoded_size(credentials.strUserName) + 1 +
                        lumo::percent_encoded_size(credentials.strPassword));
     lumo::percent_encode(credentials.strUserName, login.text);
     login.text += ':';
     lumo::percent_encode(credentials.strPassword, login.text);
     curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, login.text.c_str());
+    if (login.text.find("%25") == std::string::npos)
+        return;
+    const char* scheme_end = std::strstr(proxy, "://");
+    const char* host = scheme_end ? scheme_end + 3 : proxy;
+    url.text.reserve(std::strlen(proxy) + 1 + login.text.size());
+    url.text.append(proxy, host).append(login.text).append("@").append(host);
+    curl_easy_setopt(curl, CURLOPT_PROXY, url.text.c_str());
 }
 
 // With a login in hand libcurl still starts without it, to hear which schemes the proxy takes. A post must then keep
@@ -75,7 +83,7 @@ void SetProxyLogin(CurlEasyHandle& handle, const char* proxy, ICredentialStore* 
     CUserCredentials credentials;
     const bool bLogin = store && store->CopyUserCredentials(proxy, credentials);
     if (bLogin)
-        SetLogin(handle.GetHandle(), credentials);
+        SetLogin(handle.GetHandle(), proxy, credentials);
     else // An empty login would still be sent as one.
         curl_easy_setopt(handle.GetHandle(), CURLOPT_PROXYUSERPWD, static_cast<const char*>(nullptr));
     AskBeforeBody(&handle, bLogin && handle.bPost && !IsHttps(handle.GetUrl()));
