@@ -3,11 +3,10 @@
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/thread.h"
 
-#include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <curl/curl.h>
-#include <memory>
-#include <string>
+#include <initializer_list>
 
 static void check(const tova_http* h)
 {
@@ -88,9 +87,9 @@ static int32_t reset_proxies(tova_http* h)
 {
     if (tova_string_length(&h->_url) == 0)
         return 0;
-    for (tova_string* proxy : {&h->_proxy, &h->_proxy_second}) {
-        tova_string_reserve(proxy, 256);
-        tova_string_set(proxy, "");
+    for (auto member : {&tova_http::_proxy, &tova_http::_proxy_second}) {
+        tova_string_reserve(&(h->*member), 256);
+        tova_string_set(&(h->*member), "");
     }
     h->_proxy_resolved = 0;
     return 0;
@@ -175,12 +174,23 @@ static int progress_adapter(void* user, double expected, double received, double
     return r->_progress(r->_user, static_cast<uint64_t>(expected), static_cast<uint64_t>(received)) == 0;
 }
 
-// libcurl decodes percent signs in a proxy's user and password, so both are encoded before they are joined.
-static std::string encoded(CURL* curl, const tova_string* text)
+namespace {
+
+// A string that goes with its scope.
+struct scoped_string : tova_string
 {
-    const std::unique_ptr<char, decltype(&curl_free)> escaped(
-        curl_easy_escape(curl, tova_string_get(text), static_cast<int>(tova_string_length(text))), curl_free);
-    return escaped ? escaped.get() : "";
+    scoped_string() { tova_string_init(this); }
+    ~scoped_string() { tova_string_clear(this); }
+};
+
+} // namespace
+
+// libcurl decodes percent signs in a proxy's user and password, so both are encoded before they are joined.
+static void append_encoded(tova_string* to, CURL* curl, const tova_string* text)
+{
+    char* escaped = curl_easy_escape(curl, tova_string_get(text), static_cast<int>(tova_string_length(text)));
+    tova_string_append(to, escaped);
+    curl_free(escaped);
 }
 
 static void set_proxy(tova_http* h)
@@ -199,8 +209,11 @@ static void set_proxy_login(tova_http* h)
         curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, nullptr);
         return;
     }
-    const std::string login = encoded(h->_curl, &h->_proxy_user) + ":" + encoded(h->_curl, &h->_proxy_password);
-    curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, login.c_str());
+    scoped_string login;
+    append_encoded(&login, h->_curl, &h->_proxy_user);
+    tova_string_append(&login, ":");
+    append_encoded(&login, h->_curl, &h->_proxy_password);
+    curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, tova_string_get(&login));
 }
 
 static void set_options(tova_http* h)
@@ -333,21 +346,25 @@ struct download
 } // namespace
 
 // Opens a file beside `path` that no other thread or process uses, and gives its name.
-static bool open_neighbour(tova_file* file, const char* path, std::string& name)
+static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
 {
     static uint32_t downloads;
-    const uint32_t number = __atomic_add_fetch(&downloads, 1, __ATOMIC_RELAXED);
-    name = std::string(path) + "." + std::to_string(tova_process_id()) + "-" + std::to_string(number) + ".part";
+    char ending[48];
+    tova_sprintf(ending, sizeof ending, ".%d-%u.part", tova_process_id(),
+                 __atomic_add_fetch(&downloads, 1, __ATOMIC_RELAXED));
+    tova_string_set(name, path);
+    tova_string_append(name, ending);
     tova_file_init(file);
-    return tova_file_open(file, name.c_str(), tova_file_truncate);
+    return tova_file_open(file, tova_string_get(name), tova_file_truncate);
 }
 
 int32_t tova_http_to_file(tova_http* h, const char* path)
 {
     check(h);
+    tova_assert(path);
     download target;
-    std::string neighbour;
-    if (!open_neighbour(&target.file, path, neighbour))
+    scoped_string neighbour;
+    if (!open_neighbour(&target.file, path, &neighbour))
         return 0;
     tova_http_response r;
     tova_http_response_create(&r);
@@ -355,9 +372,9 @@ int32_t tova_http_to_file(tova_http* h, const char* path)
     const bool done = tova_http_request(h, &r, tova_http_get) && !target.failed;
     tova_http_response_destroy(&r);
     tova_file_close(&target.file);
-    if (done && rename(neighbour.c_str(), path) == 0)
+    if (done && rename(tova_string_get(&neighbour), path) == 0)
         return 1;
-    tova_file_remove(neighbour.c_str());
+    tova_file_remove(tova_string_get(&neighbour));
     return 0;
 }
 

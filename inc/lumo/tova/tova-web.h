@@ -20,7 +20,7 @@ enum
     tova_http_cookie_file = 3,    ///< a file to read cookies from; "-", as it is at first, reads none
     tova_http_proxy = 4,          ///< host:port of a proxy; empty: none
     tova_http_proxy_second = 5,   ///< kept, not used
-    tova_http_proxy_user = 6,     ///< as typed: nothing in it is encoded
+    tova_http_proxy_user = 6,     ///< as typed, without ":"; docs/limits.md tells of "%41" and its like in a login
     tova_http_proxy_password = 7, ///< as typed
     tova_http_path = 8            ///< when not empty, it replaces path, query, scheme and user information of the URL
 };
