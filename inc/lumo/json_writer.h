@@ -65,8 +65,8 @@ protected:
     /// line of its own inside a level. Never more than four bytes.
     struct separator
     {
-        char text[4];
-        std::uint32_t size;
+        char text[4];       ///< not terminated
+        std::uint32_t size; ///< how many of them count
     };
 
     /// For the array, which opens with another bracket.
