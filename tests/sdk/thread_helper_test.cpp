@@ -4,7 +4,6 @@
 #include <new>
 
 #include "support/child.h"
-#include "support/death.h"
 #include "support/wait.h"
 
 using support::wait_until;
@@ -139,15 +138,4 @@ TEST(ThreadsWorker, IsGoneInAForkedChildWhichCanCloseAndDestroyItsCopy)
     EXPECT_TRUE(child.wait());
     EXPECT_EQ(child.status(), 0) << child.errors();
     EXPECT_FALSE(worker->IsShuttingDown()) << "the parent's runs on";
-}
-
-TEST(ThreadsWorkerDeathTest, CannotBeStartedTwice)
-{
-    EXPECT_ASSERTION(
-        {
-            Worker worker(forEver_ms);
-            worker.Init("worker");
-            worker.Init("worker");
-        },
-        "inc/lumo/tova/thread", "false");
 }

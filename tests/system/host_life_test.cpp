@@ -1,6 +1,7 @@
 // The library in a host's life: sending, exiting in every way, forking, several hosts at once.
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <mutex>
@@ -59,6 +60,13 @@ std::vector<int> UpTo(int count)
     for (int number = 0; number < count; ++number)
         numbers.push_back(number);
     return numbers;
+}
+
+/// The thread sanitizer's options with leave to start threads in a forked child, which it otherwise refuses.
+std::string ThreadsAfterFork()
+{
+    const char* options = getenv("TSAN_OPTIONS");
+    return std::string("TSAN_OPTIONS=die_after_fork=0:") + (options != nullptr ? options : "");
 }
 
 /// A server whose answer waits until the test is over.
@@ -165,7 +173,8 @@ TEST(ThreadsHost, MayForkWhileAnUploadIsUnderWayAndItsChildMayOpenASessionOfItsO
         [&](const support::Request& request) { return request.target == "/slow" ? slow.Answer() : support::Reply{}; });
     Child host(Host(folder, server.url("/slow"),
                     {"open", "event=parent", "send_in_background", "wait_for_file=" + folder.file("go"), "fork=6",
-                     "close", "url=" + server.url("/quick"), "open", "event=child", "send", "close", "exit=0"}));
+                     "close", "url=" + server.url("/quick"), "open", "event=child", "send", "close", "exit=0"}),
+               {{ThreadsAfterFork()}, {}, {}});
     EXPECT_TRUE(slow.WaitForRequest());
     support::write_file(folder.file("go"), "");
     EXPECT_TRUE(host.wait_for_output("child 0\n")) << host.output();
