@@ -275,7 +275,7 @@ TEST(EventLogFile, HoldsWholeLinesAndOneTornTailAtMostAfterAWriterWasKilled)
 
 TEST(ThreadsEventLogFile, TakesLinesOfThreadsAndProcessesInOrderOfEachWriter)
 {
-    constexpr int processes = 3, threads = 8, count = 400;
+    constexpr int processes = 1, threads = 8, count = 400;
     ScratchFolder folder;
     const std::string path = folder.file("log");
     const auto writeAll = [&](int writer) {

@@ -32,9 +32,10 @@ std::vector<std::string> Host(const ScratchFolder& folder, const std::string& ur
 }
 
 /// Runs it to its end, which must be a good one.
-std::string RunHost(const ScratchFolder& folder, const std::string& url, std::vector<std::string> steps)
+std::string RunHost(const ScratchFolder& folder, const std::string& url, std::vector<std::string> steps,
+                    const support::ChildOptions& options = {})
 {
-    const support::Ended ended = support::run(Host(folder, url, std::move(steps)));
+    const support::Ended ended = support::run(Host(folder, url, std::move(steps)), options);
     EXPECT_EQ(ended.status, 0) << ended.errors;
     EXPECT_EQ(ended.errors, "");
     return ended.output;
@@ -62,11 +63,11 @@ std::vector<int> UpTo(int count)
     return numbers;
 }
 
-/// The thread sanitizer's options with leave to start threads in a forked child, which it otherwise refuses.
-std::string ThreadsAfterFork()
+/// Of a host that forks: its child may leave its copy of the parent's connections where it is, unseen by a leak check.
+support::ChildOptions ForkingHost()
 {
-    const char* options = getenv("TSAN_OPTIONS");
-    return std::string("TSAN_OPTIONS=die_after_fork=0:") + (options != nullptr ? options : "");
+    const char* options = getenv("ASAN_OPTIONS");
+    return {{std::string("ASAN_OPTIONS=") + (options != nullptr ? options : "") + ":detect_leaks=0"}, {}, {}};
 }
 
 /// A server whose answer waits until the test is over.
@@ -159,7 +160,8 @@ TEST(ThreadsHost, ThatForksKeepsItsUploadsAndItsChildSendsNothingOfItsOwn)
     support::HttpServer server;
     const std::string said = RunHost(
         folder, server.url(),
-        {"open", "event=parent", "fork=5", "event=child", "send", "send_async", "close", "exit=0", "send", "close"});
+        {"open", "event=parent", "fork=5", "event=child", "send", "send_async", "close", "exit=0", "send", "close"},
+        ForkingHost());
     EXPECT_EQ(said, "send 200\nstarted 200\nchild 0\nsend 0\n");
     ASSERT_EQ(server.count(), 1u) << "the child's event travels with the parent's";
     EXPECT_EQ(NumbersByName(server.requests()[0].form.at("data")).size(), 2u);
@@ -167,6 +169,9 @@ TEST(ThreadsHost, ThatForksKeepsItsUploadsAndItsChildSendsNothingOfItsOwn)
 
 TEST(ThreadsHost, MayForkWhileAnUploadIsUnderWayAndItsChildMayOpenASessionOfItsOwn)
 {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer cannot follow threads that are started in a forked child";
+#endif
     ScratchFolder folder;
     SlowServer slow;
     support::HttpServer server(
@@ -174,7 +179,7 @@ TEST(ThreadsHost, MayForkWhileAnUploadIsUnderWayAndItsChildMayOpenASessionOfItsO
     Child host(Host(folder, server.url("/slow"),
                     {"open", "event=parent", "send_in_background", "wait_for_file=" + folder.file("go"), "fork=6",
                      "close", "url=" + server.url("/quick"), "open", "event=child", "send", "close", "exit=0"}),
-               {{ThreadsAfterFork()}, {}, {}});
+               ForkingHost());
     EXPECT_TRUE(slow.WaitForRequest());
     support::write_file(folder.file("go"), "");
     EXPECT_TRUE(host.wait_for_output("child 0\n")) << host.output();
