@@ -1,3 +1,4 @@
+// The slow path of tova_assert, out of line and cold: what a caller pays for a check is a compare and a branch.
 #include "lumo/tova/base.h"
 
 #include <cstdio>

@@ -1,3 +1,5 @@
+// The monotonic clock in the platform's ticks, and calendar time in the C library's terms. What start-up has measured
+// is only read here, so no lock is needed.
 #include "lumo/tova/clock.h"
 #include "lumo/tova/platform/internal.h"
 #include "lumo/tova/platform/platform.h"
@@ -14,6 +16,7 @@ uint64_t tova_time_units(void)
 
 uint64_t tova_time_resolution(void)
 {
+    // Asked anew rather than read from the state, so it answers before start-up too.
     const tova::platform::time_base base = tova::platform::clock_time_base();
     return tova::ticks_per_second(base.numerator, base.denominator);
 }
@@ -39,6 +42,7 @@ uint64_t tova_time_ns(uint64_t units)
     return static_cast<uint64_t>(static_cast<double>(units) / g_resolution_ns_double);
 }
 
+// The zone's offset counts east here, as the C library gives it.
 static void tova_time_unix_from_tm(const tm& from, tova_time* t)
 {
     t->year = static_cast<uint16_t>(from.tm_year + 1900);
@@ -86,6 +90,7 @@ void tova_time_gmt(tova_time* t)
     gmtime_r(&now.tv_sec, &utc);
     tova_time_unix_from_tm(utc, t);
     t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
+    // By this name on every system; C libraries differ.
     tova_strcpy(t->zone, sizeof t->zone, "GMT");
 }
 

@@ -1,3 +1,4 @@
+// Directories. Where the standard ones are is the platform's knowledge; what a buffer that is too small means is ours.
 #include "lumo/tova/directory.h"
 #include "lumo/tova/platform/platform.h"
 #include "lumo/tova/text.h"
@@ -26,6 +27,7 @@ int32_t tova_directory_create(const char* path, const tova_security* security, i
         return 1;
     if (errno != ENOENT || !recursive)
         return 0;
+    // One level up, and the same again from there; each level ends at the last slash of its own path.
     char parent[1024];
     tova_strcpy(parent, sizeof parent, path);
     char* slash = strrchr(parent, '/');
@@ -46,6 +48,7 @@ void tova_directory_get(int32_t kind, char* buffer, unsigned size)
         found = tova::platform::temporary_directory(path, sizeof path);
         break;
     case tova_directory_current:
+        // These two follow the system's calls, for which a small buffer is a failure and not a fault.
         found = getcwd(path, sizeof path) && strlen(path) < size;
         break;
     case tova_directory_process:

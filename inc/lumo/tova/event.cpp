@@ -24,6 +24,7 @@ void tova_event_create(tova_event* e, int32_t auto_reset)
     tova_assert(e);
     memset(e, 0, sizeof *e);
     e->_auto_reset = auto_reset;
+    // The stamp comes last, so that a record that could not be made is an unstamped one.
     if (pthread_mutex_init(&e->_mutex, nullptr) != 0)
         return;
     if (pthread_cond_init(&e->_condition, nullptr) != 0) {
@@ -47,6 +48,7 @@ void tova_event_set(tova_event* e)
 {
     lock(e);
     e->_signalled = 1;
+    // All of them, with auto-reset too: the first to retake the lock takes the signal, whoever that is.
     pthread_cond_broadcast(&e->_condition);
     pthread_mutex_unlock(&e->_mutex);
 }
@@ -71,6 +73,7 @@ static int32_t leave(tova_event* e)
 void tova_event_wait(tova_event* e)
 {
     lock(e);
+    // A platform error ends the wait as if the event had been set; there is no result to report it with.
     while (!e->_signalled && pthread_cond_wait(&e->_condition, &e->_mutex) == 0) {
     }
     leave(e);
@@ -79,6 +82,7 @@ void tova_event_wait(tova_event* e)
 int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
 {
     lock(e);
+    // An event that is set needs no deadline, and reading the wall clock would cost more than all the rest.
     if (!e->_signalled) {
         const timespec deadline = tova::deadline_in(wait_ms);
         int result = 0;
@@ -87,5 +91,6 @@ int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
         if (result != 0 && result != ETIMEDOUT)
             tova_assert(false);
     }
+    // The flag decides, not the clock: a set that came together with the time-out counts.
     return leave(e);
 }

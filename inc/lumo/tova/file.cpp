@@ -1,3 +1,5 @@
+// Files by the system's own calls, one for each operation and nothing buffered: what tova_file_write returned 1 for is
+// with the system, and a crash of the host does not lose it.
 #include "lumo/tova/file.h"
 #include "lumo/tova/directory.h"
 #include "lumo/tova/platform/internal.h"
@@ -33,6 +35,7 @@ static int32_t outcome(tova_file* f, bool done)
     return done;
 }
 
+// Close-on-exec from the start: a flag set later would lose the race against another thread's fork and exec.
 static int32_t open_with(tova_file* f, const char* path, int flags, mode_t mode)
 {
     f->_file = uninterrupted([=] { return open(path, flags | O_CLOEXEC, mode); });
@@ -49,6 +52,7 @@ static int32_t open_mode(tova_file* f, const char* path, int32_t mode)
     case tova_file_append:
         return open_with(f, path, O_RDWR | O_APPEND, 0);
     case tova_file_open_or_create:
+        // In two steps, so that only one of several openers has made the file.
         return open_with(f, path, O_RDWR | O_CREAT | O_EXCL, 0666) || open_with(f, path, O_RDWR, 0);
     case tova_file_truncate:
         return open_with(f, path, O_RDWR | O_CREAT | O_TRUNC, 0666);
@@ -102,6 +106,7 @@ int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* coun
 {
     check(f);
     const ssize_t result = uninterrupted([=] { return read(f->_file, buffer, size); });
+    // The end of the file is no error: the record says 0 for it, so a caller can tell it from a failure.
     *count = result > 0 ? static_cast<uint32_t>(result) : 0;
     if (result <= 0)
         f->_error = result == 0 ? 0 : errno;
@@ -112,6 +117,7 @@ int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size)
 {
     check(f);
     const ssize_t result = uninterrupted([=] { return write(f->_file, buffer, size); });
+    // A short write sets no error number. The usual reason is a disk that is full, and the next write will say so.
     if (result >= 0 && result != static_cast<ssize_t>(size))
         errno = ENOSPC;
     return outcome(f, result == static_cast<ssize_t>(size));
@@ -192,6 +198,7 @@ static void check(const tova_file_find* f)
     tova_assert(f->_version == tova_version);
 }
 
+// Releases the stream as soon as there is nothing left to find, not only when the caller closes.
 static void end_walk(tova_file_find* f)
 {
     if (f->_stream)
@@ -249,6 +256,7 @@ int32_t tova_file_find_is_hidden(const tova_file_find* f)
 int32_t tova_file_find_is_dir(const tova_file_find* f)
 {
     check(f);
+    // Both parts fit by their own bounds, and the separator takes the place of one terminator.
     char path[sizeof f->_directory + sizeof f->_name];
     tova_strpath(path, sizeof path, f->_directory, f->_name);
     return tova_directory_exists(path);

@@ -1,3 +1,4 @@
+// A named semaphore of the system, which all processes that know the name share.
 #include "lumo/tova/global_event.h"
 
 #include <cstring>
@@ -17,6 +18,8 @@ static void check_open(const tova_global_event* ge)
     // clang-format on
 }
 
+// The system wants a slash before the name and none in it. A backslash is refused as well, so that a name means the
+// same on systems that separate with it.
 static void tova_global_event_unix_name(tova_global_event* ge, const char* name)
 {
     tova_assert(name);
@@ -47,6 +50,7 @@ int32_t tova_global_event_create(tova_global_event* ge, const char* name)
 
 int32_t tova_global_event_exists(const char* name)
 {
+    // The only question that the system answers for certain is whether the name can be made.
     tova_global_event trial;
     if (!open_named(&trial, name, O_CREAT | O_EXCL))
         return 1;
@@ -63,6 +67,7 @@ void tova_global_event_destroy(tova_global_event* ge)
     if (ge->_sem != SEM_FAILED)
         sem_close(ge->_sem);
     ge->_sem = SEM_FAILED;
+    // Also when none was open: the name may be left over from a process that died.
     sem_unlink(ge->_name);
 }
 

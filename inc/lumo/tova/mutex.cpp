@@ -1,3 +1,5 @@
+// A POSIX mutex behind a stamp. Locking is on the way of every event, so the checks stay two compares: what they call
+// when they fail is cold code elsewhere.
 #include "lumo/tova/mutex.h"
 
 #include <cerrno>
@@ -9,6 +11,7 @@ static void check(const tova_mutex* m)
     tova_assert(m->_version == tova_version);
 }
 
+// The attribute object is released whether or not the mutex could be made.
 static void create(tova_mutex* m, int type)
 {
     tova_assert(m);
@@ -39,6 +42,7 @@ void tova_mutex_destroy(tova_mutex* m)
     tova_assert(m);
     if (m->_version != tova_version)
         return;
+    // The stamp goes first: whoever still uses the mutex meets the assertion rather than a half-released object.
     m->_version = 0;
     pthread_mutex_destroy(&m->_mutex);
 }

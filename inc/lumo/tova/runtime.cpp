@@ -1,3 +1,5 @@
+// Start-up is a flag, not a count, and it is not guarded: it runs while the library is loaded. The flag is atomic all
+// the same, because every reading of the clock looks at it, on any thread.
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/mutex.h"
 #include "lumo/tova/platform/internal.h"
@@ -26,6 +28,7 @@ void set_resolution(uint64_t per_second)
     g_resolution = per_second;
     g_resolution_ms = per_second / 1'000;
     g_resolution_us = per_second / 1'000'000;
+    // The double of ticks per second stands in the nanosecond's place until both doubles have been derived from it.
     g_resolution_ns_double = static_cast<double>(per_second);
     g_resolution_us_double = g_resolution_ns_double / 1'000'000.0;
     g_resolution_ns_double /= 1'000'000'000.0;
@@ -63,6 +66,7 @@ void tova_log(int32_t level, const char* format, ...)
     const tova_log_callback callback = g_callback.load();
     if (!callback)
         return;
+    // A message that does not fit is emptied by the formatter, never cut; that is meant.
     char message[512];
     va_list arguments;
     va_start(arguments, format);

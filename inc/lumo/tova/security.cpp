@@ -1,3 +1,4 @@
+// Permissions gathered level by level and applied at the end.
 #include "lumo/tova/security.h"
 
 #include <cerrno>
@@ -14,12 +15,14 @@ static void check(const tova_security* s)
 
 static int permission_bits(int32_t level)
 {
+    // Read, write, read and write, read and execute, all; then read and all once more under their other numbers.
     static constexpr int bits[] = {0, 4, 2, 6, 5, 7, 4, 7};
     return level >= 0 && level < 8 ? bits[level] : 0;
 }
 
 static int32_t group_id(const char* name)
 {
+    // Room for a group of some thousand members; a larger one counts as not found.
     char text[16384];
     group record;
     group* found = nullptr;
@@ -58,6 +61,7 @@ void tova_security_set(tova_security* s, int32_t who, int32_t level)
         break;
     case tova_security_administrators:
         s->_group = group_id("admin");
+        // Without such a group the superuser's own: better too few may than too many.
         if (s->_group == -1)
             s->_group = 0;
         s->_mode |= tova_security_unix_mode(0, level, 0);
@@ -76,6 +80,7 @@ uint16_t tova_security_get(const tova_security* s)
 int32_t tova_security_file_set(tova_security* s, const char* path)
 {
     check(s);
+    // The bits before the owner: a file given away can no longer be changed by who gave it.
     if (chmod(path, s->_mode) == 0 && chown(path, static_cast<uid_t>(s->_user), static_cast<gid_t>(s->_group)) == 0)
         return 1;
     s->_error = errno;

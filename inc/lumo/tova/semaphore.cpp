@@ -1,3 +1,5 @@
+// A count under a mutex, and a condition to sleep on. Its own, not the system's: that one knows no upper bound, and one
+// of the two systems has no timed wait for it.
 #include "lumo/tova/semaphore.h"
 #include "lumo/tova/platform/internal.h"
 
@@ -39,6 +41,7 @@ int32_t tova_semaphore_set(tova_semaphore* s)
         return 0;
     const bool raised = s->_value < s->_max;
     if (raised) {
+        // One count lets one waiter through, so one is woken.
         ++s->_value;
         pthread_cond_signal(&s->_condition);
     }
@@ -68,6 +71,7 @@ int32_t tova_semaphore_wait_time(tova_semaphore* s, uint32_t wait_ms)
         result = pthread_cond_timedwait(&s->_condition, &s->_mutex, &deadline);
     if (result != 0 && result != ETIMEDOUT)
         tova_assert(false);
+    // As with events the count decides: a set that came together with the time-out is taken.
     const bool taken = s->_value > 0;
     if (taken)
         --s->_value;

@@ -1,3 +1,5 @@
+// Bounded text. Whatever a caller's buffer is filled with goes through copy_bounded or the formatter, so there is one
+// rule for what happens when it is too small.
 #include "lumo/tova/text.h"
 
 #include <bit>
@@ -53,6 +55,7 @@ void tova_strpath(char* dst, unsigned size, const char* directory, const char* n
     tova_strcat(dst, size, name);
 }
 
+// By the ASCII table: the locale's tolower would let a host's setlocale change how header names compare.
 static int lower(char c)
 {
     const unsigned char u = static_cast<unsigned char>(c);
@@ -102,6 +105,7 @@ namespace {
 
 using byte = unsigned char;
 
+// U+FFFD, what stands for a sequence that is none.
 constexpr uint32_t replacement = 0xFFFD;
 
 constexpr bool is_continuation(byte b)
@@ -109,6 +113,7 @@ constexpr bool is_continuation(byte b)
     return (b & 0xC0) == 0x80;
 }
 
+// Surrogates are half characters of another encoding and no code points of their own.
 constexpr bool is_code_point(uint32_t value)
 {
     return value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
@@ -123,6 +128,7 @@ struct decoded
 // Every sequence by the general rule, the broken ones too. The terminator is no continuation, so it ends any sequence.
 decoded decode_any(const byte* at)
 {
+    // A value below its length's least is an overlong form, which could smuggle a character past a filter.
     static constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
     const int length = std::countl_one(*at);
     uint32_t value = *at++ & (0x7Fu >> length);
@@ -213,6 +219,7 @@ private:
     Sink sink;
 };
 
+// The sinks of a walk: one counts, one writes. room() is how many more code points it takes unasked.
 struct code_point_counter
 {
     size_t count = 0;
@@ -302,6 +309,7 @@ int32_t tova_wide_to_utf8(char* dst, unsigned size, const wchar_t* src)
 {
     if (dst)
         tova_assert(size > 1);
+    // One loop measures and converts, as with the other direction.
     size_t used = 0;
     for (; *src; ++src) {
         char bytes[4];

@@ -1,3 +1,4 @@
+// Threads of the platform behind records of the caller. Nothing guards a record: one thread starts and joins it.
 #include "lumo/tova/thread.h"
 #include "lumo/tova/mutex.h"
 #include "lumo/tova/platform/internal.h"
@@ -16,6 +17,7 @@ static void check(const tova_thread* t)
     tova_assert(t->_version == tova_version);
 }
 
+// Raised under a lock and read without it: two records made at once may get one number, which is meant.
 static uint32_t threads_created;
 
 void tova_thread_create(tova_thread* t)
@@ -30,6 +32,7 @@ void tova_thread_create(tova_thread* t)
 
 namespace {
 
+// Counts a thread off however its target ends, by pthread_exit too.
 struct living_thread
 {
     ~living_thread() { tova::living_threads.fetch_sub(1); }
@@ -48,6 +51,7 @@ static void* tova_thread_entry(void* argument)
     return nullptr;
 }
 
+// A refusal by the system is no failure: the priority is a wish.
 static void tova_thread_unix_set_priority(tova_thread* t)
 {
     const int lowest = sched_get_priority_min(SCHED_OTHER);
@@ -65,6 +69,7 @@ static bool launch(tova_thread* t)
     std::unique_ptr<tova_thread> copy(new (std::nothrow) tova_thread(*t));
     if (!copy)
         return false;
+    // Counted before it starts: an exit in between must see it.
     tova::living_threads.fetch_add(1);
     if (pthread_create(&t->_handle, nullptr, tova_thread_entry, copy.get()) != 0) {
         tova::living_threads.fetch_sub(1);
@@ -97,6 +102,7 @@ void tova_thread_join(tova_thread* t)
         return;
     if (pthread_join(t->_handle, nullptr) != 0)
         tova_assert(false);
+    // The handle stays as it is; the empty target alone says that nothing runs.
     t->_target = nullptr;
 }
 
@@ -170,6 +176,7 @@ void tova_safe_decrement(uint32_t* counter)
 
 void tova_sleep(uint32_t sleep_ms)
 {
+    // A select of nothing: it waits, and unlike a sleep with a remainder it does not resume after a signal.
     timeval time{};
     time.tv_sec = static_cast<time_t>(sleep_ms / 1000);
     time.tv_usec = static_cast<suseconds_t>(sleep_ms % 1000 * 1000);

@@ -1,3 +1,5 @@
+// One transfer at a time over libcurl's easy interface. Every option is set for every request, to its default too: the
+// handle is kept, and what an earlier request set must not linger.
 #include "lumo/tova/tova-web.h"
 #include "lumo/tova/file.h"
 #include "lumo/tova/runtime.h"
@@ -146,6 +148,8 @@ void tova_http_close(tova_http* h)
         tova_string_clear(&(h->*text));
 }
 
+// libcurl's callbacks. Body and header take what they are given, whatever the caller does with it: the one way to stop
+// a transfer is the progress callback.
 static size_t body_adapter(char* bytes, size_t size, size_t count, void* user)
 {
     auto* r = static_cast<tova_http_response*>(user);
@@ -169,6 +173,7 @@ static int progress_adapter(void* user, double expected, double received, double
 {
     auto* r = static_cast<tova_http_response*>(user);
     tova_assert(r);
+    // 0 says "not known yet", which must not overwrite what was.
     if (expected != 0)
         r->_expected = static_cast<uint64_t>(expected);
     return r->_progress(r->_user, static_cast<uint64_t>(expected), static_cast<uint64_t>(received)) == 0;
@@ -228,6 +233,7 @@ static void set_options(tova_http* h)
     // "-" would make libcurl read standard input. The empty name switches cookies on without reading any.
     const char* cookies = tova_string_get(&h->_cookie_file);
     curl_easy_setopt(curl, CURLOPT_COOKIEFILE, h->_use_cookies && strcmp(cookies, "-") != 0 ? cookies : "");
+    // No header at all rather than an empty one.
     const char* agent = tova_string_get(&h->_user_agent);
     curl_easy_setopt(curl, CURLOPT_USERAGENT, *agent ? agent : nullptr);
 }
@@ -304,6 +310,7 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
     check(h);
     check(r);
     h->_method = method;
+    // The callbacks and the capacity stay; what came of the last request goes.
     r->_error[0] = 0;
     r->status = 0;
     r->_expected = 0;
@@ -320,6 +327,7 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
     set_method(h);
     set_url(h);
     perform(h, r);
+    // Only a callback can have set it by now: it took the request over.
     if (h->_disabled)
         return 1;
     return !r->cancelled && r->status >= 200 && r->status <= 302;
@@ -369,6 +377,7 @@ int32_t tova_http_to_file(tova_http* h, const char* path)
     tova_http_response r;
     tova_http_response_create(&r);
     tova_http_response_callback_set(&r, &target, download::body, nullptr, download::progress);
+    // Renamed only when whole. A full disk shows at the latest write, and the neighbour goes.
     const bool done = tova_http_request(h, &r, tova_http_get) && !target.failed;
     tova_http_response_destroy(&r);
     tova_file_close(&target.file);

@@ -38,12 +38,14 @@ void tova_uri_parse(tova_uri* uri, const char* text)
     memset(uri, 0, sizeof *uri);
     if (!text)
         return;
+    // Nothing is checked: what is no URI gives parts that make no sense, and whoever uses them finds out.
     if (const char* colon = strchr(text, ':')) {
         uri->scheme = part(text, colon);
         text = colon + 1;
     }
     if (strncmp(text, "//", 2) == 0) {
         text += 2;
+        // A query or fragment may follow the host at once; its "@" must not be taken for the end of a user's name.
         const char* end = text + strcspn(text, "/?#");
         parse_authority(uri, text, end);
         text = end;
