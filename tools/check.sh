@@ -76,6 +76,7 @@ check docs documented
 check locks locks
 check tidy tools/check_tidy.py "$build"
 check exports tools/check_exports.py "$build/libanalytics.so"
+check abi tools/check_abi.sh "$build/libanalytics.so"
 check hardening tools/check_hardening.sh "$build/libanalytics.so"
 check lines tools/count_lines.py
 if [ ${#failed[@]} -ne 0 ]; then
