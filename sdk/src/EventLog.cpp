@@ -137,6 +137,8 @@ bool ReadBytes(const FileDescriptor& file, size_t size, std::string& text)
 
 void Append(const std::string& path, std::string_view line)
 {
+    if (path.empty())
+        return;
     const size_t hash = std::hash<std::string>()(path);
     FileDescriptor file; // closed after the lock is given back
     LogLock hold;
