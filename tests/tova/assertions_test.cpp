@@ -17,6 +17,12 @@ struct Misuse
     void (*action)();
 };
 
+// Names a case in lists, which would show its bytes otherwise.
+void PrintTo(const Misuse& misuse, std::ostream* out)
+{
+    *out << misuse.text;
+}
+
 // An object of the layer as it is before its create operation.
 template <class Record>
 Record* unstamped()
