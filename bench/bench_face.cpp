@@ -42,7 +42,8 @@ const Group face_rows("text: C++ face", [](Table& table) {
                   [&](long times) {
                       for (long i = 0; i < times; ++i)
                           log_event(session.handle());
-                  }),
+                  },
+                  25),
               at_most(1.10, 1.03));
 });
 

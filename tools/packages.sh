@@ -6,7 +6,7 @@ packages_build="build-essential cmake ninja-build pkg-config libcurl4-openssl-de
 packages_test="libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
 packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
 packages_fuzz="clang libclang-rt-14-dev"
-packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools binutils python3 git"
+packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools xz-utils binutils python3 git"
 packages_darwin="npm nodejs python3"
 
 missing_packages() { # PACKAGE...: those that dpkg does not hold installed
