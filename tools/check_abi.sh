@@ -19,7 +19,9 @@ if [ "${2:-}" = --write ]; then
     exit
 fi
 xz -dc "$baseline" >"$work/baseline.abi" || exit 1
-abidiff --no-show-locs --headers-dir2 inc --drop-private-types "$work/baseline.abi" "$library"
+# The record holds no private type, so none is compared; told of the headers here, abidiff would filter out changes of
+# classes as well.
+abidiff --no-show-locs --leaf-changes-only "$work/baseline.abi" "$library"
 status=$?
 if [ $status -ne 0 ]; then
     echo "the binary interface is not the recorded one; if that is meant: tools/check_abi.sh $library --write"
