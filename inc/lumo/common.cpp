@@ -90,20 +90,21 @@ char* put_six(char* out, six_digits number)
 
 } // namespace
 
-char* write_general(char* out, double value)
+std::size_t put_general(char* out, double value)
 {
     const double magnitude = std::fabs(value);
+    const std::size_t sign = std::signbit(value);
     *out = '-';
     if (magnitude == 0) {
-        out += std::signbit(value);
-        *out = '0';
-        return out + 1;
+        out[sign] = '0';
+        return sign + 1;
     }
     six_digits number;
     // Within these bounds every scaling is by a power of ten that is exact.
-    if (magnitude >= 1e-16 && magnitude < 1e22 && round_to_six(magnitude, number))
-        return put_six(out + std::signbit(value), number);
-    return std::to_chars(out, out + number_room, value, std::chars_format::general, 6).ptr;
+    const bool easy = magnitude >= 1e-16 && magnitude < 1e22 && round_to_six(magnitude, number);
+    const char* end = easy ? put_six(out + sign, number)
+                           : std::to_chars(out, out + number_room, value, std::chars_format::general, 6).ptr;
+    return static_cast<std::size_t>(end - out);
 }
 
 } // namespace lumo

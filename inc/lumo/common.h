@@ -4,7 +4,7 @@
 // the decimal point is a point, digits are not grouped, signs are ASCII.
 //
 // All functions are free of state and may be called from any thread. Those that write to a plain buffer add no
-// terminator and return the end of what they wrote; the room they need is given with each.
+// terminator and return the size of what they wrote; the room they need is given with each.
 #pragma once
 
 #include "lumo/digits.h"
@@ -35,12 +35,13 @@ constexpr unsigned long long magnitude_of(T value)
 }
 
 /// Writes a decimal integer at `out`, which has room for number_room bytes: "-7", "0", "1099511627776". The most
-/// negative value comes out right. Returns the end of the text; behind it the rest of the room may be written to.
+/// negative value comes out right. Returns the size; behind it the rest of the room may be written to.
 template <class T>
-inline char* write_decimal(char* out, T value)
+__attribute__((always_inline)) inline std::size_t put_decimal(char* out, T value)
 {
     *out = '-';
-    return detail::put_digits(out + (value < 0), magnitude_of(value));
+    const std::size_t sign = value < 0;
+    return sign + detail::put_digits(out + sign, magnitude_of(value));
 }
 
 /// Writes a double at `out`, which has room for number_room bytes, exactly as printf's "%g" does in the "C" locale: six
@@ -58,8 +59,8 @@ inline char* write_decimal(char* out, T value)
 /// A value that is no number gives "nan" or "-nan", by its sign bit.
 ///
 /// Rounding is of the exact binary value, ties to even, which is what the C library does in its default rounding mode.
-/// Returns the end of the text.
-TOVA_API char* write_general(char* out, double value);
+/// Returns the size.
+TOVA_API std::size_t put_general(char* out, double value);
 
 /// The text of an integer in any base from 2 to 16, filled up at the front.
 ///
@@ -81,9 +82,8 @@ TOVA_API char* write_general(char* out, double value);
 /// | 255   | 10   | 1     | 255    |
 /// | 255   | 16   | 1     | ff     |
 /// | 255   | 2    | 10    | 0011111111 |
-/// | -7    | 10   | 1     | -7     |
 /// | -7    | 10   | 4     | -007   |
-/// The JSON writer's integers are those of base 10, width 1 and fill '0'; write_decimal() is their shorter way.
+/// The JSON writer's integers are those of base 10, width 1 and fill '0'; put_decimal() is their shorter way.
 template <class T>
 std::string write(T value, int base, int width, char fill);
 

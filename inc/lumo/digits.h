@@ -46,43 +46,71 @@ inline constexpr std::uint64_t eight_zeros = 0x3030303030303030;
 inline constexpr std::uint32_t eighth = 100000000;
 
 /// The last eight digits of a longer number, leading zeros and all.
-inline char* put_last_eight(char* out, std::uint64_t value)
+inline void put_last_eight(char* out, std::uint64_t value)
 {
     store(out, eight_digits(static_cast<std::uint32_t>(value % eighth)) + eight_zeros);
-    return out + 8;
 }
 
-/// A number below 100,000,000 without leading zeros; 0 is one digit.
-inline char* put_up_to_eight(char* out, std::uint32_t value)
+/// A number below 100,000,000 without leading zeros; 0 is one digit. Returns the size, here and below.
+inline unsigned put_up_to_eight(char* out, std::uint32_t value)
 {
     const std::uint64_t digits = eight_digits(value);
     const auto leading = static_cast<unsigned>(__builtin_ctzll(digits | std::uint64_t{1} << 56)) / 8;
     store(out, (digits + eight_zeros) >> leading * 8);
-    return out + 8 - leading;
+    return 8 - leading;
 }
 
 /// A number of 10,000 or more.
-inline char* put_long(char* out, std::uint64_t value)
+__attribute__((always_inline)) inline unsigned put_long(char* out, std::uint64_t value)
 {
     if (value < eighth)
         return put_up_to_eight(out, static_cast<std::uint32_t>(value));
     const std::uint64_t high = value / eighth;
-    if (high < eighth)
-        out = put_up_to_eight(out, static_cast<std::uint32_t>(high));
-    else
-        out = put_last_eight(put_up_to_eight(out, static_cast<std::uint32_t>(high / eighth)), high);
-    return put_last_eight(out, value);
+    unsigned size = 0;
+    if (high >= eighth) {
+        size = put_up_to_eight(out, static_cast<std::uint32_t>(high / eighth));
+        put_last_eight(out + size, high);
+        size += 8;
+    } else
+        size = put_up_to_eight(out, static_cast<std::uint32_t>(high));
+    put_last_eight(out + size, value);
+    return size + 8;
 }
 
-/// Any number, without leading zeros. Writes up to eight bytes at a time, so the last of them may lie behind the end.
-inline char* put_digits(char* out, std::uint64_t value)
+/// The numbers below 100, which are by far the most frequent: one or two digits, and how many.
+struct small_numbers
 {
+    std::uint8_t text[100][2];
+    std::uint8_t size[100];
+};
+
+constexpr small_numbers make_small_numbers()
+{
+    small_numbers all{};
+    for (unsigned i = 0; i < 100; ++i) {
+        const unsigned first = i < 10 ? i : i / 10;
+        all.text[i][0] = static_cast<std::uint8_t>('0' + first);
+        all.text[i][1] = static_cast<std::uint8_t>('0' + i % 10);
+        all.size[i] = i < 10 ? 1 : 2;
+    }
+    return all;
+}
+
+inline constexpr small_numbers small = make_small_numbers();
+
+/// Any number, without leading zeros. Writes up to eight bytes at a time, so the last of them may lie behind the end.
+__attribute__((always_inline)) inline unsigned put_digits(char* out, std::uint64_t value)
+{
+    if (value < 100) {
+        std::memcpy(out, small.text[value], 2);
+        return small.size[value];
+    }
     if (value >= 10000)
         return put_long(out, value);
     const std::uint32_t digits = four_digits(static_cast<std::uint32_t>(value));
     const auto leading = static_cast<unsigned>(__builtin_ctz(digits | std::uint32_t{1} << 24)) / 8;
     store(out, (digits + four_zeros) >> leading * 8);
-    return out + 4 - leading;
+    return 4 - leading;
 }
 
 } // namespace lumo::detail

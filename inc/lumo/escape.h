@@ -9,20 +9,23 @@
 #include <cstdint>
 #include <cstring>
 
+// Inlining is what the inner loop of a member stands in a header for, so the compiler is not asked but told.
+#define LUMO_ALWAYS_INLINE __attribute__((always_inline))
+
 namespace lumo {
 
-/// Where a copy stopped reading and writing.
+/// How far a copy came.
 struct escaped
 {
-    const char* in; ///< null when the whole text was copied
-    char* out;
+    const char* rest; ///< what is left to copy; null when nothing is
+    std::size_t size; ///< bytes in the buffer by now
 };
 
 /// The room that copy_escaped needs to begin with, and below which it stops and asks for more.
-inline constexpr std::ptrdiff_t escape_stride = 32;
+inline constexpr std::size_t escape_stride = 32;
 
-/// Writes one character: quote, backslash, LF, CR and TAB behind a backslash, every other as it is.
-inline char* put_escaped(char* out, char c)
+/// Writes one character: quote, backslash, LF, CR and TAB behind a backslash, every other as it is. Returns the size.
+inline std::size_t put_escaped(char* out, char c)
 {
     switch (c) {
     case '\n':
@@ -39,34 +42,42 @@ inline char* put_escaped(char* out, char c)
         break;
     default:
         *out = c;
-        return out + 1;
+        return 1;
     }
     out[0] = '\\';
     out[1] = c;
-    return out + 2;
+    return 2;
 }
 
-/// Copies a NUL-terminated text from `in` to `out`, escaped.
+/// Copies a NUL-terminated text, escaped, into a buffer of `room` bytes that holds `size` already.
 ///
-/// Stops at the end of the text or when fewer than escape_stride bytes are left before `limit`. Between the end of the
-/// copy and `limit` anything may be written.
-inline escaped copy_escaped_plain(const char* in, char* out, const char* limit)
+/// Stops at the end of the text or when there is room for fewer than escape_stride bytes. Behind the end of the copy
+/// anything may be written.
+inline escaped copy_escaped_plain(const char* text, char* buffer, std::size_t size, std::size_t room)
 {
     do {
-        if (*in == '\0')
-            return {nullptr, out};
-        out = put_escaped(out, *in++);
-    } while (limit - out >= escape_stride);
-    return {in, out};
+        if (*text == '\0')
+            return {nullptr, size};
+        size += put_escaped(buffer + size, *text++);
+    } while (size + escape_stride <= room);
+    return {text, size};
 }
+
+/// What copy_short answers when a text is not short, or not plain.
+inline constexpr std::size_t short_text = 16;
 
 // A load of sixteen bytes may read past the end of a text, though never into another page. That is harmless, but
 // sanitizers see it, so their builds take the plain form.
 #if !defined(__GNUC__) || defined(ANALYTICS_SANITIZED)
 
-inline escaped copy_escaped(const char* in, char* out, const char* limit)
+inline escaped copy_escaped(const char* text, char* buffer, std::size_t size, std::size_t room)
 {
-    return copy_escaped_plain(in, out, limit);
+    return copy_escaped_plain(text, buffer, size, room);
+}
+
+inline std::size_t copy_short(const char*, char*)
+{
+    return short_text;
 }
 
 #else
@@ -89,38 +100,51 @@ inline unsigned zero_bytes_before(std::uint64_t half)
 ///
 /// It stops at everything up to CR (which is NUL, TAB, LF, CR, and control bytes that then go on as they are), at
 /// quotes and at backslashes.
-inline unsigned plain_bytes(sixteen text)
+inline unsigned plain_bytes(sixteen bytes)
 {
-    const auto stops = reinterpret_cast<two_halves>((text <= '\r') | (text == '"') | (text == '\\'));
+    const auto stops = reinterpret_cast<two_halves>((bytes <= '\r') | (bytes == '"') | (bytes == '\\'));
     if (__builtin_expect(stops[0] != 0, 1))
         return zero_bytes_before(stops[0]);
     return stops[1] != 0 ? 8 + zero_bytes_before(stops[1]) : 16;
 }
 
 /// Whether sixteen bytes can be read without touching the next page, which need not be ours.
-inline bool sixteen_in_page(const char* in)
+inline bool sixteen_in_page(const char* text)
 {
-    return (reinterpret_cast<std::uintptr_t>(in) & 0xFFF) <= 0x1000 - sizeof(sixteen);
+    return (reinterpret_cast<std::uintptr_t>(text) & 0xFFF) <= 0x1000 - sizeof(sixteen);
 }
 
-inline escaped copy_escaped(const char* in, char* out, const char* limit)
+LUMO_ALWAYS_INLINE inline escaped copy_escaped(const char* text, char* buffer, std::size_t size, std::size_t room)
 {
     do {
-        if (__builtin_expect(sixteen_in_page(in), 1)) {
-            sixteen text;
-            std::memcpy(&text, in, sizeof text);
-            std::memcpy(out, &text, sizeof text);
-            const unsigned plain = plain_bytes(text);
-            in += plain;
-            out += plain;
-            if (plain == sizeof text)
+        if (__builtin_expect(sixteen_in_page(text), 1)) {
+            sixteen bytes;
+            std::memcpy(&bytes, text, sizeof bytes);
+            std::memcpy(buffer + size, &bytes, sizeof bytes);
+            const unsigned plain = plain_bytes(bytes);
+            text += plain;
+            size += plain;
+            if (plain == sizeof bytes)
                 continue;
         }
-        if (__builtin_expect(*in == '\0', 1))
-            return {nullptr, out};
-        out = put_escaped(out, *in++);
-    } while (limit - out >= escape_stride);
-    return {in, out};
+        if (__builtin_expect(*text == '\0', 1))
+            return {nullptr, size};
+        size += put_escaped(buffer + size, *text++);
+    } while (size + escape_stride <= room);
+    return {text, size};
+}
+
+/// Copies a text that has fewer than sixteen bytes, and none to escape, to `out`, where there is room for sixteen.
+/// Returns its length, or short_text.
+LUMO_ALWAYS_INLINE inline std::size_t copy_short(const char* text, char* out)
+{
+    if (__builtin_expect(!sixteen_in_page(text), 0))
+        return short_text;
+    sixteen bytes;
+    std::memcpy(&bytes, text, sizeof bytes);
+    std::memcpy(out, &bytes, sizeof bytes);
+    const unsigned plain = plain_bytes(bytes);
+    return plain < sizeof bytes && text[plain] == '\0' ? plain : short_text;
 }
 
 #endif

@@ -1,8 +1,10 @@
 // The members of a JSON document, written in place.
 //
-// For the library's own use: json_writer::element() is the interface, and this is what it does. It stands in a header
-// so that the documents' add operations hold it inline: a member is then written by one leaf function, which is what
-// makes building an event cheap.
+// For the library's own use: json_writer::element() is the interface. There are two ways to write a member. The general
+// one is what element() does. The short one, try_add(), is for the members that nearly all are: a name and a value that
+// are short and need no escape, and room enough. It stands in a header so that the documents' add operations hold it
+// inline and call nothing: that is what makes building an event cheap. It gives up wherever it meets anything else,
+// before anything counts as written, and the general way begins anew.
 #pragma once
 
 #include "lumo/common.h"
@@ -14,77 +16,144 @@
 namespace lumo {
 
 /// json_writer's right hand.
+///
+/// Within a member everything is placed by its distance from where the member begins, so that the end of a member is
+/// one addition away from its beginning: the next member waits for that sum, and for nothing else of this one.
 struct json_elements
 {
-    /// What is always left at the cursor after a name or an encoded string: the closing of a name, the longest number,
-    /// and what follows a value. So the fixed pieces of a member need no check of their own.
+    /// What is always left behind a name or an encoded string: the closing of a name, the longest number, and what
+    /// follows a value. So the fixed pieces of a member need no check of their own.
     static constexpr std::size_t value_room = 48;
     static_assert(value_room >= number_room + 8);
 
     /// Separator, the quote before a name, and the least that encoding it goes on with.
     static constexpr std::size_t prefix_room = 8 + escape_stride;
 
-    /// Fixed pieces are copied in whole fours, one store each; only `size` bytes count.
-    static char* put(char* out, const char (&text)[5], std::size_t size)
+    /// A member under construction: where it begins, and how much of it there is. Handed around by value, so that it
+    /// stays in registers.
+    struct cursor
     {
-        std::memcpy(out, text, 4);
-        return out + size;
+        char* begin;
+        std::size_t size;
+
+        char* end() const { return begin + size; }
+    };
+
+    /// Fixed pieces are copied in whole fours, one store each; only `count` bytes count.
+    LUMO_ALWAYS_INLINE static cursor put(cursor member, const char (&text)[5], std::size_t count)
+    {
+        std::memcpy(member.end(), text, 4);
+        return {member.begin, member.size + count};
     }
 
-    /// Appends `s` escaped; returns the end, with value_room left.
-    static char* encode(json_writer& writer, char* out, const char* s)
+    /// Makes room and writes what comes before every value: the separator and, unless null, the name.
+    LUMO_ALWAYS_INLINE static cursor begin(json_writer& writer, const char* name)
     {
-        const escaped copy = copy_escaped(s, out, writer._text.limit() - value_room);
-        return copy.in == nullptr ? copy.out : writer._encode_rest(copy.in, copy.out);
-    }
-
-    /// What comes before every value: the separator and, unless null, the name. Returns where the value goes, with
-    /// value_room left.
-    static char* begin(json_writer& writer, const char* name)
-    {
-        char* out = writer._text.reserve(prefix_room + value_room);
-        std::memcpy(out, writer._next.text, sizeof writer._next.text);
-        out += writer._next.size;
+        const cursor member = {writer._text.reserve(prefix_room + value_room), writer._next.size};
+        std::memcpy(member.begin, writer._next.text, sizeof writer._next.text);
         writer._next = writer._later;
-        if (name == nullptr)
-            return out;
-        *out++ = '"';
-        return put(encode(writer, out, name), "\":  ", 3);
+        return name == nullptr ? member : put(put_string(writer, member, name), "\":  ", 3);
     }
 
-    static char* put_value(json_writer& writer, char* out, const char* value)
+    /// A quote and the text escaped.
+    LUMO_ALWAYS_INLINE static cursor put_string(json_writer& writer, cursor member, const char* text)
+    {
+        *member.end() = '"';
+        const auto room = static_cast<std::size_t>(writer._text.limit() - member.begin) - value_room;
+        const escaped copy = copy_escaped(text, member.begin, member.size + 1, room);
+        member.size = copy.size;
+        if (__builtin_expect(copy.rest != nullptr, 0))
+            return encode_rest(writer, member, copy.rest);
+        return member;
+    }
+
+    /// Goes on with a string for which there was too little room.
+    static cursor encode_rest(json_writer& writer, cursor member, const char* text);
+
+    LUMO_ALWAYS_INLINE static cursor put_value(json_writer& writer, cursor member, const char* value)
+    {
+        return value == nullptr ? put(member, "null", 4) : put(put_string(writer, member, value), "\"   ", 1);
+    }
+
+    LUMO_ALWAYS_INLINE static cursor put_value(json_writer&, cursor member, double value)
+    {
+        return {member.begin, member.size + put_general(member.end(), value)};
+    }
+
+    LUMO_ALWAYS_INLINE static cursor put_value(json_writer&, cursor member, bool value)
+    {
+        return value ? put(member, "true", 4) : put(put(member, "fals", 4), "e   ", 1);
+    }
+
+    template <class Integer>
+    LUMO_ALWAYS_INLINE static cursor put_value(json_writer&, cursor member, Integer value)
+    {
+        return {member.begin, member.size + put_decimal(member.end(), value)};
+    }
+
+    /// The size of a value that was written at `out`, or too_long.
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char* value)
     {
         if (value == nullptr)
-            return put(out, "null", 4);
-        *out++ = '"';
-        out = encode(writer, out, value);
-        *out++ = '"';
-        return out;
+            return too_long;
+        *out = '"';
+        const std::size_t size = copy_short(value, out + 1);
+        out[size + 1] = '"';
+        return size == short_text ? too_long : size + 2;
     }
 
-    static char* put_value(json_writer&, char* out, double value) { return write_general(out, value); }
-    static char* put_value(json_writer&, char* out, int value) { return write_decimal(out, value); }
-    static char* put_value(json_writer&, char* out, long long value) { return write_decimal(out, value); }
-
-    static char* put_value(json_writer&, char* out, bool value)
+    template <class Number>
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, Number value)
     {
-        if (value)
-            return put(out, "true", 4);
-        *out++ = 'f';
-        return put(out, "alse", 4);
+        return put_decimal(out, value);
     }
 
-    /// One member, or element with a null name.
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, double value) { return put_general(out, value); }
+
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, bool value)
+    {
+        std::memcpy(out, value ? "true" : "fals", 4);
+        out[4] = 'e';
+        return value ? 4 : 5;
+    }
+
+    static constexpr std::size_t too_long = ~std::size_t{0};
+
+    /// One member, the short way. Returns false when it is not for this member; nothing is changed then.
     template <class Value>
-    static void add(json_writer& writer, const char* name, Value value)
+    LUMO_ALWAYS_INLINE static bool try_add(json_writer& writer, const char* name, Value value)
     {
-        char* out = begin(writer, name);
-        writer._text.commit(put_value(writer, out, value));
+        char* const begin = writer._text.end();
+        if (static_cast<std::size_t>(writer._text.limit() - begin) < 2 * short_text + value_room)
+            return false;
+        std::memcpy(begin, writer._next.text, sizeof writer._next.text);
+        std::size_t size = writer._next.size;
+        if (name != nullptr) {
+            begin[size] = '"';
+            const std::size_t length = copy_short(name, begin + size + 1);
+            if (length == short_text)
+                return false;
+            size += length + 4;
+            std::memcpy(begin + size - 3, "\":  ", 4);
+        }
+        const std::size_t value_size = try_value(begin + size, value);
+        if (value_size == too_long)
+            return false;
+        writer._next = writer._later;
+        writer._text.commit(begin + (size + value_size));
+        return true;
+    }
+
+    /// One member, or element with a null name: the general way.
+    template <class Value>
+    LUMO_ALWAYS_INLINE static void add(json_writer& writer, const char* name, Value value)
+    {
+        writer._text.commit(put_value(writer, begin(writer, name), value).end());
     }
 
     static void add(json_writer& writer, const char* name, const json_writer* child)
     {
-        writer._text.commit(begin(writer, name));
+        writer._text.commit(begin(writer, name).end());
         if (child != nullptr)
             writer._text.append(child->text());
     }

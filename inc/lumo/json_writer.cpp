@@ -34,7 +34,7 @@ json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(
 {
     if (name != nullptr) {
         _put('{');
-        _text.commit(json_elements::begin(*this, name));
+        _text.commit(json_elements::begin(*this, name).end());
         _wrapped = true;
     }
     _put('{');
@@ -78,11 +78,9 @@ void json_writer::finish()
     if (_depth < 1)
         return;
     _set_level(0, _is_first());
-    char* out = _text.reserve(json_elements::value_room);
-    out = _compact ? json_elements::put(out, " }  ", 2) : json_elements::put(out, "\r\n} ", 3);
+    _text.append(_compact ? std::string_view(" }") : std::string_view("\r\n}"));
     if (_wrapped)
-        *out++ = '}';
-    _text.commit(out);
+        _put('}');
 }
 
 void json_writer::_put(char c)
@@ -92,22 +90,23 @@ void json_writer::_put(char c)
     _text.commit(out + 1);
 }
 
-char* json_writer::_encode_rest(const char* s, char* out)
+json_elements::cursor json_elements::encode_rest(json_writer& writer, cursor member, const char* text)
 {
-    constexpr std::size_t value_room = json_elements::value_room;
-    escaped copy = {s, out};
-    do {
-        _text.commit(copy.out);
-        out = _text.reserve(value_room + 2 * escape_stride);
-        copy = copy_escaped(copy.in, out, _text.limit() - value_room);
-    } while (copy.in != nullptr);
-    return copy.out;
+    while (text != nullptr) {
+        writer._text.commit(member.end());
+        member.begin = writer._text.reserve(value_room + 2 * escape_stride);
+        const auto room = static_cast<std::size_t>(writer._text.limit() - member.begin) - value_room;
+        const escaped copy = copy_escaped(text, member.begin, 0, room);
+        member.size = copy.size;
+        text = copy.rest;
+    }
+    return member;
 }
 
 json_writer_array::json_writer_array(const char* name, bool compact) : json_writer(unopened(), compact)
 {
     if (name != nullptr)
-        _text.commit(json_elements::begin(*this, name));
+        _text.commit(json_elements::begin(*this, name).end());
     _put('[');
     _set_level(1, name == nullptr);
 }
@@ -117,7 +116,7 @@ void json_writer_array::finish()
     if (_depth < 1)
         return;
     _set_level(0, _is_first());
-    _text.commit(json_elements::put(_text.reserve(4), " ]  ", 2));
+    _text.append(" ]");
 }
 
 } // namespace lumo

@@ -75,9 +75,6 @@ protected:
     /// Opens nothing: that is the array's to do.
     json_writer(unopened, bool compact) noexcept;
 
-    /// Goes on with encoding `s` at `out`, for which there is too little room. Returns the end, with room for a number
-    /// left.
-    char* _encode_rest(const char* s, char* out);
     /// Appends one byte.
     void _put(char c);
     /// Enters or leaves the level: sets the separators. `first`: no member was written on it yet.

@@ -31,10 +31,13 @@ public:
     /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on.
     char* reserve(std::size_t count)
     {
-        if (static_cast<std::size_t>(_limit - _end) < count)
+        if (__builtin_expect(static_cast<std::size_t>(_limit - _end) < count, 0))
             grow(count);
         return _end;
     }
+
+    /// The end of the text.
+    char* end() const noexcept { return _end; }
 
     /// The end of the room that reserve() made.
     char* limit() const noexcept { return _limit; }

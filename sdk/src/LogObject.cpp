@@ -5,14 +5,27 @@
 
 namespace AnalyticsSDK {
 
-// Adds one member, or element with a null name, to a writer that may be missing.
+// The general way to add a member, or element with a null name. Never inline, so that the short way needs no stack.
+template <class Value>
+__attribute__((noinline)) static std::uint32_t add_generally(lumo::json_writer& writer, const char* name, Value value)
+{
+    writer.element(name, value);
+    return 1;
+}
+
+// Adds to a writer that may be missing.
 template <class Writer, class Value>
 static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value value)
 {
     if (!writer)
         return 0;
-    lumo::json_elements::add(*writer, name, value);
-    return 1;
+    return lumo::json_elements::try_add(*writer, name, value) ? 1 : add_generally(*writer, name, value);
+}
+
+template <class Writer>
+static std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
+{
+    return writer ? add_generally(*writer, name, child) : 0;
 }
 
 template <class Writer>
@@ -59,13 +72,13 @@ std::uint32_t LogObject::AddBoolean(const char* name, bool value)
 std::uint32_t LogObject::AddObject(const char* name, LogObject* child)
 {
     const lumo::json_writer* writer = child->GetWriter();
-    return m_writer && writer == nullptr ? 1 : add(m_writer, name, writer);
+    return m_writer && writer == nullptr ? 1 : add_child(m_writer, name, writer);
 }
 
 std::uint32_t LogObject::AddArray(const char* name, LogArray* child)
 {
     const lumo::json_writer* writer = child->GetArrayWriter();
-    return m_writer && writer == nullptr ? 1 : add(m_writer, name, writer);
+    return m_writer && writer == nullptr ? 1 : add_child(m_writer, name, writer);
 }
 
 std::uint32_t LogObject::EndObject()
@@ -118,13 +131,13 @@ std::uint32_t LogArray::AddBoolean(bool value)
 std::uint32_t LogArray::AddObject(LogObject* child)
 {
     const lumo::json_writer* writer = child != nullptr ? child->GetWriter() : nullptr;
-    return writer == nullptr ? 0 : add(m_arrayWriter, nullptr, writer);
+    return writer == nullptr ? 0 : add_child(m_arrayWriter, nullptr, writer);
 }
 
 std::uint32_t LogArray::AddArray(LogArray* child)
 {
     const lumo::json_writer* writer = child != nullptr ? child->GetArrayWriter() : nullptr;
-    return writer == nullptr ? 0 : add(m_arrayWriter, nullptr, writer);
+    return writer == nullptr ? 0 : add_child(m_arrayWriter, nullptr, writer);
 }
 
 std::uint32_t LogArray::EndObject()

@@ -15,7 +15,7 @@ namespace {
 std::string general(double value)
 {
     char text[lumo::number_room];
-    return {text, lumo::write_general(text, value)};
+    return {text, lumo::put_general(text, value)};
 }
 
 std::string printed(double value)
@@ -68,7 +68,7 @@ TEST(Integers, OfADocumentAreThoseOfBaseTen)
     for (int i = 0; i < 20000; ++i) {
         const auto value = static_cast<long long>(random() >> random() % 64) * (i % 2 ? 1 : -1);
         char text[lumo::number_room];
-        ASSERT_EQ(std::string(text, lumo::write_decimal(text, value)), lumo::write(value, 10, 1, '0'));
+        ASSERT_EQ(std::string(text, lumo::put_decimal(text, value)), lumo::write(value, 10, 1, '0'));
     }
 }
 
