@@ -157,7 +157,7 @@ Content Read(const std::string& path, std::string& text, unsigned long& size)
     size = 0;
     text.clear();
     LogLock hold;
-    const FileDescriptor file(path.c_str(), O_RDONLY);
+    const FileDescriptor file(path.c_str(), O_RDONLY | O_NONBLOCK); // a pipe at the path must not make us wait
     if (!file)
         return errno == ENOENT || errno == ENOTDIR ? Content::none : Content::unreadable;
     const off_t end = ::lseek(file.Get(), 0, SEEK_END);

@@ -229,6 +229,7 @@ TEST(EventLogFile, TellsAMissingFileFromOneThatCannotBeRead)
     std::filesystem::create_directory(folder.file("directory"));
     write_file(folder.file("huge"), "");
     std::filesystem::resize_file(folder.file("huge"), 4ull << 30); // sparse
+    ASSERT_EQ(mkfifo(folder.file("fifo").c_str(), 0600), 0);
     const struct
     {
         std::string path;
@@ -237,6 +238,7 @@ TEST(EventLogFile, TellsAMissingFileFromOneThatCannotBeRead)
                  {folder.file("missing"), EventLog::Content::none},
                  {folder.file("missing/log"), EventLog::Content::none},
                  {folder.file("directory"), EventLog::Content::unreadable},
+                 {folder.file("fifo"), EventLog::Content::unreadable},
                  {folder.file("huge"), EventLog::Content::unreadable}};
     for (const auto& c : cases) {
         std::string text = "left over";

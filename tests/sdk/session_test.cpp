@@ -99,7 +99,7 @@ const struct
 
 } // namespace
 
-TEST(Session, AnswersEveryCallInEveryStateByTheTable)
+TEST(ThreadsSession, AnswersEveryCallInEveryStateByTheTable)
 {
     const char* const untouched[states] = {"", "{ }", R"({ "o": { } })", R"({ "a": [ ] })"};
     for (const auto& row : matrix) {
@@ -115,7 +115,7 @@ TEST(Session, AnswersEveryCallInEveryStateByTheTable)
     }
 }
 
-TEST(Session, WritesWhatWasAddedInOrder)
+TEST(ThreadsSession, WritesWhatWasAddedInOrder)
 {
     Session s;
     EXPECT_EQ(s.last_event(), "");
@@ -145,7 +145,7 @@ TEST(Session, WritesWhatWasAddedInOrder)
     EXPECT_NE(read_file(s.log()).find(R"(", "launch", { "user": "a",)"), std::string::npos);
 }
 
-TEST(Session, UsesItsFramesAgainAtAnyDepth)
+TEST(ThreadsSession, UsesItsFramesAgainAtAnyDepth)
 {
     Session s;
     for (const int depth : {40, 3, 100}) {
@@ -164,7 +164,7 @@ TEST(Session, UsesItsFramesAgainAtAnyDepth)
     }
 }
 
-TEST(Session, ReferencesNamesUntilTheirEnd)
+TEST(ThreadsSession, ReferencesNamesUntilTheirEnd)
 {
     Session s;
     char event[] = "begin", frame[] = "frame", member[] = "member";
@@ -180,7 +180,7 @@ TEST(Session, ReferencesNamesUntilTheirEnd)
     EXPECT_NE(read_file(s.log()).find(R"("ended", {)"), std::string::npos);
 }
 
-TEST(Session, CopiesTheLastEventWithoutATerminatorWhenItDoesNotFit)
+TEST(ThreadsSession, CopiesTheLastEventWithoutATerminatorWhenItDoesNotFit)
 {
     Session s;
     s.log_one(); // { "n": 1 }
@@ -194,13 +194,13 @@ TEST(Session, CopiesTheLastEventWithoutATerminatorWhenItDoesNotFit)
     EXPECT_EQ(analytics_log_get(s, nullptr, 5), 0u);
 }
 
-TEST(Session, NeedsAConfiguration)
+TEST(ThreadsSession, NeedsAConfiguration)
 {
     EXPECT_EQ(analytics_initialize(nullptr), nullptr);
     analytics_shutdown(nullptr);
 }
 
-TEST(Session, ReadsFieldsWithoutATerminatorToTheirSizeAndNoFurther)
+TEST(ThreadsSession, ReadsFieldsWithoutATerminatorToTheirSizeAndNoFurther)
 {
     // The record ends where readable memory ends.
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -232,7 +232,7 @@ TEST(Session, ReadsFieldsWithoutATerminatorToTheirSizeAndNoFurther)
         << read_file(folder.file("log"));
 }
 
-TEST(Session, DropsAnEventThatIsStillOpenAtShutdown)
+TEST(ThreadsSession, DropsAnEventThatIsStillOpenAtShutdown)
 {
     Session session;
     analytics_event_begin(session, "open");
@@ -243,7 +243,7 @@ TEST(Session, DropsAnEventThatIsStillOpenAtShutdown)
     EXPECT_FALSE(std::filesystem::exists(session.log()));
 }
 
-TEST(Session, HasASentenceForEveryCodeAndForOthers)
+TEST(ThreadsSession, HasASentenceForEveryCodeAndForOthers)
 {
     std::set<std::string> sentences;
     const uint32_t codes[] = {0,   1,   2,   100, 101, 104, 200, 201, 202, 203,

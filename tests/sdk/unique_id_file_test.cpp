@@ -3,10 +3,14 @@
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <optional>
 #include <set>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "AnalyticsSDK/EventManager.h"
@@ -23,6 +27,24 @@ namespace {
 size_t FilesIn(const ScratchFolder& folder)
 {
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {}));
+}
+
+/// In a child: from now on this process is on a file system without hard links. @return whether that could be done
+bool ForbidLinks()
+{
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_linkat, 1, 0),
+#if defined(SYS_link)
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_link, 0, 1),
+#else
+        BPF_JUMP(BPF_JMP | BPF_JA, 1, 0, 0),
+#endif
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)
+    };
+    const sock_fprog filter{std::size(program), program};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
 std::string IdOfANewManager(const std::string& path)
@@ -93,6 +115,23 @@ TEST(UniqueIdFile, IsNotMadeInPart)
     ASSERT_TRUE(child.wait());
     EXPECT_EQ(child.status(), 0);
     EXPECT_EQ(FilesIn(folder), 0u);
+}
+
+TEST(UniqueIdFile, IsMadeInItsPlaceOnAFileSystemWithoutHardLinks)
+{
+    ScratchFolder folder;
+    support::Child child([&] {
+        if (!ForbidLinks())
+            return 77;
+        const bool first = UniqueIdFile::Create(folder.file("id"), "first");
+        return first && !UniqueIdFile::Create(folder.file("id"), "second") ? 0 : 1;
+    });
+    ASSERT_TRUE(child.wait());
+    if (child.status() == 77)
+        GTEST_SKIP() << "the kernel does not filter system calls";
+    EXPECT_EQ(child.status(), 0);
+    EXPECT_EQ(read_file(folder.file("id")), "first");
+    EXPECT_EQ(FilesIn(folder), 1u);
 }
 
 TEST(UniqueIdFile, SurvivesWhatADeadProcessOfTheSameNumberLeft)
