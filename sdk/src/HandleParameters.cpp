@@ -11,7 +11,7 @@ namespace AnalyticsSDK {
 // Frames. They hang on each other from the root down and stay there when they end, for the next event to use: an event
 // of the usual shape costs no allocation of its own.
 
-static constexpr uint32_t keptDepth = 16;
+static constexpr uint32_t keptDepth = 128;
 
 Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
 {

@@ -148,7 +148,7 @@ TEST(ThreadsSession, WritesWhatWasAddedInOrder)
 TEST(ThreadsSession, UsesItsFramesAgainAtAnyDepth)
 {
     Session s;
-    for (const int depth : {40, 3, 100}) {
+    for (const int depth : {40, 3, 300}) {
         analytics_event_begin(s, "deep");
         std::string expected = "{ ", ends;
         for (int level = 0; level < depth; ++level) {

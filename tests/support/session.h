@@ -51,7 +51,7 @@ struct Session
     /// The object of the last event.
     std::string last_event() const
     {
-        char text[4096] = "";
+        char text[8192] = "";
         analytics_log_get(handle, text, sizeof text);
         return text;
     }
