@@ -45,7 +45,7 @@ static int be_a_child(analytics_session* session)
 static int fork_a_child(analytics_session* session)
 {
     const pid_t child = fork();
-    if (child == 0)
+    if ((host::forked = child == 0))
         exit(be_a_child(session));
     int status = 0;
     host::require(waitpid(child, &status, 0) == child, "a child that ends");
