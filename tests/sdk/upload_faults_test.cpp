@@ -283,8 +283,9 @@ TEST_F(ThreadsUploadFaults, TlsCutInMidHandshakeKeepsTheFile)
         expect_upload("cut after " + std::to_string(bytes) + " bytes",
                       "https://127.0.0.1:" + std::to_string(relay.port()) + "/",
                       bytes == unlimited ? Sent::taken : Sent::failed, authority.file());
+        EXPECT_EQ(relay.cuts(), bytes == unlimited ? 0 : 2) << bytes;
     }
-    EXPECT_EQ(server.count(), 2u);
+    EXPECT_GE(server.count(), 2u); // a cut behind the handshake may let a request through whose answer is lost
 }
 
 TEST_F(ThreadsUploadFaults, AServerThatSpeaksNoTlsOrFallsSilentKeepsTheFile)

@@ -41,7 +41,7 @@ void CuttingRelay::run()
     }
 }
 
-void CuttingRelay::relay(int client, int server) const
+void CuttingRelay::relay(int client, int server)
 {
     pollfd ends[] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
     size_t left[] = {m_budgets[0], m_budgets[1]};
@@ -56,6 +56,7 @@ void CuttingRelay::relay(int client, int server) const
         send(ends[1 - from].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
         left[from] -= static_cast<size_t>(count);
     }
+    m_cuts += left[0] == 0 || left[1] == 0;
 }
 
 } // namespace support

@@ -21,14 +21,17 @@ public:
     CuttingRelay& operator=(const CuttingRelay&) = delete;
 
     int port() const { return m_port; }
+    /// How many connections were cut because a budget was spent.
+    int cuts() const { return m_cuts; }
 
 private:
     void run();
-    void relay(int client, int server) const;
+    void relay(int client, int server);
 
-    int m_server_port, m_listener, m_port = 0;
+    int m_server_port, m_port = 0, m_listener;
     size_t m_budgets[2]; // of the client, of the server
     std::atomic<bool> m_stop{false};
+    std::atomic<int> m_cuts{0};
     std::thread m_thread;
 };
 
