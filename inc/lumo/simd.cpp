@@ -2,13 +2,26 @@
 
 #include "lumo/common.h"
 
+#include <cstring>
+
+// Loads stay within what the caller gave, so sanitizers have no objection to the faster forms.
+#if defined(__x86_64__) && defined(__GNUC__)
+#define LUMO_SSSE3 1
+#include <immintrin.h>
+#if !defined(__clang__)
+// GCC 12's own header makes registers of undefined content on purpose and is then warned of them.
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+#endif
+
 namespace lumo::simd {
 
-char* percent_encode_plain(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe)
+static char* percent_encode_plain(const char* in, std::size_t size, char* out, const byte_class& unsafe)
 {
     for (const char* end = in + size; in != end; ++in) {
         const auto byte = static_cast<unsigned char>(*in);
-        if (unsafe[byte] == 0) {
+        if (!unsafe.holds[byte]) {
             *out++ = *in;
             continue;
         }
@@ -20,22 +33,216 @@ char* percent_encode_plain(const char* in, std::size_t size, char* out, const st
     return out;
 }
 
-std::size_t count_unsafe_plain(const char* in, std::size_t size, const std::uint8_t* unsafe)
+static std::size_t count_plain(const char* in, std::size_t size, const byte_class& counted)
 {
     std::size_t count = 0;
     for (const char* end = in + size; in != end; ++in)
-        count += unsafe[static_cast<unsigned char>(*in)] != 0;
+        count += counted.holds[static_cast<unsigned char>(*in)];
     return count;
 }
 
-char* percent_encode(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe)
+#if LUMO_SSSE3
+
+#define LUMO_FOR_SSSE3 __attribute__((target("ssse3,popcnt")))
+
+static bool has_ssse3()
 {
-    return percent_encode_plain(in, size, out, unsafe);
+    return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
 }
 
-std::size_t count_unsafe(const char* in, std::size_t size, const std::uint8_t* unsafe)
+LUMO_FOR_SSSE3 static __m128i load(const void* from)
 {
-    return count_unsafe_plain(in, size, unsafe);
+    return _mm_loadu_si128(static_cast<const __m128i*>(from));
+}
+
+LUMO_FOR_SSSE3 static void store(char* to, __m128i bytes)
+{
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
+}
+
+// Sixteen bytes taken apart into their halves, which are small enough to look things up by.
+struct halves
+{
+    __m128i high, low;
+};
+
+LUMO_FOR_SSSE3 static halves halves_of(__m128i bytes)
+{
+    const __m128i mask = _mm_set1_epi8(15);
+    return {_mm_and_si128(_mm_srli_epi16(bytes, 4), mask), _mm_and_si128(bytes, mask)};
+}
+
+// A set bit for each of sixteen bytes that belongs to the class.
+LUMO_FOR_SSSE3 static unsigned members(halves bytes, __m128i rows, __m128i columns)
+{
+    const __m128i found = _mm_and_si128(_mm_shuffle_epi8(rows, bytes.low), _mm_shuffle_epi8(columns, bytes.high));
+    return ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(found, _mm_setzero_si128()))) & 0xFFFF;
+}
+
+// The column of a high half. Bytes from 0x80 up share the column of the control bytes: all of them belong.
+LUMO_FOR_SSSE3 static __m128i class_columns()
+{
+    return _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 1, 1, 1, 1, 1, 1, 1);
+}
+
+// How four bytes, each given as itself, "%" and two digits, shrink to their encoded form: one row for each choice of
+// those that need encoding.
+struct shrink_table
+{
+    std::uint8_t order[16][16];
+    std::uint8_t size[16];
+};
+
+static constexpr shrink_table make_shrink_table()
+{
+    shrink_table table{};
+    for (unsigned choice = 0; choice < 16; ++choice) {
+        std::uint8_t at = 0;
+        for (unsigned byte = 0; byte < 4; ++byte) {
+            const bool encoded = choice >> byte & 1;
+            for (unsigned part = encoded ? 1 : 0; part < (encoded ? 4U : 1U); ++part)
+                table.order[choice][at++] = static_cast<std::uint8_t>(4 * byte + part);
+        }
+        table.size[choice] = at;
+    }
+    return table;
+}
+
+static constexpr shrink_table shrink = make_shrink_table();
+
+LUMO_FOR_SSSE3 static char* put_four(char* out, __m128i quads, unsigned choice)
+{
+    store(out, _mm_shuffle_epi8(quads, load(shrink.order[choice])));
+    return out + shrink.size[choice];
+}
+
+// Encodes sixteen bytes of which some, by the bits of `chosen`, need it.
+LUMO_FOR_SSSE3 static char* put_sixteen(char* out, __m128i bytes, halves parts, unsigned chosen)
+{
+    const __m128i digits = load(hexadecimal_digits), percent = _mm_set1_epi8('%');
+    const __m128i first = _mm_shuffle_epi8(digits, parts.high), second = _mm_shuffle_epi8(digits, parts.low);
+    const __m128i marks = _mm_unpacklo_epi8(bytes, percent), pairs = _mm_unpacklo_epi8(first, second);
+    out = put_four(out, _mm_unpacklo_epi16(marks, pairs), chosen & 15);
+    out = put_four(out, _mm_unpackhi_epi16(marks, pairs), chosen >> 4 & 15);
+    const __m128i later_marks = _mm_unpackhi_epi8(bytes, percent), later_pairs = _mm_unpackhi_epi8(first, second);
+    out = put_four(out, _mm_unpacklo_epi16(later_marks, later_pairs), chosen >> 8 & 15);
+    return put_four(out, _mm_unpackhi_epi16(later_marks, later_pairs), chosen >> 12);
+}
+
+LUMO_FOR_SSSE3 static char* percent_encode_ssse3(const char* in, std::size_t size, char* out, const byte_class& unsafe)
+{
+    const __m128i rows = load(unsafe.rows), columns = class_columns();
+    const char* end = in + size;
+    for (; end - in >= 16; in += 16) {
+        const __m128i bytes = load(in);
+        const halves parts = halves_of(bytes);
+        const unsigned chosen = members(parts, rows, columns);
+        if (chosen != 0) {
+            out = put_sixteen(out, bytes, parts, chosen);
+            continue;
+        }
+        store(out, bytes);
+        out += 16;
+    }
+    return percent_encode_plain(in, static_cast<std::size_t>(end - in), out, unsafe);
+}
+
+LUMO_FOR_SSSE3 static std::size_t count_ssse3(const char* in, std::size_t size, const byte_class& counted)
+{
+    const __m128i rows = load(counted.rows), columns = class_columns();
+    const char* end = in + size;
+    std::size_t count = 0;
+    for (; end - in >= 16; in += 16)
+        count += static_cast<unsigned>(__builtin_popcount(members(halves_of(load(in)), rows, columns)));
+    return count + count_plain(in, static_cast<std::size_t>(end - in), counted);
+}
+
+// The same sixty-four bytes at a time, for processors that can close the gaps between chosen bytes themselves.
+#define LUMO_FOR_VBMI2 __attribute__((target("avx512f,avx512bw,avx512vbmi,avx512vbmi2,bmi2,popcnt")))
+
+static bool has_vbmi2()
+{
+    return has_ssse3() && __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
+           __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("bmi2");
+}
+
+// A set bit for each of sixty-four bytes that belongs to the class: looked up below 0x80, all of them above.
+LUMO_FOR_VBMI2 static std::uint64_t members(__m512i bytes, __m512i lower, __m512i upper)
+{
+    const __m512i known = _mm512_permutex2var_epi8(lower, bytes, upper);
+    return _mm512_test_epi8_mask(known, known) | _mm512_movepi8_mask(bytes);
+}
+
+// Sixteen quads (a byte, "%", two digits) shrink to the bytes, or to what encodes them where a bit of `chosen` is set.
+LUMO_FOR_VBMI2 static char* put_quads(char* out, __m512i quads, std::uint64_t chosen)
+{
+    constexpr std::uint64_t first_of_quad = 0x1111111111111111;
+    const std::uint64_t encoded = _pdep_u64(chosen, first_of_quad), kept = encoded ^ first_of_quad;
+    _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(kept | encoded * 14, quads));
+    return out + 16 + 2 * _mm_popcnt_u64(chosen & 0xFFFF);
+}
+
+LUMO_FOR_VBMI2 static char* percent_encode_vbmi2(const char* in, std::size_t size, char* out, const byte_class& unsafe)
+{
+    const __m512i lower = _mm512_loadu_si512(unsafe.holds), upper = _mm512_loadu_si512(unsafe.holds + 64);
+    const __m512i digits = _mm512_broadcast_i32x4(load(hexadecimal_digits)), percent = _mm512_set1_epi8('%');
+    // Interleaving works on quarters; with the fours of bytes in this order its results come out consecutive.
+    const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const char* end = in + size;
+    for (; end - in >= 64; in += 64) {
+        const __m512i straight = _mm512_loadu_si512(in);
+        const std::uint64_t chosen = members(straight, lower, upper);
+        const __m512i bytes = _mm512_permutexvar_epi32(order, straight);
+        const __m512i high = _mm512_and_si512(_mm512_srli_epi16(bytes, 4), _mm512_set1_epi8(15));
+        const __m512i first = _mm512_shuffle_epi8(digits, high);
+        const __m512i second = _mm512_shuffle_epi8(digits, _mm512_and_si512(bytes, _mm512_set1_epi8(15)));
+        const __m512i marks = _mm512_unpacklo_epi8(bytes, percent), pairs = _mm512_unpacklo_epi8(first, second);
+        out = put_quads(out, _mm512_unpacklo_epi16(marks, pairs), chosen);
+        out = put_quads(out, _mm512_unpackhi_epi16(marks, pairs), chosen >> 16);
+        const __m512i later_marks = _mm512_unpackhi_epi8(bytes, percent);
+        const __m512i later_pairs = _mm512_unpackhi_epi8(first, second);
+        out = put_quads(out, _mm512_unpacklo_epi16(later_marks, later_pairs), chosen >> 32);
+        out = put_quads(out, _mm512_unpackhi_epi16(later_marks, later_pairs), chosen >> 48);
+    }
+    return percent_encode_ssse3(in, static_cast<std::size_t>(end - in), out, unsafe);
+}
+
+LUMO_FOR_VBMI2 static std::size_t count_vbmi2(const char* in, std::size_t size, const byte_class& counted)
+{
+    const __m512i lower = _mm512_loadu_si512(counted.holds), upper = _mm512_loadu_si512(counted.holds + 64);
+    const char* end = in + size;
+    std::size_t count = 0;
+    for (; end - in >= 64; in += 64) {
+        const __m512i bytes = _mm512_loadu_si512(in);
+        count += static_cast<std::size_t>(_mm_popcnt_u64(members(bytes, lower, upper)));
+    }
+    return count + count_ssse3(in, static_cast<std::size_t>(end - in), counted);
+}
+
+#endif
+
+// The static is made on the first use, which may be in another static's initialisation.
+const form* forms()
+{
+    static const form all[] = {
+#if LUMO_SSSE3
+        {"AVX-512 VBMI2", has_vbmi2(), percent_encode_vbmi2, count_vbmi2},
+        {"SSSE3", has_ssse3(), percent_encode_ssse3, count_ssse3},
+#endif
+        {"plain", true, percent_encode_plain, count_plain},
+    };
+    return all;
+}
+
+const form& best()
+{
+    static const form& chosen = []() -> const form& {
+        const form* candidate = forms();
+        while (!candidate->usable)
+            ++candidate;
+        return *candidate;
+    }();
+    return chosen;
 }
 
 } // namespace lumo::simd

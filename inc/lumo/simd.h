@@ -1,8 +1,8 @@
 // Inner loops that have a faster form on some processors.
 //
-// For the library's own use, not exported. Each has a plain form, ending in _plain, that is correct everywhere and says
-// what the result is; the other form gives the same result by whatever the processor offers, and is the plain one where
-// there is nothing. All processor-specific instructions of the library stand in simd.cpp.
+// For the library's own use, not exported. The plain form is correct everywhere and says what the result is; the others
+// give the same result by what some processors offer. All processor-specific instructions of the library stand in
+// simd.cpp.
 #pragma once
 
 #include <cstddef>
@@ -10,18 +10,48 @@
 
 namespace lumo::simd {
 
+/// A set of bytes that holds all control bytes (below 0x20) and all from 0x80 up, and any others.
+struct byte_class
+{
+    bool holds[256];
+    /// For each low half of a byte, a bit for each high half from 0 to 7.
+    std::uint8_t rows[16];
+};
+
+/// Makes the class whose bytes below 0x80 are those that `holds` names.
+template <class Holds>
+constexpr byte_class make_byte_class(Holds holds)
+{
+    byte_class made{};
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        made.holds[byte] = byte < 0x20 || byte >= 0x80 || holds(static_cast<char>(byte));
+        if (byte < 0x80 && made.holds[byte])
+            made.rows[byte & 15] = static_cast<std::uint8_t>(made.rows[byte & 15] | 1 << (byte >> 4));
+    }
+    return made;
+}
+
 /// How many bytes beyond its result percent_encode may overwrite.
 inline constexpr std::size_t percent_slack = 64;
 
-/// Percent-encodes `size` bytes to `out`, which has room for three times as many and percent_slack more. A byte whose
-/// entry in `unsafe`, 256 long, is not 0 becomes "%" and two lower-case digits. Returns the end.
-char* percent_encode(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe);
-/// The same without instructions of one processor alone; also what the faster form is tested against.
-char* percent_encode_plain(const char* in, std::size_t size, char* out, const std::uint8_t* unsafe);
+/// One way of doing all this. Every form gives the same results; which is the fastest depends on the processor.
+struct form
+{
+    const char* name;
+    bool usable; ///< whether this processor has what it takes
 
-/// Counts the bytes whose entry in `unsafe` is not 0.
-std::size_t count_unsafe(const char* in, std::size_t size, const std::uint8_t* unsafe);
-/// The same without instructions of one processor alone; also what the faster form is tested against.
-std::size_t count_unsafe_plain(const char* in, std::size_t size, const std::uint8_t* unsafe);
+    /// Percent-encodes `size` bytes to `out`, which has room for three times as many and percent_slack more. A byte of
+    /// `unsafe` becomes "%" and two lower-case digits. Returns the end.
+    char* (*percent_encode)(const char* in, std::size_t size, char* out, const byte_class& unsafe);
+
+    /// Counts the bytes of the class.
+    std::size_t (*count)(const char* in, std::size_t size, const byte_class& counted);
+};
+
+/// All forms, the fastest first; the last is the plain one, which is always usable.
+const form* forms();
+
+/// The first that is usable here.
+const form& best();
 
 } // namespace lumo::simd
