@@ -84,7 +84,9 @@ Squid::Squid(const ProxyOptions& options)
                     "http_access allow auth\nhttp_access deny all\n";
         }
         write_file(m_folder.file("conf"), conf);
-        return std::vector<std::string>{"squid", "-N", "-f", m_folder.file("conf")};
+        // Its shared memory is called after its service: under one name, squids of different users exclude each other.
+        return std::vector<std::string>{
+            "squid", "-N", "-n", "test" + std::to_string(port), "-f", m_folder.file("conf")};
     });
 }
 
