@@ -278,7 +278,7 @@ TEST_F(ThreadsUploadFaults, TlsCutInMidHandshakeKeepsTheFile)
     TransferSettings::total_timeout_ms = 5000; // the last row is a whole upload
     support::CertificateAuthority authority;
     support::HttpsServer server(authority.issue({"127.0.0.1"}));
-    for (const size_t bytes : {size_t{0}, size_t{1}, size_t{5}, size_t{60}, size_t{500}, size_t{1000}, unlimited}) {
+    for (const size_t bytes : {size_t{0}, size_t{1}, size_t{5}, size_t{60}, size_t{500}, size_t{700}, unlimited}) {
         CuttingRelay relay(server.port(), bytes);
         expect_upload("cut after " + std::to_string(bytes) + " bytes",
                       "https://127.0.0.1:" + std::to_string(relay.port()) + "/",
