@@ -7,6 +7,7 @@
 
 #include "AnalyticsSDK/Identity.h"
 #include "TransferOptions.h"
+#include "host/streams.h"
 #include "lumo/percent.h"
 
 namespace AnalyticsSDK {
@@ -90,7 +91,7 @@ std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
     strFilePath = path;
     auto* file = new std::ofstream;
     spStream.Reset(file);
-    file->open(strFilePath, std::ios::out | std::ios::binary | std::ios::trunc);
+    host::OpenForWriting(*file, path);
     return file;
 }
 

@@ -8,7 +8,16 @@
 #include <cstdio>
 #include <cstring>
 #include <curl/curl.h>
+#include <fcntl.h>
 #include <initializer_list>
+#include <openssl/crypto.h>
+
+// Overwrites a text in a way that no compiler drops.
+static void wipe(tova_string* s)
+{
+    if (s->_text)
+        OPENSSL_cleanse(s->_text, s->_capacity);
+}
 
 static void check(const tova_http* h)
 {
@@ -68,8 +77,15 @@ void tova_http_init(tova_http* h)
 int32_t tova_http_option_string_set(tova_http* h, int32_t option, const char* text)
 {
     check(h);
-    if (auto member = option_member(string_options, option))
-        tova_string_set(&(h->*member), text);
+    if (auto member = option_member(string_options, option)) {
+        // By way of a new string: `text` may be the old one's own, and the old one may be a password.
+        tova_string fresh;
+        tova_string_init(&fresh);
+        tova_string_set(&fresh, text);
+        wipe(&(h->*member));
+        tova_string_clear(&(h->*member));
+        h->*member = fresh;
+    }
     if (option == tova_http_proxy || option == tova_http_proxy_second)
         h->_proxy_resolved = 0;
     return 1;
@@ -144,6 +160,7 @@ void tova_http_close(tova_http* h)
     check(h);
     curl_easy_cleanup(h->_curl);
     h->_curl = nullptr;
+    wipe(&h->_proxy_password);
     for (auto text : string_options)
         tova_string_clear(&(h->*text));
 }
@@ -195,6 +212,8 @@ static void append_encoded(tova_string* to, CURL* curl, const tova_string* text)
 {
     char* escaped = curl_easy_escape(curl, tova_string_get(text), static_cast<int>(tova_string_length(text)));
     tova_string_append(to, escaped);
+    if (escaped)
+        OPENSSL_cleanse(escaped, strlen(escaped));
     curl_free(escaped);
 }
 
@@ -215,15 +234,26 @@ static void set_proxy_login(tova_http* h)
         return;
     }
     scoped_string login;
+    // Room for all of it, so that growing leaves no copy behind.
+    tova_string_reserve(&login,
+                        3 * (tova_string_length(&h->_proxy_user) + tova_string_length(&h->_proxy_password)) + 2);
     append_encoded(&login, h->_curl, &h->_proxy_user);
     tova_string_append(&login, ":");
     append_encoded(&login, h->_curl, &h->_proxy_password);
     curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, tova_string_get(&login));
+    wipe(&login);
+}
+
+// A program that the host starts must not inherit a request's connection.
+static int close_on_exec(void*, curl_socket_t connection, curlsocktype)
+{
+    return fcntl(connection, F_SETFD, FD_CLOEXEC) == -1 ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
 }
 
 static void set_options(tova_http* h)
 {
     CURL* curl = h->_curl;
+    curl_easy_setopt(curl, CURLOPT_SOCKOPTFUNCTION, close_on_exec);
     curl_easy_setopt(curl, CURLOPT_VERBOSE, static_cast<long>(h->_verbose != 0));
     set_proxy(h);
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(h->_connect_timeout));

@@ -1,0 +1,12 @@
+#include "host/streams.h"
+
+namespace AnalyticsSDK::host {
+
+// This system's standard library offers no descriptor to mark, so a program started during a download inherits the
+// file.
+void OpenForWriting(std::ofstream& file, const char* path)
+{
+    file.open(path, std::ios::out | std::ios::binary | std::ios::trunc);
+}
+
+} // namespace AnalyticsSDK::host
