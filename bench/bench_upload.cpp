@@ -1,0 +1,303 @@
+// Uploads: making the body, memory, the whole way, and how soon a queued request is on the wire.
+#include "AnalyticsSDK/EventManager.h"
+#include "AnalyticsSDK/IWebClient.h"
+#include "lines.h"
+#include "lumo/percent.h"
+#include "server.h"
+#include "session.h"
+#include "table.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <malloc.h>
+#include <map>
+#include <sstream>
+
+using namespace bench;
+
+namespace {
+
+constexpr std::size_t megabyte = 1 << 20;
+
+void write_lines(const std::string& path, const std::string& lines)
+{
+    std::ofstream(path, std::ios::binary) << lines;
+}
+
+// Reading and encoding as one writes it at first.
+std::string body_by_streams(const std::string& path)
+{
+    std::ostringstream all;
+    all << std::ifstream(path, std::ios::binary).rdbuf();
+    const std::string text = all.str();
+    std::string body = "data=";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::isalnum(byte)) {
+            body += c;
+            continue;
+        }
+        body += '%';
+        body += "0123456789abcdef"[byte >> 4];
+        body += "0123456789abcdef"[byte & 15];
+    }
+    return body;
+}
+
+// As the library does it.
+std::string body_at_once(AnalyticsSDK::EventManager& manager)
+{
+    std::string text, body;
+    unsigned long size = 0;
+    if (!manager.ReadPendingEvents(text, size) || size == 0)
+        throw std::runtime_error("the log file of the bench is gone");
+    body.reserve(5 + lumo::percent_encoded_size(text));
+    body = "data=";
+    lumo::percent_encode(text, body);
+    return body;
+}
+
+const Group body_row("upload: body", [](Table& table) {
+    const Folder folder;
+    const std::string path = folder.file("events.log");
+    write_lines(path, event_lines(64 * megabyte));
+    AnalyticsSDK::EventManager manager("http://127.0.0.1:1/");
+    manager.SetEventLogFilePath(path.c_str());
+    const Figures figures =
+        compare_figures([&] { return 1e9 * seconds_of([&] { keep(body_at_once(manager)[0]); }); },
+                        [&] { return 1e9 * seconds_of([&] { keep(body_by_streams(path)[0]); }); }, "ns");
+    table.row("64 MB log file to request body", "ifstream, ostringstream, str, byte by byte", figures,
+              at_most(0.35, 0.15));
+});
+
+// Peak memory since it was last reset, in bytes.
+double peak_memory()
+{
+    std::ifstream file("/proc/self/status");
+    for (std::string line; std::getline(file, line);)
+        if (line.rfind("VmHWM:", 0) == 0)
+            return std::strtod(line.c_str() + 6, nullptr) * 1024;
+    throw std::runtime_error("the system does not tell the peak of memory");
+}
+
+void reset_peak_memory()
+{
+    malloc_trim(0);
+    std::ofstream("/proc/self/clear_refs") << "5";
+}
+
+void send_now(const Session& session)
+{
+    if (analytics_send(session.get(), 1) != ANALYTICS_OK)
+        throw std::runtime_error("an upload of the bench failed");
+}
+
+const Group memory_row("upload: memory", [](Table& table) {
+    const Folder folder;
+    Server server;
+    const std::string path = folder.file("events.log");
+    const Session session(path, server.url());
+    double file_size = 0, encoded_size = 0;
+    const auto added = [&] {
+        {
+            const std::string lines = event_lines(64 * megabyte);
+            file_size = static_cast<double>(lines.size());
+            encoded_size = static_cast<double>(lumo::percent_encoded_size(lines));
+            write_lines(path, lines);
+        }
+        reset_peak_memory();
+        const double before = peak_memory();
+        send_now(session);
+        return (peak_memory() - before) / 1e6;
+    };
+    const Figures figures = compare_figures(
+        added, [&] { return (file_size + encoded_size) / 1e6; }, "MB");
+    // The reference of the first turn is not known before it; the sizes are the same in all.
+    const Figures all = {figures.ours, (file_size + encoded_size) / 1e6,
+                         figures.ours * 1e6 / (file_size + encoded_size), "MB"};
+    table.row("peak memory, upload of 64 MB", "the file and its encoded form", all, at_most(1.30, 1.05));
+});
+
+// One upload of `lines` through the session; the time is the send's alone.
+double upload_ns(const Session& session, const std::string& path, const std::string& lines)
+{
+    write_lines(path, lines);
+    return 1e9 * seconds_of([&] { send_now(session); });
+}
+
+const Group whole_row("upload: whole", [](Table& table) {
+    const Folder folder;
+    Server server;
+    const std::string path = folder.file("events.log"), lines = event_lines(10 * megabyte);
+    const Session session(path, server.url());
+    std::string body = "data=";
+    lumo::percent_encode(lines, body);
+    const Descriptor connection(server.connect());
+    const std::string head =
+        "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    const auto raw = [&] {
+        return 1e9 * seconds_of([&] {
+                   send_all(connection.get(), head);
+                   send_all(connection.get(), body);
+                   read_answer(connection.get());
+               });
+    };
+    const Figures figures = compare_figures([&] { return upload_ns(session, path, lines); }, raw, "ns", 15);
+    table.row("whole upload, 10 MB of lines", "raw socket send of the ready-made body", figures, at_most(4, 2.3));
+});
+
+const Group size_curve("curve: log file size", [](Table& table) {
+    const Folder folder;
+    Server server;
+    const std::string path = folder.file("events.log");
+    const Session session(path, server.url());
+    double per_byte_16 = 0, per_byte_128 = 0;
+    for (const std::size_t size : {1, 16, 128}) {
+        const std::string lines = event_lines(size * megabyte);
+        std::vector<double> taken;
+        for (int i = 0; i < 5; ++i)
+            taken.push_back(upload_ns(session, path, lines) / static_cast<double>(lines.size()));
+        char text[64];
+        std::snprintf(text, sizeof text, "%zu MB: %.2f ns per byte", size, median(taken));
+        table.note("cost of an upload", text);
+        (size == 16 ? per_byte_16 : per_byte_128) = median(taken);
+    }
+    table.row("cost per byte, 128 MB", "cost per byte, 16 MB",
+              {per_byte_128, per_byte_16, per_byte_128 / per_byte_16, "ns"}, at_most(1.5, 1.5));
+});
+
+// Waits for its transfers to end.
+class Listener : public AnalyticsSDK::IProgressCallback
+{
+public:
+    void OnDownloadComplete(const char*) override { count(); }
+    void OnDownloadCancel(const char*) override { count(); }
+    void OnDownloadError(const char*, long) override { count(); }
+    void OnProxyAuthenticationError(const char*, long, const char*) override { count(); }
+    void OnProgressUpdate(const char*, double, double, double) override {}
+
+    void wait_for(long ends)
+    {
+        std::unique_lock<std::mutex> hold(lock);
+        if (!changed.wait_for(hold, std::chrono::seconds(20), [&] { return ended >= ends; }))
+            throw std::runtime_error("a transfer of the bench never ended");
+    }
+
+private:
+    void count()
+    {
+        const std::lock_guard<std::mutex> hold(lock);
+        ++ended;
+        changed.notify_all();
+    }
+
+    std::mutex lock;
+    std::condition_variable changed;
+    long ended = 0;
+};
+
+// A thread that sends a ready-made request when it is woken.
+class RawSender
+{
+public:
+    RawSender(const Server& server, std::string request) : connection(server.connect()), bytes(std::move(request))
+    {
+        thread = std::thread([this] { run(); });
+    }
+    ~RawSender()
+    {
+        ending = true;
+        wake();
+        thread.join();
+    }
+    RawSender(const RawSender&) = delete;
+    RawSender& operator=(const RawSender&) = delete;
+
+    void wake()
+    {
+        const std::lock_guard<std::mutex> hold(lock);
+        ++wanted;
+        changed.notify_one();
+    }
+    void wait_for_answer()
+    {
+        std::unique_lock<std::mutex> hold(lock);
+        changed.wait(hold, [this] { return done == wanted; });
+    }
+
+private:
+    void run()
+    {
+        for (;;) {
+            std::unique_lock<std::mutex> hold(lock);
+            changed.wait(hold, [this] { return wanted > done; });
+            hold.unlock();
+            if (ending)
+                return;
+            send_all(connection.get(), bytes);
+            read_answer(connection.get());
+            hold.lock();
+            ++done;
+            changed.notify_all();
+        }
+    }
+
+    Descriptor connection;
+    std::string bytes;
+    std::mutex lock;
+    std::condition_variable changed;
+    long wanted = 0, done = 0;
+    std::atomic<bool> ending{false};
+    std::thread thread;
+};
+
+// Microseconds from `act` to the first byte at the server; medians of many, since one may meet anything.
+double first_byte_us(Server& server, const std::function<void()>& act, const std::function<void()>& settle)
+{
+    std::vector<double> taken;
+    for (int i = 0; i < 60; ++i) {
+        const long before = server.requests();
+        const auto start = bench::clock::now();
+        act();
+        taken.push_back(std::chrono::duration<double, std::micro>(server.first_byte_of(before + 1) - start).count());
+        settle();
+    }
+    return median(taken);
+}
+
+const Group latency_rows("upload: first byte", [](Table& table) {
+    Server server;
+    Listener listener;
+    AnalyticsSDK::IWebClient* client = AnalyticsSDK::CreateWebClient();
+    client->Init(true);
+    std::map<std::string, std::string> form = {{"data", "x"}};
+    long queued = 0;
+    const auto queue = [&](const std::string& path) {
+        client->QueueRequest(server.url(path).c_str(), &listener, AnalyticsSDK::RequestTypePost, &form, "bench");
+    };
+    RawSender sender(server, "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 6\r\n\r\ndata=x");
+    const auto measure = [&] {
+        return compare_figures(
+            [&] {
+                return first_byte_us(
+                    server, [&] { queue("/"); }, [&] { listener.wait_for(++queued); });
+            },
+            [&] {
+                return first_byte_us(
+                    server, [&] { sender.wake(); }, [&] { sender.wait_for_answer(); });
+            },
+            "us", 9);
+    };
+    table.row("queue to first byte, idle", "condition variable and raw send", measure(), at_most(6, 3.5));
+    const long before = server.requests();
+    queue("/held");
+    server.first_byte_of(before + 1);
+    table.row("queue to first byte, one open", "condition variable and raw send", measure(), at_most(6, 3.5));
+    server.release();
+    listener.wait_for(++queued);
+    client->Close();
+    client->Release();
+});
+
+} // namespace

@@ -1,0 +1,74 @@
+// A receiving server of the bench: as little as takes a post, so that what is measured is the sender.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace bench {
+
+using clock = std::chrono::steady_clock;
+
+/// Owns a descriptor.
+class Descriptor
+{
+public:
+    explicit Descriptor(int opened) : number(opened) {}
+    ~Descriptor();
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    int get() const { return number; }
+
+private:
+    int number;
+};
+
+/// Takes any number of requests on loopback connections, a thread for each connection, and answers 200 when a body is
+/// whole. A request for "/held" is answered when release() is called.
+class Server
+{
+public:
+    Server();
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    std::string url(const std::string& path = "/") const;
+    /// A new connection to it, with TCP_NODELAY.
+    int connect() const;
+
+    /// When the first byte of the last request arrived, once there were `requests` of them.
+    clock::time_point first_byte_of(long requests);
+    long requests() const { return arrived; }
+    void release();
+
+private:
+    void serve(int connection);
+    bool take_request(int connection, std::string& buffer);
+    void note_arrival();
+    void hold();
+
+    Descriptor listener;
+    int port = 0;
+    std::atomic<bool> ending{false};
+    std::mutex lock;
+    std::condition_variable changed;
+    std::atomic<long> arrived{0};
+    clock::time_point arrival;
+    bool released = false;
+    std::vector<int> connections;
+    std::vector<std::thread> threads;
+    std::thread acceptor;
+};
+
+/// Sends all of it; throws when the other side is gone.
+void send_all(int connection, const std::string& bytes);
+/// Reads one answer without a body.
+void read_answer(int connection);
+
+} // namespace bench
