@@ -87,6 +87,7 @@ private:
     void RememberError(CurlEasyHandle* handle, long result);
     bool RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode);
     bool ProcessOnce(int& running);
+    bool PerformTransfers(int& running);
     void FinishTransfers();
     void FinishTransfer(CurlEasyHandle* handle, long result);
     void NotifyEnd(CurlEasyHandle* handle, long result, long status);

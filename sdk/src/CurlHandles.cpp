@@ -6,11 +6,14 @@
 #include <sstream>
 
 #include "AnalyticsSDK/Identity.h"
+#include "CurlInit.h"
 #include "TransferOptions.h"
 #include "host/streams.h"
 #include "lumo/percent.h"
 
 namespace AnalyticsSDK {
+
+static constexpr int alone_wait_ms = 1000;
 
 CurlPostData::~CurlPostData()
 {
@@ -50,7 +53,8 @@ CurlEasyHandle::CurlEasyHandle() : hCurl(curl_easy_init()) {}
 // libcurl lets go of the buffers before they are freed.
 CurlEasyHandle::~CurlEasyHandle()
 {
-    curl_easy_cleanup(hCurl);
+    if (const CurlUse use; use)
+        curl_easy_cleanup(hCurl);
     hCurl = nullptr;
     pErrorBuffer.Reset();
     spPostData.Reset();
@@ -105,6 +109,30 @@ void CurlEasyHandle::CloseStream()
         file->close();
 }
 
+// What curl_easy_perform does, in steps between which the process may leave.
+CURLcode CurlEasyHandle::Perform()
+{
+    CurlMultiHandle own;
+    CURLMcode code = curl_multi_add_handle(own.GetHandle(), hCurl);
+    for (int running = 1; code == CURLM_OK && running > 0;) {
+        {
+            const CurlUse use;
+            if (!use)
+                return CURLE_ABORTED_BY_CALLBACK;
+            code = curl_multi_perform(own.GetHandle(), &running);
+        }
+        if (code == CURLM_OK && running > 0)
+            code = curl_multi_poll(own.GetHandle(), nullptr, 0, alone_wait_ms, nullptr);
+    }
+    int left = 0;
+    const CURLMsg* message = curl_multi_info_read(own.GetHandle(), &left);
+    const CURLcode result = code == CURLM_OK && message ? message->data.result : CURLE_FAILED_INIT;
+    const CurlUse use;
+    if (use)
+        curl_multi_remove_handle(own.GetHandle(), hCurl);
+    return result;
+}
+
 CurlEasyHandleArray::~CurlEasyHandleArray()
 {
     for (CurlEasyHandle* handle : *this)
@@ -116,7 +144,8 @@ CurlMultiHandle::CurlMultiHandle() : hMulti(curl_multi_init()) {}
 
 CurlMultiHandle::~CurlMultiHandle()
 {
-    curl_multi_cleanup(hMulti);
+    if (const CurlUse use; use)
+        curl_multi_cleanup(hMulti);
     hMulti = nullptr;
 }
 

@@ -99,6 +99,8 @@ public:
     std::ostream* OpenFileStream(const char* path);
     /// Flushes the stream and closes a file. A text stays readable.
     void CloseStream();
+    /// Makes the transfer on the calling thread and waits for its end. @return libcurl's result
+    CURLcode Perform();
     /// Asks the transfer to end; any thread. The stream is left to the thread that may be writing it.
     void CancelDownload() { bCancel.store(1, std::memory_order_relaxed); }
 

@@ -6,6 +6,7 @@
 
 #include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/Utilities.h"
+#include "CurlInit.h"
 #include "EventLine.h"
 #include "EventLog.h"
 #include "UniqueIdFile.h"
@@ -264,7 +265,8 @@ static std::map<std::string, std::string> UploadForm(const char* id, const std::
     scoped_array<unsigned char> hash;
     long length = 0;
     std::map<std::string, std::string> form;
-    if (GenerateHash(id, hash, length))
+    const CurlUse use; // hashing is OpenSSL's work, which a process that is leaving may have torn down
+    if (use && GenerateHash(id, hash, length))
         BytesToString(hash.Get(), length, form["t"]);
     form["v"] = version;
     form["g"] = id;

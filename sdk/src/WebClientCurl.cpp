@@ -295,7 +295,7 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
         if (handle->UsesProxy() && std::count(failed.begin(), failed.end(), handle->spProxyInfo->strProxy))
             return false;
         httpCode = 0;
-        const long result = curl_easy_perform(handle->GetHandle());
+        const long result = handle->Perform();
         RememberError(handle, result);
         httpCode = ReadStatus(*handle);
         if (result == CURLE_OK || WasTaken(*handle)) {
@@ -320,22 +320,33 @@ void WebClient::Process()
     }
 }
 
-// One turn: take up what was queued, let libcurl work, hear what has ended, wait for activity. The wait comes last,
-// because nothing would end it for a transfer that is over already. False on libcurl's error.
+// One turn, and then a wait for activity. The wait comes last, because nothing would end it for a transfer that is over
+// already. False on libcurl's error, and when the process is leaving.
 bool WebClient::ProcessOnce(int& running)
 {
+    if (!PerformTransfers(running))
+        return false;
+    CURLM* multi = spMultiHandle->GetHandle();
+    return running == 0 || IsShuttingDown() || curl_multi_poll(multi, nullptr, 0, wait_ms, nullptr) == CURLM_OK;
+}
+
+// Takes up what was queued, lets libcurl work, hears what has ended or stalled.
+bool WebClient::PerformTransfers(int& running)
+{
+    const CurlUse use;
+    if (!use)
+        return false;
     std::vector<CurlEasyHandle*> refused;
     spMultiHandle->AdoptQueued(refused);
     for (CurlEasyHandle* handle : refused)
         FinishTransfer(handle, CURLE_FAILED_INIT);
-    CURLM* multi = spMultiHandle->GetHandle();
     CURLMcode code = CURLM_OK;
     do {
-        code = curl_multi_perform(multi, &running);
+        code = curl_multi_perform(spMultiHandle->GetHandle(), &running);
     } while (code == CURLM_CALL_MULTI_PERFORM && !IsShuttingDown());
     FinishTransfers();
     AbortTimedOutTransfers();
-    return running == 0 || IsShuttingDown() || curl_multi_poll(multi, nullptr, 0, wait_ms, nullptr) == CURLM_OK;
+    return true;
 }
 
 void WebClient::FinishTransfers()

@@ -99,6 +99,9 @@ TEST_P(RealProxies, CarryPlainRequestsAndTunnels)
     EXPECT_EQ("complete", queued_post(secure.url()));
     EXPECT_EQ(event, secure.requests().at(1).form);
     EXPECT_LE(1u, proxy->log_count(GetParam().connect + at_loopback(secure.port()))); // squid: when the tunnel ends
+    secure.answer(404);
+    EXPECT_EQ("false 200", posted(secure.url())) << "the status of a tunnel is the proxy's, which is meant";
+    EXPECT_EQ("error 0", queued_post(secure.url())) << "and there is none when the tunnel stood already";
     EXPECT_FALSE(secure.requests().at(0).has_header("via")) << "and nothing of what is in the tunnel";
 }
 
