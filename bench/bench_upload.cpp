@@ -1,17 +1,19 @@
 // Uploads: making the body, memory, the whole way, and how soon a queued request is on the wire.
 #include "AnalyticsSDK/EventManager.h"
-#include "AnalyticsSDK/IWebClient.h"
 #include "lines.h"
+#include "lumo/large_text.h"
 #include "lumo/percent.h"
+#include "lumo/uri.h"
 #include "server.h"
 #include "session.h"
 #include "table.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <malloc.h>
-#include <map>
 #include <sstream>
 
 using namespace bench;
@@ -28,13 +30,16 @@ void write_lines(const std::string& path, const std::string& lines)
 // Reading and encoding as one writes it at first.
 std::string body_by_streams(const std::string& path)
 {
+    std::array<bool, 256> safe{};
+    for (int c = '!'; c <= 'z'; ++c)
+        safe[static_cast<std::size_t>(c)] = std::strchr(lumo::g_uri_unsafe_characters, c) == nullptr;
     std::ostringstream all;
     all << std::ifstream(path, std::ios::binary).rdbuf();
     const std::string text = all.str();
     std::string body = "data=";
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (std::isalnum(byte)) {
+        if (safe[byte]) {
             body += c;
             continue;
         }
@@ -52,7 +57,7 @@ std::string body_at_once(AnalyticsSDK::EventManager& manager)
     unsigned long size = 0;
     if (!manager.ReadPendingEvents(text, size) || size == 0)
         throw std::runtime_error("the log file of the bench is gone");
-    body.reserve(5 + lumo::percent_encoded_size(text));
+    lumo::reserve_large(body, 5 + lumo::percent_encoded_size(text));
     body = "data=";
     lumo::percent_encode(text, body);
     return body;
@@ -165,139 +170,6 @@ const Group size_curve("curve: log file size", [](Table& table) {
     }
     table.row("cost per byte, 128 MB", "cost per byte, 16 MB",
               {per_byte_128, per_byte_16, per_byte_128 / per_byte_16, "ns"}, at_most(1.5, 1.5));
-});
-
-// Waits for its transfers to end.
-class Listener : public AnalyticsSDK::IProgressCallback
-{
-public:
-    void OnDownloadComplete(const char*) override { count(); }
-    void OnDownloadCancel(const char*) override { count(); }
-    void OnDownloadError(const char*, long) override { count(); }
-    void OnProxyAuthenticationError(const char*, long, const char*) override { count(); }
-    void OnProgressUpdate(const char*, double, double, double) override {}
-
-    void wait_for(long ends)
-    {
-        std::unique_lock<std::mutex> hold(lock);
-        if (!changed.wait_for(hold, std::chrono::seconds(20), [&] { return ended >= ends; }))
-            throw std::runtime_error("a transfer of the bench never ended");
-    }
-
-private:
-    void count()
-    {
-        const std::lock_guard<std::mutex> hold(lock);
-        ++ended;
-        changed.notify_all();
-    }
-
-    std::mutex lock;
-    std::condition_variable changed;
-    long ended = 0;
-};
-
-// A thread that sends a ready-made request when it is woken.
-class RawSender
-{
-public:
-    RawSender(const Server& server, std::string request) : connection(server.connect()), bytes(std::move(request))
-    {
-        thread = std::thread([this] { run(); });
-    }
-    ~RawSender()
-    {
-        ending = true;
-        wake();
-        thread.join();
-    }
-    RawSender(const RawSender&) = delete;
-    RawSender& operator=(const RawSender&) = delete;
-
-    void wake()
-    {
-        const std::lock_guard<std::mutex> hold(lock);
-        ++wanted;
-        changed.notify_one();
-    }
-    void wait_for_answer()
-    {
-        std::unique_lock<std::mutex> hold(lock);
-        changed.wait(hold, [this] { return done == wanted; });
-    }
-
-private:
-    void run()
-    {
-        for (;;) {
-            std::unique_lock<std::mutex> hold(lock);
-            changed.wait(hold, [this] { return wanted > done; });
-            hold.unlock();
-            if (ending)
-                return;
-            send_all(connection.get(), bytes);
-            read_answer(connection.get());
-            hold.lock();
-            ++done;
-            changed.notify_all();
-        }
-    }
-
-    Descriptor connection;
-    std::string bytes;
-    std::mutex lock;
-    std::condition_variable changed;
-    long wanted = 0, done = 0;
-    std::atomic<bool> ending{false};
-    std::thread thread;
-};
-
-// Microseconds from `act` to the first byte at the server; medians of many, since one may meet anything.
-double first_byte_us(Server& server, const std::function<void()>& act, const std::function<void()>& settle)
-{
-    std::vector<double> taken;
-    for (int i = 0; i < 60; ++i) {
-        const long before = server.requests();
-        const auto start = bench::clock::now();
-        act();
-        taken.push_back(std::chrono::duration<double, std::micro>(server.first_byte_of(before + 1) - start).count());
-        settle();
-    }
-    return median(taken);
-}
-
-const Group latency_rows("upload: first byte", [](Table& table) {
-    Server server;
-    Listener listener;
-    AnalyticsSDK::IWebClient* client = AnalyticsSDK::CreateWebClient();
-    client->Init(true);
-    std::map<std::string, std::string> form = {{"data", "x"}};
-    long queued = 0;
-    const auto queue = [&](const std::string& path) {
-        client->QueueRequest(server.url(path).c_str(), &listener, AnalyticsSDK::RequestTypePost, &form, "bench");
-    };
-    RawSender sender(server, "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: 6\r\n\r\ndata=x");
-    const auto measure = [&] {
-        return compare_figures(
-            [&] {
-                return first_byte_us(
-                    server, [&] { queue("/"); }, [&] { listener.wait_for(++queued); });
-            },
-            [&] {
-                return first_byte_us(
-                    server, [&] { sender.wake(); }, [&] { sender.wait_for_answer(); });
-            },
-            "us", 9);
-    };
-    table.row("queue to first byte, idle", "condition variable and raw send", measure(), at_most(6, 3.5));
-    const long before = server.requests();
-    queue("/held");
-    server.first_byte_of(before + 1);
-    table.row("queue to first byte, one open", "condition variable and raw send", measure(), at_most(6, 3.5));
-    server.release();
-    listener.wait_for(++queued);
-    client->Close();
-    client->Release();
 });
 
 } // namespace

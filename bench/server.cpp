@@ -55,7 +55,6 @@ Server::Server() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 
 Server::~Server()
 {
-    release();
     ending = true;
     shutdown(listener.get(), SHUT_RDWR);
     acceptor.join();
@@ -67,9 +66,9 @@ Server::~Server()
         close(connection);
 }
 
-std::string Server::url(const std::string& path) const
+std::string Server::url() const
 {
-    return "http://127.0.0.1:" + std::to_string(port) + path;
+    return "http://127.0.0.1:" + std::to_string(port) + "/";
 }
 
 int Server::connect() const
@@ -80,36 +79,6 @@ int Server::connect() const
         throw std::runtime_error("no connection to the loopback server");
     send_at_once(connection);
     return connection;
-}
-
-clock::time_point Server::first_byte_of(long requests)
-{
-    std::unique_lock<std::mutex> hold(lock);
-    if (!changed.wait_for(hold, std::chrono::seconds(20), [&] { return arrived >= requests; }))
-        throw std::runtime_error("a request never arrived");
-    return arrival;
-}
-
-void Server::note_arrival()
-{
-    const auto now = clock::now();
-    const std::lock_guard<std::mutex> hold(lock);
-    arrival = now;
-    ++arrived;
-    changed.notify_all();
-}
-
-void Server::release()
-{
-    const std::lock_guard<std::mutex> hold(lock);
-    released = true;
-    changed.notify_all();
-}
-
-void Server::hold()
-{
-    std::unique_lock<std::mutex> hold(lock);
-    changed.wait(hold, [this] { return released; });
 }
 
 static std::size_t content_length(const std::string& head)
@@ -130,8 +99,6 @@ bool Server::take_request(int connection, std::string& buffer)
         const ssize_t got = recv(connection, piece, sizeof piece, 0);
         if (got <= 0)
             return false;
-        if (buffer.empty())
-            note_arrival();
         buffer.append(piece, static_cast<std::size_t>(got));
         head = buffer.find("\r\n\r\n");
     }
@@ -151,8 +118,6 @@ void Server::serve(int connection)
 try {
     std::string buffer;
     while (take_request(connection, buffer)) {
-        if (buffer.find(" /held ") < buffer.find("\r\n"))
-            hold();
         send_all(connection, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     }
 } catch (const std::exception&) {

@@ -2,16 +2,12 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 namespace bench {
-
-using clock = std::chrono::steady_clock;
 
 /// Owns a descriptor.
 class Descriptor
@@ -29,7 +25,7 @@ private:
 };
 
 /// Takes any number of requests on loopback connections, a thread for each connection, and answers 200 when a body is
-/// whole. A request for "/held" is answered when release() is called.
+/// whole.
 class Server
 {
 public:
@@ -38,29 +34,18 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    std::string url(const std::string& path = "/") const;
+    std::string url() const;
     /// A new connection to it, with TCP_NODELAY.
     int connect() const;
-
-    /// When the first byte of the last request arrived, once there were `requests` of them.
-    clock::time_point first_byte_of(long requests);
-    long requests() const { return arrived; }
-    void release();
 
 private:
     void serve(int connection);
     bool take_request(int connection, std::string& buffer);
-    void note_arrival();
-    void hold();
 
     Descriptor listener;
     int port = 0;
     std::atomic<bool> ending{false};
     std::mutex lock;
-    std::condition_variable changed;
-    std::atomic<long> arrived{0};
-    clock::time_point arrival;
-    bool released = false;
     std::vector<int> connections;
     std::vector<std::thread> threads;
     std::thread acceptor;

@@ -12,6 +12,7 @@
 
 #include "AnalyticsSDK/EventManager.h"
 #include "FileDescriptor.h"
+#include "lumo/large_text.h"
 
 namespace AnalyticsSDK {
 
@@ -119,7 +120,7 @@ bool ReadBytes(const FileDescriptor& file, size_t size, std::string& text)
 {
     // In pieces that stay in the processor's cache: a string can only be filled by copying.
     char piece[64 * 1024];
-    text.reserve(text.size() + size);
+    lumo::reserve_large(text, text.size() + size);
     for (bool ended = false; size > 0;) {
         const ssize_t got = file.Read(piece, std::min(size, sizeof piece));
         if (got <= 0)

@@ -8,6 +8,7 @@
 #include <fcntl.h>
 
 #include "AnalyticsSDK/Utilities.h"
+#include "lumo/large_text.h"
 #include "lumo/percent.h"
 
 namespace AnalyticsSDK {
@@ -229,7 +230,7 @@ std::string BuildFormBody(const FormParameters& params)
     for (const auto& [name, value] : params)
         size += name.size() + 1 + lumo::percent_encoded_size(value);
     std::string body;
-    body.reserve(size);
+    lumo::reserve_large(body, size);
     for (const auto& [name, value] : params) {
         if (!body.empty())
             body += '&';

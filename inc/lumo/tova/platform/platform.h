@@ -30,6 +30,10 @@ bool process_directory(char* buffer, size_t size);
 bool documents_directory(char* buffer, size_t size);
 bool application_support_directory(char* buffer, size_t size);
 
+/// Says that all of this memory will be written soon, so that the system may hand it out in large pieces. A wish: no
+/// result.
+void expect_large_use(void* memory, size_t size);
+
 } // namespace tova::platform
 
 #endif

@@ -1,0 +1,18 @@
+// Room for texts of many megabytes.
+#pragma once
+
+#include "lumo/tova/base.h"
+
+#include <cstddef>
+#include <string>
+
+namespace lumo {
+
+/// Makes room in `text` for `size` bytes in all, as std::string::reserve does, and when that is much asks the system to
+/// hand the memory out in large pieces.
+///
+/// For texts that are filled to the end right afterwards: an upload's body of a hundred megabytes otherwise comes page
+/// by page, which takes longer than everything else that happens to it. Any thread; may throw std::bad_alloc.
+TOVA_API void reserve_large(std::string& text, std::size_t size);
+
+} // namespace lumo
