@@ -7,7 +7,7 @@ log=build/$preset/ctest.log
 jobs=$(nproc)
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:strict_string_checks=1:detect_stack_use_after_return=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
-export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:suppressions=$PWD/tools/tsan.supp}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:atexit_sleep_ms=100:suppressions=$PWD/tools/tsan.supp}
 # An ordinary user's PATH lacks where squid and ip stand.
 export PATH=$PATH:/usr/sbin:/sbin
 echo "running every test of 'build/$preset', which takes minutes; only what does not pass is shown"
