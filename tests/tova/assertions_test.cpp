@@ -192,6 +192,10 @@ class Assertion : public testing::TestWithParam<Misuse>
 
 TEST_P(Assertion, NamesFileLineAndExpressionAndAborts)
 {
+#if defined(__SANITIZE_THREAD__)
+    if (GetParam().name == std::string("MutexOfAnother"))
+        GTEST_SKIP() << "the thread sanitizer reports this misuse before the library can";
+#endif
     EXPECT_ASSERTION(GetParam().action(), std::string("inc/lumo/tova/") + GetParam().file, GetParam().text);
 }
 
