@@ -340,6 +340,19 @@ TEST_F(HttpToFile, LeavesNothingBehindAndWhatWasThereAloneWhenItFails)
     EXPECT_EQ(0u, server.count());
 }
 
+TEST_F(HttpToFile, FollowsNoLinkLaidOutAtItsNeighboursName)
+{
+    support::write_file(folder.file("victim"), "kept");
+    for (int number = 0; number < 50; ++number)
+        std::filesystem::create_symlink("victim",
+                                        path + '.' + std::to_string(getpid()) + '-' + std::to_string(number) + ".part");
+    server.answer([](const Request&) { return Reply{200, "new"}; });
+    EXPECT_EQ(1, fetch(server.url()));
+    EXPECT_EQ("new", support::read_file(path));
+    EXPECT_FALSE(std::filesystem::is_symlink(path));
+    EXPECT_EQ("kept", support::read_file(folder.file("victim")));
+}
+
 TEST_F(HttpToFile, StopsWhenTheDiskTakesNoMore)
 {
     server.answer([](const Request&) { return Reply{200, std::string(1'000'000, 'x')}; });

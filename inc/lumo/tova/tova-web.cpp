@@ -5,6 +5,7 @@
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/thread.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <curl/curl.h>
@@ -383,17 +384,25 @@ struct download
 
 } // namespace
 
-// Opens a file beside `path` that no other thread or process uses, and gives its name.
+// Makes a file beside `path` and gives its name. What is there already, left behind or laid out as a link, is not ours
+// to open.
 static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
 {
     static uint32_t downloads;
-    char ending[48];
-    tova_sprintf(ending, sizeof ending, ".%d-%u.part", tova_process_id(),
-                 __atomic_add_fetch(&downloads, 1, __ATOMIC_RELAXED));
-    tova_string_set(name, path);
-    tova_string_append(name, ending);
     tova_file_init(file);
-    return tova_file_open(file, tova_string_get(name), tova_file_truncate);
+    for (int tries = 0; tries < 100; ++tries) {
+        char ending[48];
+        tova_sprintf(ending, sizeof ending, ".%d-%u.part", tova_process_id(),
+                     __atomic_add_fetch(&downloads, 1, __ATOMIC_RELAXED));
+        tova_string_set(name, path);
+        tova_string_append(name, ending);
+        file->_file = open(tova_string_get(name), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+        if (file->_file != INVALID_FILE)
+            return true;
+        if (errno != EEXIST && errno != EINTR)
+            return false;
+    }
+    return false;
 }
 
 int32_t tova_http_to_file(tova_http* h, const char* path)
