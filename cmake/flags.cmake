@@ -9,7 +9,7 @@ function(analytics_flags target)
   if(ANALYTICS_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${ANALYTICS_SANITIZE} -fno-omit-frame-pointer
                            # Instrumented code misleads this one inside the standard library's regex.
-                           -Wno-maybe-uninitialized)
+                           $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
     if(ANALYTICS_SANITIZE MATCHES "undefined")
       target_compile_options(${target} PRIVATE -fno-sanitize-recover=undefined)
     endif()
