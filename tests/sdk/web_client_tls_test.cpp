@@ -1,6 +1,7 @@
 #include "support/child.h"
 #include "support/ports.h"
 #include "support/scratch.h"
+#include "support/session.h"
 #include "transfers.h"
 
 #include <csignal>
@@ -20,14 +21,26 @@ using support::HttpsServer;
 class WebClientTls : public TransferTest
 {
 protected:
-    void trust(const std::string& file) { client.SetCertificateFile(file.c_str()); }
+    void trust(const std::string& file)
+    {
+        trusted = file;
+        client.SetCertificateFile(file.c_str());
+    }
     void refuses(HttpServer& secure, const std::string& url, const char* why)
     {
         EXPECT_EQ("false 0", executed(url, RequestTypePost, &event)) << why;
         EXPECT_EQ("error 0", queued(url, RequestTypePost, &event)) << why;
+        support::Session session(url, trusted);
+        analytics_event_begin(session, "kept");
+        analytics_event_end(session);
+        const std::string kept = support::read_file(session.log());
+        EXPECT_NE("", kept);
+        EXPECT_EQ(ANALYTICS_SEND_FAILED, analytics_send(session, 1)) << why;
+        EXPECT_EQ(kept, support::read_file(session.log())) << why;
         EXPECT_EQ(0u, secure.count()) << why;
     }
 
+    std::string trusted;
     support::ScratchFolder folder;
     CertificateAuthority authority, stranger{"Somebody Else"};
 };

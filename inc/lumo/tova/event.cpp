@@ -82,8 +82,8 @@ void tova_event_wait(tova_event* e)
 int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
 {
     lock(e);
-    // An event that is set needs no deadline, and reading the wall clock would cost more than all the rest. Who does not
-    // want to wait need not enter the system: it would give the processor away for nothing.
+    // An event that is set needs no deadline, and reading the wall clock would cost more than all the rest. Who does
+    // not want to wait need not enter the system: it would give the processor away for nothing.
     if (!e->_signalled && wait_ms != 0) {
         const timespec deadline = tova::deadline_in(wait_ms);
         int result = 0;
