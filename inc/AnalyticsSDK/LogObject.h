@@ -47,6 +47,9 @@ public:
     /// brace.
     std::uint32_t EndObject();
 
+    /// Empties the document for the next use, as new; the memory of its text is kept, within limits.
+    void Restart();
+
     /// A copy of the text so far. Of a LogArray these two give the text of its unused object, not of the array: only
     /// root objects are ever converted.
     std::string ToString() const;
@@ -86,6 +89,9 @@ public:
 
     /// Closes the array.
     std::uint32_t EndObject();
+
+    /// Empties the document for the next use, likewise.
+    void Restart();
 
     /// The array's writer, still owned here, or null when there is none.
     const lumo::json_writer_array* GetArrayWriter() const noexcept { return m_arrayWriter ? &*m_arrayWriter : nullptr; }

@@ -24,8 +24,7 @@ inline constexpr std::size_t number_room = 24;
 /// The digits of every base up to 16, in the lower case that the whole library writes.
 inline constexpr char hexadecimal_digits[] = "0123456789abcdef";
 
-/// The magnitude of a number. Negation happens in the unsigned type, where it is defined for the most negative value
-/// too.
+/// The magnitude of a number, negated in the unsigned type, which holds that of the most negative value too.
 template <class T>
 constexpr unsigned long long magnitude_of(T value)
 {
@@ -39,8 +38,9 @@ constexpr unsigned long long magnitude_of(T value)
 template <class T>
 __attribute__((always_inline)) inline std::size_t put_decimal(char* out, T value)
 {
-    *out = '-';
-    const std::size_t sign = value < 0;
+    const std::size_t sign = value < 0 ? 1 : 0;
+    if (sign != 0)
+        *out = '-';
     return sign + detail::put_digits(out + sign, magnitude_of(value));
 }
 

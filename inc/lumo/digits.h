@@ -20,18 +20,8 @@ inline void store(char* out, Unsigned value)
     std::memcpy(out, &value, sizeof value);
 }
 
-/// The digits of a number below 10,000. A multiplication by 103 / 2^10 divides what is below 100 by 10, in both halves
-/// at once.
-inline std::uint32_t four_digits(std::uint32_t value)
-{
-    const std::uint32_t hundreds = value / 100;
-    const std::uint32_t halves = hundreds | (value - hundreds * 100) << 16;
-    const std::uint32_t tens = halves * 103 >> 10 & 0x000F000F;
-    return tens | (halves - tens * 10) << 8;
-}
-
-/// The digits of a number below 100,000,000, likewise. A multiplication by 10486 / 2^20 divides what is below 10,000 by
-/// 100.
+/// The digits of a number below 100,000,000. Halves, quarters and eighths are divided all at once: a multiplication by
+/// 10486 / 2^20 divides what is below 10,000 by 100, one by 103 / 2^10 what is below 100 by 10.
 inline std::uint64_t eight_digits(std::uint32_t value)
 {
     const std::uint64_t halves = value / 10000 | static_cast<std::uint64_t>(value % 10000) << 32;
@@ -41,7 +31,6 @@ inline std::uint64_t eight_digits(std::uint32_t value)
     return tens | (quarters - tens * 10) << 8;
 }
 
-inline constexpr std::uint32_t four_zeros = 0x30303030;
 inline constexpr std::uint64_t eight_zeros = 0x3030303030303030;
 inline constexpr std::uint32_t eighth = 100000000;
 
@@ -77,20 +66,22 @@ __attribute__((always_inline)) inline unsigned put_long(char* out, std::uint64_t
     return size + 8;
 }
 
-/// The numbers below 100, which are by far the most frequent: one or two digits, and how many.
+/// The numbers below 100: both digits, and without a leading zero, which is how a number begins.
 struct small_numbers
 {
-    std::uint8_t text[100][2];
+    char pair[100][2];
+    char text[100][2];
     std::uint8_t size[100];
 };
 
 constexpr small_numbers make_small_numbers()
 {
     small_numbers all{};
-    for (unsigned i = 0; i < 100; ++i) {
-        const unsigned first = i < 10 ? i : i / 10;
-        all.text[i][0] = static_cast<std::uint8_t>('0' + first);
-        all.text[i][1] = static_cast<std::uint8_t>('0' + i % 10);
+    for (int i = 0; i < 100; ++i) {
+        all.pair[i][0] = static_cast<char>('0' + i / 10);
+        all.pair[i][1] = static_cast<char>('0' + i % 10);
+        all.text[i][0] = all.pair[i][i < 10 ? 1 : 0];
+        all.text[i][1] = all.pair[i][1];
         all.size[i] = i < 10 ? 1 : 2;
     }
     return all;
@@ -101,16 +92,18 @@ inline constexpr small_numbers small = make_small_numbers();
 /// Any number, without leading zeros. Writes up to eight bytes at a time, so the last of them may lie behind the end.
 __attribute__((always_inline)) inline unsigned put_digits(char* out, std::uint64_t value)
 {
+    if (value >= 10000)
+        return put_long(out, value);
     if (value < 100) {
         std::memcpy(out, small.text[value], 2);
         return small.size[value];
     }
-    if (value >= 10000)
-        return put_long(out, value);
-    const std::uint32_t digits = four_digits(static_cast<std::uint32_t>(value));
-    const auto leading = static_cast<unsigned>(__builtin_ctz(digits | std::uint32_t{1} << 24)) / 8;
-    store(out, (digits + four_zeros) >> leading * 8);
-    return 4 - leading;
+    const auto number = static_cast<std::uint32_t>(value);
+    const std::uint32_t hundreds = number / 100;
+    const unsigned size = small.size[hundreds];
+    std::memcpy(out, small.text[hundreds], 2);
+    std::memcpy(out + size, small.pair[number - hundreds * 100], 2);
+    return size + 2;
 }
 
 } // namespace lumo::detail

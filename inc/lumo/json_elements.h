@@ -12,6 +12,7 @@
 #include "lumo/json_writer.h"
 
 #include <cstring>
+#include <type_traits>
 
 namespace lumo {
 
@@ -119,12 +120,31 @@ struct json_elements
 
     static constexpr std::size_t too_long = ~std::size_t{0};
 
+    /// A child's text of moderate length, in whole sixteens.
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const json_writer* child)
+    {
+        if (child == nullptr || child->_text.size() > child_room)
+            return too_long;
+        const char* const text = child->_text.begin();
+        const std::size_t size = child->_text.size();
+        for (std::size_t at = 0; at < size; at += 16)
+            std::memcpy(out + at, text + at, 16);
+        return size;
+    }
+
+    /// The longest text of a child that goes the short way; the room behind a text is always at least sixteen bytes
+    /// longer.
+    static constexpr std::size_t child_room = text_buffer::inline_room - 16;
+
+    template <class Value>
+    static constexpr std::size_t room_for = std::is_same_v<Value, const json_writer*> ? child_room + 16 : value_room;
+
     /// One member, the short way. Returns false when it is not for this member; nothing is changed then.
     template <class Value>
     LUMO_ALWAYS_INLINE static bool try_add(json_writer& writer, const char* name, Value value)
     {
         char* const begin = writer._text.end();
-        if (static_cast<std::size_t>(writer._text.limit() - begin) < 2 * short_text + value_room)
+        if (static_cast<std::size_t>(writer._text.limit() - begin) < 2 * short_text + 16 + room_for<Value>)
             return false;
         std::memcpy(begin, writer._next.text, sizeof writer._next.text);
         std::size_t size = writer._next.size;

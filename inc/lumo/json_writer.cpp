@@ -7,17 +7,13 @@ namespace lumo {
 // The separators of a level: before its first member, and before the others.
 void json_writer::_set_level(int depth, bool first) noexcept
 {
+    static constexpr separator compact[] = {{" ", 1}, {", ", 2}};
+    static constexpr separator lines[] = {{"\r\n", 2}, {",\r\n", 3}};
+    static constexpr separator indented[] = {{"\r\n ", 3}, {{',', '\r', '\n', ' '}, 4}};
+    const separator* const chosen = _compact ? compact : depth == 0 ? lines : indented;
     _depth = depth;
-    if (_compact) {
-        _next = {" ", 1};
-        _later = {", ", 2};
-    } else {
-        const auto indentation = static_cast<std::uint32_t>(depth);
-        _next = {"\r\n ", 2 + indentation};
-        _later = {{',', '\r', '\n', ' '}, 3 + indentation};
-    }
-    if (!first)
-        _next = _later;
+    _next = chosen[first ? 0 : 1];
+    _later = chosen[1];
 }
 
 bool json_writer::_is_first() const noexcept
@@ -38,6 +34,19 @@ json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(
         _wrapped = true;
     }
     _put('{');
+    _set_level(1, true);
+}
+
+void json_writer::restart()
+{
+    _wrapped = false;
+    _restart('{');
+}
+
+void json_writer::_restart(char bracket)
+{
+    _text.clear();
+    _put(bracket);
     _set_level(1, true);
 }
 
@@ -78,9 +87,11 @@ void json_writer::finish()
     if (_depth < 1)
         return;
     _set_level(0, _is_first());
-    _text.append(_compact ? std::string_view(" }") : std::string_view("\r\n}"));
+    json_elements::cursor end = {_text.reserve(json_elements::value_room), 0};
+    end = _compact ? json_elements::put(end, " }  ", 2) : json_elements::put(end, "\r\n} ", 3);
     if (_wrapped)
-        _put('}');
+        end = json_elements::put(end, "}   ", 1);
+    _text.commit(end.end());
 }
 
 void json_writer::_put(char c)
@@ -111,12 +122,17 @@ json_writer_array::json_writer_array(const char* name, bool compact) : json_writ
     _set_level(1, name == nullptr);
 }
 
+void json_writer_array::restart()
+{
+    _restart('[');
+}
+
 void json_writer_array::finish()
 {
     if (_depth < 1)
         return;
     _set_level(0, _is_first());
-    _text.append(" ]");
+    _text.commit(json_elements::put({_text.reserve(4), 0}, " ]  ", 2).end());
 }
 
 } // namespace lumo

@@ -55,6 +55,10 @@ public:
     /// unchecked.
     void finish();
 
+    /// Begins anew as it was made, but for a name, and keeps the room that its text has: for the next document of the
+    /// kind.
+    void restart();
+
     /// The text so far: complete after finish(). Valid until the writer changes or goes.
     std::string_view text() const noexcept { return _text.view(); }
 
@@ -80,6 +84,8 @@ protected:
     /// Enters or leaves the level: sets the separators. `first`: no member was written on it yet.
     void _set_level(int depth, bool first) noexcept;
     bool _is_first() const noexcept;
+    /// Begins anew with an opening bracket.
+    void _restart(char bracket);
     /// Starts over with the text of an unfinished document, its first members already in it.
     void _resume(std::string_view text);
 
@@ -99,6 +105,9 @@ public:
     /// With a name the text begins with `"name": [` and a comma stands before the first element. That comma is kept as
     /// it has always been; the library itself builds only unnamed arrays, which have none.
     json_writer_array(const char* name, bool compact);
+
+    /// Begins anew, likewise.
+    void restart();
 
     /// Closes the array with a space and a bracket, on the same line in either mode; a second call does nothing.
     void finish();

@@ -17,16 +17,19 @@ namespace lumo {
 class TOVA_API text_buffer
 {
 public:
+    /// The room of a text that has not grown yet: enough for most nested objects and arrays, and two such buffers (an
+    /// array document has both) stay a small object.
+    static constexpr std::size_t inline_room = 232;
+
+    /// The most room that outlives clear().
+    static constexpr std::ptrdiff_t kept_room = 4096;
+
     text_buffer() noexcept : _end(_inline), _limit(_inline + sizeof _inline) {}
     text_buffer(const text_buffer&) = delete;
     text_buffer& operator=(const text_buffer&) = delete;
 
     /// The text so far; valid until the next change.
-    std::string_view view() const noexcept
-    {
-        const char* start = begin();
-        return {start, static_cast<std::size_t>(_end - start)};
-    }
+    std::string_view view() const noexcept { return {begin(), size()}; }
 
     /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on.
     char* reserve(std::size_t count)
@@ -36,7 +39,9 @@ public:
         return _end;
     }
 
-    /// The end of the text.
+    /// The beginning of the text, its size and its end.
+    const char* begin() const noexcept { return _heap ? _heap.Get() : _inline; }
+    std::size_t size() const noexcept { return static_cast<std::size_t>(_end - begin()); }
     char* end() const noexcept { return _end; }
 
     /// The end of the room that reserve() made.
@@ -48,18 +53,23 @@ public:
     /// Appends a copy of `text`, which may not be part of this buffer.
     void append(std::string_view text);
 
-    /// Empties the text and keeps the room.
-    void clear() noexcept { _end = const_cast<char*>(begin()); }
+    /// Empties the text and keeps the room, unless that is more than most texts need.
+    void clear() noexcept
+    {
+        if (_heap && _limit - begin() > kept_room) {
+            _heap.Reset();
+            _limit = _inline + inline_room;
+        }
+        _end = const_cast<char*>(begin());
+    }
 
 private:
-    const char* begin() const noexcept { return _heap ? _heap.Get() : _inline; }
     void grow(std::size_t count);
 
     char* _end;
     char* _limit;
     scoped_array<char> _heap;
-    /// Enough for most nested objects and arrays; two such buffers (an array document has both) stay a small object.
-    char _inline[232];
+    char _inline[inline_room];
 };
 
 } // namespace lumo

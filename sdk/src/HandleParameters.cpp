@@ -13,6 +13,16 @@ namespace AnalyticsSDK {
 
 static constexpr uint32_t keptDepth = 128;
 
+/// Makes a document, or empties the one that was used before and keeps its memory.
+template <typename Document>
+static void Renew(std::optional<Document>& document)
+{
+    if (document)
+        document->Restart();
+    else
+        document.emplace();
+}
+
 Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
 {
     lumo::scoped_ptr<Frame>& spPlace = top != nullptr ? top->spSpare : spRoot;
@@ -20,9 +30,9 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
         spPlace.Reset(new Frame);
     Frame& frame = *spPlace;
     if (kind == Frame::object)
-        frame.spObject.emplace();
+        Renew(frame.spObject);
     else
-        frame.spArray.emplace();
+        Renew(frame.spArray);
     frame.kind = kind;
     frame.name = name;
     frame.parent = top;
@@ -33,10 +43,7 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
 
 void HandleParameters::Pop()
 {
-    Frame& frame = *top;
-    frame.spObject.reset();
-    frame.spArray.reset();
-    top = frame.parent;
+    top = top->parent;
     --depth;
     if (depth >= keptDepth)
         top->spSpare.Reset();

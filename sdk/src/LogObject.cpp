@@ -25,7 +25,7 @@ static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value 
 template <class Writer>
 static std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
 {
-    return writer ? add_generally(*writer, name, child) : 0;
+    return add(writer, name, child);
 }
 
 template <class Writer>
@@ -86,6 +86,12 @@ std::uint32_t LogObject::EndObject()
     return finish(m_writer);
 }
 
+void LogObject::Restart()
+{
+    if (m_writer)
+        m_writer->restart();
+}
+
 std::string LogObject::ToString() const
 {
     return m_writer ? std::string(m_writer->text()) : std::string();
@@ -143,6 +149,13 @@ std::uint32_t LogArray::AddArray(LogArray* child)
 std::uint32_t LogArray::EndObject()
 {
     return finish(m_arrayWriter);
+}
+
+void LogArray::Restart()
+{
+    LogObject::Restart();
+    if (m_arrayWriter)
+        m_arrayWriter->restart();
 }
 
 } // namespace AnalyticsSDK

@@ -126,6 +126,25 @@ TEST(LogObject, CountsAChildWithoutAWriterAsDoneWhereAnArrayRefusesIt)
     EXPECT_EQ(text(array), "[");
 }
 
+TEST(LogObject, BeginsAnewAsIfItWereNew)
+{
+    for (const std::size_t length : {0, 100, 3000, 100000}) {
+        LogObject object;
+        LogArray array;
+        for (int round = 0; round < 3; ++round) {
+            object.AddString("k", std::string(length, 'x').c_str());
+            object.EndObject();
+            array.AddString(std::string(length, 'y').c_str());
+            array.EndObject();
+            EXPECT_EQ(object.ToString(), "{ \"k\": \"" + std::string(length, 'x') + "\" }");
+            EXPECT_EQ(text(array), "[ \"" + std::string(length, 'y') + "\" ]");
+            object.Restart();
+            array.Restart();
+        }
+        EXPECT_EQ(object.ToString() + text(array), "{[");
+    }
+}
+
 TEST(LogArray, IsDeletedThroughAnObjectPointer)
 {
     std::unique_ptr<LogObject> document(new LogArray);
