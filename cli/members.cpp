@@ -89,11 +89,11 @@ std::string put(Object& object, const std::string& name, bool element, Value val
     if (!element) {
         if (there)
             return "is given twice; an array is written " + name + "[]=";
-        object.members.emplace_back(name, Node{std::move(value)});
+        object.members.push_back({name, Node{std::move(value)}});
         return {};
     }
     if (!there)
-        there = &object.members.emplace_back(name, Node{Array()}).second;
+        there = &object.members.emplace_back(Member{name, Node{Array()}}).node;
     Array* array = std::get_if<Array>(&there->value);
     if (!array)
         return "is both an array and something else";
@@ -113,7 +113,7 @@ std::string put_at(Object& event, std::string_view key, bool element, Value valu
         key.remove_prefix(1);
         Node* there = find(*object, step);
         if (!there)
-            there = &object->members.emplace_back(step, Node{Object()}).second;
+            there = &object->members.emplace_back(Member{step, Node{Object()}}).node;
         object = std::get_if<Object>(&there->value);
         if (!object)
             return "is both an object and something else";

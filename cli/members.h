@@ -6,16 +6,16 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 #include <vector>
 
 namespace members {
 
 struct Node;
+struct Member;
 struct Object
 {
-    std::vector<std::pair<std::string, Node>> members; ///< in order of first appearance
+    std::vector<Member> members; ///< in order of first appearance
 };
 struct Array
 {
@@ -25,6 +25,12 @@ struct Array
 struct Node
 {
     std::variant<std::nullptr_t, bool, std::int64_t, double, std::string, Object, Array> value;
+};
+
+struct Member
+{
+    std::string name;
+    Node node;
 };
 
 /// Adds one word to an event: KEY=VALUE, KEY[]=VALUE, with KEY:TYPE for a chosen type. Answers what is wrong with it,

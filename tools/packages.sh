@@ -3,7 +3,7 @@
 
 packages_build="build-essential file cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
     nlohmann-json3-dev libcli11-dev"
-packages_test="libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
+packages_test="locales libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
 packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
 packages_fuzz="clang libclang-rt-14-dev"
 packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools xz-utils binutils python3 git"

@@ -81,7 +81,7 @@ bool token_is_good(const std::string& unique_id, const std::string& token)
 class Collector
 {
 public:
-    explicit Collector(const Options& options) : m_options(options)
+    explicit Collector(const Options& options)
     {
         if (!options.events_file.empty())
             m_events.open(options.events_file, std::ios::binary | std::ios::trunc);
@@ -147,7 +147,6 @@ private:
         return row;
     }
 
-    const Options& m_options;
     std::mutex m_lock;
     std::ofstream m_events;
     std::set<std::string, std::less<>> m_seen;
