@@ -1,7 +1,8 @@
 // A hostile server: whatever it answers, a request ends, tells so exactly once, and keeps no more than was sent.
 //
-// The answer is the input; one server thread gives it to every connection, redirected ones included. All of it happens
-// in a network of its own that has nothing but loopback, so that no answer can lead anybody elsewhere.
+// The answer is the input. Every connection that is opened, to wherever, becomes one end of a socket pair whose other
+// end has answered beforehand: no thread, no port and no network is involved, so a run takes microseconds and no
+// redirect can lead anybody elsewhere.
 
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/WebClient.h"
@@ -9,19 +10,14 @@
 #include "fuzz.h"
 #include "host/host.h"
 
-#include <arpa/inet.h>
-#include <atomic>
-#include <condition_variable>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <mutex>
-#include <net/if.h>
-#include <netinet/tcp.h>
-#include <poll.h>
-#include <sched.h>
-#include <sys/ioctl.h>
+#include <dlfcn.h>
+#include <netdb.h>
 #include <sys/socket.h>
-#include <thread>
+#include <sys/syscall.h>
+#include <vector>
 
 using namespace AnalyticsSDK;
 
@@ -32,153 +28,89 @@ enum : uint8_t
 {
     queued = 1,
     post = 2,
-    in_two_pieces = 4,
-    then_reset = 8,
-    keep_open = 16 // the client must end by what it was told, not by the connection's end
+    in_small_pieces = 4,
+    then_gone = 8,  // the server closes at once: what the client sends goes nowhere
+    keep_open = 16, // the client must end by what it was told, or by its time-out
 };
 
-class Server
+struct Server
 {
-public:
-    Server() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-    {
-        sockaddr_in any = {};
-        any.sin_family = AF_INET;
-        socklen_t size = sizeof any;
-        fuzz::require("a listening socket",
-                      bind(m_listener, reinterpret_cast<sockaddr*>(&any), size) == 0 && listen(m_listener, 128) == 0);
-        getsockname(m_listener, reinterpret_cast<sockaddr*>(&any), &size);
-        m_port = ntohs(any.sin_port);
-        std::thread([this] { serve(); }).detach();
-    }
+    uint8_t flags = 0;
+    std::string answer;
+    std::vector<int> ends; // the server's, of the connections of this run
 
-    void answer(uint8_t flags, std::string text)
+    void close_all()
     {
-        std::lock_guard hold(m_lock);
-        m_flags = flags;
-        m_answer = std::move(text);
+        for (const int end : ends)
+            close(end);
+        ends.clear();
     }
-    int port() const { return m_port; }
+} server;
 
-private:
-    void serve()
-    {
-        for (;;) {
-            const int client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-            if (client >= 0)
-                talk(client);
-        }
+} // namespace
+
+extern "C" int connect(int client, const sockaddr*, socklen_t)
+{
+    int pair[2];
+    const int flags = fcntl(client, F_GETFL);
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0)
+        return -1;
+    if (!server.answer.empty())
+        fuzz::require("the answer fits", write(pair[1], server.answer.data(), server.answer.size()) ==
+                                             static_cast<ssize_t>(server.answer.size()));
+    fcntl(pair[0], F_SETFL, flags & O_NONBLOCK);
+    dup2(pair[0], client);
+    close(pair[0]);
+    if (server.flags & then_gone) {
+        close(pair[1]);
+        return 0;
     }
+    if (!(server.flags & keep_open))
+        shutdown(pair[1], SHUT_WR);
+    server.ends.push_back(pair[1]);
+    return 0;
+}
 
-    static bool read_more(int client, std::string& text, int wait_ms)
-    {
-        char piece[4096];
-        pollfd readable = {client, POLLIN, 0};
-        const ssize_t count = poll(&readable, 1, wait_ms) > 0 ? recv(client, piece, sizeof piece, 0) : 0;
-        text.append(piece, static_cast<size_t>(std::max<ssize_t>(count, 0)));
-        return count > 0;
-    }
+extern "C" ssize_t recv(int from, void* buffer, size_t size, int flags)
+{
+    return syscall(SYS_recvfrom, from, buffer, server.flags & in_small_pieces ? std::min<size_t>(size, 7) : size, flags,
+                   nullptr, nullptr);
+}
 
-    // The body of a post is one short field; it ends with this letter.
-    static void read_request(int client)
-    {
-        std::string request;
-        while (request.find("\r\n\r\n") == std::string::npos || (request[0] == 'P' && request.back() != 'Z')) {
-            if (!read_more(client, request, 1000))
-                return;
-        }
-    }
+// Names are not looked up: numbers are all there is.
+extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found)
+{
+    addrinfo numbers = hints ? *hints : addrinfo{};
+    numbers.ai_flags |= AI_NUMERICHOST;
+    using Function = int(const char*, const char*, const addrinfo*, addrinfo**);
+    static auto* const real = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    return real(name, service, &numbers, found);
+}
 
-    void talk(int client)
-    {
-        read_request(client);
-        std::unique_lock hold(m_lock);
-        const std::string text = m_answer;
-        const uint8_t flags = m_flags;
-        hold.unlock();
-        const size_t half = flags & in_two_pieces ? text.size() / 2 : 0;
-        send(client, text.data(), half, MSG_NOSIGNAL);
-        send(client, text.data() + half, text.size() - half, MSG_NOSIGNAL);
-        if (flags & then_reset) {
-            const linger hard = {1, 0};
-            setsockopt(client, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-        } else {
-            if (!(flags & keep_open))
-                shutdown(client, SHUT_WR);
-            std::string rest;
-            while (read_more(client, rest, flags & keep_open ? 3 : 1000)) {
-            }
-        }
-        close(client);
-    }
-
-    int m_listener, m_port;
-    std::mutex m_lock;
-    uint8_t m_flags = 0;
-    std::string m_answer;
-};
+namespace {
 
 // Counts what is told of one transfer.
 class Listener : public IProgressCallback
 {
 public:
+    explicit Listener(WebClient& client) : m_client(client) {}
     virtual ~Listener() = default;
     void OnDownloadComplete(const char*) override
     {
-        kept = static_cast<size_t>(client->GetStream("id")->str().size());
-        end();
+        ++ends;
+        kept = m_client.GetStream("id")->str().size();
     }
-    void OnDownloadCancel(const char*) override { end(); }
-    void OnDownloadError(const char*, long) override { end(); }
-    void OnProxyAuthenticationError(const char*, long, const char*) override { end(); }
+    void OnDownloadCancel(const char*) override { ++ends; }
+    void OnDownloadError(const char*, long) override { ++ends; }
+    void OnProxyAuthenticationError(const char*, long, const char*) override { ++ends; }
     void OnProgressUpdate(const char*, double, double, double) override {}
 
-    void wait_for(int count)
-    {
-        std::unique_lock hold(lock);
-        fuzz::require("the transfer ends",
-                      changed.wait_for(hold, std::chrono::seconds(20), [&] { return ends >= count; }));
-        fuzz::same("ends told", count, ends);
-    }
-
-    WebClient* client = nullptr;
-    std::atomic<size_t> kept{0};
+    int ends = 0;
+    size_t kept = 0;
 
 private:
-    void end()
-    {
-        std::lock_guard hold(lock);
-        ++ends;
-        changed.notify_all();
-    }
-    std::mutex lock;
-    std::condition_variable changed;
-    int ends = 0;
+    WebClient& m_client;
 };
-
-struct World
-{
-    Server server;
-    WebClient client;
-    Listener listener;
-    int queued = 0;
-};
-World* world;
-
-// False where the system does not allow it.
-bool leave_the_network()
-{
-    if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0)
-        return false;
-    ifreq loopback = {};
-    strcpy(loopback.ifr_name, "lo");
-    const int any = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ioctl(any, SIOCGIFFLAGS, &loopback);
-    loopback.ifr_flags |= IFF_UP;
-    const bool up = ioctl(any, SIOCSIFFLAGS, &loopback) == 0;
-    close(any);
-    return up;
-}
 
 // Without a route the machine is offline, and queued transfers would be given up unheard.
 void say_online()
@@ -191,30 +123,35 @@ void say_online()
     host::replace_facts(&facts);
 }
 
-// A new address each time: ports would run out while old connections linger.
-std::string next_url()
+constexpr const char* url = "http://127.0.0.1/a";
+
+// The client was never started, so this thread may do its worker's turn.
+void run_queued(RequestType type, std::map<std::string, std::string>& form, size_t most)
 {
-    static uint32_t number = 0;
-    const uint32_t n = ++number % 0xFFFFFF;
-    return "http://127." + std::to_string(n >> 16) + '.' + std::to_string(n >> 8 & 255) + '.' +
-           std::to_string((n & 255) | 1) + ':' + std::to_string(world->server.port()) + "/a";
+    static WebClient client;
+    Listener listener(client);
+    fuzz::require("queued", client.QueueRequest(url, &listener, type, &form, "id"));
+    client.Process();
+    fuzz::same("ends told", 1, listener.ends);
+    fuzz::require("no more kept than was sent", listener.kept <= most);
+}
+
+void run_at_once(RequestType type, std::map<std::string, std::string>& form, size_t most)
+{
+    static WebClient client;
+    std::ostringstream body;
+    long status = -1;
+    const bool done = client.ExecRequest(url, &body, status, type, &form);
+    fuzz::require("no more written than was sent", body.str().size() <= most);
+    fuzz::require("success has a status below 400", !done || type == RequestTypePost || (status >= 0 && status < 400));
 }
 
 } // namespace
 
 int LLVMFuzzerInitialize(int*, char***)
 {
-    if (!leave_the_network()) {
-        fprintf(stderr, "fuzz: skipped: this system allows no network of its own\n");
-        exit(0);
-    }
     signal(SIGPIPE, SIG_IGN);
     say_online();
-    TransferSettings::total_timeout_ms = 1000;
-    TransferSettings::connect_timeout_ms = 500;
-    world = new World; // never destroyed: the server's thread lives as long as the process
-    world->listener.client = &world->client;
-    fuzz::require("the client's thread", world->client.Init(false));
     return 0;
 }
 
@@ -222,25 +159,13 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {
     if (size == 0)
         return -1;
-    const uint8_t flags = bytes[0];
-    const std::string answer(reinterpret_cast<const char*>(bytes) + 1, size - 1);
-    world->server.answer(flags, answer);
-    std::map<std::string, std::string> form = {{"data", "Z"}};
-    const RequestType type = flags & post ? RequestTypePost : RequestTypeGet;
-    const size_t most = answer.size() * 11; // ten redirects
-
-    const std::string url = next_url();
-    if (flags & queued) {
-        world->listener.kept = 0;
-        fuzz::require("queued", world->client.QueueRequest(url.c_str(), &world->listener, type, &form, "id"));
-        world->listener.wait_for(++world->queued);
-        fuzz::require("no more kept than was sent", world->listener.kept <= most);
-    } else {
-        std::ostringstream body;
-        long status = -1;
-        const bool done = world->client.ExecRequest(url.c_str(), &body, status, type, &form);
-        fuzz::require("no more written than was sent", body.str().size() <= most);
-        fuzz::require("success has a status below 400", !done || (flags & post) || (status >= 0 && status < 400));
-    }
+    server.flags = bytes[0];
+    server.answer.assign(reinterpret_cast<const char*>(bytes) + 1, size - 1);
+    TransferSettings::total_timeout_ms = server.flags & keep_open ? 3 : 1000;
+    std::map<std::string, std::string> form = {{"data", "text"}};
+    const RequestType type = server.flags & post ? RequestTypePost : RequestTypeGet;
+    const size_t most = server.answer.size() * 11; // ten redirects
+    server.flags& queued ? run_queued(type, form, most) : run_at_once(type, form, most);
+    server.close_all();
     return 0;
 }
