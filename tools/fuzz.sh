@@ -33,10 +33,6 @@ run_one() { # FUZZER: prints its line; fails when it found something
         cat "$log.more" >>"$log"
         runs=$((runs + $(sed -n 's/^stat::number_of_executed_units: *//p' "$log.more")))
     fi
-    if grep -q '^fuzz: skipped' "$log"; then
-        printf '%-24s skipped: %s\n' "$fuzzer" "$(sed -n 's/^fuzz: skipped: //p' "$log" | head -n 1)"
-        return 0
-    fi
     local first last
     first=$(grep -oE 'INITED cov: [0-9]+' "$log" | head -n 1 | grep -oE '[0-9]+$' || echo 0)
     last=$(grep -oE 'cov: [0-9]+' "$log" | tail -n 1 | grep -oE '[0-9]+$' || echo 0)
