@@ -13,6 +13,7 @@
 
 using namespace AnalyticsSDK;
 
+// Hosts and library are compiled apart: a field that moved would be read from where an older host put another one.
 static_assert(sizeof(analytics_config) == 2970 && alignof(analytics_config) == 1);
 static_assert(offsetof(analytics_config, upload_url) == 0);
 static_assert(offsetof(analytics_config, event_log_file) == 2000);
@@ -22,23 +23,30 @@ static_assert(offsetof(analytics_config, application_id) == 2560);
 static_assert(offsetof(analytics_config, application_version) == 2660);
 static_assert(offsetof(analytics_config, certificate_file) == 2710);
 
-/// What the host's pointer points to.
+/// What the host's pointer points to. A name of its own keeps our classes out of the C header.
 struct analytics_session final : HandleParameters
 {
     using HandleParameters::HandleParameters;
 };
 
-/// Runs `call` on a session that is there; out of memory becomes a result.
+/// Runs `call`. Out of memory becomes a result: the caller may be C, which an exception would tear through.
+template <typename Call>
+static uint32_t Guarded(Call call) noexcept
+{
+    try {
+        return call();
+    } catch (const std::exception&) {
+        return ANALYTICS_NO_MEMORY;
+    }
+}
+
+/// Runs `call` on a session that is there.
 template <typename Call>
 static uint32_t With(analytics_session* session, Call call) noexcept
 {
     if (session == nullptr)
         return ANALYTICS_NO_SESSION;
-    try {
-        return call(*session);
-    } catch (const std::exception&) {
-        return ANALYTICS_NO_MEMORY;
-    }
+    return Guarded([&] { return call(*session); });
 }
 
 /// The text of a field of the record, whether or not it comes with a terminator.
@@ -48,9 +56,10 @@ static std::string FieldText(const char (&field)[size])
     return std::string(field, strnlen(field, size));
 }
 
+/// The order matters: an id is saved to, or loaded from, the file that was named before.
 static void Configure(EventManager& manager, const analytics_config& config)
 {
-    static constexpr int logVersion = 3;
+    static constexpr int logVersion = 3; // of the line as docs/wire-format.md has it; servers tell layouts apart by it
     manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
     manager.SetPidFilePath(FieldText(config.pid_file).c_str());
     manager.SetLogVersion(logVersion);
@@ -68,7 +77,12 @@ static analytics_session* Open(const analytics_config& config)
 {
     lumo::scoped_ptr<analytics_session> session(new analytics_session(FieldText(config.upload_url).c_str()));
     Configure(session->event_manager, config);
-    session->event_manager.Init();
+    try {
+        session->event_manager.Init();
+    } catch (const std::exception&) {
+        session->event_manager.Close(); // the first worker may run by now, and must not outlive the session
+        throw;
+    }
     return session.Detach();
 }
 
@@ -89,7 +103,7 @@ void analytics_shutdown(analytics_session* session)
 {
     if (session == nullptr)
         return;
-    session->event_manager.Close();
+    session->event_manager.Close(); // from here on nobody calls the session's observers
     delete session;
     tova_http_shutdown();
 }
@@ -176,21 +190,6 @@ uint32_t analytics_name_float64_add(analytics_session* session, const char* name
     return AddNamed<&LogObject::AddDouble>(session, name, value);
 }
 
-uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t length)
-{
-    return With(session, [=](HandleParameters& handle) -> uint32_t {
-        if (buffer != nullptr)
-            std::strncpy(buffer, handle.event_manager.GetLastLoggedEvent(), length);
-        return ANALYTICS_OK;
-    });
-}
-
-uint32_t analytics_property_get(analytics_session*, const char* key, char* buffer, unsigned int size)
-{
-    tova_assert(buffer); // reports are matched by this line's number, 190: keep it there
-    return GetProperty(key, buffer, size);
-}
-
 uint32_t analytics_string_add(analytics_session* session, const char* value)
 {
     return AddUnnamed<&LogArray::AddString>(session, value);
@@ -214,6 +213,22 @@ uint32_t analytics_bool_add(analytics_session* session, bool value)
 uint32_t analytics_float64_add(analytics_session* session, double value)
 {
     return AddUnnamed<&LogArray::AddDouble>(session, value);
+}
+
+uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t length)
+{
+    return With(session, [=](HandleParameters& handle) -> uint32_t {
+        // strncpy() and its missing terminator are meant: hosts give zeroed buffers and a byte less than their size.
+        if (buffer != nullptr)
+            std::strncpy(buffer, handle.event_manager.GetLastLoggedEvent(), length);
+        return ANALYTICS_OK;
+    });
+}
+
+uint32_t analytics_property_get(analytics_session*, const char* key, char* buffer, unsigned int size)
+{
+    tova_assert(buffer);
+    return Guarded([=] { return GetProperty(key, buffer, size); });
 }
 
 uint32_t analytics_property_add(analytics_session* session, const char* name)

@@ -16,6 +16,7 @@ namespace AnalyticsSDK {
 static constexpr uint32_t uploadInterval_ms = 3'600'000;
 static constexpr time_t never = -1;
 
+// Hosts use the class directly, too; a null would be undefined in the string's assignment.
 static const char* TextOf(const char* text)
 {
     return text != nullptr ? text : "";
@@ -28,6 +29,7 @@ EventManager::EventManager(const char* serverUrl)
     m_pWebClient = CreateWebClient();
 }
 
+// Neither stops nor joins the worker, which would by now call into a half-destroyed object: Close() came before.
 EventManager::~EventManager()
 {
     if (m_pWebClient != nullptr)
@@ -43,7 +45,7 @@ void EventManager::Init()
 
 void EventManager::Close()
 {
-    ThreadHelper::Close();
+    ThreadHelper::Close(); // first: an upload of the worker's still needs the client
     if (m_pWebClient != nullptr)
         m_pWebClient->Close();
 }
@@ -52,8 +54,10 @@ void EventManager::Process()
 {
     if (IsShuttingDown())
         return;
+    // No look at the network first: without one the request fails, and the file waits for the next cycle. Nor is the
+    // lock held from the read to the deletion: logging would stand still for as long as the server takes.
     std::string text;
-    unsigned long size = 0;
+    unsigned long size = 0; // the file's, and what decides: blanks alone are sent too, and then deleted
     if (ReadPendingEvents(text, size) && size > 0 && Upload(std::move(text)))
         DeleteEventLogFile();
 }
@@ -170,6 +174,7 @@ bool EventManager::LoadUniqueIdFromFile()
     return true;
 }
 
+// Asking for an empty id makes one, which saves it in turn: that ends there, as the id is no longer empty then.
 void EventManager::SaveUniqueIdToFile()
 {
     UniqueIdFile::Create(m_strPidFilePath, GetUniqueId());
@@ -217,7 +222,7 @@ void EventManager::AddCommonEventFields()
 {
     if (!m_pCurrentEvent)
         return;
-    std::string time;
+    std::string time; // stays empty should the clock be unreadable: a line without a time is better than none
     GetCurrentDateTime(time, "%Y-%m-%d %H:%M:%S");
     m_pCurrentEvent->element(nullptr, m_nLogVersion);
     m_pCurrentEvent->element(nullptr, time.c_str());
@@ -226,6 +231,7 @@ void EventManager::AddCommonEventFields()
     m_pCurrentEvent->element(nullptr, GetUniqueId());
 }
 
+// Kept before the append: hosts read back what they logged, even where the disk did not take it.
 void EventManager::FinishLine(LogObject* event)
 {
     if (const lumo::json_writer* writer = event->GetWriter()) {
@@ -265,15 +271,17 @@ static std::map<std::string, std::string> UploadForm(const char* id, const std::
     scoped_array<unsigned char> hash;
     long length = 0;
     std::map<std::string, std::string> form;
-    const CurlUse use; // hashing is OpenSSL's work, which a process that is leaving may have torn down
+    std::string& token = form["t"]; // there also when it stays empty: servers expect four fields
+    const CurlUse use;              // hashing is OpenSSL's work, which a process that is leaving may have torn down
     if (use && GenerateHash(id, hash, length))
-        BytesToString(hash.Get(), length, form["t"]);
+        BytesToString(hash.Get(), length, token);
     form["v"] = version;
     form["g"] = id;
     form["data"] = std::move(text); // it may be large: moved all the way, never copied
     return form;
 }
 
+// A forked child's copy of the client shares connections with the parent: a request of its own would garble theirs.
 bool EventManager::MaySend() const
 {
     return m_pWebClient != nullptr && IsOwnProcess();

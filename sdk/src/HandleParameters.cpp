@@ -11,6 +11,7 @@ namespace AnalyticsSDK {
 // Frames. They hang on each other from the root down and stay there when they end, for the next event to use: an event
 // of the usual shape costs no allocation of its own.
 
+// Deeper ones are given back: one odd event must not cost memory for the rest of the session.
 static constexpr uint32_t keptDepth = 128;
 
 /// Makes a document, or empties the one that was used before and keeps its memory.
@@ -21,6 +22,12 @@ static void Renew(std::optional<Document>& document)
         document->Restart();
     else
         document.emplace();
+}
+
+HandleParameters::~HandleParameters()
+{
+    while (top != nullptr)
+        Pop();
 }
 
 Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
@@ -45,7 +52,7 @@ void HandleParameters::Pop()
 {
     top = top->parent;
     --depth;
-    if (depth >= keptDepth)
+    if (depth >= keptDepth) // then a parent is there
         top->spSpare.Reset();
 }
 
@@ -53,7 +60,7 @@ uint32_t HandleParameters::BeginEvent(const char* name)
 {
     if (in_event != 0)
         return ANALYTICS_EVENT_OPEN;
-    Push(Frame::object, nullptr);
+    Push(Frame::object, nullptr); // first: when it runs out of memory no event is open
     event_name = name;
     in_event = 1;
     return ANALYTICS_OK;
@@ -65,7 +72,7 @@ uint32_t HandleParameters::EndEvent()
         return ANALYTICS_NO_EVENT;
     if (top->parent != nullptr)
         return ANALYTICS_NESTED_OPEN;
-    // The event is over, also when memory runs out on the way to the disk.
+    // The event is over, also when memory runs out on the way to the disk: a host that goes on can begin the next one.
     struct AtEnd
     {
         HandleParameters& session;
@@ -104,6 +111,8 @@ static constexpr struct
 } endRefused[] = {{ANALYTICS_NO_OBJECT_OPEN, ANALYTICS_NAME_REFUSED},
                   {ANALYTICS_NO_ARRAY_OPEN, ANALYTICS_NAME_REQUIRED}};
 
+// Ended first: the parent copies the child's text as it stands, closing bracket included. What the documents answer
+// does not matter: they refuse nothing that the checks above let through.
 static void AddTo(Frame& parent, Frame& child)
 {
     if (child.kind == Frame::object) {
@@ -136,7 +145,7 @@ uint32_t HandleParameters::EndFrame(Frame::Kind kind)
 
 uint32_t HandleParameters::AddProperty(const char* key)
 {
-    char text[200];
+    char text[200]; // longer answers, which no known machine has, come out empty
     if (top == nullptr)
         return ANALYTICS_NO_EVENT;
     const uint32_t result = GetProperty(key, text, sizeof text);
@@ -198,10 +207,12 @@ void HandleParameters::Notify(const Observers& observers, uint32_t value, double
 void HandleParameters::OnDownloadComplete(const char*)
 {
     sending = 0;
+    // Before the observers: one of them may look whether the file is gone, or log the first event of the next upload.
     event_manager.DeleteEventLogFile();
     Notify(complete_observers, 0, 0.0);
 }
 
+// Cancels come from the library alone, at shutdown: there is nothing that a host would not know.
 void HandleParameters::OnDownloadCancel(const char*)
 {
     sending = 0;
@@ -229,17 +240,21 @@ void HandleParameters::OnDownloadError(const char*, long code)
     Notify(error_observers, ObservedError(code), 0.0);
 }
 
+// By way of the virtual call, so that whoever overrides the one hears the other. The proxy's name goes no further:
+// hosts that want it use the web client directly.
 void HandleParameters::OnProxyAuthenticationError(const char* itemID, long code, const char*)
 {
     OnDownloadError(itemID, code);
 }
 
+// Compared before it is converted: converting what does not fit is undefined.
 uint32_t ObservedAmount(double amount)
 {
     const bool fits = amount > -2147483649.0 && amount < 2147483648.0; // false for NaN
     return static_cast<uint32_t>(fits ? static_cast<int32_t>(amount) : std::numeric_limits<int32_t>::min());
 }
 
+// Sizes first, meant so: an observer of progress then knows what it is progress of.
 void HandleParameters::OnProgressUpdate(const char*, double downloaded, double total, double speed)
 {
     Notify(size_observers, ObservedAmount(total), 0.0);

@@ -16,6 +16,8 @@
 namespace AnalyticsSDK {
 
 /// An object or array of the event being built, from its begin call to its end call.
+///
+/// The documents are held here, not allocated one by one: opening an array or object is on the path of every event.
 struct Frame
 {
     enum Kind : int32_t
@@ -39,14 +41,16 @@ struct observerData
     void* context;
 };
 
-/// One session. Driven by one host thread at a time; its IProgressCallback half is called by the web client's thread.
+/// One session. The host drives it by way of Analytics.cpp, which has checked that it is there. Driven by one host
+/// thread at a time; its IProgressCallback half is called by the web client's thread.
 class HandleParameters : public IProgressCallback
 {
 public:
     explicit HandleParameters(const char* serverUrl) : event_manager(serverUrl) {}
     HandleParameters(const HandleParameters&) = delete;
     HandleParameters& operator=(const HandleParameters&) = delete;
-    ~HandleParameters() = default;
+    /// Drops an event that is still open, frame by frame: however deep it is, that takes no more stack.
+    ~HandleParameters();
 
     // The event being built. Each answers an analytics_result and checks before it changes anything.
 

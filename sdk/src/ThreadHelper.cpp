@@ -22,6 +22,7 @@ ThreadHelper::~ThreadHelper()
 int ThreadHelper::run()
 {
     for (;;) {
+        // The wait comes first: a program that has just started has better things to do than to upload.
         tova_event_wait_time(&m_wakeEvent, m_nWaitInterval);
         if (const int stopped = tova_event_wait_time(&_stop_event, 0))
             return stopped;
@@ -48,14 +49,14 @@ void ThreadHelper::StartBackgroundThread(const char* threadName)
     m_strThreadName = threadName != nullptr ? threadName : "";
     m_nProcess = tova_process_id();
     start();
-    tova_thread_yield();
+    tova_thread_yield(); // lets the worker reach its first wait, where one processor has to do
 }
 
 void ThreadHelper::StopBackgroundThread()
 {
     if (!IsOwnProcess() || !ClaimStop())
         return;
-    stop();
+    stop(); // before the wake: the worker must find the request when it looks
     Wake();
     tova_thread_join(&_thread);
 }

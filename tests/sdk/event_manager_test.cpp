@@ -9,8 +9,6 @@
 #include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/Utilities.h"
 #include "support/http_server.h"
-#include "support/ports.h"
-#include "support/raw_server.h"
 #include "support/scratch.h"
 
 using namespace AnalyticsSDK;
@@ -56,72 +54,65 @@ std::string WithoutTime(const std::string& log)
 
 } // namespace
 
-TEST(EventManager, StartsWithAnHourAndEmptySettings)
+TEST(EventManager, StartsWithAnHourAndEmptySettingsWhichNullTextsBringBack)
 {
     EventManager manager(nullptr);
     EXPECT_EQ(manager.GetTimeout(), 3'600'000u);
     EXPECT_EQ(manager.GetLogVersion(), 0);
-    EXPECT_EQ(manager.GetEventLogFilePath() + manager.GetPidFilePath() + manager.GetApplicationId() +
-                  manager.GetApplicationVersion() + manager.GetLastLoggedEvent(),
-              "");
+    const auto texts = [&] {
+        return manager.GetEventLogFilePath() + '|' + manager.GetPidFilePath() + '|' + manager.GetApplicationId() + '|' +
+               manager.GetApplicationVersion() + '|' + manager.GetLastLoggedEvent();
+    };
+    const auto set = [&](const char* path, const char* id, const char* version) {
+        manager.SetEventLogFilePath(path);
+        manager.SetPidFilePath(path);
+        manager.SetApplicationId(id);
+        manager.SetApplicationVersion(version);
+        manager.SetCertificateFile(path);
+    };
+    EXPECT_EQ(texts(), "||||");
+    set("p", "i", "v");
+    EXPECT_EQ(texts(), "p|p|i|v|");
+    set(nullptr, nullptr, nullptr);
+    EXPECT_EQ(texts(), "||||");
     manager.SetTimeout(5);
     EXPECT_EQ(manager.GetTimeout(), 5u);
     manager.SetTimeout(std::numeric_limits<unsigned long>::max());
     EXPECT_EQ(manager.GetTimeout(), std::numeric_limits<uint32_t>::max());
 }
 
-TEST(EventManager, TakesNullTextsForEmptyOnes)
-{
-    Manager manager;
-    manager.SetEventLogFilePath(nullptr);
-    manager.SetPidFilePath(nullptr);
-    manager.SetApplicationId(nullptr);
-    manager.SetApplicationVersion(nullptr);
-    manager.SetCertificateFile(nullptr);
-    EXPECT_EQ(manager.GetEventLogFilePath() + manager.GetPidFilePath() + manager.GetApplicationId() +
-                  manager.GetApplicationVersion(),
-              "");
-}
-
-TEST(EventLine, HoldsTheCommonFieldsTheNameAndTheEvent)
+TEST(EventLine, HoldsTheCommonFieldsAsTheyAreNowTheNameAndTheEvent)
 {
     Manager manager;
     LogObject event;
     event.AddString("user", "a \"b\"\n");
     event.EndObject();
-    manager.LogEvent("start", &event);
-    manager.LogEvent(7, &event);
-    manager.LogEvent(nullptr, &event);
-    manager.LogEvent("new\nline", &event);
     const std::string object = R"({ "user": "a \"b\"\n" })";
-    EXPECT_EQ(WithoutTime(read_file(manager.log())),
-              R"([ 3, TIME, "A", "1.0", "U", "start", )" + object + " ]\n" + R"([ 3, TIME, "A", "1.0", "U", 7, )" +
-                  object + " ]\n" + R"([ 3, TIME, "A", "1.0", "U", null, )" + object + " ]\n" +
-                  R"([ 3, TIME, "A", "1.0", "U", "new\nline", )" + object + " ]\n");
-    EXPECT_EQ(manager.GetLastLoggedEvent(), object);
-}
-
-TEST(EventLine, ShowsEverySettingFromTheNextEventOn)
-{
-    Manager manager;
-    const auto lastLine = [&] {
-        manager.LogOne();
-        return WithoutTime(support::split_lines(read_file(manager.log())).back());
+    const auto logged = [&](auto name) {
+        manager.LogEvent(name, &event);
+        const std::string line = WithoutTime(support::split_lines(read_file(manager.log())).back());
+        EXPECT_EQ(line.substr(line.size() - object.size() - 2), object + " ]");
+        return line.substr(0, line.size() - object.size() - 4);
     };
-    EXPECT_EQ(lastLine(), R"([ 3, TIME, "A", "1.0", "U", "start", { "n": 1 } ])");
+    EXPECT_EQ(logged("start"), R"([ 3, TIME, "A", "1.0", "U", "start")");
+    EXPECT_EQ(logged(7), R"([ 3, TIME, "A", "1.0", "U", 7)");
+    EXPECT_EQ(logged(static_cast<const char*>(nullptr)), R"([ 3, TIME, "A", "1.0", "U", null)");
+    EXPECT_EQ(logged("new\nline"), R"([ 3, TIME, "A", "1.0", "U", "new\nline")");
     manager.SetLogVersion(-4);
-    EXPECT_EQ(lastLine(), R"([ -4, TIME, "A", "1.0", "U", "start", { "n": 1 } ])");
+    EXPECT_EQ(logged(7), R"([ -4, TIME, "A", "1.0", "U", 7)");
     manager.SetApplicationId("B\t");
-    EXPECT_EQ(lastLine(), R"([ -4, TIME, "B\t", "1.0", "U", "start", { "n": 1 } ])");
+    EXPECT_EQ(logged(7), R"([ -4, TIME, "B\t", "1.0", "U", 7)");
     manager.SetApplicationVersion("");
-    EXPECT_EQ(lastLine(), R"([ -4, TIME, "B\t", "", "U", "start", { "n": 1 } ])");
+    EXPECT_EQ(logged(7), R"([ -4, TIME, "B\t", "", "U", 7)");
     manager.SetUniqueId("V");
-    EXPECT_EQ(lastLine(), R"([ -4, TIME, "B\t", "", "V", "start", { "n": 1 } ])");
+    EXPECT_EQ(logged(7), R"([ -4, TIME, "B\t", "", "V", 7)");
     write_file(manager.folder.file("id"), "W");
     ASSERT_TRUE(manager.LoadUniqueIdFromFile());
-    EXPECT_EQ(lastLine(), R"([ -4, TIME, "B\t", "", "W", "start", { "n": 1 } ])");
+    EXPECT_EQ(logged(7), R"([ -4, TIME, "B\t", "", "W", 7)");
+    write_file(manager.folder.file("id"), "X");
     manager.SetUniqueId("");
-    EXPECT_EQ(lastLine(), R"([ -4, TIME, "B\t", "", "W", "start", { "n": 1 } ])") << "an empty id is loaded";
+    EXPECT_EQ(logged(7), R"([ -4, TIME, "B\t", "", "X", 7)") << "an empty id is loaded";
+    EXPECT_EQ(manager.GetLastLoggedEvent(), object);
 }
 
 TEST(EventLine, TellsTheTimeOfLoggingInUtc)
@@ -159,189 +150,74 @@ TEST(EventLine, IsNotWrittenForANullEventAndItsTextSurvivesALostLine)
               R"([ 3, TIME, "A", "1.0", "U", "start", { "n": 1 } ])");
 }
 
-TEST(PendingEvents, AreAppendedToAStreamWithTheFilesLength)
-{
-    Manager manager;
-    std::stringstream stream;
-    unsigned long size = 1;
-    manager.LoadDataToSend(stream, size);
-    EXPECT_EQ(size, 0u);
-    write_file(manager.log(), "b\n  ");
-    stream << "a\n";
-    manager.LoadDataToSend(stream, size);
-    EXPECT_EQ(size, 4u);
-    EXPECT_EQ(stream.str(), "a\nb\n");
-}
-
 TEST(ThreadsUpload, SendsTheFormThatTheServerUnderstands)
 {
     support::HttpServer server;
     Manager manager(server.url());
-    manager.SetUniqueId("id with ümlaut & more+");
-    const std::string data = "[ 3, \"50% &=+?_~ \x01\xff\" ]\n";
+    const std::string id = "id with ümlaut & more+", data = "[ 3, \"50% &=+?_~ \x01\xff\" ]\n";
+    manager.SetUniqueId(id.c_str());
     write_file(manager.log(), data + "  ");
     manager.Process();
     ASSERT_EQ(server.count(), 1u);
-    const support::Request request = server.requests()[0];
-    EXPECT_EQ(request.method, "POST");
-    EXPECT_EQ(request.target, "/collect");
-    EXPECT_EQ(request.header("content-type"), "application/x-www-form-urlencoded");
-    EXPECT_EQ(request.body.substr(0, 5), "data=") << "the fields come in the order of their names";
-    EXPECT_LT(request.body.find("&g="), request.body.find("&t="));
-    EXPECT_LT(request.body.find("&t="), request.body.find("&v="));
-    ASSERT_EQ(request.form.size(), 4u);
-    EXPECT_EQ(request.form.at("data"), data);
-    EXPECT_EQ(request.form.at("g"), "id with ümlaut & more+");
-    EXPECT_EQ(request.form.at("v"), "1.0");
-    const std::string& token = request.form.at("t");
-    ASSERT_EQ(token.size(), 112u);
-    std::vector<unsigned char> record;
-    for (size_t at = 0; at < token.size(); at += 2)
-        record.push_back(static_cast<unsigned char>(std::stoi(token.substr(at, 2), nullptr, 16)));
-    EXPECT_TRUE(TestHash("id with ümlaut & more+", record.data(), static_cast<long>(record.size())));
-    EXPECT_FALSE(TestHash("U", record.data(), static_cast<long>(record.size())));
-    EXPECT_FALSE(std::filesystem::exists(manager.log()));
+    support::Request request = server.requests()[0];
+    EXPECT_EQ(request.method + ' ' + request.target + ' ' + request.header("content-type"),
+              "POST /collect application/x-www-form-urlencoded");
+    EXPECT_TRUE(std::regex_match(request.body, std::regex("data=[^&]*&g=[^&]*&t=[0-9a-f]{112}&v=1.0")));
+    std::vector<unsigned char> hash;
+    for (size_t at = 0; at < 112; at += 2)
+        hash.push_back(static_cast<unsigned char>(std::stoi(request.form["t"].substr(at, 2), nullptr, 16)));
+    EXPECT_TRUE(TestHash(id.c_str(), hash.data(), static_cast<long>(hash.size())));
+    request.form.erase("t");
+    EXPECT_EQ(request.form, (support::Form{{"data", data}, {"g", id}, {"v", "1.0"}}));
 }
 
-TEST(ThreadsUpload, DeletesTheFileOnlyWhenTheServerTookIt)
+TEST(ThreadsUpload, OffersTheFileUntilTheServerTakesItAndMakesNoRequestForAnEmptyOne)
 {
-    const struct
-    {
-        int status;
-        bool taken;
-    } cases[] = {{200, true},  {201, true},  {204, true},  {400, false}, {401, false}, {403, false}, {404, false},
-                 {407, false}, {408, false}, {413, false}, {414, false}, {500, false}, {502, false}, {503, false}};
-    for (const auto& c : cases) {
-        support::HttpServer server(c.status);
-        Manager manager(server.url());
-        manager.LogOne();
-        const std::string before = read_file(manager.log());
+    support::HttpServer server;
+    Manager manager(server.url());
+    const auto process = [&](int status) {
+        server.answer(status);
         manager.Process();
-        EXPECT_EQ(server.count(), 1u) << c.status;
-        EXPECT_EQ(std::filesystem::exists(manager.log()), !c.taken) << c.status;
-        EXPECT_EQ(read_file(manager.log()), c.taken ? "" : before) << c.status;
-    }
-}
-
-TEST(ThreadsUpload, OffersAFailedUploadAgainTogetherWithNewerEvents)
-{
-    support::HttpServer server(503);
-    Manager manager(server.url());
-    manager.LogOne("old");
-    manager.Process();
-    manager.LogOne("new");
-    const std::string both = read_file(manager.log());
-    server.answer(200);
-    manager.Process();
-    manager.Process(); // nothing is left: no request
-    ASSERT_EQ(server.count(), 2u);
-    EXPECT_EQ(server.requests()[1].form.at("data"), both);
-}
-
-TEST(ThreadsUpload, MakesNoRequestForAMissingOrEmptyFileButOneForBlanks)
-{
-    support::HttpServer server;
-    Manager manager(server.url());
-    manager.Process();
+        return std::filesystem::exists(manager.log());
+    };
+    EXPECT_FALSE(process(200)) << "no file";
     write_file(manager.log(), "");
-    manager.Process();
+    EXPECT_TRUE(process(200)) << "an empty one stays";
     EXPECT_EQ(server.count(), 0u);
-    EXPECT_TRUE(std::filesystem::exists(manager.log()));
+    std::string sent;
+    for (const int status : {503, 400, 204}) {
+        manager.LogOne(std::to_string(status).c_str());
+        sent = read_file(manager.log());
+        EXPECT_EQ(process(status), status != 204);
+        EXPECT_EQ(read_file(manager.log()), status == 204 ? "" : sent);
+        EXPECT_EQ(server.requests().back().form.at("data"), sent) << "with the older events";
+    }
+    EXPECT_EQ(support::split_lines(sent).size(), 3u);
     write_file(manager.log(), "   ");
-    manager.Process();
-    ASSERT_EQ(server.count(), 1u);
-    EXPECT_EQ(server.requests()[0].form.at("data"), "");
-    EXPECT_FALSE(std::filesystem::exists(manager.log()));
+    EXPECT_FALSE(process(201)) << "blanks are sent as an empty text";
+    EXPECT_EQ(server.requests().back().form.at("data"), "");
+    std::filesystem::create_directory(manager.log()); // can be opened and not read
+    EXPECT_TRUE(process(200));
+    EXPECT_EQ(server.count(), 4u) << "what cannot be read whole is neither sent nor deleted";
 }
 
-TEST(ThreadsUpload, NeitherSendsNorDeletesWhatCannotBeReadWhole)
+TEST(ThreadsUpload, OfStreamsSendsTheWholeTextAndLeavesTheFileToTheCaller)
 {
     support::HttpServer server;
     Manager manager(server.url());
-    std::filesystem::create_directory(manager.log()); // can be opened and not read
-    manager.Process();
     std::stringstream stream;
     unsigned long size = 1;
     manager.LoadDataToSend(stream, size);
     EXPECT_EQ(size, 0u);
-    EXPECT_EQ(server.count(), 0u);
+    write_file(manager.log(), "two\n  ");
+    stream << "one\n";
+    manager.LoadDataToSend(stream, size);
+    EXPECT_EQ(size, 6u) << "of the file, blanks included";
+    EXPECT_TRUE(manager.UploadData(stream));
+    EXPECT_EQ(server.requests()[0].form.at("data"), "one\ntwo\n");
+    server.answer(500);
+    EXPECT_FALSE(manager.UploadData(stream));
     EXPECT_TRUE(std::filesystem::exists(manager.log()));
-}
-
-TEST(ThreadsUpload, KeepsTheFileByteForByteWhateverBreaks)
-{
-    using Connection = support::RawServer::Connection;
-    const struct
-    {
-        const char* what;
-        support::RawServer::Script script;
-    } cases[] = {
-        {"reset on arrival", [](Connection& c) { c.reset(); }},
-        {"closed after the request", [](Connection& c) { c.read_request(); }},
-        {"reset after the request",
-         [](Connection& c) {
-             c.read_request();
-             c.reset();
-         }},
-        {"half a status line",
-         [](Connection& c) {
-             c.read_request();
-             c.send("HTTP/1.1 20");
-         }},
-        {"half a body",
-         [](Connection& c) {
-             c.read_request();
-             c.send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
-         }},
-        {"a redirect that never ends",
-         [](Connection& c) {
-             c.read_request();
-             c.send("HTTP/1.1 302 Found\r\nLocation: /again\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-         }},
-        {"a redirect to a file",
-         [](Connection& c) {
-             c.read_request();
-             c.send("HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n");
-         }},
-    };
-    for (const auto& c : cases) {
-        support::RawServer server(c.script);
-        Manager manager(server.url());
-        manager.LogOne();
-        const std::string before = read_file(manager.log());
-        manager.Process();
-        EXPECT_EQ(read_file(manager.log()), before) << c.what;
-        EXPECT_GE(server.connections(), 1) << c.what;
-    }
-    support::HeldPort refused;
-    Manager manager(refused.url());
-    manager.LogOne();
-    const std::string before = read_file(manager.log());
-    manager.Process();
-    EXPECT_EQ(read_file(manager.log()), before);
-}
-
-TEST(ThreadsUpload, IsRepeatedAsAPostWhereARedirectPointsExceptWhenTheAnswerSaysTaken)
-{
-    const struct
-    {
-        int status;
-        const char* method; ///< of the request at the redirect's target
-    } cases[] = {{301, "POST"}, {302, "POST"}, {303, "GET"}, {307, "POST"}, {308, "POST"}};
-    for (const auto& c : cases) {
-        support::HttpServer server([&](const support::Request& request) {
-            return request.target == "/there" ? support::Reply{}
-                                              : support::Reply{c.status, "", {{"Location", "/there"}}};
-        });
-        Manager manager(server.url());
-        manager.LogOne();
-        const std::string sent = read_file(manager.log());
-        manager.Process();
-        ASSERT_EQ(server.count(), 2u) << c.status;
-        EXPECT_EQ(server.requests()[1].method, c.method) << c.status;
-        EXPECT_EQ(server.requests()[1].form["data"], server.requests()[1].method == "POST" ? sent : "") << c.status;
-        EXPECT_FALSE(std::filesystem::exists(manager.log())) << c.status;
-    }
 }
 
 TEST(ThreadsUpload, RunsOnTheWorkerAtOnceWhenAskedAndAtEveryInterval)
@@ -378,18 +254,4 @@ TEST(ThreadsUpload, LeavesEventsOfTheWindowToTheirFate)
     manager.Process();
     EXPECT_FALSE(std::filesystem::exists(manager.log()));
     EXPECT_EQ(support::split_lines(server.requests()[0].form.at("data")).size(), 1u);
-}
-
-TEST(ThreadsUpload, OfStreamsSendsTheWholeTextAndLeavesTheFileToTheCaller)
-{
-    support::HttpServer server;
-    Manager manager(server.url());
-    manager.LogOne();
-    std::stringstream stream;
-    stream << "one\ntwo\n";
-    EXPECT_TRUE(manager.UploadData(stream));
-    EXPECT_EQ(server.requests()[0].form.at("data"), "one\ntwo\n");
-    server.answer(500);
-    EXPECT_FALSE(manager.UploadData(stream));
-    EXPECT_TRUE(std::filesystem::exists(manager.log()));
 }

@@ -4,14 +4,9 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <list>
-#include <mutex>
 
-#include "TransferOptions.h"
-#include "host/host.h"
-#include "support/http_server.h"
-#include "support/raw_server.h"
 #include "support/session.h"
-#include "support/wait.h"
+#include "transfers.h"
 
 using namespace AnalyticsSDK;
 using support::read_file;
@@ -20,56 +15,38 @@ using support::wait_until;
 
 namespace {
 
-/// Queued transfers are given up on a machine without a route; these tests run on one all the same.
-struct Online
+/// What observers heard, one text per call: "complete 0" ...
+class Heard
 {
-    Online()
+public:
+    void Add(const std::function<uint32_t(const char*, analytics_observer, void*)>& addTo,
+             std::initializer_list<const char*> events)
     {
-        facts = host::system_facts();
-        facts.reachability = [](uint32_t& flags) {
-            flags = host::flag_reachable;
-            return host::answer::found;
-        };
-        host::replacement = &facts;
+        for (const char* event : events) {
+            observers.push_back({this, event});
+            EXPECT_EQ(addTo(event, Note, &observers.back()), 0u);
+        }
     }
-    ~Online() { host::replacement = nullptr; }
-    host::source facts;
-};
-
-struct ShortTimeouts
-{
-    ShortTimeouts() { TransferSettings::total_timeout_ms = 200; }
-    ~ShortTimeouts() { TransferSettings::total_timeout_ms = 60'000; }
-};
-
-/// What observers heard, one text per call: "complete 0 0" ...
-struct Heard
-{
-    void Add(analytics_session* session, const char* event)
+    void Add(analytics_session* session, std::initializer_list<const char*> events)
     {
-        observers.push_back({this, event});
-        EXPECT_EQ(analytics_observer_add(session, event, Note, &observers.back()), 0u);
+        Add([=](auto... observer) { return analytics_observer_add(session, observer...); }, events);
     }
-    static void Note(void* context, uint32_t value, double amount)
-    {
-        const Observer& observer = *static_cast<Observer*>(context);
-        std::lock_guard hold(observer.heard->lock);
-        observer.heard->calls.push_back(std::string(observer.event) + ' ' + std::to_string(value) +
-                                        (amount == 0.0 ? "" : " at speed"));
-    }
-    std::vector<std::string> Calls()
+    std::string Calls()
     {
         std::lock_guard hold(lock);
         return calls;
     }
-    struct Observer
+
+private:
+    static void Note(void* context, uint32_t value, double amount)
     {
-        Heard* heard;
-        const char* event;
-    };
-    std::list<Observer> observers;
+        const auto& [heard, event] = *static_cast<std::pair<Heard*, const char*>*>(context);
+        std::lock_guard hold(heard->lock);
+        heard->calls += std::string(event) + ' ' + std::to_string(value) + (amount == 0.0 ? ", " : " at speed, ");
+    }
+    std::list<std::pair<Heard*, const char*>> observers;
     std::mutex lock;
-    std::vector<std::string> calls;
+    std::string calls;
 };
 
 } // namespace
@@ -103,43 +80,28 @@ TEST(Observers, HearMappedCodesInOrderOfRegistration)
 {
     HandleParameters session("");
     Heard heard;
-    const auto add = [&](const char* event) {
-        heard.observers.push_back({&heard, event});
-        session.AddObserver(event, Heard::Note, &heard.observers.back());
-    };
     session.AddObserver("error", nullptr, nullptr); // skipped
-    add("error");
-    add("size");
-    add("progress");
-    add("complete");
-    add("progress");
-    const struct
-    {
-        long code;
-        int value;
-    } cases[] = {{404, 201}, {407, 202}, {408, 203}, {414, 204}, {500, 200}, {0, 200}, {-3, 200}, {-7, 200}};
-    for (const auto& c : cases) {
-        heard.calls.clear();
-        session.OnDownloadError("", c.code);
-        EXPECT_EQ(heard.calls, std::vector<std::string>{"error " + std::to_string(c.value)}) << c.code;
-    }
-    heard.calls.clear();
+    heard.Add([&](auto... observer) { return session.AddObserver(observer...); },
+              {"error", "size", "progress", "complete", "progress"});
+    for (const long code : {404, 407, 408, 414, 500, 0, -3, -7})
+        session.OnDownloadError("", code);
+    EXPECT_EQ(heard.Calls(),
+              "error 201, error 202, error 203, error 204, error 200, error 200, error 200, error 200, ");
+    const size_t before = heard.Calls().size();
     session.OnProxyAuthenticationError("", 407, "proxy:1");
     session.OnDownloadCancel("");
     session.OnProgressUpdate("", 5.5, -1.0, 2.0);
     session.OnDownloadComplete("");
-    EXPECT_EQ(heard.calls, (std::vector<std::string>{"error 202", "size 4294967295", "progress 5 at speed",
-                                                     "progress 5 at speed", "complete 0"}));
+    EXPECT_EQ(heard.Calls().substr(before),
+              "error 202, size 4294967295, progress 5 at speed, progress 5 at speed, complete 0, ");
 }
 
 TEST(ThreadsSend, SynchronousTellsItsOutcomeAndNoObserver)
 {
-    const Online online;
     support::HttpServer server(500);
     Session session(server.url());
     Heard heard;
-    for (const char* event : {"complete", "error", "size", "progress"})
-        heard.Add(session, event);
+    heard.Add(session, {"complete", "error", "size", "progress"});
     session.log_one();
     const std::string before = read_file(session.log());
     EXPECT_EQ(analytics_send(session, 1), 200u);
@@ -147,103 +109,38 @@ TEST(ThreadsSend, SynchronousTellsItsOutcomeAndNoObserver)
     server.answer(200);
     EXPECT_EQ(analytics_send(session, 2), 0u);
     EXPECT_FALSE(std::filesystem::exists(session.log()));
-    EXPECT_EQ(server.requests().at(1).form.at("data"), before);
     EXPECT_EQ(analytics_send(session, 1), 0u) << "a request is made, although no event is waiting";
-    EXPECT_EQ(server.requests().at(2).form.at("data"), "");
-    EXPECT_TRUE(heard.Calls().empty());
+    EXPECT_EQ(server.requests().at(1).form.at("data") + server.requests().at(2).form.at("data"), before);
+    std::filesystem::create_directory(session.log()); // cannot be read whole
+    EXPECT_EQ(analytics_send(session, 1) + analytics_send(session, 0), 400u);
+    EXPECT_EQ(server.count(), 3u);
+    EXPECT_EQ(heard.Calls(), "");
 }
 
-TEST(ThreadsSend, AsynchronousTellsTheObservers)
+TEST(ThreadsSend, AsynchronousTellsTheObserversAndDeletesTheFileBefore)
 {
-    const Online online;
-    support::HttpServer server([](const support::Request&) { return support::Reply{200, "taken"}; });
+    const transfers::Network online;
+    support::HttpServer server(404);
     Session session(server.url());
     Heard heard;
-    for (const char* event : {"complete", "error", "size"})
-        heard.Add(session, event);
+    heard.Add(session, {"complete", "error", "size"});
     session.log_one();
     const std::string sent = read_file(session.log());
-    EXPECT_EQ(analytics_send(session, 0), 0u);
-    ASSERT_TRUE(wait_until([&] { return heard.Calls().size() == 2; }));
-    EXPECT_EQ(heard.Calls(), (std::vector<std::string>{"size 5", "complete 0"}));
-    EXPECT_FALSE(std::filesystem::exists(session.log())) << "gone before the observers hear of it";
-    EXPECT_EQ(server.requests().at(0).form.at("data"), sent);
-}
-
-TEST(ThreadsSend, AsynchronousKeepsTheFileAndMapsTheStatus)
-{
-    const Online online;
-    const struct
-    {
-        int status;
-        const char* heard;
-    } cases[] = {{400, "error 200"}, {404, "error 201"}, {407, "error 202"},
-                 {408, "error 203"}, {414, "error 204"}, {503, "error 200"}};
-    for (const auto& c : cases) {
-        support::HttpServer server(c.status);
-        Session session(server.url());
-        Heard heard;
-        for (const char* event : {"complete", "error"})
-            heard.Add(session, event);
-        session.log_one();
+    const auto hears = [&](const char* expected) {
         EXPECT_EQ(analytics_send(session, 0), 0u);
-        ASSERT_TRUE(wait_until([&] { return !heard.Calls().empty(); }));
-        EXPECT_EQ(heard.Calls(), std::vector<std::string>{c.heard}) << c.status;
-        EXPECT_TRUE(std::filesystem::exists(session.log())) << c.status;
-    }
-}
-
-TEST(ThreadsSend, GivesUpOnAServerThatAnswersTooLateOrNeverAndKeepsTheFile)
-{
-    const Online online;
-    const ShortTimeouts shortTimeouts;
-    support::RawServer server([](support::RawServer::Connection& c) {
-        c.read_request();
-        c.drip("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n", support::milliseconds(50));
-        c.hang();
-    });
-    Session session(server.url());
-    Heard heard;
-    for (const char* event : {"complete", "error"})
-        heard.Add(session, event);
-    session.log_one();
-    const std::string before = read_file(session.log());
-    EXPECT_EQ(analytics_send(session, 1), 200u);
-    EXPECT_EQ(analytics_send(session, 0), 0u);
-    ASSERT_TRUE(wait_until([&] { return !heard.Calls().empty(); }));
-    EXPECT_EQ(heard.Calls(), std::vector<std::string>{"error 200"});
-    EXPECT_EQ(read_file(session.log()), before);
-}
-
-TEST(ThreadsSend, IsRefusedWhileTheFileCannotBeReadWhole)
-{
-    support::HttpServer server;
-    Session session(server.url());
-    std::filesystem::create_directory(session.log());
-    EXPECT_EQ(analytics_send(session, 1), 200u);
-    EXPECT_EQ(analytics_send(session, 0), 200u);
-    EXPECT_EQ(server.count(), 0u);
-    EXPECT_TRUE(std::filesystem::exists(session.log()));
-}
-
-TEST(ThreadsSend, IsCutOffByShutdownWhileTheServerIsSilent)
-{
-    const Online online;
-    support::RawServer server([](support::RawServer::Connection& c) {
-        c.read_request();
-        c.hang();
-    });
-    Session session(server.url());
-    session.log_one();
-    EXPECT_EQ(analytics_send(session, 0), 0u);
-    ASSERT_TRUE(wait_until([&] { return !server.requests().empty(); }));
-    session.close(); // does not wait for the time-out of a minute
-    EXPECT_TRUE(std::filesystem::exists(session.log()));
+        EXPECT_TRUE(wait_until([&] { return heard.Calls() == expected; })) << heard.Calls();
+    };
+    hears("error 201, ");
+    EXPECT_EQ(read_file(session.log()), sent);
+    server.answer([](const support::Request&) { return support::Reply{200, "taken"}; });
+    hears("error 201, size 5, complete 0, ");
+    EXPECT_FALSE(std::filesystem::exists(session.log()));
+    EXPECT_EQ(server.requests().at(1).form.at("data"), sent);
 }
 
 TEST(ThreadsSend, MayBeStartedAgainFromAnObserver)
 {
-    const Online online;
+    const transfers::Network online;
     support::HttpServer server;
     Session session(server.url());
     struct Again
@@ -263,25 +160,4 @@ TEST(ThreadsSend, MayBeStartedAgainFromAnObserver)
     EXPECT_EQ(analytics_send(session, 0), 0u);
     EXPECT_TRUE(wait_until([&] { return again.rounds == 3; }));
     EXPECT_TRUE(server.wait_for(3));
-}
-
-TEST(ThreadsSend, CostsNoMemoryForTheServersAnswerHoweverLong)
-{
-    std::string block(1 << 20, 'x');
-    support::RawServer server([&](support::RawServer::Connection& c) {
-        c.read_request();
-        c.send("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n");
-        for (int megabyte = 0; megabyte < 200; ++megabyte)
-            if (!c.send(block))
-                return;
-    });
-    Session session(server.url());
-    session.log_one();
-    const auto peak_kb = [] {
-        std::string status = read_file("/proc/self/status");
-        return std::stol(status.substr(status.find("VmHWM:") + 6));
-    };
-    const long before = peak_kb();
-    EXPECT_EQ(analytics_send(session, 1), 0u);
-    EXPECT_LT(peak_kb() - before, 50'000);
 }

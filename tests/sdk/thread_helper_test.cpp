@@ -10,12 +10,9 @@ using support::wait_until;
 
 namespace {
 
-constexpr uint32_t forEver_ms = 3'600'000;
-
 class Worker : public AnalyticsSDK::ThreadHelper
 {
 public:
-    explicit Worker(uint32_t interval_ms) { m_nWaitInterval = interval_ms; }
     ~Worker() override { Close(); }
     void Process() override
     {
@@ -35,28 +32,37 @@ public:
 
 } // namespace
 
-TEST(ThreadsWorker, WaitsHalfAMinuteUnlessToldOtherwise)
+TEST(ThreadsWorker, WaitsFirstThenWorksAtEveryIntervalWhateverBecomesOfACycle)
 {
-    struct : AnalyticsSDK::ThreadHelper
-    {
-        void Process() override {}
-        uint32_t interval() const { return m_nWaitInterval; }
-    } worker;
-    EXPECT_EQ(worker.interval(), 30'000u);
-}
-
-TEST(ThreadsWorker, WaitsFirstAndWorksAtEveryInterval)
-{
-    Worker patient(forEver_ms), quick(1);
+    Worker patient, quick;
+    EXPECT_EQ(patient.m_nWaitInterval, 30'000u) << "unless told otherwise";
+    quick.m_nWaitInterval = 1;
+    quick.fail = true; // every cycle runs out of memory
     patient.Init("patient");
     quick.Init("quick");
     EXPECT_TRUE(wait_until([&] { return quick.started >= 3; }));
     EXPECT_EQ(patient.started, 0);
+    patient.m_nWaitInterval = 1; // counts from the next wait
+    patient.Wake();
+    EXPECT_TRUE(wait_until([&] { return patient.started >= 3; }));
+}
+
+TEST(ThreadsWorker, StopsAtOnceWhileItWaitsAndCanBeClosedTwiceOrWithoutHavingRun)
+{
+    Worker worker, never;
+    worker.Init("worker");
+    EXPECT_FALSE(worker.IsShuttingDown());
+    for (int time = 0; time < 2; ++time) {
+        worker.Close();
+        never.Close();
+        EXPECT_TRUE(worker.IsShuttingDown() && never.IsShuttingDown());
+    }
+    EXPECT_EQ(worker.started + never.started, 0);
 }
 
 TEST(ThreadsWorker, WorksAtOnceWhenWokenAndMergesWakesDuringACycle)
 {
-    Worker worker(forEver_ms);
+    Worker worker;
     worker.hold = true;
     worker.Init("worker");
     worker.Wake();
@@ -69,44 +75,9 @@ TEST(ThreadsWorker, WorksAtOnceWhenWokenAndMergesWakesDuringACycle)
     EXPECT_EQ(worker.started, 2);
 }
 
-TEST(ThreadsWorker, TakesANewIntervalFromItsNextWait)
-{
-    Worker worker(forEver_ms);
-    worker.Init("worker");
-    worker.m_nWaitInterval = 1;
-    worker.Wake();
-    EXPECT_TRUE(wait_until([&] { return worker.started >= 3; }));
-}
-
-TEST(ThreadsWorker, GoesOnAfterACycleThatRanOutOfMemory)
-{
-    Worker worker(1);
-    worker.fail = true;
-    worker.Init("worker");
-    EXPECT_TRUE(wait_until([&] { return worker.started >= 3; }));
-}
-
-TEST(ThreadsWorker, StopsAtOnceWhileItWaitsAndCanBeClosedTwice)
-{
-    Worker worker(forEver_ms);
-    worker.Init("worker");
-    EXPECT_FALSE(worker.IsShuttingDown());
-    worker.Close();
-    EXPECT_TRUE(worker.IsShuttingDown());
-    worker.Close();
-    EXPECT_EQ(worker.started, 0);
-}
-
-TEST(ThreadsWorker, CanBeClosedWithoutEverHavingRun)
-{
-    Worker worker(forEver_ms);
-    worker.Close();
-    EXPECT_TRUE(worker.IsShuttingDown());
-}
-
 TEST(ThreadsWorker, FinishesTheCycleInHandWhileASecondCloserDoesNotWait)
 {
-    Worker worker(forEver_ms);
+    Worker worker;
     worker.hold = true;
     worker.Init("worker");
     worker.Wake();
@@ -128,7 +99,7 @@ TEST(ThreadsWorker, FinishesTheCycleInHandWhileASecondCloserDoesNotWait)
 
 TEST(ThreadsWorker, IsGoneInAForkedChildWhichCanCloseAndDestroyItsCopy)
 {
-    auto worker = std::make_unique<Worker>(forEver_ms);
+    auto worker = std::make_unique<Worker>();
     worker->Init("worker");
     support::Child child([&] {
         worker->Close();

@@ -81,13 +81,37 @@ TEST(UniqueIdFile, IsReadAsItStands)
     }
 }
 
-TEST(UniqueIdFile, IsMadeOnceAndNeverRewritten)
+TEST(UniqueIdFile, IsMadeOnceAndNeverRewrittenWhateverADeadProcessOfTheSameNumberLeft)
 {
     ScratchFolder folder;
+    write_file(folder.file("id." + std::to_string(getpid()) + ".0"), "half");
     EXPECT_TRUE(UniqueIdFile::Create(folder.file("id"), "first"));
     EXPECT_FALSE(UniqueIdFile::Create(folder.file("id"), "second"));
     EXPECT_EQ(read_file(folder.file("id")), "first");
-    EXPECT_EQ(FilesIn(folder), 1u) << "nothing is left beside it";
+    EXPECT_EQ(FilesIn(folder), 2u) << "nothing more is left beside it";
+}
+
+TEST(UniqueIdFile, IsMadeInItsPlaceWithoutHardLinksButNeverInPart)
+{
+    ScratchFolder folder;
+    support::Child child([&] {
+        if (!ForbidLinks())
+            return 77;
+        const bool first = UniqueIdFile::Create(folder.file("id"), "first");
+        const rlimit limit{4, 4};
+        signal(SIGXFSZ, SIG_IGN);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        return first && !UniqueIdFile::Create(folder.file("id"), "second") &&
+                       !UniqueIdFile::Create(folder.file("other"), "too long")
+                   ? 0
+                   : 1;
+    });
+    ASSERT_TRUE(child.wait());
+    if (child.status() == 77)
+        GTEST_SKIP() << "the kernel does not filter system calls";
+    EXPECT_EQ(child.status(), 0);
+    EXPECT_EQ(read_file(folder.file("id")), "first");
+    EXPECT_EQ(FilesIn(folder), 1u);
 }
 
 TEST(UniqueIdFile, IsNotMadeWhereSomethingElseStandsOrNothingCan)
@@ -101,45 +125,6 @@ TEST(UniqueIdFile, IsNotMadeWhereSomethingElseStandsOrNothingCan)
         EXPECT_FALSE(UniqueIdFile::Create(path, "id")) << path;
     EXPECT_FALSE(std::filesystem::exists(folder.file("target"))) << "a link is not followed to make a file";
     EXPECT_EQ(FilesIn(folder), 3u);
-}
-
-TEST(UniqueIdFile, IsNotMadeInPart)
-{
-    ScratchFolder folder;
-    support::Child child([&] {
-        const rlimit limit{10, 10};
-        signal(SIGXFSZ, SIG_IGN);
-        setrlimit(RLIMIT_FSIZE, &limit);
-        return UniqueIdFile::Create(folder.file("id"), "6f1c2a90-3b7e-4d25-9a61-0c4e8b7d2f13") ? 1 : 0;
-    });
-    ASSERT_TRUE(child.wait());
-    EXPECT_EQ(child.status(), 0);
-    EXPECT_EQ(FilesIn(folder), 0u);
-}
-
-TEST(UniqueIdFile, IsMadeInItsPlaceOnAFileSystemWithoutHardLinks)
-{
-    ScratchFolder folder;
-    support::Child child([&] {
-        if (!ForbidLinks())
-            return 77;
-        const bool first = UniqueIdFile::Create(folder.file("id"), "first");
-        return first && !UniqueIdFile::Create(folder.file("id"), "second") ? 0 : 1;
-    });
-    ASSERT_TRUE(child.wait());
-    if (child.status() == 77)
-        GTEST_SKIP() << "the kernel does not filter system calls";
-    EXPECT_EQ(child.status(), 0);
-    EXPECT_EQ(read_file(folder.file("id")), "first");
-    EXPECT_EQ(FilesIn(folder), 1u);
-}
-
-TEST(UniqueIdFile, SurvivesWhatADeadProcessOfTheSameNumberLeft)
-{
-    ScratchFolder folder;
-    write_file(folder.file("id." + std::to_string(getpid()) + ".0"), "half");
-    EXPECT_TRUE(UniqueIdFile::Create(folder.file("id"), "whole"));
-    EXPECT_EQ(read_file(folder.file("id")), "whole");
 }
 
 TEST(UniqueId, IsTheSameForAllProcessesThatStartAtOnce)
@@ -173,22 +158,17 @@ TEST(UniqueId, IsTheSameForAllProcessesThatStartAtOnce)
     }
 }
 
-TEST(UniqueId, StaysFromStartToStart)
+TEST(UniqueId, StaysFromStartToStartUnlessItCannotBeKept)
 {
     ScratchFolder folder;
     const std::string id = IdOfANewManager(folder.file("id"));
     EXPECT_EQ(id.size(), 36u);
     EXPECT_EQ(read_file(folder.file("id")), id) << "the characters and nothing else";
     EXPECT_EQ(IdOfANewManager(folder.file("id")), id);
-    EXPECT_NE(IdOfANewManager(folder.file("missing/id")), IdOfANewManager(folder.file("missing/id")));
-}
-
-TEST(UniqueId, IsFreshAtEveryStartWhileItsFileIsEmpty)
-{
-    ScratchFolder folder;
-    write_file(folder.file("id"), "");
-    EXPECT_NE(IdOfANewManager(folder.file("id")), IdOfANewManager(folder.file("id")));
-    EXPECT_EQ(read_file(folder.file("id")), "");
+    write_file(folder.file("empty"), "");
+    for (const std::string& path : {folder.file("missing/id"), folder.file("empty")})
+        EXPECT_NE(IdOfANewManager(path), IdOfANewManager(path));
+    EXPECT_EQ(read_file(folder.file("empty")), "") << "never rewritten";
 }
 
 TEST(UniqueId, ThatIsSuppliedHoldsUntilShutdownButDoesNotReplaceTheFile)
