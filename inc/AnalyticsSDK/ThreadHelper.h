@@ -69,7 +69,7 @@ protected:
     lumo::mutex m_stopGuard;               ///< guards m_stopper
     tova_event m_wakeEvent;                ///< auto-reset
     std::atomic<uint32_t> m_nWaitInterval; ///< milliseconds between cycles, re-read for every wait
-    std::string m_strThreadName;           ///< as the system shows the worker
+    std::string m_strThreadName;           ///< what Init() was given; the system does not get to see it
 
 private:
     bool ClaimStop();

@@ -24,25 +24,22 @@ TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMomentWithTransfersUnderWay)
     EXPECT_GT(report.requests, report.hosts) << "uploads were under way";
 }
 
-TEST(ThreadsLife, TheLibraryCanBeLoadedAndUnloadedAHundredTimes)
+TEST(ThreadsLife, TheLibraryCanBeLoadedAndUnloadedAHundredTimesAndUnderAnOpenSession)
 {
     ScratchFolder folder;
     support::HttpServer server;
     const auto ended =
         support::run({host_program("dlopen_host"), library(), folder.path().string(), server.url(), "100"});
     ASSERT_EQ(ended.status, 0) << ended.errors;
-    EXPECT_EQ(server.count(), 100u);
+    EXPECT_EQ(server.count(), 101u) << "a session that is open keeps the library";
     std::istringstream said(ended.output);
     long descriptors[2], threads[2], kilobytes[2];
-    std::string library_at_the_end;
     for (int i = 0; i < 2; ++i)
         said >> descriptors[i] >> threads[i] >> kilobytes[i];
-    said >> library_at_the_end;
     EXPECT_EQ(descriptors[0], descriptors[1]);
     EXPECT_EQ(threads[0], threads[1]);
 #ifndef ANALYTICS_SANITIZED
     EXPECT_LT(kilobytes[1] - kilobytes[0], 2000) << ended.output;
-    EXPECT_EQ(library_at_the_end, "gone");
 #endif
 }
 
