@@ -14,16 +14,6 @@ namespace AnalyticsSDK {
 // Deeper ones are given back: one odd event must not cost memory for the rest of the session.
 static constexpr uint32_t keptDepth = 128;
 
-/// Makes a document, or empties the one that was used before and keeps its memory.
-template <typename Document>
-static void Renew(std::optional<Document>& document)
-{
-    if (document)
-        document->Restart();
-    else
-        document.emplace();
-}
-
 HandleParameters::~HandleParameters()
 {
     while (top != nullptr)
@@ -36,10 +26,10 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
     if (!spPlace)
         spPlace.Reset(new Frame);
     Frame& frame = *spPlace;
-    if (kind == Frame::object)
-        Renew(frame.spObject);
-    else
-        Renew(frame.spArray);
+    if (kind == Frame::object && !frame.spObject)
+        frame.spObject.emplace();
+    if (kind == Frame::array && !frame.spArray)
+        frame.spArray.emplace();
     frame.kind = kind;
     frame.name = name;
     frame.parent = top;
@@ -48,8 +38,13 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
     return frame;
 }
 
+// Documents are emptied here, not when they are used again: a large one gives its memory back now.
 void HandleParameters::Pop()
 {
+    if (top->kind == Frame::object)
+        top->spObject->Restart();
+    else
+        top->spArray->Restart();
     top = top->parent;
     --depth;
     if (depth >= keptDepth) // then a parent is there
