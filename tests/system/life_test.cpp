@@ -118,13 +118,13 @@ TEST(ThreadsLife, SignalsMayArriveInEveryWait)
     std::vector<std::string> more = {"interrupt"};
     for (int round = 0; round < 10; ++round)
         more.insert(more.end(), {"open", "event=a", "event=b", "send", "event=c", "send", "close"});
-    more.push_back("threads=4:500");
+    more.insert(more.end(), {"open", "observe", "event=d", "send_async", "wait_until_heard", "close", "threads=4:500"});
     const auto ended = support::run(steps(folder, server.url(), more));
     EXPECT_EQ(ended.status, 0) << ended.errors;
     std::string expected;
     for (int round = 0; round < 20; ++round)
         expected += "send 0\n";
-    EXPECT_EQ(ended.output, expected);
-    EXPECT_EQ(server.count(), 20u);
+    EXPECT_EQ(ended.output, expected + "started 0\ncomplete 0\n");
+    EXPECT_EQ(server.count(), 21u);
     EXPECT_EQ(support::split_lines(support::read_file(folder.file("log"))).size(), 2000u);
 }
