@@ -48,6 +48,7 @@ static tova_string tova_http::*const string_options[] = {
     &tova_http::_cookie_file, &tova_http::_proxy,          &tova_http::_proxy_second,
     &tova_http::_proxy_user,  &tova_http::_proxy_password, &tova_http::_path,
 };
+// Option numbers are part of the interface, holes in them included: a null keeps a number that is no plain flag.
 static int32_t tova_http::*const number_options[] = {&tova_http::_connect_timeout, &tova_http::_timeout};
 static int32_t tova_http::*const bool_options[] = {
     &tova_http::_verbose,  &tova_http::_follow_redirects, &tova_http::_use_cookies, nullptr, nullptr,
@@ -122,6 +123,7 @@ int32_t tova_http_option_bool_set(tova_http* h, int32_t option, int32_t value)
     auto member = option_member(bool_options, option);
     if (!member)
         return 0;
+    // Who disabled the request has taken it over; what the taker left in the handle and texts must not be sent.
     if (option == tova_http_disabled && h->_disabled && !value)
         tova_http_close(h);
     h->*member = value;
@@ -294,6 +296,9 @@ static void set_method(tova_http* h)
     }
     curl_easy_setopt(curl, CURLOPT_HTTPGET, 0L);
     curl_easy_setopt(curl, CURLOPT_POST, 1L);
+    // Left to itself libcurl follows a moved post with a GET: the data would be lost and the request a success. 303 is
+    // the server's way to say that it has the data.
+    curl_easy_setopt(curl, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
     // The size always goes along: the data may hold a NUL or lack a terminator. No data is an empty body; a null
     // pointer would make libcurl read standard input.
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, h->_data ? static_cast<long>(h->_size) : 0L);
@@ -324,6 +329,7 @@ static void perform(tova_http* h, tova_http_response* r)
 {
     CURLcode code = curl_easy_perform(h->_curl);
     if (code != CURLE_OK) {
+        // Told apart from a failure, because the caller's own callback asked for it.
         r->cancelled = code == CURLE_ABORTED_BY_CALLBACK;
         log_failure("curl_easy_perform", code);
         r->status = -1;
@@ -437,7 +443,7 @@ void tova_http_response_create(tova_http_response* r)
 void tova_http_response_destroy(tova_http_response* r)
 {
     tova_assert(r);
-    r->_version = 0;
+    r->_version = 0; // nothing else to release: callbacks and user data are the caller's
 }
 
 void tova_http_response_callback_set(tova_http_response* r, void* user, tova_http_data_callback body,

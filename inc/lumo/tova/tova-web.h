@@ -36,7 +36,7 @@ enum
 enum
 {
     tova_http_verbose = 0,          ///< libcurl reports each step on standard error
-    tova_http_follow_redirects = 1, ///< 1 at first
+    tova_http_follow_redirects = 1, ///< 1 at first; a post stays one after 301 and 302, 303 makes it a GET
     tova_http_use_cookies = 2,   ///< reads the cookie file; cookies that servers set are kept between requests anyway
     tova_http_reset_proxies = 4, ///< empties both proxies once there is a URL; the answer is 0 all the same
     tova_http_disabled = 5       ///< while set, requests return 0 unsent; clearing it releases all texts and the handle
@@ -116,7 +116,8 @@ enum
     tova_http_response_error = 0
 };
 
-/// Prepares libcurl for this process. `reserved` is ignored; pass 0. Once per tova_http_shutdown.
+/// Prepares libcurl for this process. `reserved` is ignored; pass 0. Once per tova_http_shutdown, and neither of the
+/// two while another thread is inside libcurl.
 TOVA_API void tova_http_initialize(int32_t reserved);
 
 /// Releases what tova_http_initialize prepared.
@@ -182,7 +183,8 @@ typedef struct tova_proxy
     char bypass[1024];  ///< hosts that need none, likewise
 } tova_proxy;
 
-/// Looks up the proxies for `url`: always 0, none found, with both lists empty. Proxies are the host's to set.
+/// Looks up the proxies for `url`: always 0, none found, with both lists empty. Proxies are the host's to set. Any
+/// thread, as with the two functions below.
 TOVA_API int32_t tova_proxy_get_for_url(const char* url, tova_proxy* proxy);
 
 /// A part of a URI within the text that was parsed: not terminated, null when the part is absent.
