@@ -27,19 +27,25 @@ uint64_t tova_time_ms(uint64_t units)
     return units / g_resolution_ms;
 }
 
+// A double may hold more than the largest count of a slow clock, and such a conversion is undefined: it stops there.
+static uint64_t whole(double count)
+{
+    return count < 18446744073709551616.0 ? static_cast<uint64_t>(count) : UINT64_MAX;
+}
+
 uint64_t tova_time_us(uint64_t units)
 {
     tova_assert(g_resolution);
     // Below a thousand ticks the whole number would be too coarse a divisor: 24.576 MHz has 24 in it.
     if (g_resolution_us < 1000)
-        return static_cast<uint64_t>(static_cast<double>(units) / g_resolution_us_double);
+        return whole(static_cast<double>(units) / g_resolution_us_double);
     return units / g_resolution_us;
 }
 
 uint64_t tova_time_ns(uint64_t units)
 {
     tova_assert(g_resolution);
-    return static_cast<uint64_t>(static_cast<double>(units) / g_resolution_ns_double);
+    return whole(static_cast<double>(units) / g_resolution_ns_double);
 }
 
 // The zone's offset counts east here, as the C library gives it.
@@ -63,7 +69,9 @@ void tova::time_local_from(time_t moment, tova_time* t)
     // localtime_r alone would not see a TZ that the host changed since; localtime itself shares its buffer.
     tzset();
     tm local{};
-    localtime_r(&moment, &local);
+    // A file's time may lie in a year that no calendar here can name; its record stays zero, as for no time at all.
+    if (!localtime_r(&moment, &local))
+        return;
     tova_time_unix_from_tm(local, t);
     // Local times count west of Greenwich, the opposite of what the conversion gives; that is meant. The zone record
     // of gettimeofday is no source for it: on Linux it is always zero, elsewhere it knows the offset of today only.

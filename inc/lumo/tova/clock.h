@@ -45,7 +45,7 @@ TOVA_API uint64_t tova_time_ms(uint64_t units);
 /// Ticks to whole microseconds.
 TOVA_API uint64_t tova_time_us(uint64_t units);
 
-/// Ticks to nanoseconds, by way of a double: exact to 53 bits.
+/// Ticks to nanoseconds, by way of a double: exact to 53 bits, and UINT64_MAX for what is more than that.
 TOVA_API uint64_t tova_time_ns(uint64_t units);
 
 /// Fills `t` with now in the zone in force (TZ, else the system's). `bias` counts daylight saving in.

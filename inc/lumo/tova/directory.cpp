@@ -25,6 +25,7 @@ int32_t tova_directory_create(const char* path, const tova_security* security, i
     const mode_t mode = security ? tova_security_get(security) : 0777;
     if (mkdir(path, mode) == 0)
         return 1;
+    // A directory that is there already is a failure as well: the caller learns that it has not made it.
     if (errno != ENOENT || !recursive)
         return 0;
     // One level up, and the same again from there; each level ends at the last slash of its own path.
@@ -41,6 +42,7 @@ int32_t tova_directory_create(const char* path, const tova_security* security, i
 
 void tova_directory_get(int32_t kind, char* buffer, unsigned size)
 {
+    // Into a buffer of our own first, so that what is too small for the caller is one decision, below.
     char path[PATH_MAX];
     bool found = false;
     switch (kind) {
@@ -63,6 +65,8 @@ void tova_directory_get(int32_t kind, char* buffer, unsigned size)
     default:
         tova_assert(false);
     }
-    if (size)
-        tova_strcpy(buffer, size, found ? path : "");
+    if (found)
+        tova_strcpy(buffer, size, path);
+    else if (size)
+        buffer[0] = 0;
 }

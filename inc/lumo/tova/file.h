@@ -77,7 +77,8 @@ TOVA_API int32_t tova_file_remove(const char* path);
 /// The destination is emptied first, so a copy that fails leaves it partial, and a file copied onto itself is lost.
 TOVA_API int32_t tova_file_copy(const char* source, const char* destination);
 
-/// What tova_file_info_get tells; local time, `bias` as in tova_time_local, no milliseconds.
+/// What tova_file_info_get tells; local time, `bias` as in tova_time_local, no milliseconds. A time beyond the calendar
+/// is all zero.
 typedef struct tova_file_info
 {
     tova_time changed;  ///< last change of status

@@ -61,7 +61,7 @@ constexpr int32_t platform_priority(int32_t priority, int32_t lowest, int32_t hi
     return static_cast<int32_t>(((2 - p) * lowest + (p + 2) * highest) / 4);
 }
 
-/// Fills `t` with a moment in the zone in force, without milliseconds.
+/// Fills `t`, which must be zeroed, with a moment in the zone in force, without milliseconds.
 void time_local_from(time_t moment, tova_time* t);
 
 } // namespace tova
