@@ -1,7 +1,8 @@
 /// Signals between processes, found by name.
 ///
 /// A global event counts: each set is remembered until one wait takes it; there is neither reset nor broadcast. It is
-/// a named semaphore of the system and outlives the processes that use it until one of them destroys it.
+/// a named semaphore of the system and outlives the processes that use it until one of them destroys it. The caller
+/// owns the record; any thread may set and wait.
 #ifndef LUMO_TOVA_GLOBAL_EVENT_H
 #define LUMO_TOVA_GLOBAL_EVENT_H
 

@@ -1,6 +1,7 @@
 /// Mutual exclusion between the threads of one process.
 ///
-/// The caller owns the record. Misuse (a null or unstamped record) and impossible platform errors abort.
+/// The caller owns the record. Any thread may call. Misuse (a null or unstamped record) and impossible platform errors
+/// abort.
 #ifndef LUMO_TOVA_MUTEX_H
 #define LUMO_TOVA_MUTEX_H
 

@@ -2,7 +2,8 @@
 ///
 /// Sizes count characters of the destination (wide characters for wide text), terminator included. Wide text is
 /// wchar_t of 32 bits, one code point each. A copy that does not fit is misuse and aborts with the assertion "false"
-/// after the destination was terminated; formatting that does not fit is a result.
+/// after the destination was terminated; formatting that does not fit is a result. All memory is the caller's, and any
+/// thread may call; nothing here depends on the host's locale but the formatter's own conversions.
 #ifndef LUMO_TOVA_TEXT_H
 #define LUMO_TOVA_TEXT_H
 

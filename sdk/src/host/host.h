@@ -83,7 +83,7 @@ struct source
     answer (*selector)(std::uint32_t code, std::int32_t& value);
     answer (*processor)(processor_identity& identity);
     answer (*sysctl_text)(sysctl_name name, text& value);
-    /// Visits every processor once; with an answer other than found none may have been visited.
+    /// Visits every processor once. With an answer other than found some may have been visited, which do not count.
     answer (*loads)(load_visitor* visit, void* context);
     answer (*page_size)(std::uint64_t& bytes);
     answer (*pages)(page_counts& counts);
