@@ -12,6 +12,7 @@
 namespace lumo {
 namespace {
 
+// Few by today's measure; a record proves where an upload comes from and guards no password. Servers count the same.
 constexpr int iterations = 1000;
 
 // The last resort of a machine whose generator has found no entropy of its own. rand() is all there is then, and not
@@ -49,6 +50,7 @@ bool generate_hash(const char* text, scoped_array<unsigned char>& record, long& 
     unsigned char salt[hash_salt_size];
     draw_salt(salt);
     length = hash_record_size;
+    // Without exceptions: a host short of memory loses an upload, not its life.
     record.Reset(new (std::nothrow) unsigned char[hash_record_size]());
     if (!record)
         return false;

@@ -21,6 +21,7 @@ bool TestHash(const char* text, const unsigned char* record, long length)
 std::string GenerateUuid()
 {
     host::uuid_bytes bytes{};
+    // No identifier rather than a guessable one: two machines with the same would count as one.
     if (host::facts().uuid(bytes) != host::answer::found)
         return {};
     static constexpr char digits[] = "0123456789abcdef";
@@ -43,6 +44,7 @@ std::int32_t GetUUID(char* buffer, unsigned int size)
 
 bool IsOnline()
 {
+    // What cannot be read counts as offline: whoever asks then keeps its data for later, which loses nothing.
     std::uint32_t flags = 0;
     if (host::facts().reachability(flags) != host::answer::found)
         return false;

@@ -114,6 +114,8 @@ const char* architecture_name(std::int32_t code)
     }
 }
 
+// 64 bits, because a large machine's 32-bit counters overflow their sum within days. Ticks of programs that yield to
+// others (nice) are left out of both sides of the share, as they always were.
 void add_load(void* context, const host::processor_load& load)
 {
     auto& sum = *static_cast<host::processor_load*>(context);
@@ -151,6 +153,7 @@ std::int32_t GetOSName(char* buffer, unsigned int size)
 
 std::int32_t GetOSVersion(char* buffer, unsigned int size)
 {
+    // A code of its own, since a report without a version cannot be assigned to a release at all.
     version read{};
     if (!read_version(read))
         return PROBE_VERSION_UNREADABLE;
@@ -203,6 +206,8 @@ std::int32_t GetTotalRAM(char* buffer, unsigned int size)
     return print_selector(buffer, size, selector("ramm"), " MB");
 }
 
+// What a pager calls free says little about what a program could still get, so no figure was ever sent; the key stays
+// because readers of the events expect it.
 std::int32_t GetFreeRAM(char* buffer, unsigned int size)
 {
     tova_strcpy(buffer, size, "0 MB");

@@ -81,6 +81,7 @@ int32_t tova_file_create(tova_file* f, const char* path, tova_security* security
 {
     check(f);
     tova_assert(f->_file == INVALID_FILE);
+    // The bits twice, here and by the object: in between, the file must not be open to more than the object says.
     const mode_t mode = security ? tova_security_get(security) : 0666;
     if (!outcome(f, open_with(f, path, O_RDWR | O_CREAT | O_TRUNC, mode)))
         return 0;
@@ -142,6 +143,7 @@ uint64_t tova_file_size(tova_file* f)
     return fstat(f->_file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
+// A name that is there but is no regular file is none to read events or an id from: a pipe would block its reader.
 int32_t tova_file_exists(const char* path)
 {
     struct stat status;
@@ -181,6 +183,7 @@ int32_t tova_file_copy(const char* source, const char* destination)
 
 int32_t tova_file_info_get(const char* name, tova_file_info* info)
 {
+    // Zeroed before the question, so that no caller who forgets the answer reads what was in its memory.
     memset(info, 0, sizeof *info);
     struct stat status;
     if (stat(name, &status) != 0)
@@ -222,6 +225,7 @@ int32_t tova_file_find_first_pattern(tova_file_find* f, const char* directory, c
     f->_version = tova_version;
     tova_strcpy(f->_directory, sizeof f->_directory, directory);
     f->_stream = opendir(directory);
+    // Without a stream the step below finds nothing, so a folder that cannot be opened looks like an empty one.
     return tova_file_find_next(f);
 }
 

@@ -39,6 +39,7 @@ static int32_t open_named(tova_global_event* ge, const char* name, int flags)
     memset(ge, 0, sizeof *ge);
     ge->_version = tova_version;
     tova_global_event_unix_name(ge, name);
+    // For everybody: the processes that share an event may run as different users.
     ge->_sem = sem_open(ge->_name, flags, 0666, 0);
     return ge->_sem != SEM_FAILED;
 }

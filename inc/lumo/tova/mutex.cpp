@@ -64,6 +64,7 @@ void tova_mutex_unlock(tova_mutex* m)
 int32_t tova_mutex_try_lock(tova_mutex* m)
 {
     check(m);
+    // Busy is the one answer that says something about the caller; any other means that the record is broken.
     const int result = pthread_mutex_trylock(&m->_mutex);
     if (result != 0 && result != EBUSY)
         tova_assert(false);

@@ -47,6 +47,7 @@ void tova_initialize(void)
     m_initialized.store(1, std::memory_order_release);
 }
 
+// The clock's scales stay: static destructors of the host that still convert a duration would abort without them.
 void tova_shutdown(void)
 {
     if (!m_initialized.load(std::memory_order_acquire))
@@ -63,6 +64,7 @@ void tova_log_register(tova_log_callback callback)
 
 void tova_log(int32_t level, const char* format, ...)
 {
+    // Read once: another thread may take the callback away between the test and the call.
     const tova_log_callback callback = g_callback.load();
     if (!callback)
         return;

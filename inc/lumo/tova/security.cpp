@@ -54,6 +54,7 @@ void tova_security_set(tova_security* s, int32_t who, int32_t level)
         s->_mode |= tova_security_unix_mode(level, level, level);
         break;
     case tova_security_users:
+        // The group of people with an account here; systems call it one or the other.
         s->_group = group_id("localaccounts");
         if (s->_group == -1)
             s->_group = group_id("staff");

@@ -37,6 +37,7 @@ void tova_semaphore_destroy(tova_semaphore* s)
 int32_t tova_semaphore_set(tova_semaphore* s)
 {
     check(s);
+    // Setting is the one operation that has a result to report a failed lock with; the others can only abort.
     if (pthread_mutex_lock(&s->_mutex) != 0)
         return 0;
     const bool raised = s->_value < s->_max;
@@ -56,6 +57,7 @@ void tova_semaphore_wait(tova_semaphore* s)
         tova_assert(false);
     while (s->_value <= 0 && pthread_cond_wait(&s->_condition, &s->_mutex) == 0) {
     }
+    // Also after a platform error: the caller goes on as if it had its count, so the count must say so.
     --s->_value;
     pthread_mutex_unlock(&s->_mutex);
 }
@@ -63,6 +65,7 @@ void tova_semaphore_wait(tova_semaphore* s)
 int32_t tova_semaphore_wait_time(tova_semaphore* s, uint32_t wait_ms)
 {
     check(s);
+    // Taken before the lock: the time that others hold it counts as waiting.
     const timespec deadline = tova::deadline_in(wait_ms);
     if (pthread_mutex_lock(&s->_mutex) != 0)
         tova_assert(false);

@@ -33,6 +33,7 @@ void tova_strncpy(char* dst, unsigned size, const char* src, unsigned count)
 void tova_strcat(char* dst, unsigned size, const char* src)
 {
     const unsigned used = static_cast<unsigned>(strnlen(dst, size));
+    // Without a terminator in its size the destination is no text, and its end is unknown.
     if (used == size)
         tova_assert(false);
     tova_strcpy(dst + used, size - used, src);
@@ -90,6 +91,7 @@ int32_t tova_sprintf(char* dst, int32_t size, const char* format, ...)
     return length;
 }
 
+// Half a path or half a number reads like a whole one, so what does not fit is not delivered at all.
 int32_t tova_vsprintf(char* dst, int32_t size, const char* format, va_list arguments)
 {
     if (size <= 0)
@@ -299,6 +301,8 @@ int32_t tova_utf8_to_wide(wchar_t* dst, unsigned size, const char* src)
     return static_cast<int32_t>(end - dst) + 1;
 }
 
+// Stricter than the conversion, and that is meant: who asks for the length alone has the text in pieces and must not
+// take the front of a character for a character.
 uint32_t tova_utf8_to_wide_length(const char* src)
 {
     tova_assert(!is_cut_off(src));
@@ -345,6 +349,7 @@ void tova_string_reserve(tova_string* s, uint32_t size)
     if (size <= s->_capacity)
         return;
     char* grown = static_cast<char*>(realloc(s->_text, size));
+    // There is no result to report it with, and a text cut short would be sent as if it were whole.
     if (!grown)
         tova_assert(false);
     grown[s->_length] = 0;

@@ -81,6 +81,7 @@ static bool launch(tova_thread* t)
 
 int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argument)
 {
+    // The stamp is not looked at: a zeroed record starts as well as a created one, and always did.
     tova_assert(t);
     if (t->_target)
         tova_assert(false);
@@ -112,6 +113,7 @@ void tova_thread_detach(tova_thread* t)
     if (!t->_target)
         return;
     pthread_detach(t->_handle);
+    // The handle goes too, unlike after a join: the system may give its value to another thread at any time now.
     t->_target = nullptr;
     memset(&t->_handle, 0, sizeof t->_handle);
 }

@@ -3,6 +3,7 @@
 
 #include <cstring>
 
+// This system keeps no proxy settings in one place; the lists are emptied so that nobody takes old memory for some.
 int32_t tova_proxy_get_for_url(const char*, tova_proxy* proxy)
 {
     if (proxy)
@@ -68,6 +69,7 @@ int32_t tova_uri_decode(char* out, unsigned size, const char* text, unsigned len
 {
     if (size == 0)
         return 0;
+    // `length` comes from a URI's part, which has no terminator of its own: reading on would enter the next part.
     const char* end = text ? text + strnlen(text, length) : nullptr;
     unsigned written = 0;
     while (text != end && written < size - 1) {

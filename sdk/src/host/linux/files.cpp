@@ -12,6 +12,7 @@ namespace AnalyticsSDK::host::files {
 
 line_file::line_file(const char* root, const char* path)
 {
+    // A path that does not fit comes out empty and is then a file that does not exist, which every caller expects.
     char whole[1024];
     tova_sprintf(whole, sizeof whole, "%s%s", root, path);
     descriptor = open(whole, O_RDONLY | O_CLOEXEC | O_NOCTTY);

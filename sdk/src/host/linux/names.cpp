@@ -27,6 +27,7 @@ answer sources::sysctl_text(sysctl_name name, text& value)
 {
     if (name == sysctl_name::hw_model)
         return readers::model("", value);
+    // The kernel's own name: asking for the full one would go to a name server.
     return gethostname(value.data(), value.size()) == 0 ? answer::found : answer::failed;
 }
 

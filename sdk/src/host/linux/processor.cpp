@@ -42,6 +42,7 @@ double leading_number(std::string_view digits)
 
 bool to_megahertz(double number, std::int32_t& megahertz)
 {
+    // Some kernels write 0 where a hypervisor hides the clock; as a fact that would be worse than none.
     if (!(number >= 1 && number < 1e6))
         return false;
     megahertz = static_cast<std::int32_t>(std::lround(number));

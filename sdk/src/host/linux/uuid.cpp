@@ -8,6 +8,7 @@ namespace AnalyticsSDK::host {
 
 answer sources::uuid(uuid_bytes& bytes)
 {
+    // Never waiting for entropy: early in a machine's start that would hold up the host.
     const auto size = static_cast<ssize_t>(bytes.size());
     if (getrandom(bytes.data(), bytes.size(), GRND_NONBLOCK) != size &&
         RAND_bytes(bytes.data(), static_cast<int>(size)) != 1)
