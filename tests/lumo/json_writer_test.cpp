@@ -5,7 +5,6 @@
 
 #include <climits>
 #include <cmath>
-#include <limits>
 #include <memory>
 #include <random>
 #include <string>
@@ -63,19 +62,13 @@ TEST(JsonWriter, SeparatesWithSpacesOrWithIndentedLines)
     EXPECT_EQ(finished<json_writer_array>(false, one_and_two), "[\r\n 1,\r\n 2 ]");
 }
 
-TEST(JsonWriter, WrapsANamedObjectInAnother)
+// A named object is wrapped in another; a named array begins with a comma.
+TEST(JsonWriter, WritesTheNameOfTheWholeInItsOwnWay)
 {
-    EXPECT_EQ(finished(
-                  true, [](auto& w) { w.element("a", 1); }, "n"),
-              R"({ "n": { "a": 1 }})");
-    EXPECT_EQ(finished(
-                  false, [](auto& w) { w.element("a", 1); }, "n"),
-              "{\r\n\"n\": {\r\n \"a\": 1\r\n}}");
+    const auto a = [](json_writer& w) { w.element("a", 1); };
+    EXPECT_EQ(finished(true, a, "n"), R"({ "n": { "a": 1 }})");
+    EXPECT_EQ(finished(false, a, "n"), "{\r\n\"n\": {\r\n \"a\": 1\r\n}}");
     EXPECT_EQ(finished(true, nothing, "q\""), R"({ "q\"": { }})");
-}
-
-TEST(JsonWriter, PutsACommaBeforeTheFirstElementOfANamedArray)
-{
     EXPECT_EQ(finished<json_writer_array>(true, one_and_two, "n"), R"( "n": [, 1, 2 ])");
     EXPECT_EQ(finished<json_writer_array>(false, one_and_two, "n"), "\r\n\"n\": [,\r\n 1,\r\n 2 ]");
 }
@@ -97,19 +90,19 @@ TEST(JsonWriter, EscapesFiveBytesAndNoOther)
 TEST(JsonWriter, WritesEveryKindOfValue)
 {
     EXPECT_EQ(as_element(true) + as_element(false), "truefalse");
-    EXPECT_EQ(as_element(0), "0");
-    EXPECT_EQ(as_element(-7), "-7");
-    EXPECT_EQ(as_element(255), "255");
+    const std::pair<long long, const char*> whole[] = {{0, "0"},
+                                                       {-7, "-7"},
+                                                       {1LL << 40, "1099511627776"},
+                                                       {LLONG_MIN, "-9223372036854775808"},
+                                                       {LLONG_MAX, "9223372036854775807"}};
+    for (const auto& [value, text] : whole)
+        EXPECT_EQ(as_element(value), text);
     EXPECT_EQ(as_element(INT_MIN), "-2147483648");
-    EXPECT_EQ(as_element(1LL << 40), "1099511627776");
-    EXPECT_EQ(as_element(LLONG_MIN), "-9223372036854775808");
-    EXPECT_EQ(as_element(LLONG_MAX), "9223372036854775807");
-    EXPECT_EQ(as_element(3.0), "3");
-    EXPECT_EQ(as_element(0.1), "0.1");
-    EXPECT_EQ(as_element(1234567.0), "1.23457e+06");
-    EXPECT_EQ(as_element(1e20), "1e+20");
-    EXPECT_EQ(as_element(-std::numeric_limits<double>::infinity()), "-inf");
-    EXPECT_EQ(as_element(std::copysign(std::nan(""), 1.0)), "nan");
+    const std::pair<double, const char*> fractions[] = {
+        {3, "3"},        {0.1, "0.1"},        {1234567, "1.23457e+06"},
+        {1e20, "1e+20"}, {-HUGE_VAL, "-inf"}, {std::copysign(std::nan(""), 1.0), "nan"}};
+    for (const auto& [value, text] : fractions)
+        EXPECT_EQ(as_element(value), text);
 }
 
 TEST(JsonWriter, CopiesAChildAsItStands)
@@ -190,7 +183,8 @@ TEST(EscapedCopy, GivesWhatThePlainFormGives)
         for (char& c : text)
             c = plain == 0 ? alphabet[random() % alphabet.size()] : random() % 20 ? 'x' : '"';
         const std::size_t step = 32 + random() % 60;
-        ASSERT_EQ(copy_with(lumo::copy_escaped, text.c_str(), step), copy_with(lumo::copy_escaped_plain, text.c_str(), step));
+        ASSERT_EQ(copy_with(lumo::copy_escaped, text.c_str(), step),
+                  copy_with(lumo::copy_escaped_plain, text.c_str(), step));
     }
 }
 

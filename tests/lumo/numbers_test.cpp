@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <cfloat>
 #include <climits>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <limits>
 #include <random>
 
 namespace {
@@ -83,36 +83,11 @@ TEST(IntegersDeathTest, NeedAKnownBaseAndAWidth)
 
 TEST(Doubles, ArePrintedWithSixSignificantDigits)
 {
-    for (const double value : {0.0,
-                               -0.0,
-                               0.5,
-                               -0.5,
-                               3.0,
-                               0.1,
-                               0.3,
-                               100000.0,
-                               999999.0,
-                               999999.4,
-                               999999.5,
-                               1e6,
-                               1234567.0,
-                               0.0001,
-                               0.00001,
-                               0.000099999949,
-                               1e20,
-                               1e21,
-                               1e22,
-                               1e23,
-                               1e-16,
-                               9.99999e-17,
-                               1e-300,
-                               1e300,
-                               5e-324,
-                               std::numeric_limits<double>::max(),
-                               std::numeric_limits<double>::infinity(),
-                               -std::numeric_limits<double>::infinity(),
-                               std::nan(""),
-                               -std::nan("")})
+    // Where the form changes, and what has no digits; the tests below try all the rest.
+    static const double values[] = {0.0,          -0.0,           0.3,    999999.4, 999999.5, 1e6,
+                                    0.0001,       0.000099999949, 5e-324, DBL_MAX,  HUGE_VAL, -HUGE_VAL,
+                                    std::nan(""), -std::nan("")};
+    for (const double value : values)
         EXPECT_AS_PRINTED(value);
 }
 

