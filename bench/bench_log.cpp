@@ -80,7 +80,7 @@ const Group append_row("log: append", [](Table& table) {
         std::filesystem::remove(path);
     };
     table.row("LogEvent of a finished document", "open, write, close of a line of that length",
-              compare(ours, raw_appends(folder.file("raw.log"), line), 25), at_most(1.25, 1.15));
+              compare(ours, raw_appends(folder.file("raw.log"), line)), at_most(1.25, 1.15));
 });
 
 const Group event_row("log: whole event", [](Table& table) {
@@ -88,7 +88,7 @@ const Group event_row("log: whole event", [](Table& table) {
     const std::string path = folder.file("events.log");
     const Session session(path);
     table.row("whole event, one thread", "open, write, close of a line of that length",
-              compare(whole_events(session.get(), path), raw_appends(folder.file("raw.log"), line_of(folder)), 25),
+              compare(whole_events(session.get(), path), raw_appends(folder.file("raw.log"), line_of(folder))),
               at_most(1.70, 1.45));
 });
 
@@ -192,7 +192,11 @@ const Group peer_rows("log: peers", [](Table& table) {
         for (long i = 0; i < times; ++i)
             database.add(line);
     };
-    table.row("whole event", "SQLite insert of the line (WAL, NORMAL)", compare(ours, rows), at_most(0, 0.15));
+    // Turns long enough to hold SQLite's checkpoints, which are part of what an insert costs.
+    constexpr long inserts = 4000;
+    const auto each_ns = [](const Work& work) { return seconds_of([&] { work(inserts); }) * 1e9 / inserts; };
+    table.row("whole event", "SQLite insert of the line (WAL, NORMAL)",
+              compare_figures([&] { return each_ns(ours); }, [&] { return each_ns(rows); }, "ns", 9), at_most(0, 0.15));
 
     const auto logger = spdlog::basic_logger_mt("bench", folder.file("spdlog.log"));
     logger->set_pattern("%v");

@@ -34,8 +34,7 @@ const Group mutex_row("tova: mutex", [](Table& table) {
                 pthread_mutex_lock(&bare);
                 pthread_mutex_unlock(&bare);
             }
-        },
-        15);
+        });
     table.row("mutex lock and unlock", "a bare recursive pthread mutex", figures, at_most(1.25, 1.10));
     tova_mutex_destroy(&ours);
     pthread_mutex_destroy(&bare);
@@ -81,8 +80,7 @@ const Group event_row("tova: event", [](Table& table) {
                 bare.set();
                 bare.wait();
             }
-        },
-        15);
+        });
     table.row("event set and satisfied wait", "a bare mutex and condition variable", figures, at_most(1.25, 1.10));
     tova_event_destroy(&ours);
 });
@@ -140,8 +138,7 @@ const Group life_row("session: start and end", [](Table& table) {
                 for (const pthread_t thread : threads)
                     pthread_join(thread, nullptr);
             }
-        },
-        15);
+        });
     analytics_shutdown(first);
     table.row("initialize and shutdown", "create and join of two threads", figures, at_most(0, 2));
 });

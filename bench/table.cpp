@@ -22,10 +22,11 @@ double seconds_of(const std::function<void()>& work)
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-// How often the work is to be done to last about a hundredth of a second; also warms it up.
+// How often the work is to be done to last about a thousandth of a second; also warms it up. Short turns, and many of
+// them: then most turns are not interrupted, on a busy machine too, and the median is one of those.
 static long calibrate(const Work& work)
 {
-    constexpr double wanted = 0.01;
+    constexpr double wanted = 0.001;
     for (long times = 1;; times *= 4) {
         const double taken = seconds_of([&] { work(times); });
         if (taken > wanted / 4 || times > 100'000'000)

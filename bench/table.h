@@ -17,9 +17,9 @@ struct Figures
     std::string unit = "ns";
 };
 
-/// Times both in turn, each at least five times, so that whatever the machine does meanwhile meets both. The figures
-/// are medians; the ratio is the median of the ratios of neighbours.
-Figures compare(const Work& ours, const Work& reference, int repetitions = 9);
+/// Times both in turn, a millisecond or one piece of work each, so that whatever the machine does meanwhile meets both.
+/// The figures are medians; the ratio is the median of the ratios of neighbours.
+Figures compare(const Work& ours, const Work& reference, int repetitions = 151);
 
 /// The same for figures that the work itself takes: each call gives one.
 Figures compare_figures(const std::function<double()>& ours, const std::function<double()>& reference,
