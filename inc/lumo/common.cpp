@@ -42,11 +42,11 @@ bool round_to_six(double magnitude, six_digits& result)
     double scaled = scale(magnitude, 5 - exponent);
     if (scaled >= 1e6)
         scaled = scale(magnitude, 5 - ++exponent);
-    const auto whole = static_cast<std::uint32_t>(scaled);
-    const double beyond_half = scaled - whole - 0.5;
-    if (std::fabs(beyond_half) < doubt)
+    // Rounded first and judged afterwards, so that the digits need not wait for the judgement.
+    const auto rounded = static_cast<std::int32_t>(scaled + 0.5);
+    result = {static_cast<std::uint32_t>(rounded), exponent};
+    if (std::fabs(scaled - rounded) > 0.5 - doubt)
         return false;
-    result = {whole + (beyond_half > 0 ? 1 : 0), exponent};
     if (result.digits == 1000000)
         result = {100000, exponent + 1};
     return true;
@@ -67,7 +67,8 @@ char* put_exponent(char* out, int exponent)
 char* put_six(char* out, six_digits number)
 {
     const std::uint64_t digits = detail::eight_digits(number.digits * 100);
-    const int count = 8 - __builtin_clzll(digits) / 8; // trailing zeros go; there is a digit that is none
+    const int count = 8 - static_cast<int>(static_cast<unsigned>(__builtin_clzll(digits)) /
+                                           8); // trailing zeros go; there is a digit that is none
     const std::uint64_t text = digits + detail::eight_zeros;
 
     const bool scientific = number.exponent < -4 || number.exponent >= 6;
