@@ -24,6 +24,7 @@ std::string GenerateUuid()
     // No identifier rather than a guessable one: two machines with the same would count as one.
     if (host::facts().uuid(bytes) != host::answer::found)
         return {};
+    // In lower case, because servers compare identifiers byte by byte.
     static constexpr char digits[] = "0123456789abcdef";
     std::string text;
     text.reserve(36);

@@ -100,6 +100,7 @@ const char* family_name(std::int32_t code)
     return "";
 }
 
+// Newer architectures have no code that the server would know, so they are unknown to it and no failure.
 const char* architecture_name(std::int32_t code)
 {
     switch (code) {

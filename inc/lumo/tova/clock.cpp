@@ -10,6 +10,7 @@
 
 uint64_t tova_time_units(void)
 {
+    // By itself: a static initialiser of the host may measure before ours has run.
     tova_initialize();
     return tova::platform::clock_ticks();
 }

@@ -117,6 +117,7 @@ int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* coun
 int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size)
 {
     check(f);
+    // One call for the whole, never a loop over its parts: lines that several writers append must not mix.
     const ssize_t result = uninterrupted([=] { return write(f->_file, buffer, size); });
     // A short write sets no error number. The usual reason is a disk that is full, and the next write will say so.
     if (result >= 0 && result != static_cast<ssize_t>(size))
@@ -140,6 +141,7 @@ uint64_t tova_file_size(tova_file* f)
 {
     check(f);
     struct stat status;
+    // Of the descriptor: the name may have gone to another file since.
     return fstat(f->_file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 

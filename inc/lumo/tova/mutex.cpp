@@ -27,6 +27,7 @@ static void create(tova_mutex* m, int type)
         tova_assert(false);
 }
 
+// The plain name makes the kind that forgives: code that comes back to itself through a callback must not hang.
 void tova_mutex_create(tova_mutex* m)
 {
     create(m, PTHREAD_MUTEX_RECURSIVE);

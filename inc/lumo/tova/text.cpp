@@ -149,6 +149,7 @@ inline decoded decode(const byte* at)
 {
     if (*at < 0x80)
         return {at + 1, *at};
+    // 0xC0 and 0xC1 begin overlong forms only and are left to the general rule, as is everything else that is odd.
     if (*at >= 0xC2 && *at < 0xE0 && is_continuation(at[1]))
         return {at + 2, (at[0] & 0x1Fu) << 6 | (at[1] & 0x3Fu)};
     if ((*at & 0xF0) == 0xE0 && is_continuation(at[1]) && is_continuation(at[2])) {
@@ -285,6 +286,8 @@ int encode(uint32_t value, char* out)
     const int length = value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
     for (int i = length - 1; i > 0; --i, value >>= 6)
         out[i] = static_cast<char>(0x80 | (value & 0x3F));
+    // The mark of the lead byte has as many ones as the sequence has bytes; the shift leaves just those in the low
+    // byte.
     out[0] = static_cast<char>(0xF00 >> length | value);
     return length;
 }

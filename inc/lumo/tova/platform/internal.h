@@ -36,6 +36,7 @@ constexpr timespec deadline_after(timeval now, uint32_t wait_ms)
     return deadline;
 }
 
+/// By the wall clock, since conditions wait by it on every system; not all of them let one choose another clock.
 inline timespec deadline_in(uint32_t wait_ms)
 {
     timeval now;

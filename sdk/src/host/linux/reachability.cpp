@@ -12,6 +12,7 @@ namespace {
 // A root name server's: fixed for good, and reached over the same way as any server out there.
 constexpr const char* fixed_address_4 = "198.41.0.4";
 constexpr const char* fixed_address_6 = "2001:503:ba3e::2:30";
+// Nothing is ever sent to it; only 0 is refused by some systems.
 constexpr in_port_t any_port = 443;
 
 answer look_up(int family, const void* address, socklen_t size, bool& route)

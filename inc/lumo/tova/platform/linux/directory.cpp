@@ -82,6 +82,7 @@ bool process_directory(char* buffer, size_t size)
     char* slash = strrchr(path, '/');
     if (!slash)
         return false;
+    // A program in the root directory lives in "/", not in the empty path.
     slash[slash == path ? 1 : 0] = 0;
     return join(buffer, size, path, "");
 }
