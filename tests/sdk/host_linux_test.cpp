@@ -143,33 +143,27 @@ TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsAndFirmwareTell)
 
 TEST(LinuxFacts, SampleLoadsAreThoseOfEveryProcessorAndNotTheirSum)
 {
-    struct sum
-    {
-        std::uint64_t processors = 0, user = 0, system = 0, idle = 0;
+    // Processors, user, system, idle: the sums, or that there is no answer.
+    const auto read_sums = [](const char* machine) -> std::vector<std::uint64_t> {
+        std::vector<std::uint64_t> all(4);
+        const auto add = [](void* context, const host::processor_load& load) {
+            auto& to = *static_cast<std::vector<std::uint64_t>*>(context);
+            to = {to[0] + 1, to[1] + load.user, to[2] + load.system, to[3] + load.idle};
+        };
+        if (readers::loads(sample(machine).c_str(), add, &all) != host::answer::found)
+            all.clear();
+        return all;
     };
-    const auto read_sum = [](const std::string& machine, sum& all) {
-        return readers::loads(
-            sample(machine).c_str(),
-            [](void* context, const host::processor_load& load) {
-                auto& to = *static_cast<sum*>(context);
-                to = {to.processors + 1, to.user + load.user, to.system + load.system, to.idle + load.idle};
-            },
-            &all);
-    };
-    sum small, large, none, broken;
-    EXPECT_EQ(read_sum("aarch64", small), host::answer::found);
-    EXPECT_EQ(small.processors, 2u);
-    EXPECT_EQ(small.user, 1678u + 1679u);
-    EXPECT_EQ(small.system, 2156u + 2157u);
-    EXPECT_EQ(small.idle, 681196u + 681197u);
-    EXPECT_EQ(read_sum("x86_64-large", large), host::answer::found);
-    EXPECT_EQ(large.processors, 300u);
-    EXPECT_EQ(large.user, 300u * 1000 + 299 * 300 / 2);
-    EXPECT_EQ(large.idle, 300 * std::uint64_t{4000000000});
-    EXPECT_EQ(read_sum("container", none), host::answer::found);
-    EXPECT_EQ(none.processors, 0u);
-    EXPECT_EQ(read_sum("broken", broken), host::answer::failed);
-    EXPECT_EQ(read_sum("no such machine", broken), host::answer::failed);
+    using sums = std::vector<std::uint64_t>;
+    EXPECT_EQ(read_sums("aarch64"), (sums{2, 1678 + 1679, 2156 + 2157, 681196 + 681197}));
+    const sums large = read_sums("x86_64-large");
+    ASSERT_EQ(large.size(), 4u);
+    EXPECT_EQ(large[0], 300u);
+    EXPECT_EQ(large[1], 300u * 1000 + 299 * 300 / 2);
+    EXPECT_EQ(large[3], 300 * std::uint64_t{4000000000});
+    EXPECT_EQ(read_sums("container"), sums(4));
+    for (const char* none : {"broken", "no such machine"})
+        EXPECT_EQ(read_sums(none), sums());
 }
 
 TEST(LinuxFacts, SampleMemoryAddsUpToAllOfIt)

@@ -1,9 +1,7 @@
 #include "lumo/tova/directory.h"
 #include "lumo/tova/file.h"
-#include "support/child.h"
 #include "support/scratch.h"
 
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -11,7 +9,6 @@
 #include <set>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 using support::read_file;
@@ -122,29 +119,6 @@ TEST_F(File, TellsAWriteThatCameOutShortFromAWholeOne)
     EXPECT_EQ(0, refused);
     EXPECT_EQ(EFBIG, f._error);
     EXPECT_EQ("0123456789", read_file(path));
-}
-
-TEST_F(File, GoesOnReadingWhenASignalInterrupts)
-{
-    support::Child reader([this] {
-        static std::atomic<int> alarms;
-        struct sigaction action = {}; // without SA_RESTART: the read fails
-        action.sa_handler = [](int) {
-            if (++alarms == 3)
-                (void)!write(3, "end", 3);
-        };
-        sigaction(SIGALRM, &action, nullptr);
-        if (mkfifo(path.c_str(), 0600) != 0 || !tova_file_open(&f, path.c_str(), tova_file_read_write))
-            return 1;
-        dup2(f._file, 3);
-        const itimerval often = {{0, 5'000}, {0, 5'000}};
-        setitimer(ITIMER_REAL, &often, nullptr);
-        char text[4] = {};
-        uint32_t count = 0;
-        return tova_file_read(&f, text, 3, &count) && strcmp(text, "end") == 0 ? 0 : 2;
-    });
-    ASSERT_TRUE(reader.wait());
-    EXPECT_EQ(0, reader.status());
 }
 
 TEST_F(File, CopiesContentOverTheDestination)

@@ -8,7 +8,6 @@
 #include "support/scratch.h"
 
 #include <csignal>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -193,14 +192,10 @@ TEST_F(Http, NeverReadsCookiesFromStandardInput)
 {
     support::ScratchFolder folder;
     support::write_file(folder.file("input"), "127.0.0.1\tFALSE\t/\tFALSE\t0\tfrom\tinput\n");
-    const int kept = dup(0), input = open(folder.file("input").c_str(), O_RDONLY);
-    dup2(input, 0);
+    ASSERT_NE(nullptr, freopen(folder.file("input").c_str(), "r", stdin));
     tova_http_option_bool_set(&h, tova_http_use_cookies, 1);
     EXPECT_EQ(1, get(server.url()));
     EXPECT_EQ(0, lseek(0, 0, SEEK_CUR));
-    dup2(kept, 0);
-    close(kept);
-    close(input);
     EXPECT_FALSE(server.requests().at(0).has_header("cookie"));
 }
 

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -119,4 +120,21 @@ TEST(ThreadsSignals, EndNoWaitForAMutexOrAThread)
                      &thread, [](void*) { support::wait_until([] { return over.load(); }); }, nullptr));
     interrupted([&] { tova_thread_join(&thread); }, [] { over = true; });
     tova_thread_destroy(&thread);
+}
+
+TEST(ThreadsSignals, EndNoReadFromAFile)
+{
+    int ends[2];
+    ASSERT_EQ(0, pipe(ends));
+    tova_file file;
+    tova_file_init(&file);
+    ASSERT_EQ(1, tova_file_open(&file, ("/dev/fd/" + std::to_string(ends[0])).c_str(), tova_file_read_only));
+    char text[4] = {};
+    uint32_t count = 0;
+    interrupted([&] { EXPECT_EQ(1, tova_file_read(&file, text, 3, &count)); },
+                [&] { EXPECT_EQ(3, write(ends[1], "end", 3)); });
+    EXPECT_STREQ("end", text);
+    tova_file_close(&file);
+    close(ends[0]);
+    close(ends[1]);
 }
