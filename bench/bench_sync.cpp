@@ -138,7 +138,8 @@ const Group life_row("session: start and end", [](Table& table) {
                 for (const pthread_t thread : threads)
                     pthread_join(thread, nullptr);
             }
-        });
+        },
+        151, Clock::wall);
     analytics_shutdown(first);
     table.row("initialize and shutdown", "create and join of two threads", figures, at_most(0, 2));
 });

@@ -69,11 +69,11 @@ void log_nested(analytics_session* session, long depth)
 double least_ns(const Work& work)
 {
     long times = 1;
-    while (seconds_of([&] { work(times); }) < 0.001)
+    while (seconds_of([&] { work(times); }, Clock::thread) < 0.001)
         times *= 2;
     double least = 1e9;
     for (int i = 0; i < 60; ++i)
-        least = std::min(least, 1e9 * seconds_of([&] { work(times); }) / static_cast<double>(times));
+        least = std::min(least, 1e9 * seconds_of([&] { work(times); }, Clock::thread) / static_cast<double>(times));
     return least;
 }
 

@@ -1,8 +1,8 @@
 #include "table.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -15,30 +15,37 @@ double median(std::vector<double> values)
     return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-double seconds_of(const std::function<void()>& work)
+static double now_s(Clock clock)
 {
-    const auto start = std::chrono::steady_clock::now();
+    timespec now = {};
+    clock_gettime(clock == Clock::thread ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+double seconds_of(const std::function<void()>& work, Clock clock)
+{
+    const double start = now_s(clock);
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return now_s(clock) - start;
 }
 
 // How often the work is to be done to last about a thousandth of a second; also warms it up. Short turns, and many of
 // them: then most turns are not interrupted, on a busy machine too, and the median is one of those.
-static long calibrate(const Work& work)
+static long calibrate(const Work& work, Clock clock)
 {
     constexpr double wanted = 0.001;
     for (long times = 1;; times *= 4) {
-        const double taken = seconds_of([&] { work(times); });
+        const double taken = seconds_of([&] { work(times); }, clock);
         if (taken > wanted / 4 || times > 100'000'000)
             return std::max(1L, static_cast<long>(static_cast<double>(times) * wanted / taken));
     }
 }
 
-Figures compare(const Work& ours, const Work& reference, int repetitions)
+Figures compare(const Work& ours, const Work& reference, int repetitions, Clock clock)
 {
-    const long our_times = calibrate(ours), reference_times = calibrate(reference);
-    const auto each_ns = [](const Work& work, long times) {
-        return seconds_of([&] { work(times); }) * 1e9 / static_cast<double>(times);
+    const long our_times = calibrate(ours, clock), reference_times = calibrate(reference, clock);
+    const auto each_ns = [clock](const Work& work, long times) {
+        return seconds_of([&] { work(times); }, clock) * 1e9 / static_cast<double>(times);
     };
     return compare_figures([&] { return each_ns(ours, our_times); },
                            [&] { return each_ns(reference, reference_times); }, "ns", repetitions);

@@ -17,16 +17,23 @@ struct Figures
     std::string unit = "ns";
 };
 
+/// The clock that a row is timed by.
+enum class Clock
+{
+    thread, ///< the calling thread's own time, which stands still while others have the processor
+    wall    ///< for work that waits or has threads of its own
+};
+
 /// Times both in turn, a millisecond or one piece of work each, so that whatever the machine does meanwhile meets both.
 /// The figures are medians; the ratio is the median of the ratios of neighbours.
-Figures compare(const Work& ours, const Work& reference, int repetitions = 151);
+Figures compare(const Work& ours, const Work& reference, int repetitions = 151, Clock clock = Clock::thread);
 
 /// The same for figures that the work itself takes: each call gives one.
 Figures compare_figures(const std::function<double()>& ours, const std::function<double()>& reference,
                         const std::string& unit, int repetitions = 5);
 
 double median(std::vector<double> values);
-double seconds_of(const std::function<void()>& work);
+double seconds_of(const std::function<void()>& work, Clock clock = Clock::wall);
 
 /// What a row must reach and what it aims at. Without limits it is shown, not judged.
 struct Limits
