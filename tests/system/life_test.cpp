@@ -51,25 +51,13 @@ TEST(ThreadsLife, AHostMayUseLibcurlItselfBeforeDuringAndAfter)
     EXPECT_EQ(ended.status, 0) << ended.errors;
 }
 
-namespace {
-
-std::vector<std::string> steps(const ScratchFolder& folder, const std::string& url, std::vector<std::string> more)
-{
-    std::vector<std::string> command = {host_program("steps_host"), "url=" + url, "log=" + folder.file("log"),
-                                        "id=" + folder.file("id")};
-    command.insert(command.end(), more.begin(), more.end());
-    return command;
-}
-
-} // namespace
-
 TEST(ThreadsLife, AForeignLocaleChangesNoNumber)
 {
     ScratchFolder folder;
     if (support::run({"localedef", "--no-archive", "-i", "de_DE", "-f", "UTF-8", folder.file("de_DE.UTF-8")}).status !=
         0)
         GTEST_SKIP() << "no foreign locale can be made here (package locales)";
-    const auto ended = support::run(steps(folder, "", {"locale=de_DE.UTF-8", "open", "number", "close"}),
+    const auto ended = support::run(host_steps(folder, "", {"locale=de_DE.UTF-8", "open", "number", "close"}),
                                     {{"LOCPATH=" + folder.path().string()}, "", ""});
     EXPECT_EQ(ended.output, "locale ,\n") << ended.errors;
     EXPECT_NE(support::read_file(folder.file("log")).find("{ \"n\": 1234.5 }"), std::string::npos);
@@ -79,9 +67,9 @@ TEST(ThreadsLife, TwoThousandOpenDescriptorsAreNoObstacle)
 {
     ScratchFolder folder;
     support::HttpServer server;
-    const auto ended = support::run(steps(folder, server.url(),
-                                          {"descriptors=2000", "open", "observe", "event=a", "send", "event=b",
-                                           "send_async", "wait_until_heard", "close"}));
+    const auto ended = support::run(host_steps(folder, server.url(),
+                                               {"descriptors=2000", "open", "observe", "event=a", "send", "event=b",
+                                                "send_async", "wait_until_heard", "close"}));
     EXPECT_EQ(ended.output, "send 0\nstarted 0\ncomplete 0\n") << ended.errors;
     EXPECT_EQ(server.count(), 2u);
 }
@@ -100,9 +88,9 @@ TEST(ThreadsLife, SigpipeIsNeitherCausedNorTouched)
             const support::CuttingRelay relay(secure.port(), support::CuttingRelay::unlimited, 1'000'000);
             const std::string url = tls ? "https://127.0.0.1:" + std::to_string(relay.port()) + "/" : plain.url();
             const auto ended =
-                support::run(steps(folder, url,
-                                   {"certificates=" + authority.file(), std::string("sigpipe=") + way, "open", "send",
-                                    "send_async", "check_sigpipe", "close", "check_sigpipe"}));
+                support::run(host_steps(folder, url,
+                                        {"certificates=" + authority.file(), std::string("sigpipe=") + way, "open",
+                                         "send", "send_async", "check_sigpipe", "close", "check_sigpipe"}));
             EXPECT_EQ(ended.status, 0) << way << tls;
             EXPECT_GT(tls ? relay.cuts() : plain.connections(), 0) << "nothing was cut";
             EXPECT_EQ(ended.output, "send 200\nstarted 0\nsigpipe kept\nsigpipe kept\n") << way << tls;
@@ -119,7 +107,7 @@ TEST(ThreadsLife, SignalsMayArriveInEveryWait)
     for (int round = 0; round < 10; ++round)
         more.insert(more.end(), {"open", "event=a", "event=b", "send", "event=c", "send", "close"});
     more.insert(more.end(), {"open", "observe", "event=d", "send_async", "wait_until_heard", "close", "threads=4:500"});
-    const auto ended = support::run(steps(folder, server.url(), more));
+    const auto ended = support::run(host_steps(folder, server.url(), more));
     EXPECT_EQ(ended.status, 0) << ended.errors;
     std::string expected;
     for (int round = 0; round < 20; ++round)

@@ -1,7 +1,11 @@
-// Where the hosts of the system tests and the library itself stand.
+// Where the hosts of the system tests and the library itself stand, and the steps that the most willing one takes.
 #pragma once
 
+#include "support/child.h"
+#include "support/scratch.h"
+
 #include <string>
+#include <vector>
 
 inline std::string host_program(const std::string& name)
 {
@@ -11,4 +15,14 @@ inline std::string host_program(const std::string& name)
 inline std::string library()
 {
     return TEST_BINARY_DIR "/libanalytics.so";
+}
+
+/// The command line of a host that keeps its files in a folder and takes these steps.
+inline std::vector<std::string> host_steps(const support::ScratchFolder& folder, const std::string& url,
+                                           const std::vector<std::string>& steps)
+{
+    std::vector<std::string> command{host_program("steps_host"), "url=" + url, "log=" + folder.file("log"),
+                                     "id=" + folder.file("id")};
+    command.insert(command.end(), steps.begin(), steps.end());
+    return command;
 }

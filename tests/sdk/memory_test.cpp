@@ -1,0 +1,107 @@
+// What running out of memory does to a host: every allocation fails in turn.
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <new>
+
+#include "support/http_server.h"
+#include "support/session.h"
+
+namespace {
+
+/// How many more allocations this thread gets; -1: as many as it wants.
+thread_local long allowed = -1;
+
+} // namespace
+
+// Not inlined: GCC takes what it then sees for mismatched pairs.
+[[gnu::noinline]] void* operator new(std::size_t size)
+{
+    if (allowed != 0)
+        if (void* memory = std::malloc(size + 1)) {
+            allowed -= allowed > 0;
+            return memory;
+        }
+    throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+namespace {
+
+/// Opens a session that gets so many allocations. @return null when they were too few
+analytics_session* Open(const support::ScratchFolder& folder, const std::string& url, long allocations)
+{
+    analytics_config config = {};
+    support::set_field(config.upload_url, url);
+    support::set_field(config.event_log_file, folder.file("log"));
+    support::set_field(config.pid_file, folder.file("id"));
+    support::set_field(config.certificate_file, std::string(200, 'c'));
+    allowed = allocations;
+    analytics_session* session = analytics_initialize(&config);
+    allowed = -1;
+    return session;
+}
+
+/// Does all that a session can do. @return how many of the calls were refused
+int Refusals(analytics_session* session, const std::string& text)
+{
+    char copy[100];
+    int refused = 0;
+    const auto count = [&](uint32_t result) {
+        result = result == 1 ? 0 : result; // not every machine has a model
+        EXPECT_TRUE(result == 0 || result == 101 || result == 200 || (result >= 301 && result <= 401)) << result;
+        refused += result != 0;
+    };
+    count(analytics_observer_add(session, "complete", nullptr, nullptr));
+    count(analytics_event_begin(session, "event"));
+    count(analytics_name_array_begin(session, "array"));
+    count(analytics_string_add(session, text.c_str()));
+    count(analytics_property_add(session, "model"));
+    count(analytics_array_end(session));
+    count(analytics_property_get(session, "hd_free", copy, sizeof copy));
+    count(analytics_event_end(session));
+    count(analytics_send(session, 1));
+    count(analytics_send(session, 0));
+    return refused;
+}
+
+} // namespace
+
+TEST(ThreadsMemory, ThatRunsOutWhileASessionIsOpenedGivesNoSession)
+{
+    support::ScratchFolder folder;
+    analytics_session* session = nullptr;
+    long allocations = 0;
+    for (; session == nullptr; ++allocations)
+        session = Open(folder, "", allocations);
+    EXPECT_GT(allocations, 5);
+    analytics_shutdown(session);
+}
+
+TEST(ThreadsMemory, ThatRunsOutCostsTheCallInHandAndNothingMore)
+{
+    support::HttpServer server;
+    const std::string text(20'000, 't');
+    int refused = 1;
+    for (long allocations = 0; refused != 0; ++allocations) {
+        ASSERT_LT(allocations, 10'000);
+        support::ScratchFolder folder;
+        analytics_session* session = Open(folder, server.url(), -1);
+        allowed = allocations;
+        refused = Refusals(session, text);
+        allowed = -1;
+        while (analytics_array_end(session) == 0 || analytics_event_end(session) == 302) {
+        }
+        EXPECT_EQ(Refusals(session, text), 0) << "after " << allocations;
+        analytics_shutdown(session);
+    }
+    EXPECT_GT(server.count(), 20u);
+}
