@@ -49,7 +49,7 @@ static uint32_t With(analytics_session* session, Call call) noexcept
     return Guarded([&] { return call(*session); });
 }
 
-/// The text of a field of the record, whether or not it comes with a terminator.
+/// The text of a field of the record. Hosts fill fields with strncpy(), which leaves a full one without a terminator.
 template <size_t size>
 static std::string FieldText(const char (&field)[size])
 {
@@ -90,7 +90,7 @@ analytics_session* analytics_initialize(const analytics_config* config)
 {
     if (config == nullptr)
         return nullptr;
-    tova_http_initialize(0);
+    tova_http_initialize(0); // counted: the host may use these requests itself, before and after the session
     try {
         return Open(*config);
     } catch (const std::exception&) {
@@ -148,7 +148,8 @@ uint32_t analytics_array_end(analytics_session* session)
     return With(session, [](HandleParameters& handle) { return handle.EndFrame(Frame::array); });
 }
 
-/// Adds a value to the innermost object, or array, with the document's operation for its type.
+/// Adds a value to the innermost object, or array, with the document's operation for its type. What that answers is not
+/// passed on: a document refuses nothing that the session lets through.
 template <auto add, typename Value>
 static uint32_t AddNamed(analytics_session* session, const char* name, Value value)
 {
@@ -225,6 +226,8 @@ uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t leng
     });
 }
 
+// Asks no session: hosts read properties before they open one, or without ever doing so. Without a buffer there is
+// nowhere to put even an empty text, so that is a fault to be found, not a result.
 uint32_t analytics_property_get(analytics_session*, const char* key, char* buffer, unsigned int size)
 {
     tova_assert(buffer);
@@ -247,6 +250,7 @@ uint32_t analytics_send(analytics_session* session, int synchronous)
     return With(session, [=](HandleParameters& handle) { return handle.Send(synchronous != 0); });
 }
 
+// A table rather than an array by code: the codes leave gaps. Never null, so that hosts may print what they get.
 const char* analytics_result_text(uint32_t code)
 {
     static constexpr struct

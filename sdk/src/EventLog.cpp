@@ -44,7 +44,7 @@ public:
 /// the file ends with our line feed. Guarded by m_spLogMutex.
 struct
 {
-    size_t path = 0; ///< hash of the path
+    size_t path = 0; ///< hash of the path: two that share it and their length would only miss a torn tail
     off_t end = -1;  ///< -1: not known
 } lastAppend;
 
@@ -74,6 +74,7 @@ FileDescriptor OpenForAppend(const std::string& path)
     return file;
 }
 
+// What cannot be read counts as whole: a line feed too many would make an empty line for every event.
 bool LineFeedBefore(const FileDescriptor& file, off_t end)
 {
     char last = '\n';
@@ -107,6 +108,7 @@ void TakeBack(const FileDescriptor& file, off_t written)
         static_cast<void>(Uninterrupted([&] { return ::ftruncate(file.Get(), end - written); }));
 }
 
+// Never a second write for the rest of a line: another process's line could stand in between by then.
 bool WriteWhole(const FileDescriptor& file, std::string_view line)
 {
     const ssize_t written = file.Write(line.data(), line.size());
@@ -121,6 +123,7 @@ bool ReadBytes(const FileDescriptor& file, size_t size, std::string& text)
     // In pieces that stay in the processor's cache: a string can only be filled by copying.
     char piece[64 * 1024];
     lumo::reserve_large(text, text.size() + size);
+    // What follows the NUL is read too: only a file that could be read to its end may be deleted later.
     for (bool ended = false; size > 0;) {
         const ssize_t got = file.Read(piece, std::min(size, sizeof piece));
         if (got <= 0)
@@ -159,6 +162,7 @@ Content Read(const std::string& path, std::string& text, unsigned long& size)
     text.clear();
     LogLock hold;
     const FileDescriptor file(path.c_str(), O_RDONLY | O_NONBLOCK); // a pipe at the path must not make us wait
+    // Only a file that is certainly not there counts as none: after an upload the path is deleted.
     if (!file)
         return errno == ENOENT || errno == ENOTDIR ? Content::none : Content::unreadable;
     const off_t end = ::lseek(file.Get(), 0, SEEK_END);

@@ -38,7 +38,7 @@ EventManager::~EventManager()
 
 void EventManager::Init()
 {
-    ThreadHelper::Init("EventManager Thread");
+    ThreadHelper::Init("EventManager Thread"); // waits for its interval before it needs the client
     if (m_pWebClient != nullptr)
         m_pWebClient->Init(true);
 }
@@ -71,6 +71,7 @@ unsigned long EventManager::GetTimeout() const
 
 void EventManager::SetTimeout(unsigned long milliseconds)
 {
+    // The wait takes 32 bits; cut off, an interval of "for ever" could become one of no time at all.
     constexpr uint32_t most = std::numeric_limits<uint32_t>::max();
     m_nWaitInterval = milliseconds < most ? static_cast<uint32_t>(milliseconds) : most;
 }
@@ -209,6 +210,7 @@ void EventManager::BeginLine()
 
 void EventManager::RefreshCommonFields()
 {
+    // Read before the text is made: at the turn of a second it is then made once too often, never once too seldom.
     const time_t now = ::time(nullptr);
     if (m_pCurrentEvent && now == m_nCommonFieldsTime)
         return;
@@ -253,6 +255,7 @@ bool EventManager::ReadPendingEvents(std::string& text, unsigned long& size)
     return EventLog::Read(m_strEventLogFilePath, text, size) != EventLog::Content::unreadable;
 }
 
+// For direct users: an unreadable file looks like none to them, and must not be deleted by them either way.
 void EventManager::LoadDataToSend(std::stringstream& stream, unsigned long& size)
 {
     std::string text;
@@ -292,11 +295,12 @@ bool EventManager::Upload(std::string&& text)
     if (!MaySend())
         return false;
     std::ostream nowhere(nullptr); // however much the server answers
-    long status = 0;
+    long status = 0; // nor does it matter what it answers with: the result says whether it took the events
     auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
     return m_pWebClient->ExecRequest(m_strServerUrl.c_str(), &nowhere, status, RequestTypePost, &form);
 }
 
+// Without an item id: whoever hears of one upload hears of all, and does the same for each.
 bool EventManager::UploadAsync(std::string&& text, IProgressCallback* callback)
 {
     if (!MaySend())

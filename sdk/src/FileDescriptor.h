@@ -34,13 +34,13 @@ public:
     FileDescriptor(FileDescriptor&& other) noexcept : m_nFile(std::exchange(other.m_nFile, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept
     {
-        std::swap(m_nFile, other.m_nFile);
+        std::swap(m_nFile, other.m_nFile); // the other one closes what was held here
         return *this;
     }
     ~FileDescriptor()
     {
         if (m_nFile != -1)
-            ::close(m_nFile);
+            ::close(m_nFile); // never repeated: the number is free even after an interruption, and may be another's
     }
 
     explicit operator bool() const { return m_nFile != -1; }

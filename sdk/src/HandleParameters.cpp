@@ -79,6 +79,7 @@ uint32_t HandleParameters::EndEvent()
     return ANALYTICS_OK;
 }
 
+// Objects want names and arrays refuse them: JSON has no other place for one.
 uint32_t HandleParameters::CheckName(const char* name) const
 {
     if (top == nullptr)
@@ -155,6 +156,7 @@ uint32_t HandleParameters::AddProperty(const char* key)
 
 uint32_t HandleParameters::AddObserver(const char* event, analytics_observer callback, void* context)
 {
+    // Exact names: a host that misspells one hears so at once instead of waiting for calls that never come.
     const struct
     {
         const char* event;
@@ -185,6 +187,7 @@ uint32_t HandleParameters::Send(bool synchronous)
         sending = 0;
         return ANALYTICS_SEND_FAILED;
     }
+    // No observer is told: the host is waiting here for the result.
     if (!event_manager.Upload(std::move(text)))
         return ANALYTICS_SEND_FAILED;
     event_manager.DeleteEventLogFile();
@@ -213,6 +216,7 @@ void HandleParameters::OnDownloadCancel(const char*)
     sending = 0;
 }
 
+// The web client's own codes (-3, -7) are the general failure to hosts, like every status without a row.
 static uint32_t ObservedError(long code)
 {
     static constexpr struct

@@ -15,7 +15,8 @@ namespace {
 
 using Probe = int32_t (*)(char* buffer, unsigned int size);
 
-/// An answer that does not change while the process runs; empty until a probe gave one.
+/// An answer that does not change while the process runs; empty until a probe gave one. A fixed array: it allocates
+/// nothing, so it can stay for good without being a leak.
 class CachedText
 {
 public:
@@ -28,6 +29,7 @@ public:
             tova_strcpy(buffer, size, m_text);
             return ANALYTICS_OK;
         }
+        // Asked with the lock held: threads that ask at once wait for one answer instead of making several.
         const int32_t result = probe(buffer, size);
         if (std::strlen(buffer) < sizeof m_text)
             tova_strcpy(m_text, sizeof m_text, buffer);
@@ -48,6 +50,7 @@ alignas(CachedText) unsigned char storage[2][sizeof(CachedText)];
 CachedText& cpu = *new (storage[0]) CachedText;
 CachedText& cpuClock = *new (storage[1]) CachedText;
 
+// A child forked while another thread was asking would find the lock held by nobody, for ever.
 [[maybe_unused]] const int forkHandlers = pthread_atfork(
     [] {
         cpu.LockBeforeFork();
@@ -62,6 +65,7 @@ CachedText& cpuClock = *new (storage[1]) CachedText;
         cpuClock.RenewInChild();
     });
 
+// "uuid" is no fact of the machine: every read makes a new one, so it must not be cached.
 const struct
 {
     const char* key;
@@ -89,7 +93,7 @@ const struct
 
 uint32_t GetProperty(const char* key, char* buffer, unsigned int size)
 {
-    buffer[0] = '\0';
+    buffer[0] = '\0'; // what a caller prints without looking at the result is then nothing, not garbage
     for (const auto& property : properties)
         if (key != nullptr && std::strcmp(key, property.key) == 0) {
             const int32_t result = property.cache != nullptr ? property.cache->Get(property.probe, buffer, size)

@@ -47,7 +47,7 @@ void ThreadHelper::Close()
 void ThreadHelper::StartBackgroundThread(const char* threadName)
 {
     m_strThreadName = threadName != nullptr ? threadName : "";
-    m_nProcess = tova_process_id();
+    m_nProcess = tova_process_id(); // a forked child may start what its parent had only made
     start();
     tova_thread_yield(); // lets the worker reach its first wait, where one processor has to do
 }

@@ -21,6 +21,7 @@ bool WriteAll(const FileDescriptor& file, const std::string& text)
 /// Makes a file beside `path` that holds the id; empty when that cannot be done.
 std::string WriteNeighbour(const std::string& path, const std::string& id)
 {
+    // Bounded, as a folder full of such leftovers is somebody's fault or attack: the id then lives in memory.
     for (int number = 0; number < 100; ++number) {
         std::string name = path + '.' + std::to_string(tova_process_id()) + '.' + std::to_string(number);
         const FileDescriptor file(name.c_str(), createNew);
@@ -56,6 +57,7 @@ bool Load(const std::string& path, std::string& id)
     const off_t size = file ? ::lseek(file.Get(), 0, SEEK_END) : -1;
     if (size <= 0 || ::lseek(file.Get(), 0, SEEK_SET) != 0)
         return false;
+    // Filled with NULs, where the id ends: a file that is cut while it is read gives what was left of it.
     std::string text(static_cast<size_t>(size), '\0');
     if (file.Read(text.data(), text.size()) < 0)
         return false;
@@ -73,6 +75,7 @@ bool Create(const std::string& path, const std::string& id)
     const std::string neighbour = WriteNeighbour(path, id);
     if (neighbour.empty())
         return false;
+    // Linked, not renamed: a rename would replace the id that another start of the host has made meanwhile.
     const bool made = ::link(neighbour.c_str(), path.c_str()) == 0;
     const bool taken = !made && errno == EEXIST;
     ::unlink(neighbour.c_str());
