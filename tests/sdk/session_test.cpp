@@ -168,7 +168,7 @@ TEST(ThreadsSession, NestsToAnyDepthAndDropsWhatIsStillOpenAtShutdown)
     pthread_attr_t small;
     pthread_t closer;
     pthread_attr_init(&small);
-    pthread_attr_setstacksize(&small, 512 * 1024);
+    pthread_attr_setstacksize(&small, 128 * 1024);
     const auto close = [](void* session) -> void* { return static_cast<Session*>(session)->close(), nullptr; };
     ASSERT_EQ(pthread_create(&closer, &small, close, &s), 0);
     pthread_join(closer, nullptr);
