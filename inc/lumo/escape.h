@@ -86,14 +86,13 @@ inline std::size_t copy_short(const char*, char*)
 using sixteen = unsigned char __attribute__((vector_size(16)));
 using two_halves = std::uint64_t __attribute__((vector_size(16)));
 
-/// The number of bytes before the first that is not zero in `half`, which is not 0.
-inline unsigned zero_bytes_before(std::uint64_t half)
+/// The number of bits before the byte that is the first, in memory, to hold any; 64 when there is none.
+inline unsigned bits_before(std::uint64_t half)
 {
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    return static_cast<unsigned>(__builtin_clzll(half)) / 8;
-#else
-    return static_cast<unsigned>(__builtin_ctzll(half)) / 8;
+    half = __builtin_bswap64(half);
 #endif
+    return half != 0 ? static_cast<unsigned>(__builtin_ctzll(half)) : 64;
 }
 
 /// The number of bytes in front of the first at which copying must stop and look; 16 when there is none.
@@ -103,9 +102,8 @@ inline unsigned zero_bytes_before(std::uint64_t half)
 inline unsigned plain_bytes(sixteen bytes)
 {
     const auto stops = reinterpret_cast<two_halves>((bytes <= '\r') | (bytes == '"') | (bytes == '\\'));
-    if (__builtin_expect(stops[0] != 0, 1))
-        return zero_bytes_before(stops[0]);
-    return stops[1] != 0 ? 8 + zero_bytes_before(stops[1]) : 16;
+    const unsigned low = bits_before(stops[0]), high = bits_before(stops[1]);
+    return (low < 64 ? low : 64 + high) / 8;
 }
 
 /// Whether sixteen bytes can be read without touching the next page, which need not be ours.
