@@ -28,6 +28,7 @@ CUserCredentials::CUserCredentials(const CUserCredentials&) = default;
 CUserCredentials& CUserCredentials::operator=(const CUserCredentials& other)
 {
     if (this != &other) {
+        // The assignment may take a new block and free the old one as it stands.
         WipeText(strPassword);
         strUserName = other.strUserName;
         strPassword = other.strPassword;
@@ -83,6 +84,7 @@ bool CCredentialStore::AddCredentials(const char* proxy, scoped_ptr<CUserCredent
         return false;
     lumo::scoped_lock hold(lock);
     RemoveCredentials(proxy);
+    // The entry first, which may need memory: until it stands, the caller keeps the record.
     CUserCredentials*& record = mapCredentials[proxy];
     record = credentials.Detach();
     return true;
@@ -106,6 +108,7 @@ bool CCredentialStore::CopyUserCredentials(const char* proxy, CUserCredentials& 
     if (IsEmpty(proxy))
         return false;
     lumo::scoped_lock hold(lock);
+    // Unlike the subscript of the others, a search leaves no empty entry for every proxy that a transfer asks about.
     auto entry = mapCredentials.find(proxy);
     if (entry == mapCredentials.end() || entry->second == nullptr)
         return false;

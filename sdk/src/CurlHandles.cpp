@@ -13,6 +13,7 @@
 
 namespace AnalyticsSDK {
 
+// How late a synchronous request may learn that the process is leaving: nothing else ends its wait.
 static constexpr int alone_wait_ms = 1000;
 
 CurlPostData::~CurlPostData()
@@ -36,6 +37,7 @@ CurlHttpHeaders::~CurlHttpHeaders()
 
 bool CurlHttpHeaders::AddHeader(const char* line)
 {
+    // Null means that memory ran out; the list is then as it was, and still ours.
     curl_slist* grown = curl_slist_append(pList, line);
     if (grown)
         pList = grown;
@@ -94,6 +96,7 @@ std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
 {
     strFilePath = path;
     auto* file = new std::ofstream;
+    // A file that does not open is found out by the write callback, block by block.
     spStream.Reset(file);
     host::OpenForWriting(*file, path);
     return file;
@@ -142,6 +145,7 @@ CurlEasyHandleArray::~CurlEasyHandleArray()
 
 CurlMultiHandle::CurlMultiHandle() : hMulti(curl_multi_init()) {}
 
+// Before the transfers that are in it, which the list destroys after this.
 CurlMultiHandle::~CurlMultiHandle()
 {
     if (const CurlUse use; use)
@@ -149,6 +153,7 @@ CurlMultiHandle::~CurlMultiHandle()
     hMulti = nullptr;
 }
 
+// Listed at once, so that it can be found and cancelled, but not yet handed to libcurl: only the worker may do that.
 void CurlMultiHandle::AddEasyHandle(CurlEasyHandle* handle)
 {
     {
@@ -175,7 +180,7 @@ void CurlMultiHandle::AdoptQueued(std::vector<CurlEasyHandle*>& refused)
     {
         lumo::scoped_lock hold(lock);
         fresh.swap(arrQueued);
-    }
+    } // Not under the lock: libcurl may run callbacks, from which a host may queue.
     for (CurlEasyHandle* handle : fresh) {
         if (curl_multi_add_handle(hMulti, handle->GetHandle()) != CURLM_OK)
             refused.push_back(handle);
@@ -199,6 +204,7 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
                 list->erase(entry);
         }
     }
+    // Whether it was listed or not, and libcurl's or not: this is a transfer's only way out.
     curl_multi_remove_handle(hMulti, handle->GetHandle());
     handle->CloseStream();
     delete handle;
@@ -280,6 +286,7 @@ void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)
             continue;
         }
         const double now = TransferSettings::Now();
+        // The clock of silence starts at the first look, not when the transfer was queued.
         if (handle->GetLastUpdate() == 0.0)
             handle->SetLastUpdate(now);
         else if (now - handle->GetLastUpdate() > handle->GetTimeout())
@@ -287,6 +294,7 @@ void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)
     }
 }
 
+// The handle is not needed: which characters stay is our own rule, not libcurl's.
 std::string EscapeParams(CurlEasyHandle*, const std::string& value)
 {
     std::string escaped;

@@ -46,6 +46,7 @@ bool CProxyManager::GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInf
     if (IsEmpty(url))
         return false;
     std::string proxy;
+    // What once worked for the host is answered even while it is banned; that is meant.
     if (FindProxyInCache(url, proxy)) {
         spProxyInfo->bUseProxy = 1;
         spProxyInfo->strProxy = proxy;
@@ -97,6 +98,7 @@ void CProxyManager::AddProxyToBlackList(const char* proxy)
 void CProxyManager::AddProxyToBlackList(const char* proxy, double durationMs)
 {
     lumo::scoped_lock hold(blackListLock);
+    // Emplaced, not assigned: a second failure does not extend the ban.
     if (!IsEmpty(proxy))
         mapBlackList.emplace(proxy, GetCurrentTimeInMillis() + durationMs);
 }
@@ -118,6 +120,7 @@ bool CProxyManager::IsProxyInBlackList(const char* proxy)
         return false;
     if (GetCurrentTimeInMillis() < entry->second)
         return true;
+    // Nothing else takes ended bans away: the first question after the end does.
     RemoveProxyFromBlackList(proxy);
     return false;
 }
@@ -154,6 +157,7 @@ void TokenizeProxyString(const char* text, std::vector<std::string>& out)
     if (IsEmpty(text))
         return;
     Tokenize(std::string(text), out, std::string("; "));
+    // What is left of an entry without a host.
     std::erase_if(out, [](const std::string& token) { return token == ":" || token == "::"; });
 }
 
@@ -172,6 +176,7 @@ bool IsHostLocal(const char* host)
     return !IsEmpty(host) && std::strchr(host, '.') == nullptr;
 }
 
+// The entries are kept and shown, but no host is ever exempted; that is meant.
 bool IsProxyBypassed(const char*, std::vector<std::string>&, bool)
 {
     return false;

@@ -63,11 +63,13 @@ struct Amounts
           received(ReadDouble(curl, CURLINFO_SIZE_DOWNLOAD))
     {}
 
+    // Minus one says that libcurl does not know.
     bool IsWhole() const { return expected != -1.0 && expected == received; }
 
     double expected, received;
 };
 
+// By its buffer, not its type: a host may hand over any kind of stream that has a file behind it.
 std::filebuf* OpenFileOf(std::ostream* out)
 {
     auto* file = out ? dynamic_cast<std::filebuf*>(out->rdbuf()) : nullptr;
@@ -118,6 +120,7 @@ bool TakeBlock(CurlEasyHandle& handle, std::string_view block)
     return true;
 }
 
+// For synchronous requests. What goes neither into a file nor into a text is dropped and counts as taken.
 bool TakePlainBlock(CurlEasyHandle& handle, std::string_view block)
 {
     const Amounts amounts(handle.GetHandle());
@@ -151,6 +154,7 @@ try {
 
 void SetHeaderLines(OptionSetter& set, CurlEasyHandle* handle, const char* expectation)
 {
+    // Built aside and swapped in: libcurl reads the handle's list until it is told of the new one.
     CurlHttpHeaders lines;
     for (const char* line : request_header_lines)
         set.Require(lines.AddHeader(line));
@@ -195,6 +199,7 @@ void SetFormBody(OptionSetter& set, CurlEasyHandle* handle, const FormParameters
     handle->bPost = true;
     set(CURLOPT_POST, 1L);
     set(CURLOPT_POSTFIELDS, handle->strPostFields.c_str());
+    // By its size: what a field's name holds is not escaped, and may hold a zero byte.
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(handle->strPostFields.size()));
 }
 
@@ -224,6 +229,7 @@ double TransferSettings::Now()
     return made_up ? made_up() : GetCurrentTimeInMillis();
 }
 
+// Measured first: a body that grew step by step would cost a large log's upload twice its memory.
 std::string BuildFormBody(const FormParameters& params)
 {
     std::size_t size = params.empty() ? 0 : params.size() - 1;
