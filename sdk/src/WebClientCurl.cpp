@@ -145,6 +145,7 @@ void WebClient::Close()
     ThreadHelper::Close();
 }
 
+// The worker may wait in libcurl, which knows nothing of our stop event.
 void WebClient::stop()
 {
     ThreadHelper::stop();
@@ -242,6 +243,7 @@ bool WebClient::Queue(scoped_ptr<CurlEasyHandle>& spHandle, const char* url, IPr
     if (!SetCurlTransferOptions(spHandle.Get(), url, type, params, true))
         return false;
     SetProxyToNextValidProxy(spHandle.Get(), url, pProxyManager, pCredentialStore);
+    // Let go only once it is listed: a list that cannot grow leaves the transfer to us.
     spMultiHandle->AddEasyHandle(spHandle.Get());
     std::ignore = spHandle.Detach();
     StartDownload();
@@ -252,7 +254,7 @@ bool WebClient::SetCurlTransferOptions(CurlEasyHandle* handle, const char* url, 
                                        std::map<std::string, std::string>* params, bool bProgress)
 {
     handle->SetUrl(OrEmpty(url));
-    std::string certificateFile;
+    std::string certificateFile; // copied: no lock of ours is held while libcurl works
     {
         lumo::scoped_lock hold(certificateLock);
         certificateFile = strCertificateFile;
@@ -263,7 +265,7 @@ bool WebClient::SetCurlTransferOptions(CurlEasyHandle* handle, const char* url, 
 bool WebClient::ExecRequest(const char* url, std::ostream* out, long& httpCode, RequestType type,
                             std::map<std::string, std::string>* params)
 {
-    httpCode = 0;
+    httpCode = 0; // also for what fails before there is a request
     return Succeeds([&] {
         CurlEasyHandle handle;
         handle.SetExternalStream(out);
@@ -336,7 +338,7 @@ bool WebClient::PerformTransfers(int& running)
     const CurlUse use;
     if (!use)
         return false;
-    std::vector<CurlEasyHandle*> refused;
+    std::vector<CurlEasyHandle*> refused; // libcurl will never speak of these, and each must end once
     spMultiHandle->AdoptQueued(refused);
     for (CurlEasyHandle* handle : refused)
         FinishTransfer(handle, CURLE_FAILED_INIT);
@@ -356,6 +358,7 @@ void WebClient::FinishTransfers()
         CURLMsg* message = curl_multi_info_read(spMultiHandle->GetHandle(), &left);
         if (message == nullptr)
             return;
+        // The message dies with the transfer that it is about: everything is read from it before.
         CurlEasyHandle* handle = spMultiHandle->FindEasyHandle(message->easy_handle);
         if (message->msg == CURLMSG_DONE && handle)
             FinishTransfer(handle, message->data.result);
@@ -366,8 +369,12 @@ void WebClient::FinishTransfer(CurlEasyHandle* handle, long result)
 {
     const long status = ReadStatus(*handle);
     handle->CloseStream();
+    // Whatever the host's code throws, the transfer has ended, and must not stay listed to end once more as stalled.
     if (handle->GetCallback())
-        NotifyEnd(handle, result, status);
+        Succeeds([&] {
+            NotifyEnd(handle, result, status);
+            return true;
+        });
     spMultiHandle->RemoveEasyHandle(handle);
 }
 
@@ -378,15 +385,18 @@ void WebClient::NotifyEnd(CurlEasyHandle* handle, long result, long status)
     const char* url = handle->GetUrl();
     if (result == CURLE_WRITE_ERROR && handle->IsCancelDownload()) {
         callback.OnDownloadCancel(id);
-    } else if (result == CURLE_WRITE_ERROR) {
-        callback.OnDownloadError(id, status);
     } else if (result == CURLE_OK || WasTaken(*handle)) {
+        // Before the write error: a page too long to keep must not make a post that was taken go out again.
         HandleProxySuccess(CURLE_OK, handle, url);
         callback.OnDownloadComplete(id);
+    } else if (result == CURLE_WRITE_ERROR) {
+        callback.OnDownloadError(id, status);
     } else if (status == status_proxy_login) {
+        // A proxy that asks who we are works: it is remembered, so that the login given next goes to it.
         HandleProxySuccess(result, handle, url);
         callback.OnProxyAuthenticationError(id, status, handle->spProxyInfo ? handle->spProxyInfo->GetProxy() : "");
     } else if (HandleProxyError(result, handle, url)) {
+        // The transfer ends all the same: the one who queued it decides whether the events go out once more.
         Succeeds([&] { return SetProxyToNextValidProxy(handle, url, pProxyManager, pCredentialStore); });
         callback.OnDownloadError(id, code_other_proxy);
     } else {
@@ -401,7 +411,10 @@ void WebClient::AbortTimedOutTransfers()
     for (CurlEasyHandle* handle : stalled) {
         handle->CloseStream();
         if (IProgressCallback* callback = handle->GetCallback())
-            callback->OnDownloadError(handle->GetItemID(), code_stalled);
+            Succeeds([&] {
+                callback->OnDownloadError(handle->GetItemID(), code_stalled);
+                return true;
+            });
         spMultiHandle->RemoveEasyHandle(handle);
     }
 }
@@ -428,6 +441,7 @@ bool WebClient::SetProxyToNextValidProxy(CurlEasyHandle* pHandle, const char* ur
     return true;
 }
 
+// Only what happens before the proxy has said a word is laid at its door: what it answers may be the server's fault.
 bool WebClient::HandleProxyError(long result, CurlEasyHandle* handle, const char*)
 {
     const bool bBlame =
@@ -440,6 +454,7 @@ bool WebClient::HandleProxyError(long result, CurlEasyHandle* handle, const char
     });
 }
 
+// A proxy that is known for the host stays, even when another has just worked; that is meant.
 bool WebClient::HandleProxySuccess(long, CurlEasyHandle* handle, const char* url)
 {
     if (!handle->UsesProxy() || pProxyManager == nullptr)
