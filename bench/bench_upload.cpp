@@ -157,19 +157,24 @@ const Group size_curve("curve: log file size", [](Table& table) {
     Server server;
     const std::string path = folder.file("events.log");
     const Session session(path, server.url());
-    double per_byte_16 = 0, per_byte_128 = 0;
-    for (const std::size_t size : {1, 16, 128}) {
-        const std::string lines = event_lines(size * megabyte);
-        std::vector<double> taken;
-        for (int i = 0; i < 5; ++i)
-            taken.push_back(upload_ns(session, path, lines) / static_cast<double>(lines.size()));
+    const auto per_byte = [&](const std::string& lines) {
+        return upload_ns(session, path, lines) / static_cast<double>(lines.size());
+    };
+    const auto show = [&](int size, double per_byte_ns) {
         char text[64];
-        std::snprintf(text, sizeof text, "%zu MB: %.2f ns per byte", size, median(taken));
+        std::snprintf(text, sizeof text, "%d MB: %.2f ns per byte", size, per_byte_ns);
         table.note("cost of an upload", text);
-        (size == 16 ? per_byte_16 : per_byte_128) = median(taken);
-    }
-    table.row("cost per byte, 128 MB", "cost per byte, 16 MB",
-              {per_byte_128, per_byte_16, per_byte_128 / per_byte_16, "ns"}, at_most(1.5, 1.5));
+    };
+    const std::string small = event_lines(megabyte), medium = event_lines(16 * megabyte),
+                      large = event_lines(128 * megabyte);
+    std::vector<double> of_small;
+    for (int i = 0; i < 25; ++i)
+        of_small.push_back(per_byte(small));
+    const Figures figures = compare_figures([&] { return per_byte(large); }, [&] { return per_byte(medium); }, "ns", 7);
+    show(1, median(of_small));
+    show(16, figures.reference);
+    show(128, figures.ours);
+    table.row("cost per byte, 128 MB", "cost per byte, 16 MB", figures, at_most(1.5, 1.5));
 });
 
 } // namespace
