@@ -51,7 +51,7 @@ void log_members(analytics_session* session, long members)
 {
     analytics_event_begin(session, "curve");
     for (long i = 0; i < members; ++i)
-        analytics_name_int32_add(session, "member", 1234567);
+        analytics_name_string_add(session, "member", "its value");
     analytics_event_end(session);
 }
 

@@ -22,7 +22,7 @@ public:
     static constexpr std::size_t inline_room = 232;
 
     /// The most room that outlives clear().
-    static constexpr std::ptrdiff_t kept_room = 4096;
+    static constexpr std::ptrdiff_t kept_room = 64 << 10;
 
     text_buffer() noexcept : _end(_inline), _limit(_inline + sizeof _inline) {}
     text_buffer(const text_buffer&) = delete;
