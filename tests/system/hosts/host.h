@@ -10,8 +10,9 @@
 
 namespace host {
 
-/// Set in a child made by fork(): the leak checker cannot look at memory that only its parent's threads point to.
-inline bool forked = false;
+/// Set where the leak checker must not look: in a child made by fork(), whose memory only its parent's threads point
+/// to, and in a host that leaves without closing its sessions.
+inline bool leaves_memory = false;
 
 inline constexpr char id[] = "host-id";
 
@@ -86,5 +87,5 @@ inline std::string line_start()
 /// Asked by the leak checker of sanitizer builds, when a process ends.
 extern "C" inline __attribute__((used, visibility("default"))) int __lsan_is_turned_off()
 {
-    return host::forked;
+    return host::leaves_memory;
 }

@@ -189,7 +189,7 @@ int Run(std::vector<std::string> steps)
         if (word == "fork") { // the next steps, as many as the value says, are the child's
             const size_t childs = at + 1 + std::stoul(value);
             const pid_t child = fork();
-            if ((host::forked = child == 0))
+            if ((host::leaves_memory = child == 0))
                 return Run({steps.begin() + static_cast<long>(at) + 1, steps.begin() + static_cast<long>(childs)});
             int status = 0;
             waitpid(child, &status, 0);
