@@ -39,9 +39,11 @@ public:
         return _end;
     }
 
-    /// The beginning of the text, its size and its end.
+    /// The beginning of the text.
     const char* begin() const noexcept { return _heap ? _heap.Get() : _inline; }
+    /// Bytes of text.
     std::size_t size() const noexcept { return static_cast<std::size_t>(_end - begin()); }
+    /// The end of the text, where the next byte goes.
     char* end() const noexcept { return _end; }
 
     /// The end of the room that reserve() made.
