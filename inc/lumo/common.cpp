@@ -43,7 +43,8 @@ bool round_to_six(double magnitude, six_digits& result)
     if (scaled >= 1e6)
         scaled = scale(magnitude, 5 - ++exponent);
     // Rounded first and judged afterwards, so that the digits need not wait for the judgement.
-    const auto rounded = static_cast<std::int32_t>(scaled + 0.5);
+    const double next_half = scaled + 0.5;
+    const auto rounded = static_cast<std::int32_t>(next_half);
     result = {static_cast<std::uint32_t>(rounded), exponent};
     if (std::fabs(scaled - rounded) > 0.5 - doubt)
         return false;

@@ -39,11 +39,11 @@ public:
         return _end;
     }
 
-    /// The beginning of the text.
+    /// Where the text begins.
     const char* begin() const noexcept { return _heap ? _heap.Get() : _inline; }
-    /// Bytes of text.
+    /// Its size in bytes.
     std::size_t size() const noexcept { return static_cast<std::size_t>(_end - begin()); }
-    /// The end of the text, where the next byte goes.
+    /// Where it ends, and the next byte goes.
     char* end() const noexcept { return _end; }
 
     /// The end of the room that reserve() made.

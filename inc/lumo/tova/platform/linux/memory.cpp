@@ -8,10 +8,10 @@ void expect_large_use(void* memory, size_t size)
 {
     // Whole large pages within the stretch: what lies around them belongs to others.
     constexpr uintptr_t large_page = 2 << 20;
-    const uintptr_t begin = (reinterpret_cast<uintptr_t>(memory) + large_page - 1) / large_page * large_page;
-    const uintptr_t end = (reinterpret_cast<uintptr_t>(memory) + size) / large_page * large_page;
-    if (begin < end)
-        madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+    const uintptr_t address = reinterpret_cast<uintptr_t>(memory);
+    const uintptr_t skipped = (large_page - address % large_page) % large_page;
+    if (size > skipped + large_page)
+        madvise(static_cast<char*>(memory) + skipped, (size - skipped) / large_page * large_page, MADV_HUGEPAGE);
 }
 
 } // namespace tova::platform
