@@ -24,6 +24,16 @@ thread_local long allowed = -1;
     throw std::bad_alloc();
 }
 
+// A sanitizer would otherwise pair its own form of this one with the forms of delete below.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
 [[gnu::noinline]] void operator delete(void* memory) noexcept
 {
     std::free(memory);
