@@ -147,7 +147,11 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
     {"id", [](const std::string& value) { Set(config.pid_file, value); }},
     {"certificates", [](const std::string& value) { Set(config.certificate_file, value); }},
     {"open", [](const std::string&) { session = analytics_initialize(&config); }},
-    {"close", [](const std::string&) { analytics_shutdown(session); }},
+    {"close",
+     [](const std::string&) {
+         analytics_shutdown(session);
+         session = nullptr;
+     }},
     {"begin", [](const std::string& value) { Check(analytics_event_begin(session, value.c_str()), "begin"); }},
     {"event", [](const std::string& value) { Log(session, value.c_str(), 1); }},
     {"threads",
@@ -176,7 +180,11 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
          Say(setlocale(LC_ALL, value.c_str()) ? "locale " + std::string(localeconv()->decimal_point) + '\n' : "none\n");
      }},
     {"number", [](const std::string&) { LogNumber(); }},
-    {"exit", [](const std::string& value) { std::exit(std::stoi(value)); }},
+    {"exit",
+     [](const std::string& value) {
+         host::leaves_memory = host::leaves_memory || session;
+         std::exit(std::stoi(value));
+     }},
     {"quick_exit", [](const std::string& value) { _exit(std::stoi(value)); }},
 };
 
@@ -205,5 +213,7 @@ int Run(std::vector<std::string> steps)
 
 int main(int count, char** arguments)
 {
-    return Run({arguments + 1, arguments + count});
+    const int status = Run({arguments + 1, arguments + count});
+    host::leaves_memory = host::leaves_memory || session;
+    return status;
 }
