@@ -60,8 +60,8 @@ analytics_session* Open(const support::ScratchFolder& folder, const std::string&
     return session;
 }
 
-/// Does all that a session can do. @return how many of the calls were refused
-int Refusals(analytics_session* session, const std::string& text)
+/// Does all that a session can do; observers come before its first send. @return how many of the calls were refused
+int Refusals(analytics_session* session, const std::string& text, bool first)
 {
     char copy[100];
     int refused = 0;
@@ -70,7 +70,8 @@ int Refusals(analytics_session* session, const std::string& text)
         EXPECT_TRUE(result == 0 || result == 101 || result == 200 || (result >= 301 && result <= 401)) << result;
         refused += result != 0;
     };
-    count(analytics_observer_add(session, "complete", nullptr, nullptr));
+    if (first)
+        count(analytics_observer_add(session, "complete", nullptr, nullptr));
     count(analytics_event_begin(session, "event"));
     count(analytics_name_array_begin(session, "array"));
     count(analytics_string_add(session, text.c_str()));
@@ -106,11 +107,11 @@ TEST(ThreadsMemory, ThatRunsOutCostsTheCallInHandAndNothingMore)
         support::ScratchFolder folder;
         analytics_session* session = Open(folder, server.url(), -1);
         allowed = allocations;
-        refused = Refusals(session, text);
+        refused = Refusals(session, text, true);
         allowed = -1;
         while (analytics_array_end(session) == 0 || analytics_event_end(session) == 302) {
         }
-        EXPECT_EQ(Refusals(session, text), 0) << "after " << allocations;
+        EXPECT_EQ(Refusals(session, text, false), 0) << "after " << allocations;
         analytics_shutdown(session);
     }
     EXPECT_GT(server.count(), 20u);
