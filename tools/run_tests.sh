@@ -11,7 +11,7 @@ export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1:atex
 # An ordinary user's PATH lacks where squid and ip stand.
 export PATH=$PATH:/usr/sbin:/sbin
 echo "running every test of 'build/$preset', which takes minutes; only what does not pass is shown"
-ctest --test-dir "build/$preset" -j "$jobs" --output-on-failure --no-tests=error -O "$log" "$@" | grep -vE '^ +[0-9]+/[0-9]+ Test.* Passed |^ +Start '
+ctest --test-dir "build/$preset" -j "$jobs" --output-on-failure --no-tests=error -O "$log" "$@" | grep -vE '^ *[0-9]+/[0-9]+ Test.* Passed |^ +Start '
 status=${PIPESTATUS[0]}
 last=build/$preset/Testing/Temporary/LastTest.log
 echo

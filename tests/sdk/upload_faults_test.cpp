@@ -212,7 +212,8 @@ TEST_F(ThreadsUploadFaults, TlsCutInMidHandshakeKeepsTheFile)
         expect_upload("cut after " + std::to_string(bytes) + " bytes",
                       "https://127.0.0.1:" + std::to_string(relay.port()) + "/",
                       bytes == unlimited ? Sent::taken : Sent::failed, authority.file());
-        EXPECT_EQ(relay.cuts(), bytes == unlimited ? 0 : 2) << bytes;
+        // On a busy machine one of the two ways to send may run out of time before its bytes are through.
+        EXPECT_EQ(relay.cuts() > 0, bytes != unlimited) << bytes;
     }
     EXPECT_GE(server.count(), 2u); // a cut behind the handshake may let a request through whose answer is lost
 }
