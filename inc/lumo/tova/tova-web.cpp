@@ -253,19 +253,47 @@ static int close_on_exec(void*, curl_socket_t connection, curlsocktype)
     return fcntl(connection, F_SETFD, FD_CLOEXEC) == -1 ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
 }
 
+// What keeps a request an HTTP one, and one that ends, whatever the server answers.
+static void set_safeguards(CURL* curl)
+{
+    curl_easy_setopt(curl, CURLOPT_SOCKOPTFUNCTION, close_on_exec);
+    // Without a scheme libcurl would guess by the host's name and speak FTP with "ftp.example.com".
+    curl_easy_setopt(curl, CURLOPT_DEFAULT_PROTOCOL, "http");
+    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    // Redirects in a circle would go on until the time-out, and without one for ever.
+    curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 50L);
+    // Otherwise libcurl switches SIGPIPE off and on for the whole process, and two threads get in each other's way.
+    curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+}
+
+// libcurl gathers the names of cookie files and reads them all again with every request. Emptying that list throws the
+// cookies away too, so those are put aside meanwhile: what servers set lives as long as the handle.
+static void set_cookies(const tova_http* h)
+{
+    CURL* curl = h->_curl;
+    curl_slist* kept = nullptr;
+    curl_easy_getinfo(curl, CURLINFO_COOKIELIST, &kept);
+    curl_easy_setopt(curl, CURLOPT_COOKIEFILE, nullptr);
+    // "-" would make libcurl read standard input. The empty name switches cookies on without reading any.
+    const char* file = tova_string_get(&h->_cookie_file);
+    curl_easy_setopt(curl, CURLOPT_COOKIEFILE, h->_use_cookies && strcmp(file, "-") != 0 ? file : "");
+    for (const curl_slist* cookie = kept; cookie; cookie = cookie->next)
+        curl_easy_setopt(curl, CURLOPT_COOKIELIST, cookie->data);
+    curl_slist_free_all(kept);
+}
+
 static void set_options(tova_http* h)
 {
     CURL* curl = h->_curl;
-    curl_easy_setopt(curl, CURLOPT_SOCKOPTFUNCTION, close_on_exec);
+    set_safeguards(curl);
     curl_easy_setopt(curl, CURLOPT_VERBOSE, static_cast<long>(h->_verbose != 0));
     set_proxy(h);
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(h->_connect_timeout));
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, static_cast<long>(h->_timeout));
     set_proxy_login(h);
     curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, static_cast<long>(h->_follow_redirects != 0));
-    // "-" would make libcurl read standard input. The empty name switches cookies on without reading any.
-    const char* cookies = tova_string_get(&h->_cookie_file);
-    curl_easy_setopt(curl, CURLOPT_COOKIEFILE, h->_use_cookies && strcmp(cookies, "-") != 0 ? cookies : "");
+    set_cookies(h);
     // No header at all rather than an empty one.
     const char* agent = tova_string_get(&h->_user_agent);
     curl_easy_setopt(curl, CURLOPT_USERAGENT, *agent ? agent : nullptr);
@@ -328,6 +356,8 @@ static void log_failure(const char* call, CURLcode code)
 static void perform(tova_http* h, tova_http_response* r)
 {
     CURLcode code = curl_easy_perform(h->_curl);
+    // The response may be gone when the handle closes its connections, and libcurl may still have words then.
+    curl_easy_setopt(h->_curl, CURLOPT_ERRORBUFFER, nullptr);
     if (code != CURLE_OK) {
         // Told apart from a failure, because the caller's own callback asked for it.
         r->cancelled = code == CURLE_ABORTED_BY_CALLBACK;

@@ -36,7 +36,7 @@ enum
 enum
 {
     tova_http_verbose = 0,          ///< libcurl reports each step on standard error
-    tova_http_follow_redirects = 1, ///< 1 at first; a post stays one after 301 and 302, 303 makes it a GET
+    tova_http_follow_redirects = 1, ///< 1 at first, to http and https, 50 at most; posts stay so after 301 and 302
     tova_http_use_cookies = 2,   ///< reads the cookie file; cookies that servers set are kept between requests anyway
     tova_http_reset_proxies = 4, ///< empties both proxies once there is a URL; the answer is 0 all the same
     tova_http_disabled = 5       ///< while set, requests return 0 unsent; clearing it releases all texts and the handle
