@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <grp.h>
+#include <memory>
+#include <new>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -22,13 +24,17 @@ static int permission_bits(int32_t level)
 
 static int32_t group_id(const char* name)
 {
-    // Room for a group of some thousand members; a larger one counts as not found.
-    char text[16384];
-    group record;
-    group* found = nullptr;
-    if (getgrnam_r(name, &record, text, sizeof text, &found) != 0 || !found)
-        return -1;
-    return static_cast<int32_t>(found->gr_gid);
+    // A record lists the group's members, so its size is open; one of millions of bytes counts as not found.
+    int result = ERANGE;
+    for (size_t size = 4096; result == ERANGE && size <= (4u << 20); size *= 4) {
+        const std::unique_ptr<char[]> text(new (std::nothrow) char[size]);
+        group record;
+        group* found = nullptr;
+        result = text ? getgrnam_r(name, &record, text.get(), size, &found) : ENOMEM;
+        if (result == 0 && found)
+            return static_cast<int32_t>(found->gr_gid);
+    }
+    return -1;
 }
 
 void tova_security_init(tova_security* s)
