@@ -4,7 +4,7 @@
 #include "AnalyticsSDK/SystemInfo.h"
 #include "host/host.h"
 #include "lumo/crypt.h"
-#include "lumo/tova/tova.h"
+#include "lumo/strings.h"
 
 namespace AnalyticsSDK {
 
@@ -39,7 +39,7 @@ std::string GenerateUuid()
 
 std::int32_t GetUUID(char* buffer, unsigned int size)
 {
-    tova_sprintf(buffer, static_cast<int>(size), "%s", GenerateUuid().c_str());
+    lumo::sprintf_safe(buffer, size, "%s", GenerateUuid().c_str());
     return PROBE_DONE;
 }
 

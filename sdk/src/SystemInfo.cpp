@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "host/host.h"
+#include "lumo/strings.h"
 #include "lumo/tova/tova.h"
 
 namespace AnalyticsSDK {
@@ -30,7 +31,7 @@ std::int32_t print_fraction(char* buffer, unsigned int size, double value, const
     char digits[340]; // the largest double has 309 digits before the point
     const auto end = std::to_chars(digits, digits + sizeof digits - 1, value, std::chars_format::fixed, 2).ptr;
     *end = '\0';
-    tova_sprintf(buffer, static_cast<int>(size), "%s%s", digits, unit);
+    lumo::sprintf_safe(buffer, size, "%s%s", digits, unit);
     return PROBE_DONE;
 }
 
@@ -57,7 +58,7 @@ std::int32_t print_selector(char* buffer, unsigned int size, std::uint32_t code,
     std::int32_t value = 0;
     if (const answer given = facts().selector(code, value); given != answer::found)
         return status(given);
-    tova_sprintf(buffer, static_cast<int>(size), "%d%s", value, unit);
+    lumo::sprintf_safe(buffer, size, "%d%s", value, unit);
     return PROBE_DONE;
 }
 
@@ -158,7 +159,7 @@ std::int32_t GetOSVersion(char* buffer, unsigned int size)
     version read{};
     if (!read_version(read))
         return PROBE_VERSION_UNREADABLE;
-    tova_sprintf(buffer, static_cast<int>(size), "%d.%d.%d", read.major, read.minor, read.fix);
+    lumo::sprintf_safe(buffer, size, "%d.%d.%d", read.major, read.minor, read.fix);
     return PROBE_DONE;
 }
 
@@ -182,7 +183,7 @@ std::int32_t GetCPUType(char* buffer, unsigned int size)
     if (const answer given = facts().processor(identity); given != answer::found)
         return status(given);
     const char* name = identity.named ? identity.name.data() : family_name(identity.code);
-    tova_sprintf(buffer, static_cast<int>(size), "%s", name);
+    lumo::sprintf_safe(buffer, size, "%s", name);
     return PROBE_DONE;
 }
 
@@ -253,7 +254,7 @@ std::int32_t GetTimeZone(char* buffer, unsigned int size)
     const int hours = now.bias / 60; // the bias counts minutes west of Greenwich
     const int minutes = std::abs(now.bias - hours * 60);
     // The hours alone choose the sign, so half an hour west prints as "+00:30": meant.
-    tova_sprintf(buffer, static_cast<int>(size), -hours >= 0 ? "+%2.2d:%2.2d" : "%2.2d:%2.2d", -hours, minutes);
+    lumo::sprintf_safe(buffer, size, -hours >= 0 ? "+%2.2d:%2.2d" : "%2.2d:%2.2d", -hours, minutes);
     return PROBE_DONE;
 }
 

@@ -82,6 +82,7 @@ TEST(SystemInfo, TextsNeedRoomForTheirTerminator)
         }
     }
     EXPECT_EQ(read(GetTotalRAM, 4), "");
+    EXPECT_EQ(read(GetTotalRAM, UINT_MAX), "2048 MB"); // more than the formatter counts
     EXPECT_ASSERTION(read(GetOSName, 3), "inc/lumo/tova/text.cpp", "false");
     const CommaLocale in_force; // a host's decimal comma changes nothing
     EXPECT_EQ(read(GetTotalHardDrive), "159.90 GB");
