@@ -51,6 +51,14 @@ void HandleParameters::Pop()
         top->spSpare.Reset();
 }
 
+// What is ended is over, also when memory runs out on its way to its parent or to the disk: who has ended all that he
+// began can begin the next event.
+struct HandleParameters::Ending
+{
+    HandleParameters& session;
+    ~Ending() { session.Pop(); }
+};
+
 uint32_t HandleParameters::BeginEvent(const char* name)
 {
     if (in_event != 0)
@@ -67,12 +75,7 @@ uint32_t HandleParameters::EndEvent()
         return ANALYTICS_NO_EVENT;
     if (top->parent != nullptr)
         return ANALYTICS_NESTED_OPEN;
-    // The event is over, also when memory runs out on the way to the disk: a host that goes on can begin the next one.
-    struct AtEnd
-    {
-        HandleParameters& session;
-        ~AtEnd() { session.Pop(); }
-    } atEnd{*this};
+    const Ending ending{*this};
     in_event = 0;
     top->spObject->EndObject();
     event_manager.LogEvent(event_name, &*top->spObject);
@@ -134,8 +137,8 @@ uint32_t HandleParameters::EndFrame(Frame::Kind kind)
         return endRefused[kind].onlyRoot;
     if (top->kind != kind)
         return endRefused[kind].otherKind;
+    const Ending ending{*this};
     AddTo(*top->parent, *top);
-    Pop();
     return ANALYTICS_OK;
 }
 

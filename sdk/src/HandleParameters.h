@@ -79,6 +79,7 @@ public:
 
 private:
     using Observers = std::vector<observerData>;
+    struct Ending;
 
     Frame& Push(Frame::Kind kind, const char* name);
     void Pop();

@@ -109,8 +109,7 @@ TEST(ThreadsMemory, ThatRunsOutCostsTheCallInHandAndNothingMore)
         allowed = allocations;
         refused = Refusals(session, text, true);
         allowed = -1;
-        while (analytics_array_end(session) == 0 || analytics_event_end(session) == 302) {
-        }
+        EXPECT_EQ(analytics_event_end(session), 301u) << "left half built after " << allocations;
         EXPECT_EQ(Refusals(session, text, false), 0) << "after " << allocations;
         analytics_shutdown(session);
     }
