@@ -1,36 +1,24 @@
 # Completion of the analytics command for bash.
 _analytics() {
-    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} word=${COMP_WORDS[1]}
+    local current=$2 previous=$3 word=${COMP_WORDS[1]} choices="" files=""
     local keys="os_name os_ver mfg model arch cpu cpu_clock cpu_usage ram_total ram_free vm_total vm_free hd_total hd_free
         bios uuid tz"
-    local options words=""
-    COMPREPLY=()
-    if [ "$COMP_CWORD" -eq 1 ]; then
-        COMPREPLY=($(compgen -W "log show send properties --help --version" -- "$current"))
-        return
-    fi
-    case $previous in
-    --file | --id-file | --certificates)
-        COMPREPLY=($(compgen -f -- "$current"))
-        return
-        ;;
-    --property)
-        COMPREPLY=($(compgen -W "$keys" -- "$current"))
-        return
-        ;;
+    case $COMP_CWORD:$word:$previous in
+    1:*) choices="log show send properties --help --version" ;;
+    *:--file | *:--id-file | *:--certificates) files=yes ;;
+    *:--property) choices=$keys ;;
+    *:--url | *:--id | *:--app | *:--app-version) ;;
+    *:log:*) choices="--file --id-file --app --app-version --property --help" ;;
+    *:show:*) choices="--json --wide --help" files=yes ;;
+    *:send:*) choices="--url --id --app-version --certificates --keep --help" files=yes ;;
+    *:properties:*) choices="$keys --json --help" ;;
     esac
-    case $word in
-    log) options="--file --id-file --app --app-version --property --help" ;;
-    show) options="--json --wide --help" ;;
-    send) options="--url --id --app-version --certificates --keep --help" ;;
-    properties) options="--json --help" words=$keys ;;
-    esac
-    if [[ $current == -* ]]; then
-        COMPREPLY=($(compgen -W "$options" -- "$current"))
-    elif [ -n "$words" ]; then
-        COMPREPLY=($(compgen -W "$words" -- "$current"))
-    elif [ "$word" != log ]; then
-        COMPREPLY=($(compgen -f -- "$current"))
+    # Options only once they are begun: after "show" and "send" a file is meant more often.
+    [[ $current == -* ]] || [ -z "$files" ] || choices=""
+    mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current")
+    if [ -n "$files" ] && [[ $current != -* ]]; then
+        compopt -o filenames 2>/dev/null
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
     fi
 }
-complete -F _analytics -o filenames analytics
+complete -F _analytics analytics

@@ -67,6 +67,10 @@ int log_event(const Options& options, const members::Object& event)
     }
     if (length(options.file) <= before)
         return terminal::error(options.file + ": the event could not be written"), failed;
+    if (access(settings.unique_id_file.c_str(), F_OK) != 0) {
+        terminal::error(settings.unique_id_file + ": the unique id could not be kept: " + std::strerror(errno));
+        return failed;
+    }
     return result == analytics::result::ok ? done : failed;
 }
 

@@ -32,7 +32,7 @@ std::string quoted(const std::string& text)
     return wire::to_json(json + '"');
 }
 
-void print(const std::vector<std::vector<std::string>>& rows, bool json)
+void print(const std::vector<wire::Row>& rows, bool json)
 {
     if (!json) {
         std::cout << wire::table(rows);
@@ -50,7 +50,7 @@ int run(const Options& options)
     std::vector<std::string> keys = options.keys;
     if (keys.empty())
         keys.assign(std::begin(all_keys), std::end(all_keys));
-    std::vector<std::vector<std::string>> rows;
+    std::vector<wire::Row> rows;
     int status = done;
     for (const std::string& key : keys) {
         char value[200];

@@ -39,12 +39,15 @@ struct Options
 class Working
 {
 public:
-    explicit Working(std::string what) : m_what(std::move(what))
+    explicit Working(const std::string& what)
     {
-        if (terminal::live_errors())
+        if (unsigned columns = terminal::error_width()) {
+            m_what =
+                what.substr(0, std::max(columns, 20u) - 10); // a longer one would wrap and stay; "123456 s" fits behind
             m_thread = std::thread([this] { count(); });
-        else
-            std::cerr << m_what << std::endl;
+        } else {
+            std::cerr << what << std::endl;
+        }
     }
 
     ~Working()
@@ -105,37 +108,54 @@ std::map<std::string, std::string> form_of(const Options& options, const std::st
     return {{"data", text}, {"g", options.unique_id}, {"t", token}, {"v", options.application_version}};
 }
 
+bool append(const std::string& path, std::string_view text)
+{
+    int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+    bool whole = file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (file >= 0)
+        close(file);
+    return whole;
+}
+
 // What was appended while the upload was under way stays: the file is moved aside, so that no host writes to it any
-// more, and what it holds beyond the sent text goes back.
-bool remove_sent(const std::string& path, size_t sent)
+// more, and what it holds beyond the sent text goes back. That is all of it when a host has uploaded and deleted the
+// file meanwhile and begun a new one.
+bool remove_sent(const std::string& path, const std::string& sent)
 {
     std::string aside = path + ".sent-" + std::to_string(getpid()), text;
-    if (std::rename(path.c_str(), aside.c_str()) != 0 || !terminal::read_file(aside, text))
-        return terminal::error(path + ": sent, but it cannot be removed: " + std::strerror(errno)), false;
-    if (text.size() > sent) {
-        int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-        ssize_t rest = static_cast<ssize_t>(text.size() - sent);
-        bool kept = file >= 0 && write(file, text.data() + sent, text.size() - sent) == rest;
-        if (file >= 0)
-            close(file);
-        if (!kept)
-            return terminal::error("events that came during the upload stand at the end of " + aside), false;
-    }
+    if (std::rename(path.c_str(), aside.c_str()) != 0)
+        return errno == ENOENT ||
+               (terminal::error(path + ": sent, but it cannot be removed: " + std::strerror(errno)), false);
+    if (!terminal::read_file(aside, text))
+        return false;
+    std::string_view rest = text;
+    if (rest.substr(0, sent.size()) == sent)
+        rest.remove_prefix(sent.size());
+    if (!rest.empty() && !append(path, rest))
+        return terminal::error("events that came during the upload stand at the end of " + aside), false;
     return std::remove(aside.c_str()) == 0;
+}
+
+// "1 event (155 bytes)"
+std::string amount(const std::string& text)
+{
+    auto lines = std::count(text.begin(), text.end(), '\n') + (text.back() != '\n');
+    return std::to_string(lines) + (lines == 1 ? " event (" : " events (") + std::to_string(text.size()) + " bytes)";
 }
 
 std::string reason(long http_status, const std::string& network)
 {
     if (http_status >= 400)
         return "the server answered " + std::to_string(http_status);
+    if (network.find("certificate") != network.npos)
+        return network + " (--certificates FILE names the authorities to trust)";
     return network.empty() ? "no reason is known" : network;
 }
 
 int send(const Options& options, const std::string& text)
 {
     auto form = form_of(options, text);
-    std::string what = std::to_string(std::count(text.begin(), text.end(), '\n')) + " events (" +
-                       std::to_string(text.size()) + " bytes) to " + options.url;
+    std::string what = amount(text) + " to " + options.url;
     AnalyticsSDK::WebClient client;
     client.SetCertificateFile(options.certificate_file.c_str());
     long http_status = 0;
@@ -147,7 +167,7 @@ int send(const Options& options, const std::string& text)
     if (!taken)
         return terminal::error("sending failed: " + reason(http_status, client.GetLastError())), failed;
     std::cout << "sent " << what << "; the server answered " << http_status << std::endl;
-    return options.keep || options.file == "-" || remove_sent(options.file, text.size()) ? done : failed;
+    return options.keep || options.file == "-" || remove_sent(options.file, text) ? done : failed;
 }
 
 int run(Options options)

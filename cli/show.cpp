@@ -29,31 +29,66 @@ std::string cut(const std::string& line, unsigned columns)
     return line.substr(0, end);
 }
 
-void print_table(const std::vector<wire::Line>& lines, bool wide)
+void ignore(size_t, const wire::Fault&) {}
+
+// Lines are read anew for each purpose rather than kept: a log may be large.
+template <typename Event, typename Broken>
+size_t each_line(std::string_view text, Event event, Broken broken)
 {
-    std::vector<std::vector<std::string>> rows = {{"TIME (UTC)", "APP", "VERSION", "ID", "NAME", "EVENT"}};
-    for (const wire::Line& line : lines) {
-        std::vector<std::string> row;
-        for (auto part : {line.time, line.application, line.application_version, line.unique_id, line.name})
-            row.push_back(wire::printable(wire::unquoted(part)));
-        row.push_back(wire::printable(line.event));
-        rows.push_back(row);
+    size_t number = 0;
+    while (!text.empty()) {
+        std::string_view one = text.substr(0, text.find('\n'));
+        bool ended = one.size() < text.size();
+        text.remove_prefix(one.size() + ended);
+        ++number;
+        wire::Line line;
+        auto fault = wire::read_line(one, line);
+        if (fault)
+            broken(number, *fault);
+        else
+            event(line);
+        if (!fault && !ended)
+            broken(number, wire::Fault{one.size() + 1, "the last line lacks its line feed"});
     }
-    unsigned columns = wide ? 0 : terminal::width();
-    std::string text = wire::table(rows);
-    for (size_t start = 0, end; start < text.size(); start = end + 1) {
-        end = text.find('\n', start);
-        std::string line = text.substr(start, end - start);
-        line = columns ? cut(line, columns) : line;
-        std::cout << (start == 0 ? terminal::bold(line) : line) << "\n";
-    }
+    return number;
 }
 
-void print_json(const std::vector<wire::Line>& lines)
+wire::Row heading_of(const wire::Line& line)
 {
-    const char* before = "[";
-    for (const wire::Line& line : lines) {
-        std::cout << before << "\n  {";
+    wire::Row row;
+    for (auto part : {line.time, line.application, line.application_version, line.unique_id, line.name})
+        row.push_back(wire::printable(wire::unquoted(part)));
+    return row;
+}
+
+void print_table(std::string_view text, bool wide)
+{
+    const wire::Row headings = {"TIME (UTC)", "APP", "VERSION", "ID", "NAME", "EVENT"};
+    wire::Columns columns;
+    columns.fit(headings);
+    each_line(
+        text, [&](const wire::Line& line) { columns.fit(heading_of(line)); }, ignore);
+
+    const unsigned width = wide ? 0 : terminal::width();
+    auto fitting = [&](const wire::Row& row) {
+        std::string line = columns.line(row);
+        line.pop_back();
+        return width ? cut(line, width) : line;
+    };
+    std::cout << terminal::bold(fitting(headings)) << "\n";
+    auto print = [&](const wire::Line& line) {
+        wire::Row row = heading_of(line);
+        row.push_back(wire::printable(line.event));
+        std::cout << fitting(row) << "\n";
+    };
+    each_line(text, print, ignore);
+}
+
+void print_json(std::string_view text)
+{
+    bool any = false;
+    auto print = [&](const wire::Line& line) {
+        std::cout << (any ? ",\n  {" : "[\n  {");
         const std::pair<const char*, std::string_view> members[] = {{"version", line.version},
                                                                     {"time", line.time},
                                                                     {"application", line.application},
@@ -64,9 +99,10 @@ void print_json(const std::vector<wire::Line>& lines)
         for (const auto& [name, value] : members)
             std::cout << (name == members[0].first ? "\"" : ", \"") << name << "\": " << wire::to_json(value);
         std::cout << "}";
-        before = ",";
-    }
-    std::cout << (lines.empty() ? "[]\n" : "\n]\n");
+        any = true;
+    };
+    each_line(text, print, ignore);
+    std::cout << (any ? "\n]\n" : "[]\n");
 }
 
 int run(const Options& options)
@@ -74,29 +110,18 @@ int run(const Options& options)
     std::string text;
     if (!terminal::read_file(options.file, text))
         return failed;
-    std::vector<wire::Line> lines;
-    size_t number = 0, broken = 0;
-    auto point_at = [&](size_t column, const std::string& what) {
+    options.json ? print_json(text) : print_table(text, options.wide);
+    std::cout.flush(); // on a terminal, the faults come after the events
+    size_t broken = 0;
+    auto point_at = [&](size_t line, const wire::Fault& fault) {
         ++broken;
-        terminal::error(options.file + ":" + std::to_string(number) + ":" + std::to_string(column) + ": " + what);
+        terminal::error(options.file + ":" + std::to_string(line) + ":" + std::to_string(fault.column) + ": " +
+                        fault.what);
     };
-    for (std::string_view rest = text; !rest.empty();) {
-        std::string_view one = rest.substr(0, rest.find('\n'));
-        bool ended = one.size() < rest.size();
-        rest.remove_prefix(one.size() + ended);
-        ++number;
-        wire::Line line;
-        if (auto fault = wire::read_line(one, line)) {
-            point_at(fault->column, fault->what);
-            continue;
-        }
-        lines.push_back(line);
-        if (!ended)
-            point_at(one.size() + 1, "the last line lacks its line feed");
-    }
-    options.json ? print_json(lines) : print_table(lines, options.wide);
+    size_t lines = each_line(
+        text, [](const wire::Line&) {}, point_at);
     if (broken)
-        terminal::error(std::to_string(broken) + " of " + std::to_string(number) + " lines break the wire format");
+        terminal::error(std::to_string(broken) + " of " + std::to_string(lines) + " lines break the wire format");
     return broken ? failed : done;
 }
 

@@ -10,11 +10,23 @@
 
 namespace terminal {
 
-static bool takes_colours(int descriptor)
+// A terminal that obeys more than line feeds.
+static bool is_able(int descriptor)
 {
     const char* kind = std::getenv("TERM");
+    return isatty(descriptor) && kind && std::strcmp(kind, "dumb") != 0;
+}
+
+static bool takes_colours(int descriptor)
+{
     const char* forbidden = std::getenv("NO_COLOR");
-    return isatty(descriptor) && kind && std::strcmp(kind, "dumb") != 0 && !(forbidden && *forbidden);
+    return is_able(descriptor) && !(forbidden && *forbidden);
+}
+
+static unsigned columns(int descriptor)
+{
+    winsize size{};
+    return ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 bool colours()
@@ -24,13 +36,15 @@ bool colours()
 
 unsigned width()
 {
-    winsize size{};
-    return isatty(STDOUT_FILENO) && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+    return isatty(STDOUT_FILENO) ? columns(STDOUT_FILENO) : 0;
 }
 
-bool live_errors()
+unsigned error_width()
 {
-    return isatty(STDERR_FILENO);
+    if (!is_able(STDERR_FILENO))
+        return 0;
+    unsigned known = columns(STDERR_FILENO);
+    return known ? known : 80;
 }
 
 std::string bold(std::string_view text)

@@ -10,8 +10,8 @@ namespace terminal {
 bool colours();
 /// The columns of the terminal that standard output is; 0 when it is none.
 unsigned width();
-/// Standard error is a terminal: what is printed there may be overwritten.
-bool live_errors();
+/// The columns of the terminal that standard error is, when a line there can be overwritten; else 0.
+unsigned error_width();
 
 std::string bold(std::string_view text);
 

@@ -288,19 +288,29 @@ static size_t width(const std::string& text)
     return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-std::string table(const std::vector<std::vector<std::string>>& rows)
+void Columns::fit(const Row& row)
 {
-    std::vector<size_t> widths;
-    for (const auto& row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], width(row[i]));
-    }
+    m_widths.resize(std::max(m_widths.size(), row.size()));
+    for (size_t i = 0; i < row.size(); ++i)
+        m_widths[i] = std::max(m_widths[i], width(row[i]));
+}
+
+std::string Columns::line(const Row& row) const
+{
     std::string text;
-    for (const auto& row : rows) {
-        for (size_t i = 0; i < row.size(); ++i)
-            text += row[i] + (i + 1 < row.size() ? std::string(widths[i] - width(row[i]) + 2, ' ') : "\n");
-    }
+    for (size_t i = 0; i < row.size(); ++i)
+        text += row[i] + (i + 1 < row.size() ? std::string(m_widths[i] - width(row[i]) + 2, ' ') : "\n");
+    return text;
+}
+
+std::string table(const std::vector<Row>& rows)
+{
+    Columns columns;
+    std::string text;
+    for (const Row& row : rows)
+        columns.fit(row);
+    for (const Row& row : rows)
+        text += columns.line(row);
     return text;
 }
 

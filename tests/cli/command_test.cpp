@@ -2,10 +2,12 @@
 #include "support/child.h"
 #include "support/http_server.h"
 #include "support/ports.h"
+#include "support/proxies.h"
 #include "support/raw_server.h"
 #include "support/scratch.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -32,6 +34,28 @@ protected:
     }
 
     /// The object of the last event that was logged, and its line.
+    /// What the command shows a person at a terminal of 60 columns, carriage returns included.
+    std::string on_terminal(std::vector<const char*> words, std::vector<const char*> environment)
+    {
+        int terminal = -1;
+        winsize size{24, 60, 0, 0};
+        pid_t pid = forkpty(&terminal, nullptr, nullptr, &size);
+        if (pid == 0) {
+            words.insert(words.begin(), "analytics");
+            words.push_back(nullptr);
+            environment.push_back(nullptr);
+            execve(command.c_str(), const_cast<char**>(words.data()), const_cast<char**>(environment.data()));
+            _exit(127);
+        }
+        std::string output;
+        char piece[4096];
+        for (ssize_t count; (count = read(terminal, piece, sizeof piece)) > 0;)
+            output.append(piece, static_cast<size_t>(count));
+        close(terminal);
+        waitpid(pid, nullptr, 0);
+        return output;
+    }
+
     std::string last_line() { return support::split_lines(support::read_file(log)).back(); }
     std::string logged(std::vector<std::string> words)
     {
@@ -134,6 +158,9 @@ TEST_F(Command, SaysWhyAnEventCannotBeWritten)
     ended = run({"log", "e", "--file", "/dev/full"});
     EXPECT_EQ(ended.status, 1);
     EXPECT_THAT(ended.errors, HasSubstr("could not be written"));
+    ended = run({"log", "e", "--id-file", folder.file("missing/id")});
+    EXPECT_EQ(ended.status, 1) << "every event would have an id of its own";
+    EXPECT_THAT(ended.errors, HasSubstr("missing/id: the unique id could not be kept"));
 }
 
 TEST_F(Command, ShowsATableWithoutColoursOrControlBytesAndPointsAtBrokenLines)
@@ -169,25 +196,31 @@ TEST_F(Command, ShowsJsonThatAReaderTakes)
 TEST_F(Command, ColoursAndCutsItsLinesOnATerminalOnly)
 {
     logged({"long=" + std::string(300, 'x')});
-    int terminal = -1;
-    winsize size{24, 60, 0, 0};
-    pid_t pid = forkpty(&terminal, nullptr, nullptr, &size);
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        setenv("TERM", "xterm", 1);
-        unsetenv("NO_COLOR");
-        execl(command.c_str(), "analytics", "show", log.c_str(), nullptr);
-        _exit(127);
-    }
-    std::string output;
-    char piece[4096];
-    for (ssize_t count; (count = read(terminal, piece, sizeof piece)) > 0;)
-        output.append(piece, static_cast<size_t>(count));
-    close(terminal);
-    waitpid(pid, nullptr, 0);
+    const std::vector<std::vector<const char*>> plain = {{}, {"TERM=dumb"}, {"TERM=xterm", "NO_COLOR=1"}};
+    for (const auto& environment : plain)
+        EXPECT_THAT(on_terminal({"show", log.c_str()}, environment), Not(HasSubstr("\x1b")));
+    std::string output = on_terminal({"show", log.c_str()}, {"TERM=xterm", "NO_COLOR="});
     EXPECT_THAT(output, HasSubstr("\x1b[1mTIME (UTC)"));
     EXPECT_EQ(support::split_lines(output).at(1).size(), 61u) << output; // the terminal adds a carriage return
+    EXPECT_THAT(on_terminal({"show", "missing"}, {"TERM=xterm"}), HasSubstr("\x1b[31manalytics: missing: No such"));
     EXPECT_THAT(run({"show", log}).output, HasSubstr(std::string(300, 'x')));
+}
+
+TEST_F(Command, EndsAsPipesAndFullDisksMakeItEnd)
+{
+    logged({"long=" + std::string(100'000, 'x')});
+    const std::string line = last_line() + "\n";
+    for (int i = 0; i < 3; ++i)
+        std::ofstream(log, std::ios::app) << line; // more than a pipe holds
+    const std::string piped = command + " show " + log + " | head -c 10; exit ${PIPESTATUS[0]}";
+    Ended ended = support::run({"bash", "-c", piped});
+    EXPECT_EQ(ended.status, 128 + SIGPIPE);
+    EXPECT_EQ(ended.output + ended.errors, "TIME (UTC)");
+    for (std::string word : {"show " + log, "show --json " + log, std::string("properties"), std::string("--help")}) {
+        ended = support::run({"bash", "-c", command + " " + word + " >/dev/full"});
+        EXPECT_EQ(ended.status, 1) << word;
+        EXPECT_EQ(ended.errors, "analytics: standard output could not be written\n") << word;
+    }
 }
 
 TEST_F(Command, SendsTheWholeFileAsTheLibraryDoesAndRemovesIt)
@@ -197,7 +230,7 @@ TEST_F(Command, SendsTheWholeFileAsTheLibraryDoesAndRemovesIt)
     support::HttpServer server;
     Ended ended = run({"send", log, "--url", server.url(), "--keep"});
     EXPECT_EQ(ended.status, 0) << ended.errors;
-    EXPECT_THAT(ended.errors, HasSubstr("sending 3 events"));
+    EXPECT_EQ(ended.errors, "sending 3 events (" + std::to_string(text.size()) + " bytes) to " + server.url() + "\n");
     EXPECT_THAT(ended.output, HasSubstr("the server answered 200"));
     EXPECT_EQ(support::read_file(log), text);
     ASSERT_EQ(run({"send", log, "--url", server.url()}).status, 0);
@@ -233,6 +266,54 @@ TEST_F(Command, KeepsEventsThatCameWhileItWasSending)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 2); // the log and its id
 }
 
+TEST_F(Command, KeepsANewFileThatAHostBeganAfterItsOwnUpload)
+{
+    log_events(3);
+    support::HttpServer server([&](const support::Request&) {
+        std::filesystem::remove(log);
+        log_events(1);
+        return support::Reply{};
+    });
+    EXPECT_EQ(run({"send", log, "--url", server.url()}).status, 0);
+    EXPECT_EQ(support::split_lines(support::read_file(log)).size(), 1u);
+    support::HttpServer deleting(
+        [&](const support::Request&) { return std::filesystem::remove(log), support::Reply{}; });
+    EXPECT_EQ(run({"send", log, "--url", deleting.url()}).status, 0);
+}
+
+TEST_F(Command, ShowsThatItIsWorkingOnOneLineOfATerminal)
+{
+    log_events(1);
+    support::HttpServer server;
+    const std::string url = server.url() + std::string(100, 'p'), before = "\r\x1b[K";
+    const std::string working = "sending 1 event (" + std::to_string(last_line().size() + 1) + " bytes) to " + url;
+    std::string output = on_terminal({"send", log.c_str(), "--keep", "--url", url.c_str()}, {"TERM=xterm"});
+    EXPECT_EQ(output.rfind(before + working.substr(0, 50) + before, 0), 0u) << output;
+    EXPECT_THAT(output, HasSubstr("the server answered 200"));
+    output = on_terminal({"send", log.c_str(), "--keep", "--url", url.c_str()}, {"TERM=dumb"});
+    EXPECT_EQ(output.rfind(working, 0), 0u) << output;
+}
+
+TEST_F(Command, SendsThroughTheProxyOfTheEnvironment)
+{
+    log_events(1);
+    support::HttpServer server;
+    support::Squid proxy(support::ProxyOptions{"u", "p"});
+    const struct
+    {
+        std::string login;
+        int status;
+        const char* text;
+    } cases[] = {{"", 1, "the server answered 407"}, {"u:p@", 0, "the server answered 200"}};
+    for (const auto& [login, status, text] : cases) {
+        Ended ended = support::run({command, "send", log, "--url", server.url()},
+                                   {{"http_proxy=http://" + login + proxy.text(), "no_proxy"}, folder.path(), ""});
+        EXPECT_EQ(ended.status, status) << ended.errors;
+        EXPECT_THAT(ended.output + ended.errors, HasSubstr(text));
+    }
+    EXPECT_EQ(proxy.log_count("TCP_MISS/200"), 1u) << proxy.log();
+}
+
 TEST_F(Command, TellsTheServersStatusOrTheNetworksReasonAndKeepsTheFile)
 {
     log_events(1);
@@ -255,7 +336,7 @@ TEST_F(Command, TellsTheServersStatusOrTheNetworksReasonAndKeepsTheFile)
         {closed.url(), "Couldn't connect"},
         {cutting.url(), "Connection reset"},
         {"http://nosuch.invalid/", "Could not resolve"},
-        {secure.url(), "cacert.pem"},
+        {secure.url(), "cacert.pem (--certificates FILE names"},
         {stale.url(), "certificate has expired"},
         {"nonsense://x/", "rotocol \"nonsense\" not supported"},
     };
@@ -284,9 +365,15 @@ TEST_F(Command, PrintsThePropertiesOfThisMachine)
 
 TEST_F(Command, ExplainsItselfAndItsUsage)
 {
-    EXPECT_EQ(run({}).status, 2);
-    EXPECT_EQ(run({"nosuch"}).status, 2);
-    EXPECT_EQ(run({"send", log}).status, 2);
+    const std::pair<std::vector<std::string>, const char*> wrong[] = {{{}, "says what to do"},
+                                                                      {{"nosuch"}, "no word \"nosuch\""},
+                                                                      {{"send", log}, "--url is required"},
+                                                                      {{"show", "--nosuch", log}, "--nosuch"}};
+    for (const auto& [words, what] : wrong) {
+        Ended ended = run(words);
+        EXPECT_EQ(ended.status, 2) << what;
+        EXPECT_THAT(ended.errors, HasSubstr(what));
+    }
     EXPECT_EQ(run({"--version"}).output, "analytics 1.0.0\n");
     std::string manual = support::read_file(TEST_SOURCE_DIR "/cli/analytics.1");
     for (const char* word : {"log", "show", "send", "properties"}) {
@@ -308,10 +395,16 @@ TEST_F(Command, CompletesWordsOptionsAndKeysInBash)
         {"analytics send --u", "--url "},
         {"analytics properties hd", "hd_total hd_free "},
         {"analytics log e --property cpu_", "cpu_clock cpu_usage "},
+        {"analytics log e --app ''", " "},
+        {"analytics show ev", "events one.log "},
+        {"analytics send --certificates ev", "events one.log "},
+        {"analytics show ''", "events one.log "},
     };
+    std::ofstream(folder.file("events one.log"));
     for (const auto& [line, reply] : cases) {
         std::string script = std::string("source " TEST_SOURCE_DIR "/cli/completion.bash; COMP_WORDS=(") + line +
-                             "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _analytics; printf '%s ' \"${COMPREPLY[@]}\"";
-        EXPECT_EQ(support::run({"bash", "-c", script}).output, reply) << line;
+                             "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _analytics analytics "
+                             "\"${COMP_WORDS[-1]}\" \"${COMP_WORDS[-2]}\"; printf '%s ' \"${COMPREPLY[@]}\"";
+        EXPECT_EQ(support::run({"bash", "-c", script}, {{}, folder.path(), ""}).output, reply) << line;
     }
 }
