@@ -174,8 +174,11 @@ struct json_elements
     static void add(json_writer& writer, const char* name, const json_writer* child)
     {
         writer._text.commit(begin(writer, name).end());
-        if (child != nullptr)
-            writer._text.append(child->text());
+        if (child == nullptr)
+            return;
+        // Room first and only then the text, which moves with it when a document is added to itself.
+        writer._text.reserve(child->_text.size());
+        writer._text.append(child->text());
     }
 };
 

@@ -159,7 +159,7 @@ inline void append_hexadecimal(const unsigned char* bytes, std::size_t count, st
 ///
 /// One decoder serves the count and the conversion, so the two cannot disagree on a broken sequence.
 ///
-/// The text ends at its first NUL. The result's length counts no terminator; an empty text gives an empty result.
+/// The text ends at its first NUL. The result's length counts no terminator; a text that ends at once is empty here too.
 /// Room is asked for once and exactly.
 /// What is no UTF-8 in other ways (overlong forms, surrogates, values above U+10FFFF) is U+FFFD as well.
 ///
@@ -168,7 +168,7 @@ inline void append_hexadecimal(const unsigned char* bytes, std::size_t count, st
 inline std::wstring utf8_to_wide(const std::string& utf8)
 {
     std::wstring utf16;
-    if (utf8.empty())
+    if (*utf8.c_str() == '\0')
         return utf16;
     const std::size_t size = tova_utf8_to_wide(nullptr, 0, utf8.c_str());
     if (size != 0) {

@@ -52,7 +52,7 @@ public:
     /// Takes everything up to `end`, which lies within the reserved room, as written.
     void commit(char* end) noexcept { _end = end; }
 
-    /// Appends a copy of `text`, which may not be part of this buffer.
+    /// Appends a copy of `text`, which may be part of this buffer only when there is room for it already.
     void append(std::string_view text);
 
     /// Empties the text and keeps the room, unless that is more than most texts need.

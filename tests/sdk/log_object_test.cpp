@@ -110,6 +110,7 @@ TEST(LogObject, BeginsAnewAsIfItWereNew)
             array.EndObject();
             EXPECT_EQ(object.ToString(), "{ \"k\": \"" + std::string(length, 'x') + "\" }");
             EXPECT_EQ(text(array), "[ \"" + std::string(length, 'y') + "\" ]");
+            EXPECT_EQ(array.AddArray(&array), 1u); // makes no sense, and no harm
             object.Restart();
             array.Restart();
         }
