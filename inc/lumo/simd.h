@@ -1,8 +1,8 @@
 // Inner loops that have a faster form on some processors.
 //
 // For the library's own use, not exported. The plain form is correct everywhere and says what the result is; the others
-// give the same result by what some processors offer. All processor-specific instructions of the library stand in
-// simd.cpp.
+// give the same result by what some processors offer. All processor-specific instructions of this layer and those above
+// stand in simd.cpp.
 #pragma once
 
 #include <cstddef>

@@ -131,6 +131,27 @@ TEST(Utf8, IsTheSameAtEveryLengthAndPosition)
             }
 }
 
+// Alone a piece is too short for anything but the way from one byte to the next.
+TEST(Utf8, DecodesALongTextAsItDoesItsPieces)
+{
+    static const char* const whole[] = {"a", "Zo", "\xC2\x80", "\xC3\xA9", "\xDF\xBF", "\xE0\xA0\x80", "\xE2\x82\xAC"};
+    static const char* const odd[] = {"\xED\x9F\xBF", "\xEF\xBF\xBF", "\xF0\x9F\x98\x80", "\xC0\x80",
+                                      "\xC1\xBF",     "\xE0\x9F\xBF", "\xED\xA0\x80",     "\xF5\x80\x80\x80",
+                                      "z\x80\xBF",    "\xC3",         "\xE2\x82"};
+    std::mt19937 random(7);
+    for (int round = 0; round < 100'000; ++round) {
+        const size_t count = random() % 40, chosen = random() % 40;
+        std::string text;
+        std::wstring expected;
+        for (size_t i = 0; i < count; ++i) {
+            const char* piece = i == chosen ? odd[random() % std::size(odd)] : whole[random() % std::size(whole)];
+            text += piece;
+            expected += wide_of(piece);
+        }
+        ASSERT_EQ(expected, wide_of(text)) << testing::PrintToString(text);
+    }
+}
+
 TEST(Utf8, CountsWhatItConvertsWhateverTheBytes)
 {
     std::mt19937 random(20100617);

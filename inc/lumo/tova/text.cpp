@@ -2,6 +2,9 @@
 // rule for what happens when it is too small.
 #include "lumo/tova/text.h"
 
+#include "lumo/tova/platform/utf8_window.h"
+
+#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -180,6 +183,33 @@ public:
     }
 
 private:
+#if TOVA_UTF8_WINDOW
+    // Goes on to the end by windows.
+    TOVA_FOR_VBMI2 __attribute__((noinline)) void windows()
+    {
+        utf8_walk here = *this; // a copy that nothing points to stays in registers
+        // Windows follow at a steady pace, wherever sequences end, so that none has to wait for the one before.
+        for (unsigned carry = 0; here.at < here.end;) {
+            const auto left = static_cast<size_t>(here.end - here.at);
+            const auto window = tova::utf8::decode_window(here.at, left, carry);
+            const size_t step = std::min(left, tova::utf8::window_size);
+            if (window.plain && window.count <= here.sink.room()) {
+                put_window(here.sink, window);
+                here.at += step;
+                carry = window.carry;
+                continue;
+            }
+            const byte* const stop = here.at + step;
+            for (here.at += std::popcount(carry); here.at < stop;) {
+                here.sink.check_room();
+                here.one();
+            }
+            carry = 0;
+        }
+        *this = here;
+    }
+#endif
+
     // Goes on in blocks while the text has one and the sink has room for as many code points.
     template <int size>
     void blocks()
@@ -192,6 +222,10 @@ private:
                 at += size;
                 continue;
             }
+#if TOVA_UTF8_WINDOW
+            if (tova::utf8::has_windows())
+                return windows();
+#endif
             // Not tried again before the block is through: a text with letters of its own has them everywhere.
             for (const byte* const stop = at + size; at < stop;)
                 one();
@@ -258,6 +292,18 @@ struct wide_writer
         at += size;
     }
 };
+
+#if TOVA_UTF8_WINDOW
+TOVA_FOR_VBMI2 void put_window(code_point_counter& sink, const tova::utf8::window& window)
+{
+    sink.count += static_cast<size_t>(window.count);
+}
+
+TOVA_FOR_VBMI2 void put_window(wide_writer& sink, const tova::utf8::window& window)
+{
+    sink.at = tova::utf8::put(sink.at, window);
+}
+#endif
 
 // Whether the last sequence wants more bytes than the text has.
 bool is_cut_off(const char* text)
