@@ -154,6 +154,12 @@ result add_value(const Call& call, std::nullptr_t)
 }
 
 template <typename Call>
+result add_value(const Call& call, std::nullopt_t)
+{
+    return add_value(call, nullptr);
+}
+
+template <typename Call>
 result add_value(const Call& call, const std::string& value)
 {
     return add_value(call, value.c_str());

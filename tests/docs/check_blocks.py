@@ -7,7 +7,7 @@ sh        run by one bash per document, in a folder that looks like a built clon
 cmake     written to the file that it names, for the shell blocks that use it.
 json      lines of an event log file, judged by the analytics command.
 text      not code.
-Links to files of the repository must lead somewhere.
+Links to files of the repository must lead somewhere, and README's tables must tell what the sources and the bench do.
 """
 import os, pathlib, re, subprocess, sys, tempfile
 
@@ -92,6 +92,35 @@ def check_document(path):
             failures.append(f"{path.relative_to(source)}: the link to {link} leads nowhere")
 
 
+def must_name(names, place):
+    text = (source / place).read_text()
+    # `name_string_add`, `_int32_`: the same with another word for the type.
+    for whole, other in re.findall(r"`(\w+_)string_add`(.*)", text):
+        text += " ".join(f"{whole[:-1]}{kind}add" for kind in re.findall(r"`(_\w+_)`", other)) + " "
+    failures.extend(f"{place} does not tell of {name}" for name in names if not re.search(rf"\b{name}\b", text))
+
+
+def check_tables():
+    header = (source / "inc/analytics.h").read_text()
+    must_name(re.findall(r"^ANALYTICS_API .*?(analytics_\w+)\(", header, re.M), "README.md")
+    codes = re.findall(r"^    (ANALYTICS_\w+) = (\d+)", header, re.M)
+    must_name([number for _, number in codes], "README.md")
+    must_name([name for name, _ in codes], "inc/analytics.hpp")
+    keys = re.findall(r'^ *{"(\w+)"', (source / "sdk/src/Properties.cpp").read_text(), re.M)
+    for place in ("README.md", "inc/analytics.h", "cli/properties.cpp", "cli/completion.bash"):
+        must_name(keys, place)
+    rows = re.compile(r"^\| ([^|]+) \| ([^|]+) \|(?: [^|]+ \| [^|]+ \|)? ([\d.]+) \|", re.M)
+    measured = {row[:2]: float(row[2]) for row in rows.findall((source / "docs/performance.md").read_text())}
+    told = rows.findall((source / "README.md").read_text().split("## What it costs")[1])
+    for what, against, ratio in told:
+        here, there = float(ratio), measured.get((what, against), 0)
+        if abs(here - there) > there / 4:
+            failures.append(f"README.md: {what} costs {here}; docs/performance.md has {there}")
+    if not (len(codes) > 10 and len(keys) > 10 and len(told) > 5):
+        failures.append("the tables were not found")
+
+
+check_tables()
 for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
     check_document(document)
 print("\n".join(failures) or "every block holds: " + ", ".join(f"{n} {kind}" for kind, n in sorted(counts.items())))

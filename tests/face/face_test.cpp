@@ -71,13 +71,14 @@ TEST_F(Face, AddsEveryTypeByItsKind)
         event.add("n", nullptr);
         event.add("o1", std::optional<int>(1));
         event.add("o0", std::optional<std::string>());
+        event.add("o", std::nullopt);
         event.add("p", static_cast<const char*>(nullptr));
     }
     EXPECT_EQ(events(),
               Events{R"("e", { "b": true, "i8": -8, "u8": 200, "i16": -7, "i": -2147483648, "u": 4294967295, )"
                      R"("l": -9223372036854775808, "ul": 9223372036854775807, "big": 1.84467e+19, "f": 0.5, )"
                      R"("d": 1e+20, "c": "text", "s": "string", "v": "view", "n": null, "o1": 1, "o0": null, )"
-                     R"("p": null } ])"});
+                     R"("o": null, "p": null } ])"});
 }
 
 TEST_F(Face, EndsScopesFromTheInnermostOutwards)

@@ -112,6 +112,8 @@ deb)
     for file in include/analytics.h include/analytics.hpp "libanalytics.so ->" analytics.pc analytics-config.cmake; do
         [[ $in_dev == *"$file"* ]] || fail "no $file in the -dev package: $in_dev"
     done
+    [ "$(dpkg-deb -I "$runtime" shlibs)" = "libanalytics 1 libanalytics1 (>= 1.0.0)" ] ||
+        fail "what links the library would not depend on its package: $(dpkg-deb -I "$runtime" shlibs)"
     for package in *.deb; do
         dpkg-deb -x "$package" "$work/root"
     done
