@@ -3,6 +3,7 @@
 //
 // For one machine and for looking at what the library sends; a server that faces a network needs more than this.
 #include "AnalyticsSDK/Identity.h"
+#include "form.h"
 #include "wire_line.h"
 
 #include <CLI/CLI.hpp>
@@ -10,14 +11,15 @@
 #include <fstream>
 #include <httplib.h>
 #include <iostream>
-#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
 
 namespace {
 
-using Form = std::map<std::string, std::string>;
+using collector::Form;
+using collector::hex_digit;
+using collector::parse_form;
 
 struct Options
 {
@@ -27,42 +29,6 @@ struct Options
     bool strict = false;
     bool is_online = false;
 };
-
-int hex_digit(char c)
-{
-    const char* digits = "0123456789abcdef";
-    const char* found = c ? std::strchr(digits, std::tolower(static_cast<unsigned char>(c))) : nullptr;
-    return found ? static_cast<int>(found - digits) : -1;
-}
-
-// Splitting and decoding stand here because the server library refuses forms of more than 8,192 bytes.
-std::string percent_decode(std::string_view text)
-{
-    std::string plain;
-    plain.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && hex_digit(text[i + 1]) >= 0 && hex_digit(text[i + 2]) >= 0) {
-            plain += static_cast<char>(hex_digit(text[i + 1]) * 16 + hex_digit(text[i + 2]));
-            i += 2;
-        } else {
-            plain += text[i] == '+' ? ' ' : text[i];
-        }
-    }
-    return plain;
-}
-
-Form parse_form(std::string_view body)
-{
-    Form fields;
-    while (!body.empty()) {
-        std::string_view field = body.substr(0, body.find('&'));
-        body.remove_prefix(std::min(field.size() + 1, body.size()));
-        size_t equals = std::min(field.find('='), field.size());
-        fields[percent_decode(field.substr(0, equals))] =
-            percent_decode(field.substr(std::min(equals + 1, field.size())));
-    }
-    return fields;
-}
 
 // The token is a salted hash of the unique id, so that it differs in every upload and can only be tested.
 bool token_is_good(const std::string& unique_id, const std::string& token)

@@ -1,9 +1,9 @@
 // Servers that fail in every way: unless the transfer ended with libcurl's success, the event log file is byte for byte
 // what it was, nothing hangs beyond the time-outs (short ones here), and memory stays bounded.
 
+#include "collector/form.h"
 #include "support/certificates.h"
 #include "support/cutting_relay.h"
-#include "support/form.h"
 #include "support/memory.h"
 #include "support/session.h"
 #include "transfers.h"
@@ -273,5 +273,5 @@ TEST_F(ThreadsUploadFaults, TheEventsGoOutOnceTheServerIsWellAgain)
     EXPECT_EQ(analytics_send(session, 1), ANALYTICS_OK);
     EXPECT_EQ(support::read_file(session.log()), "");
     const std::string sent = server.requests().back();
-    EXPECT_EQ(support::parse_form(sent.substr(sent.find("\r\n\r\n") + 4))["data"], waiting);
+    EXPECT_EQ(collector::parse_form(sent.substr(sent.find("\r\n\r\n") + 4))["data"], waiting);
 }
