@@ -66,8 +66,23 @@ words() {
     echo "no path of one machine, nothing left for later"
 }
 
+# A promise is worth the test that shows it: what the third column of its tables names must be there.
+promises() {
+    local tests name count=0
+    tests=$(git grep -hoE '^TEST(_F|_P)?\(\w+, \w+' tests | sed -E 's/.*\((\w+), /\1./')
+    for name in $(awk -F'|' '{print $3}' SECURITY.md | grep -oE '`[^` ]+`' | tr -d '`'); do
+        count=$((count + 1))
+        if [ ! -e "fuzz/$name.cpp" ] && ! grep -qE "^${name//\*/[^.]*}(\.|\$)" <<<"$tests"; then
+            echo "SECURITY.md names $name, which does not exist"
+            return 1
+        fi
+    done
+    echo "$count tests and fuzzers that SECURITY.md names exist"
+}
+
 : >"$logs/times"
 check words words
+check promises promises
 check format formatted
 check shell shell_scripts
 check layers tools/check_layers.py
