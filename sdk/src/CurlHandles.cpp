@@ -116,6 +116,7 @@ void CurlEasyHandle::CloseStream()
 CURLcode CurlEasyHandle::Perform()
 {
     CurlMultiHandle own;
+    *GetErrorBuffer() = '\0'; // the words of an earlier attempt
     CURLMcode code = curl_multi_add_handle(own.GetHandle(), hCurl);
     for (int running = 1; code == CURLM_OK && running > 0;) {
         {

@@ -91,13 +91,14 @@ void WriteToFile(std::ostream& out, std::filebuf& file, std::string_view block, 
     }
 }
 
-// False when the text could not grow: a stream swallows the exception, and a body with a hole is no body.
+// False when the text could not grow: a stream swallows the exception, and a body with a hole is no body. A stream that
+// was at its end or had failed before it was given just drops the data, which counts as taken.
 bool WriteToText(std::ostream& out, std::string_view block, bool bWhole)
 {
     out.write(block.data(), static_cast<std::streamsize>(block.size()));
     if (bWhole)
         out.flush();
-    return out.good();
+    return !out.bad();
 }
 
 // For queued transfers. Whatever is not the block's size makes libcurl end the transfer with its write error.
@@ -159,6 +160,8 @@ void SetHeaderLines(OptionSetter& set, CurlEasyHandle* handle, const char* expec
     for (const char* line : request_header_lines)
         set.Require(lines.AddHeader(line));
     set.Require(lines.AddHeader(expectation));
+    if (!set.Ok())
+        return;
     std::swap(*handle->GetHttpHeaders(), lines.pList);
     set(CURLOPT_HTTPHEADER, *handle->GetHttpHeaders());
 }

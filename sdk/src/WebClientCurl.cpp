@@ -274,11 +274,14 @@ bool WebClient::ExecRequest(const char* url, std::ostream* out, long& httpCode, 
     });
 }
 
+// libcurl quotes a proxy that it does not understand, the login in its URL included: such words are kept back.
 void WebClient::RememberError(CurlEasyHandle* handle, long result)
 {
     const char* text = handle->GetErrorBuffer();
+    if (*text == '\0' || std::strchr(text, '@'))
+        text = curl_easy_strerror(static_cast<CURLcode>(result));
     lumo::scoped_lock hold(errorLock);
-    strLastError = result == CURLE_OK ? "" : *text ? text : curl_easy_strerror(static_cast<CURLcode>(result));
+    strLastError = result == CURLE_OK ? "" : text;
 }
 
 std::string WebClient::GetLastError() const
@@ -428,12 +431,16 @@ bool WebClient::SetProxyToNextValidProxy(CurlEasyHandle* pHandle, const char* ur
     if (!manager->GetProxy(url, pHandle->spProxyInfo)) {
         // Not null: libcurl would then look for a proxy in the environment.
         curl_easy_setopt(curl, CURLOPT_PROXY, "");
+        // What an earlier attempt left for its proxy is none of the server's business.
+        SetProxyLogin(*pHandle, "", nullptr);
         return false;
     }
     tova_assert(pHandle->spProxyInfo.Get());
     const char* pszProxy = pHandle->spProxyInfo->GetProxy();
     tova_assert(0 < strlen(pszProxy));
     curl_easy_setopt(curl, CURLOPT_PROXY, pszProxy);
+    // The environment's no_proxy exempts nobody from the manager's choice.
+    curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
     curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L);
     SetProxyLogin(*pHandle, pszProxy, store);
     if (IsHttps(url))

@@ -323,8 +323,10 @@ TEST_F(ProxyChains, AreWalkedByQueueingOnceMore)
 TEST_F(ProxyChains, ThatAreAllBannedLeaveTheDirectWay)
 {
     walk({at_loopback(dead.port())});
+    log_in(at_loopback(dead.port()), "user", "word");
     EXPECT_EQ("true 200", posted(server.url()));
-    EXPECT_FALSE(server.requests().at(0).has_header("via"));
+    for (const char* meant_for_the_proxy : {"via", "expect", "proxy-authorization"})
+        EXPECT_FALSE(server.requests().at(0).has_header(meant_for_the_proxy)) << meant_for_the_proxy;
     EXPECT_EQ("", remembered()) << "a direct way is no proxy to remember";
 }
 
@@ -350,6 +352,10 @@ TEST_F(WebClientProxies, OfTheEnvironmentCountOnlyWithoutAManager)
     unsetenv("http_proxy");
     EXPECT_TRUE(plain.ExecRequest(server.url().c_str(), nullptr, status, RequestTypeGet, nullptr));
     plain.Close();
+    setenv("no_proxy", "*", 1);
+    use(at_loopback(dead.port()));
+    EXPECT_EQ("false 0", posted(server.url())) << "no host is exempt from the manager's choice";
+    unsetenv("no_proxy");
 }
 
 TEST_F(WebClientProxies, AreBlamedForThreeResultsOnly)
@@ -448,19 +454,21 @@ TEST_F(WebClientProxies, AreTalkedToWithoutAPasswordInAnyOutput)
     ::testing::internal::CaptureStderr();
     Squid proxy({"user", secret});
     HeldPort dead;
-    for (const std::string& text : {proxy.text(), at_loopback(dead.port())}) {
+    std::string said;
+    for (const std::string& text : {proxy.text(), at_loopback(dead.port()), std::string("odd://127.0.0.1:1")}) {
         use(text);
-        for (const char* password : {secret.c_str(), "hunter2-wrong"}) {
+        for (const char* password : {secret.c_str(), "hunter2-wrong", "hunter2%"}) {
             log_in(text, "user", password);
             for (const std::string& url : {server.url(), secure.url(), std::string("http://127.0.0.1:1/")}) {
                 posted(url);
+                said += client.GetLastError() + "\n";
                 queued_post(url);
             }
         }
     }
     client.Close();
     const std::string output =
-        ::testing::internal::GetCapturedStdout() + ::testing::internal::GetCapturedStderr() + proxy.log();
+        said + ::testing::internal::GetCapturedStdout() + ::testing::internal::GetCapturedStderr() + proxy.log();
     tova_log_register(nullptr);
     EXPECT_NE(std::string::npos, output.find("POST")) << "the proxy's log is part of it";
     EXPECT_EQ(std::string::npos, output.find("hunter2")) << output;

@@ -198,11 +198,14 @@ TEST_F(WebClientRequests, WriteTheBodyIntoWhatTheCallerGave)
     support::ScratchFolder folder;
     server.answer([](const Request&) { return Reply{200, "body"}; });
     std::ofstream file(folder.file("body"), std::ios::binary), closed;
-    std::stringstream text;
-    for (std::ostream* out : {static_cast<std::ostream*>(&file), static_cast<std::ostream*>(&text),
-                              static_cast<std::ostream*>(&closed), static_cast<std::ostream*>(nullptr)})
+    std::stringstream text, at_its_end("read");
+    at_its_end.ignore(10);
+    for (std::ostream* out :
+         {static_cast<std::ostream*>(&file), static_cast<std::ostream*>(&text), static_cast<std::ostream*>(&at_its_end),
+          static_cast<std::ostream*>(&closed), static_cast<std::ostream*>(nullptr)})
         EXPECT_EQ("true 200", executed(server.url(), RequestTypeGet, nullptr, out));
     EXPECT_EQ("body", text.str());
+    EXPECT_EQ("read", at_its_end.str()) << "which takes nothing, and that is no failure of the request";
     EXPECT_FALSE(file.is_open()) << "closed once the expected length has come";
     EXPECT_EQ("body", support::read_file(folder.file("body")));
 }
