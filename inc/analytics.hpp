@@ -200,6 +200,17 @@ result add_value(const Call& call, const std::optional<T>& value)
     return value ? add_value(call, *value) : add_value(call, nullptr);
 }
 
+// Ends, too, what the host has opened through session::handle() and left open: the event would stay open with it.
+inline std::uint32_t end_event(analytics_session* session) noexcept
+{
+    std::uint32_t code = analytics_event_end(session);
+    for (; code == ANALYTICS_NESTED_OPEN; code = analytics_event_end(session)) {
+        if (analytics_object_end(session) == ANALYTICS_NAME_REFUSED) // the innermost is an array
+            analytics_array_end(session);
+    }
+    return code;
+}
+
 /// What an event and an object have in common: members, each with a name.
 class members : public scope
 {
@@ -241,7 +252,7 @@ protected:
 class event : public detail::members
 {
     friend class session;
-    event(session* owner, result opened) noexcept : members(owner, nullptr, analytics_event_end, opened) {}
+    event(session* owner, result opened) noexcept : members(owner, nullptr, detail::end_event, opened) {}
 };
 
 /// An object in an event or in an array. Ends when it leaves its scope.
@@ -314,7 +325,8 @@ public:
 
     /// False when it could not be opened.
     explicit operator bool() const noexcept { return m_handle != nullptr; }
-    /// The session of the C interface, still owned by this object. Events opened through it are not known here.
+    /// The session of the C interface, still owned by this object. Events opened through it are not known here; objects
+    /// and arrays that are opened through it in an event of this face, and left open, end with the event.
     analytics_session* handle() const noexcept { return m_handle; }
 
     /// Opens an event; one at a time. @param name must outlive the event

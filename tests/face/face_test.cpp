@@ -120,7 +120,7 @@ TEST_F(Face, AddingToAScopeEndsWhatIsOpenInIt)
     EXPECT_EQ(events(), Events{R"("e", { "o": { "l": [ 1 ] }, "after": 2, "p": { "k": 4 } } ])"});
 }
 
-TEST_F(Face, LeavesNoEventHalfBuiltWhenAnExceptionPasses)
+TEST_F(Face, LeavesNoEventHalfBuiltWhateverPasses)
 {
     analytics::session session(settings());
     try {
@@ -130,8 +130,15 @@ TEST_F(Face, LeavesNoEventHalfBuiltWhenAnExceptionPasses)
         throw std::runtime_error("passing");
     } catch (const std::runtime_error&) {
     }
+    {
+        auto event = session.open_event("by the C interface");
+        auto object = event.open_object("o");
+        analytics_name_array_begin(session.handle(), "l");
+        analytics_object_begin(session.handle());
+    }
     EXPECT_TRUE(session.open_event("next"));
-    EXPECT_EQ(events(), (Events{R"("broken", { "l": [ 1 ] } ])", R"("next", { } ])"}));
+    EXPECT_EQ(events(), (Events{R"("broken", { "l": [ 1 ] } ])", R"("by the C interface", { "o": { "l": [ { } ] } } ])",
+                                R"("next", { } ])"}));
 }
 
 TEST_F(Face, ASessionThatClosesEndsItsEventFirst)
