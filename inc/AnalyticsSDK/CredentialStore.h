@@ -17,10 +17,14 @@ namespace AnalyticsSDK {
 
 using lumo::scoped_ptr;
 
-/// A login. The password is held in clear until the record is destroyed, which overwrites it.
+/// A login, made and changed by whoever has it. A record belongs to one thread at a time.
+///
+/// The password is held in clear until the record is destroyed, which overwrites it. What its text was copied from, or
+/// held before it was assigned anew, is for the caller to overwrite.
 class TOVA_API CUserCredentials
 {
 public:
+    /// An empty login.
     CUserCredentials();
     /// Copies the password too.
     CUserCredentials(const CUserCredentials&);
@@ -28,23 +32,24 @@ public:
     CUserCredentials& operator=(const CUserCredentials&);
     ~CUserCredentials();
 
-    std::string strUserName; ///< UTF-8
-    std::string strPassword; ///< UTF-8, in clear
+    std::string strUserName; ///< UTF-8; any character, a colon included
+    std::string strPassword; ///< UTF-8, in clear; may be empty
 };
 
 /// A login as text for people and logs: the user name, ":" and five stars in place of the password.
 TOVA_API std::string DescribeCredentials(const CUserCredentials& credentials);
 
-/// Logins by proxy; owns them.
+/// Logins by proxy; owns them. Not for several threads: the store has the lock.
 class TOVA_API CUserCredentialsMap : public std::map<std::string, CUserCredentials*>
 {
 public:
     CUserCredentialsMap();
     CUserCredentialsMap(const CUserCredentialsMap&) = delete;
     CUserCredentialsMap& operator=(const CUserCredentialsMap&) = delete;
+    /// Destroys every record.
     ~CUserCredentialsMap();
 
-    /// Destroys every record.
+    /// Destroys every record and empties the map.
     void clear();
 };
 
@@ -72,18 +77,23 @@ public:
     /// Destroys the record, if any. @return true, also when there was none
     virtual bool RemoveCredentials(const char* proxy) = 0;
 
-    /// Copies the record, undisturbed by other threads. @return false, and no change, when there is none
+    /// Copies the record, undisturbed by other threads. This is what transfers ask before each attempt.
+    ///
+    /// @param proxy whose login is wanted
+    /// @param out receives the copy, which is the caller's
+    /// @return false, and no change, when there is none
     virtual bool CopyUserCredentials(const char* proxy, CUserCredentials& out) = 0;
 };
 
-/// The library's credential store.
+/// The library's credential store: one recursive lock around a map. Looking up an unknown proxy with HasCredentials or
+/// GetUserCredentials leaves an empty entry, which reads as no login; that is meant. Nothing is ever written to a file.
 class TOVA_API CCredentialStore : public ICredentialStore
 {
 public:
     CCredentialStore();
+    /// Destroys, and so overwrites, every login.
     ~CCredentialStore() override;
 
-    /// Whether there is a login for the proxy.
     bool HasCredentials(const char* proxy) override;
     CUserCredentials* GetUserCredentials(const char* proxy) override;
     bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials) override;

@@ -1,9 +1,9 @@
 /// @file
 /// Which proxy a transfer goes through: the proxy manager, and the texts that its lists are made from.
 ///
-/// A proxy is a text like "host:port", possibly with a scheme in front, and is compared and handed on just as it came.
-/// Times are milliseconds. Null texts count as empty. Any thread may use a manager; a CProxyInfo belongs to one
-/// transfer.
+/// A proxy is a text like "host:port", possibly with a scheme in front ("socks5://host:port"; libcurl's CURLOPT_PROXY
+/// says which there are), and is compared and handed on just as it came. Times are milliseconds. Null texts count as
+/// empty. Any thread may use a manager; a CProxyInfo belongs to one transfer.
 #pragma once
 
 #include <cstdint>
@@ -50,13 +50,21 @@ public:
     /// @return true when the record holds a proxy to use, false for a direct way
     virtual bool GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInfo) = 0;
 
-    /// Bans a proxy that failed, for 30 minutes.
+    /// Bans a proxy that failed, for 30 minutes. One that is banned already stays so until its first ban ends.
     virtual void AddProxyToBlackList(const char* proxy) = 0;
 
-    /// The proxy that last worked for the URL's host. @return false, and an empty text, when none is known
+    /// The proxy that is remembered for the URL's host, whatever the scheme, port and path.
+    ///
+    /// @param url where a transfer goes
+    /// @param proxy receives it; empty when none is known
+    /// @return false when none is known
     virtual bool FindProxyInCache(const char* url, std::string& proxy) = 0;
 
-    /// Remembers a proxy for the URL's host, in place of an older one. @return false when the URL names no host
+    /// Remembers a proxy for the URL's host, in place of an older one. This is also how a host names a proxy to use.
+    ///
+    /// @param url whose host it is for
+    /// @param proxy as CURLOPT_PROXY takes it, without a login
+    /// @return false, and no change, when the URL names no host or the proxy is empty
     virtual bool AddProxyToCache(const char* url, const char* proxy) = 0;
 };
 
@@ -69,14 +77,15 @@ public:
     ~CProxyManager() override;
 
     /// The cached proxy of the URL's host comes first, banned or not. Otherwise a record that the cache has raised once
-    /// walks its list of candidates past banned ones. Candidates that the system named are not used before the cache
-    /// holds a proxy for the host; that is meant.
+    /// walks its list of candidates past banned ones; with all of them banned the way is direct. Candidates that the
+    /// system named are not used before the cache holds a proxy for the host; that is meant.
     bool GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInfo) override;
     void AddProxyToBlackList(const char* proxy) override;
     bool FindProxyInCache(const char* url, std::string& proxy) override;
     bool AddProxyToCache(const char* url, const char* proxy) override;
 
-    /// Bans a proxy for `durationMs`. One that is listed already keeps the end of its ban, even one in the past.
+    /// Bans a proxy for so many milliseconds of the monotonic clock (GetCurrentTimeInMillis). One that is listed
+    /// already keeps the end of its ban, even one in the past.
     void AddProxyToBlackList(const char* proxy, double durationMs);
     /// Lets the proxy be chosen again at once.
     void RemoveProxyFromBlackList(const char* proxy);
@@ -92,7 +101,8 @@ private:
     lumo::mutex cacheLock{false};
 };
 
-/// Fills the candidates and bypass entries of a record from the system's settings for a URL.
+/// Fills the candidates and bypass entries of a record from the system's settings for a URL. Its choice, and whether
+/// that is to be used, stay as they are. On Linux and darwin the system is never found to name a proxy.
 ///
 /// @return false, and no change, when the URL is empty, the record null, or the system names no proxy
 TOVA_API bool GetProxyInfoForUrl(const char* url, CProxyInfo* info);

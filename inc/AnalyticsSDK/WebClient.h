@@ -2,7 +2,8 @@
 /// WebClient: the library's HTTP engine. What its operations do stands in IWebClient.h.
 ///
 /// Queued transfers run side by side on the "WebClient Thread", the only user of libcurl's multi interface; other
-/// threads reach them through a list with a lock. A synchronous request runs on its caller's thread alone.
+/// threads reach them through a list with a lock. A synchronous request runs on its caller's thread alone. Each request
+/// asks the proxy manager for its way and the credential store for its login before every attempt.
 #pragma once
 
 #include <map>
@@ -23,15 +24,20 @@ namespace AnalyticsSDK {
 class CurlEasyHandle;
 class CurlMultiHandle;
 
-/// The one implementation of IWebClient. In a child made by fork() nothing can be queued any more, and closing and
-/// destroying leave the parent's connections alone.
+/// The one implementation of IWebClient. Most users make it with CreateWebClient() and see the interface only; the
+/// class is exported for those who bring proxies of their own.
+///
+/// A transfer takes 60 seconds at most, 30 of them to connect, and is given up after 60 seconds of silence. In a child
+/// made by fork() nothing can be queued any more, and closing and destroying leave the parent's connections alone.
 class TOVA_API WebClient : public IWebClient, public ThreadHelper
 {
 public:
+    /// Makes a client without a thread: what is queued waits for Init(). Synchronous requests need none.
     WebClient();
     WebClient(const WebClient&) = delete;
     WebClient& operator=(const WebClient&) = delete;
 
+    // What these do stands in IWebClient.h.
     void Release() override;
     bool Init(bool bUseOwnProxySupport) override;
     void Close() override;
@@ -46,7 +52,9 @@ public:
     void CancelDownload(const char* url) override;
     void CancelAllDownloads() override;
     void SetCertificateFile(const char* path) override;
+    /// Closes the client if nobody has, and ends what is left without a call to its callback.
     ~WebClient() override;
+    /// Runs until no transfer is under way or a stop was asked for.
     void Process() override;
 
     /// Starts the thread. Init() is what an owner calls.
@@ -54,27 +62,50 @@ public:
     /// Asks the thread to stop and ends its wait for activity. Close() is what an owner calls.
     void stop() override;
 
-    /// Chooses proxies from now on; not owned. Before the first request.
+    /// Chooses proxies from now on. To be called before the first request: nothing guards the pointer.
+    ///
+    /// @param manager not owned, and asked from several threads; must live until the client is closed and the last
+    ///     synchronous request has returned. Null: no proxy support
     void SetProxyManager(IProxyManager* manager);
-    /// Supplies proxy logins from now on; not owned. Before the first request.
+    /// Supplies proxy logins from now on; otherwise as SetProxyManager. Null: no logins.
     void SetCredentialStore(ICredentialStore* store);
-    /// The manager and the store in use: the client's own after Init(true); null when there is none.
+    /// The manager in use: the client's own after Init(true), else what SetProxyManager was given; null at first.
     IProxyManager* GetProxyManager() const;
-    /// The logins, owned by the client; null when it was started without its own proxies.
+    /// The store in use, likewise.
     ICredentialStore* GetCredentialStore() const;
-    /// Why the last synchronous request of this client failed, in libcurl's words; empty after a success. Any thread.
+    /// Why the last synchronous request of this client failed, in libcurl's words and without any login; empty before
+    /// the first and after a success. Any thread; where several make requests, whichever ended last.
     std::string GetLastError() const;
-    /// Wakes the client's thread.
+    /// Wakes the client's thread. Queueing does so by itself.
     void StartDownload();
-    /// The first queued transfer with this item id, null when there is none; for use on the client's thread.
+    /// The first queued transfer with this item id, null when there is none. Still the client's, and valid until the
+    /// transfer ends: for use on the client's thread, that is within a callback.
     CurlEasyHandle* FindRequestByID(const char* itemID);
 
-    /// Gives a transfer the proxy and login of its next attempt. @return true when a proxy was set
+    /// Gives a transfer the proxy and login of its next attempt, and takes back those of the one before.
+    ///
+    /// @param handle the transfer, not under way; its record of proxies is made here when it has none
+    /// @param url where it goes
+    /// @param manager chooses; null leaves libcurl to its own rules, the environment's http_proxy included
+    /// @param store knows the logins, by the manager's exact text; may be null
+    /// @return true when a proxy was set, false for a direct way and when handle, URL or manager is missing
     static bool SetProxyToNextValidProxy(CurlEasyHandle* handle, const char* url, IProxyManager* manager,
                                          ICredentialStore* store);
-    /// Bans the transfer's proxy when `result` (libcurl's: 6, 7 or 28) puts the blame on it. @return true when banned
+
+    /// Bans the transfer's proxy for 30 minutes when the result puts the blame on it.
+    ///
+    /// @param result libcurl's: 6 (a name not resolved), 7 (no connection) and 28 (time-out) blame the proxy
+    /// @param handle the transfer
+    /// @param url not needed
+    /// @return true when a proxy was in use and is banned now, so that another attempt has a new way to go
     bool HandleProxyError(long result, CurlEasyHandle* handle, const char* url);
-    /// Remembers the transfer's proxy for the URL's host, unless one is known. @return true when the cache holds one
+
+    /// Remembers the transfer's proxy for the URL's host, unless one is remembered already.
+    ///
+    /// @param result not needed: a proxy that asked for a login is remembered, too
+    /// @param handle the transfer
+    /// @param url whose host it is remembered for
+    /// @return true when a proxy was in use and a manager could be told
     bool HandleProxySuccess(long result, CurlEasyHandle* handle, const char* url);
 
 private:

@@ -28,7 +28,7 @@ CUserCredentials::CUserCredentials(const CUserCredentials&) = default;
 CUserCredentials& CUserCredentials::operator=(const CUserCredentials& other)
 {
     if (this != &other) {
-        // The assignment may take a new block and free the old one as it stands.
+        // Before the assignment, which may take a new block and give the old one back as it stands.
         WipeText(strPassword);
         strUserName = other.strUserName;
         strPassword = other.strPassword;
@@ -41,6 +41,7 @@ CUserCredentials::~CUserCredentials()
     WipeText(strPassword);
 }
 
+// Five stars whatever the password: its length is nobody's business either.
 std::string DescribeCredentials(const CUserCredentials& credentials)
 {
     return credentials.strUserName + ":*****";
@@ -53,6 +54,7 @@ CUserCredentialsMap::~CUserCredentialsMap()
     clear();
 }
 
+// Hides the base's, which would drop the pointers and leak the records.
 void CUserCredentialsMap::clear()
 {
     for (auto& [proxy, credentials] : *this)
@@ -83,6 +85,7 @@ bool CCredentialStore::AddCredentials(const char* proxy, scoped_ptr<CUserCredent
     if (IsEmpty(proxy) || !credentials)
         return false;
     lumo::scoped_lock hold(lock);
+    // The virtual one, under the lock that it takes again: a derived store hears of every record that goes.
     RemoveCredentials(proxy);
     // The entry first, which may need memory: until it stands, the caller keeps the record.
     CUserCredentials*& record = mapCredentials[proxy];
@@ -103,6 +106,7 @@ bool CCredentialStore::RemoveCredentials(const char* proxy)
     return true;
 }
 
+// What transfers use: a lent pointer could be destroyed by a host's thread while the login is being read.
 bool CCredentialStore::CopyUserCredentials(const char* proxy, CUserCredentials& out)
 {
     if (IsEmpty(proxy))

@@ -22,6 +22,7 @@ CurlPostData::~CurlPostData()
     pFirst = pLast = nullptr;
 }
 
+// With its lengths: a name or value may hold zero bytes, at which a plain C string would end.
 bool CurlPostData::AddField(const std::string& name, const std::string& value)
 {
     return CURL_FORMADD_OK == curl_formadd(&pFirst, &pLast, CURLFORM_COPYNAME, name.c_str(), CURLFORM_NAMELENGTH,
@@ -44,6 +45,7 @@ bool CurlHttpHeaders::AddHeader(const char* line)
     return grown != nullptr;
 }
 
+// A line without a value would say something else: that libcurl is to leave out its own header of that name.
 void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 {
     if (*name != '\0' && *value != '\0')
@@ -52,7 +54,8 @@ void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 
 CurlEasyHandle::CurlEasyHandle() : hCurl(curl_easy_init()) {}
 
-// libcurl lets go of the buffers before they are freed.
+// libcurl lets go of the buffers before they are freed. Once the process is leaving its handle is leaked: what stands
+// under it may be gone already.
 CurlEasyHandle::~CurlEasyHandle()
 {
     if (const CurlUse use; use)
@@ -65,6 +68,7 @@ CurlEasyHandle::~CurlEasyHandle()
     spStream.Reset();
 }
 
+// Zeros, because libcurl writes nothing where it has no words, and the buffer is read either way.
 char* CurlEasyHandle::GetErrorBuffer()
 {
     if (!pErrorBuffer)
@@ -102,6 +106,7 @@ std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
     return file;
 }
 
+// A text has nothing to close and stays readable: its owner asks for it after the end.
 void CurlEasyHandle::CloseStream()
 {
     if (!spStream)
@@ -112,7 +117,8 @@ void CurlEasyHandle::CloseStream()
         file->close();
 }
 
-// What curl_easy_perform does, in steps between which the process may leave.
+// What curl_easy_perform does, in steps between which the process may leave. With a multi handle of its own, as the one
+// of the queue is the worker's alone.
 CURLcode CurlEasyHandle::Perform()
 {
     CurlMultiHandle own;
@@ -125,9 +131,11 @@ CURLcode CurlEasyHandle::Perform()
                 return CURLE_ABORTED_BY_CALLBACK;
             code = curl_multi_perform(own.GetHandle(), &running);
         }
+        // Outside the use: a process that leaves would have to wait for this wait.
         if (code == CURLM_OK && running > 0)
             code = curl_multi_poll(own.GetHandle(), nullptr, 0, alone_wait_ms, nullptr);
     }
+    // The message goes with the removal below: its result is copied before.
     int left = 0;
     const CURLMsg* message = curl_multi_info_read(own.GetHandle(), &left);
     const CURLcode result = code == CURLM_OK && message ? message->data.result : CURLE_FAILED_INIT;
@@ -160,6 +168,7 @@ void CurlMultiHandle::AddEasyHandle(CurlEasyHandle* handle)
     {
         lumo::scoped_lock hold(lock);
         arrQueued.push_back(handle);
+        // In both lists or in none: what is only queued could not be cancelled, what is only listed would never start.
         try {
             arrHandles.push_back(handle);
         } catch (...) {
@@ -170,6 +179,7 @@ void CurlMultiHandle::AddEasyHandle(CurlEasyHandle* handle)
     Wake();
 }
 
+// The one call of libcurl's multi interface that any thread may make at any time.
 void CurlMultiHandle::Wake()
 {
     curl_multi_wakeup(hMulti);
@@ -188,6 +198,7 @@ void CurlMultiHandle::AdoptQueued(std::vector<CurlEasyHandle*>& refused)
     }
 }
 
+// Out and in again: libcurl takes up changed options when a transfer starts.
 void CurlMultiHandle::RetryEasyHandle(CurlEasyHandle* handle)
 {
     curl_multi_remove_handle(hMulti, handle->GetHandle());
@@ -198,6 +209,7 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
 {
     {
         lumo::scoped_lock hold(lock);
+        // From both: a transfer that is given up while the machine is offline may not have been adopted yet.
         for (std::vector<CurlEasyHandle*>* list :
              {static_cast<std::vector<CurlEasyHandle*>*>(&arrHandles), &arrQueued}) {
             const auto entry = std::find(list->begin(), list->end(), handle);
@@ -211,6 +223,7 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
     delete handle;
 }
 
+// The first match counts: nothing keeps a host from giving two transfers one id or URL.
 template <class Match>
 CurlEasyHandle* CurlMultiHandle::Find(Match match)
 {
@@ -281,7 +294,8 @@ void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)
 {
     lumo::scoped_lock hold(lock);
     for (CurlEasyHandle* handle : arrHandles) {
-        // With no network every pending transfer is given up, whatever its times. That is meant.
+        // With no network every pending transfer is given up, whatever its times. That is meant. Asked for each
+        // transfer anew: the network may go while the list is walked.
         if (!IsOnline()) {
             out.push_back(handle);
             continue;

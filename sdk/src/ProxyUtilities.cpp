@@ -8,6 +8,7 @@
 namespace AnalyticsSDK {
 namespace {
 
+// Less than the hour between two uploads: each of them gives a proxy that failed a new chance.
 constexpr double default_ban_ms = 30 * 60 * 1000;
 
 bool IsEmpty(const char* text)
@@ -15,7 +16,8 @@ bool IsEmpty(const char* text)
     return text == nullptr || *text == '\0';
 }
 
-// The key of the cache. False when the URL names no host.
+// The key of the cache: by host alone, whatever the scheme, port and path. False when the URL names no host, as one
+// cache entry must not serve all of those.
 bool GetCacheKey(const char* url, std::string& host)
 {
     return !IsEmpty(url) && GetHostFromUrl(url, host) && !host.empty();
@@ -52,6 +54,7 @@ bool CProxyManager::GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInf
         spProxyInfo->strProxy = proxy;
         return true;
     }
+    // A record that is not new keeps its lists, so that a retry goes on where the attempt before it failed.
     if (isNew && !GetProxyInfoForUrl(url, spProxyInfo.Get()))
         return false;
     // Only the cache raises the flag: candidates wait until a proxy is known for the host. That is meant.
@@ -68,7 +71,7 @@ bool CProxyManager::GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInf
 bool CProxyManager::FindProxyInCache(const char* url, std::string& proxy)
 {
     lumo::scoped_lock hold(cacheLock);
-    proxy.clear();
+    proxy.clear(); // what the caller's text held before must not pass for an answer
     std::string host;
     if (!GetCacheKey(url, host))
         return false;
@@ -85,13 +88,14 @@ bool CProxyManager::AddProxyToCache(const char* url, const char* proxy)
     std::string host;
     if (IsEmpty(proxy) || !GetCacheKey(url, host))
         return false;
+    // Assigned, other than a ban: here the newest word counts.
     mapProxyCache[host] = proxy;
     return true;
 }
 
 void CProxyManager::AddProxyToBlackList(const char* proxy)
 {
-    lumo::scoped_lock hold(blackListLock);
+    lumo::scoped_lock hold(blackListLock); // and once more in the call, which the recursive kind allows
     AddProxyToBlackList(proxy, default_ban_ms);
 }
 
@@ -125,6 +129,7 @@ bool CProxyManager::IsProxyInBlackList(const char* proxy)
     return false;
 }
 
+// Each candidate is judged under the lock, the walk is not: a ban that comes in between is just a moment late.
 bool CProxyManager::GetFirstValidProxy(CProxyInfo* info, std::string& proxy)
 {
     proxy.clear();
@@ -141,6 +146,7 @@ bool CProxyManager::GetFirstValidProxy(CProxyInfo* info, std::string& proxy)
 
 bool GetProxyInfoForUrl(const char* url, CProxyInfo* info)
 {
+    // Into texts of its own: where the system names nothing, the record stays as it was.
     std::string proxies, bypass;
     if (IsEmpty(url) || info == nullptr || !lumo::proxy::get_for_url(url, proxies, bypass))
         return false;
@@ -168,9 +174,11 @@ void TokenizeProxyBypassString(const char* text, std::vector<std::string>& out, 
     if (IsEmpty(text))
         return;
     Tokenize(std::string(text), out, std::string("; "));
+    // In just these letters: "<LOCAL>" is an entry like any other.
     bBypassLocal = std::erase(out, "<local>") > 0;
 }
 
+// By the name alone: an address without a dot, as IPv6 ones are, counts as local, too.
 bool IsHostLocal(const char* host)
 {
     return !IsEmpty(host) && std::strchr(host, '.') == nullptr;

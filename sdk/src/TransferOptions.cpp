@@ -14,6 +14,7 @@
 namespace AnalyticsSDK {
 namespace {
 
+// The same lines, in this order, whatever the request is for.
 constexpr const char* request_header_lines[] = {
     "Accept: text/xml, application/xml, application/xhtml+xml, text/html;q=0.9, text/plain;q=0.8, text/css, image/png, "
     "image/jpeg, image/gif;q=0.8, application/x-shockwave-flash, video/mp4;q=0.9, "
@@ -27,6 +28,7 @@ constexpr const char* request_header_lines[] = {
 constexpr const char* line_send_at_once = "Expect:";
 constexpr const char* line_ask_first = "Expect: 100-continue";
 
+// Without a limit an answer could lead to file:, ftp: and whatever else the system's libcurl was built with.
 constexpr const char* allowed_protocols = "http,https";
 
 // libcurl's setter with its failures collected: one look at the end tells whether all options hold.
@@ -50,6 +52,7 @@ private:
     bool m_ok = true;
 };
 
+// In doubles, which is how progress is reported; libcurl answers -1 of its own accord where a length is not known.
 double ReadDouble(CURL* curl, CURLINFO info)
 {
     double value = -1.0;
@@ -81,7 +84,8 @@ bool IsText(std::ostream* out)
     return out && dynamic_cast<std::stringbuf*>(out->rdbuf());
 }
 
-// A file that cannot be written loses its data in silence, which is meant.
+// A file that cannot be written loses its data in silence, which is meant. It is closed with its last block, so that
+// whoever hears of the end finds it whole on the disk.
 void WriteToFile(std::ostream& out, std::filebuf& file, std::string_view block, bool bWhole)
 {
     out.write(block.data(), static_cast<std::streamsize>(block.size()));
@@ -170,10 +174,11 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
 {
     set(CURLOPT_URL, handle->GetUrl());
     set(CURLOPT_WRITEFUNCTION, bProgress ? WriteWithProgress : WritePlain)(CURLOPT_WRITEDATA, handle);
-    set(CURLOPT_FAILONERROR, 1L);
+    set(CURLOPT_FAILONERROR, 1L); // from 400 on; a page that tells of a failure is nobody's body
     set(CURLOPT_NOPROGRESS, 1L)(CURLOPT_FOLLOWLOCATION, 1L)(CURLOPT_MAXREDIRS, 10L);
     set(CURLOPT_CONNECTTIMEOUT_MS, TransferSettings::connect_timeout_ms.load());
     set(CURLOPT_TIMEOUT_MS, TransferSettings::total_timeout_ms.load());
+    // Without NOSIGNAL libcurl may time name look-ups by SIGALRM, which is the host's.
     set(CURLOPT_NOSIGNAL, 1L)(CURLOPT_HTTPAUTH, -1L);
     SetHeaderLines(set, handle, line_send_at_once);
     set(CURLOPT_ERRORBUFFER, handle->GetErrorBuffer());
@@ -186,7 +191,8 @@ int CloseOnExec(void*, curl_socket_t connection, curlsocktype)
 }
 
 // What keeps a transfer safe whatever a server answers. A post that is redirected stays a post: libcurl would make it a
-// GET, whose success would look like a delivery. After 303 it may be a GET, because 303 says that the post was taken.
+// GET, as RFC 9110 allows after 301 and 302, whose success would look like a delivery. After 303 it may be a GET,
+// because 303 says that the post was taken. TLS before 1.2 is what RFC 8996 forbids.
 void SetSafeguards(OptionSetter& set)
 {
     set(CURLOPT_SOCKOPTFUNCTION, CloseOnExec);
@@ -198,6 +204,7 @@ void SetSafeguards(OptionSetter& set)
 
 void SetFormBody(OptionSetter& set, CurlEasyHandle* handle, const FormParameters& params)
 {
+    // Kept by the transfer: libcurl reads the body in place, and a copy of a large log would cost its size once more.
     handle->strPostFields = BuildFormBody(params);
     handle->bPost = true;
     set(CURLOPT_POST, 1L);
@@ -211,6 +218,7 @@ void SetMultipartBody(OptionSetter& set, CurlEasyHandle* handle, const FormParam
     for (const auto& [name, value] : params)
         set.Require(handle->GetPostData()->AddField(name, value));
     handle->bPost = true;
+    // In place as well; a form without fields is null, and still a post.
     set(CURLOPT_HTTPPOST, handle->GetPostData()->pFirst);
 }
 

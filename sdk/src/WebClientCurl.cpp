@@ -13,7 +13,9 @@
 namespace AnalyticsSDK {
 namespace {
 
+// How late the worker learns what libcurl does not wake it for: a stall, the machine going offline.
 constexpr int wait_ms = 100;
+// What IProgressCallback::OnDownloadError reports beside HTTP statuses.
 constexpr long code_stalled = -3, code_other_proxy = -7, status_proxy_login = 407;
 
 const char* OrEmpty(const char* text)
@@ -127,6 +129,7 @@ bool WebClient::Init(bool bUseOwnProxySupport)
         pProxyManager = &proxyManager;
         pCredentialStore = &credentialStore;
     }
+    // The base answers nothing: whether there is a thread was noted in start(), which it calls.
     ThreadHelper::Init("WebClient Thread");
     return bStarted;
 }
@@ -139,6 +142,7 @@ bool WebClient::start()
 
 void WebClient::Close()
 {
+    // The transfers that a forked child could cancel are its parent's.
     if (!IsOwnProcess())
         return;
     CancelAllDownloads();
@@ -188,6 +192,7 @@ CurlEasyHandle* WebClient::FindRequestByID(const char* itemID)
     return spMultiHandle->FindEasyHandleByID(OrEmpty(itemID));
 }
 
+// Asking outside the completion of a text's own transfer is a mistake in the host's program, which no answer mends.
 std::ostringstream* WebClient::GetStream(const char* itemID)
 {
     CurlEasyHandle* pHandle = FindRequestByID(itemID);
@@ -302,6 +307,7 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
         httpCode = 0;
         const long result = handle->Perform();
         RememberError(handle, result);
+        // Whatever the result: after a proxy's refusal libcurl may fail on what follows, and still knows the 407.
         httpCode = ReadStatus(*handle);
         if (result == CURLE_OK || WasTaken(*handle)) {
             HandleProxySuccess(CURLE_OK, handle, url);
@@ -345,6 +351,7 @@ bool WebClient::PerformTransfers(int& running)
     spMultiHandle->AdoptQueued(refused);
     for (CurlEasyHandle* handle : refused)
         FinishTransfer(handle, CURLE_FAILED_INIT);
+    // libcurl has not asked to be called again since 7.20; its interface still allows it.
     CURLMcode code = CURLM_OK;
     do {
         code = curl_multi_perform(spMultiHandle->GetHandle(), &running);
@@ -354,6 +361,7 @@ bool WebClient::PerformTransfers(int& running)
     return true;
 }
 
+// A stop leaves messages unread: Close promises that what it cuts off ends without a call.
 void WebClient::FinishTransfers()
 {
     int left = 0;
@@ -371,7 +379,7 @@ void WebClient::FinishTransfers()
 void WebClient::FinishTransfer(CurlEasyHandle* handle, long result)
 {
     const long status = ReadStatus(*handle);
-    handle->CloseStream();
+    handle->CloseStream(); // before the call, in which the host may open the file
     // Whatever the host's code throws, the transfer has ended, and must not stay listed to end once more as stalled.
     if (handle->GetCallback())
         Succeeds([&] {
@@ -407,6 +415,7 @@ void WebClient::NotifyEnd(CurlEasyHandle* handle, long result, long status)
     }
 }
 
+// Collected first, then ended: ending takes a transfer from the list, and its callback may add others.
 void WebClient::AbortTimedOutTransfers()
 {
     std::vector<CurlEasyHandle*> stalled;
@@ -441,8 +450,9 @@ bool WebClient::SetProxyToNextValidProxy(CurlEasyHandle* pHandle, const char* ur
     curl_easy_setopt(curl, CURLOPT_PROXY, pszProxy);
     // The environment's no_proxy exempts nobody from the manager's choice.
     curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
-    curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L);
+    curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L); // whatever scheme the proxy asks for
     SetProxyLogin(*pHandle, pszProxy, store);
+    // For https the proxy passes bytes on and sees none of them.
     if (IsHttps(url))
         curl_easy_setopt(curl, CURLOPT_HTTPPROXYTUNNEL, 1L);
     return true;
