@@ -66,7 +66,7 @@ void RenewInChild()
 
 FileDescriptor OpenForAppend(const std::string& path)
 {
-    constexpr int append = O_APPEND | O_CREAT;
+    constexpr int append = O_APPEND | O_CREAT | O_NONBLOCK; // a pipe at the path must not make every event wait
     FileDescriptor file(path.c_str(), O_RDWR | append);
     // A file that may be written but not read is fine too; only its tail cannot be looked at.
     if (!file && errno == EACCES)
@@ -161,7 +161,7 @@ Content Read(const std::string& path, std::string& text, unsigned long& size)
     size = 0;
     text.clear();
     LogLock hold;
-    const FileDescriptor file(path.c_str(), O_RDONLY | O_NONBLOCK); // a pipe at the path must not make us wait
+    const FileDescriptor file(path.c_str(), O_RDONLY | O_NONBLOCK); // for the same reason as appends
     // Only a file that is certainly not there counts as none: after an upload the path is deleted.
     if (!file)
         return errno == ENOENT || errno == ENOTDIR ? Content::none : Content::unreadable;
@@ -180,7 +180,10 @@ Content Read(const std::string& path, std::string& text, unsigned long& size)
 void Delete(const std::string& path)
 {
     LogLock hold;
-    std::remove(path.c_str());
+    // A host may log into nothing (/dev/null) or name a folder by mistake: neither is ours to take away.
+    struct stat now;
+    if (::lstat(path.c_str(), &now) == 0 && (S_ISREG(now.st_mode) || S_ISLNK(now.st_mode)))
+        std::remove(path.c_str());
     lastAppend.end = -1;
 }
 

@@ -30,7 +30,7 @@ enum class Content
 /// 4 GB and more count as unreadable.
 Content Read(const std::string& path, std::string& text, unsigned long& size);
 
-/// Deletes the file. The one place that does.
+/// Deletes the file, or the link that stands there; devices and folders stay. The one place that does.
 void Delete(const std::string& path);
 
 } // namespace AnalyticsSDK::EventLog

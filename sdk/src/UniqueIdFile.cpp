@@ -15,7 +15,7 @@ bool WriteAll(const FileDescriptor& file, const std::string& text)
 {
     // To the disk before the file gets its name: an empty id file after a power cut would stay empty for ever.
     return file && file.Write(text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-           ::fsync(file.Get()) == 0;
+           Uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
 }
 
 /// Makes a file beside `path` that holds the id; empty when that cannot be done.
@@ -70,7 +70,8 @@ bool Load(const std::string& path, std::string& id)
 
 bool Create(const std::string& path, const std::string& id)
 {
-    if (path.empty() || CheckFileExists(path.c_str()))
+    // Without random bytes there is no id: an empty file would keep later starts, which may have one, from saving it.
+    if (path.empty() || id.empty() || CheckFileExists(path.c_str()))
         return false;
     const std::string neighbour = WriteNeighbour(path, id);
     if (neighbour.empty())

@@ -13,8 +13,8 @@ bool Load(const std::string& path, std::string& id);
 
 /// Makes the file, whole or not at all, also when the process dies half way or several make it at once.
 ///
-/// True when this call made it. False when there was something at the path already (whatever it holds, it stays) or the
-/// file cannot be made.
+/// True when this call made it. False when there was something at the path already (whatever it holds, it stays), when
+/// the file cannot be made, and for an empty id.
 bool Create(const std::string& path, const std::string& id);
 
 } // namespace AnalyticsSDK::UniqueIdFile

@@ -120,7 +120,7 @@ TEST(EventLogFile, IsReadUpToTheFirstNulWithoutTheBlanksAtItsEnd)
     }
 }
 
-TEST(EventLogFile, TellsAMissingFileFromOneThatCannotBeRead)
+TEST(EventLogFile, TellsAMissingFileFromOneThatCannotBeReadAndDeletesFilesOnly)
 {
     ScratchFolder folder;
     std::filesystem::create_directory(folder.file("directory"));
@@ -143,7 +143,11 @@ TEST(EventLogFile, TellsAMissingFileFromOneThatCannotBeRead)
         EXPECT_EQ(EventLog::Read(c.path, text, size), c.content) << c.path;
         EXPECT_EQ(text, "");
         EXPECT_EQ(size, 0u);
+        EventLog::Delete(c.path);
     }
+    EventLog::Append(folder.file("fifo"), std::string(1'000'000, 'x')); // more than a pipe holds: it must not wait
+    EXPECT_TRUE(std::filesystem::exists(folder.file("directory")) && std::filesystem::exists(folder.file("fifo")));
+    EXPECT_FALSE(std::filesystem::exists(folder.file("huge")));
 }
 
 TEST(ThreadsEventLogFile, LosesNothingBetweenAnAppendAndAReadWithDeletion)

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "AnalyticsSDK/EventManager.h"
+#include "made_up_facts.h"
 #include "support/child.h"
 #include "support/scratch.h"
 
@@ -169,6 +170,9 @@ TEST(UniqueId, StaysFromStartToStartUnlessItCannotBeKept)
     for (const std::string& path : {folder.file("missing/id"), folder.file("empty")})
         EXPECT_NE(IdOfANewManager(path), IdOfANewManager(path));
     EXPECT_EQ(read_file(folder.file("empty")), "") << "never rewritten";
+    const MadeUpFacts noRandomBytes;
+    EXPECT_EQ(IdOfANewManager(folder.file("none")), "");
+    EXPECT_FALSE(std::filesystem::exists(folder.file("none"))) << "a later start may have an id to keep";
 }
 
 TEST(UniqueId, ThatIsSuppliedHoldsUntilShutdownButDoesNotReplaceTheFile)
