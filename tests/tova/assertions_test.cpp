@@ -6,10 +6,7 @@
 
 namespace {
 
-// A thread target that never runs: its record is made up.
-void idle(void*) {}
-
-// An object of the layer as it is before its create operation, and one after.
+// A record as it is before its create operation, and one after.
 template <class Record>
 Record* unstamped()
 {
@@ -17,18 +14,12 @@ Record* unstamped()
     return &record;
 }
 
-template <class Record, class Create, class... Arguments>
-Record* made(Create create, Arguments... arguments)
+template <class Record, class... Arguments>
+Record* made(void (*create)(Record*, Arguments...), Arguments... arguments)
 {
     static Record record;
     create(&record, arguments...);
     return &record;
-}
-
-template <class Record>
-Record* none()
-{
-    return nullptr;
 }
 
 char small[4];
@@ -36,21 +27,23 @@ wchar_t wide[3];
 const tova_time strange = {2010, 13, 7, 1, 0, 0, 0, 0, 0, 0, ""};
 const tova_time monthless = {2010, 13, 6, 1, 0, 0, 0, 0, 0, 0, ""};
 
-// What unlocks, starts or opens what it must not.
 tova_mutex* destroyed_mutex()
 {
-    tova_mutex* m = made<tova_mutex>(tova_mutex_create);
+    tova_mutex* m = made(tova_mutex_create);
     tova_mutex_destroy(m);
     return m;
 }
 
+// This thread in a record that counts as started when it has a target.
 tova_thread* thread_with(tova_thread_target target)
 {
-    tova_thread* t = made<tova_thread>(tova_thread_create);
+    tova_thread* t = made(tova_thread_create);
     t->_target = target;
     t->_handle = pthread_self();
     return t;
 }
+
+void idle(void*) {}
 
 void start_without_target()
 {
@@ -61,26 +54,14 @@ void start_without_target()
 
 void open_twice()
 {
-    tova_file* f = made<tova_file>(tova_file_init);
+    tova_file* f = made(tova_file_init);
     for (int times = 0; times < 2; ++times)
         tova_file_open(f, "/dev/null", tova_file_read_only);
-}
-
-void create_semaphore(int32_t value, int32_t max)
-{
-    made<tova_semaphore>(tova_semaphore_create, value, max);
 }
 
 void create_global_event(const std::string& name)
 {
     tova_global_event_create(unstamped<tova_global_event>(), name.c_str());
-}
-
-void count_without_runtime()
-{
-    uint32_t counter = 0;
-    tova_shutdown();
-    tova_safe_increment(&counter);
 }
 
 constexpr char bounds[] = "value >= 0 && max > 0 && value <= max";
@@ -91,26 +72,25 @@ const struct
     void (*action)();
 } misuses[] = {
     // A null record, one without its stamp: each noun has a name of its own for itself.
-    {"mutex", "m", [] { tova_mutex_lock(none<tova_mutex>()); }},
+    {"mutex", "m", [] { tova_mutex_lock(nullptr); }},
     {"mutex", "m->_version == tova_version", [] { tova_mutex_lock(destroyed_mutex()); }},
-    {"mutex", "m->_version == tova_version", count_without_runtime},
 #if !defined(__SANITIZE_THREAD__) // which reports an unlock by another than the holder before the library can
-    {"mutex", "false", [] { tova_mutex_unlock(made<tova_mutex>(tova_mutex_create)); }},
+    {"mutex", "false", [] { tova_mutex_unlock(made(tova_mutex_create)); }},
 #endif
-    {"event", "e", [] { tova_event_set(none<tova_event>()); }},
+    {"event", "e", [] { tova_event_set(nullptr); }},
     {"event", "e->_version == tova_version", [] { tova_event_reset(unstamped<tova_event>()); }},
-    {"semaphore", "s", [] { tova_semaphore_wait(none<tova_semaphore>()); }},
+    {"semaphore", "s", [] { tova_semaphore_wait(nullptr); }},
     {"semaphore", "s->_version == tova_version", [] { tova_semaphore_set(unstamped<tova_semaphore>()); }},
-    {"semaphore", bounds, [] { create_semaphore(2, 1); }},
-    {"semaphore", bounds, [] { create_semaphore(-1, 1); }},
-    {"semaphore", bounds, [] { create_semaphore(0, 0); }},
-    {"global_event", "ge", [] { tova_global_event_wait(none<tova_global_event>()); }},
+    {"semaphore", bounds, [] { made(tova_semaphore_create, 2, 1); }},
+    {"semaphore", bounds, [] { made(tova_semaphore_create, -1, 1); }},
+    {"semaphore", bounds, [] { made(tova_semaphore_create, 0, 0); }},
+    {"global_event", "ge", [] { tova_global_event_wait(nullptr); }},
     {"global_event", "ge->_version == tova_version", [] { tova_global_event_set(unstamped<tova_global_event>()); }},
     {"global_event", "name", [] { tova_global_event_exists(nullptr); }},
     {"global_event", "strchr(name, '\\\\') == NULL", [] { create_global_event("a\\b"); }},
     {"global_event", "strchr(name, '/') == NULL", [] { tova_global_event_exists("a/b"); }},
     {"global_event", "false", [] { create_global_event(std::string(1023, 'n')); }},
-    {"thread", "t", [] { tova_thread_join(none<tova_thread>()); }},
+    {"thread", "t", [] { tova_thread_join(nullptr); }},
     {"thread", "t->_version == tova_version", [] { tova_thread_id_get(unstamped<tova_thread>()); }},
     {"thread", "false", [] { tova_thread_start(thread_with(idle), idle, nullptr); }}, // started before
     {"thread", "false", [] { tova_thread_join(thread_with(idle)); }},                 // joins itself
@@ -121,25 +101,24 @@ const struct
     {"clock", "t->month >= 1 && t->month <= 12", [] { tova_time_string(&monthless, 3, small, 4); }},
     {"clock", "false", [] { tova_time_string(&strange, 4, small, 4); }},
     {"text", "false", [] { tova_strcpy(small, 3, "abc"); }},
-    {"text", "false", [] { tova_strcat(small, 4, "abcd"); }},
     {"text", "false", [] { tova_utf8_to_wide(wide, 3, "abc"); }},
     {"text", "size > 1", [] { tova_utf8_to_wide(wide, 1, ""); }},
     {"text", "!is_cut_off(src)", [] { tova_utf8_to_wide_length("a\xE2\x82"); }},
     {"text", "s->_version == tova_version", [] { tova_string_get(unstamped<tova_string>()); }},
     {"text", "false", [] { tova_directory_get(tova_directory_temporary, small, 0); }},
-    {"file", "f", [] { tova_file_close(none<tova_file>()); }},
+    {"file", "f", [] { tova_file_close(nullptr); }},
     {"file", "f->_version == tova_version", [] { tova_file_seek_end(unstamped<tova_file>()); }},
     {"file", "f->_file == INVALID_FILE", open_twice},
-    {"file", "false", [] { tova_file_open(made<tova_file>(tova_file_init), "/dev/null", 5); }},
+    {"file", "false", [] { tova_file_open(made(tova_file_init), "/dev/null", 5); }},
     {"file", "false", [] { tova_file_find_first_pattern(unstamped<tova_file_find>(), "/", "*.txt"); }},
     {"directory", "false", [] { tova_directory_get(5, small, sizeof small); }},
     {"security", "s->_version == tova_version", [] { tova_security_get(unstamped<tova_security>()); }},
-    {"security", "false", [] { tova_security_set(made<tova_security>(tova_security_init), 4, 1); }},
-    {"tova-web", "h", [] { tova_http_close(none<tova_http>()); }},
+    {"security", "false", [] { tova_security_set(made(tova_security_init), 4, 1); }},
+    {"tova-web", "h", [] { tova_http_close(nullptr); }},
     {"tova-web", "h->_version == tova_version", [] { tova_http_close(unstamped<tova_http>()); }},
     {"tova-web", "r", [] { tova_http_response_destroy(nullptr); }},
     {"tova-web", "r->_version == tova_version",
-     [] { tova_http_request(made<tova_http>(tova_http_init), unstamped<tova_http_response>(), 0); }},
+     [] { tova_http_request(made(tova_http_init), unstamped<tova_http_response>(), 0); }},
 };
 
 } // namespace

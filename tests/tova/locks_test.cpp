@@ -22,11 +22,9 @@ TEST(Deadline, AddsMillisecondsToTheWallClockWithCarry)
         time_t seconds;
         long nanoseconds;
     } cases[] = {
-        {{100, 0}, 0, 100, 0},
         {{100, 250'000}, 0, 100, 250'000'000},
         {{100, 0}, 1'999, 101, 999'000'000},
         {{100, 1'000}, 1'999, 102, 0},
-        {{100, 999'999}, 999, 101, 998'999'000},
         {{100, 999'999}, 1'001, 102, 999'000},
         {{0, 0}, UINT32_MAX, 4'294'967, 295'000'000},
     };
@@ -61,13 +59,15 @@ TEST(Event, IsConsumedByAWaitOnlyWithAutoReset)
         tova_event_create(&e, auto_reset);
         EXPECT_EQ(0, tova_event_wait_time(&e, 0));
         EXPECT_EQ(0, tova_event_wait_time(&e, 3));
-        tova_event_set(&e);
-        tova_event_set(&e);
-        EXPECT_EQ(1, tova_event_wait_time(&e, 0));
-        EXPECT_EQ(!auto_reset, tova_event_wait_time(&e, 0));
+        for (uint32_t wait_ms : {0u, UINT32_MAX}) {
+            tova_event_set(&e);
+            tova_event_set(&e);
+            EXPECT_EQ(1, tova_event_wait_time(&e, wait_ms));
+            EXPECT_EQ(!auto_reset, tova_event_wait_time(&e, 0));
+        }
         tova_event_set(&e);
         tova_event_wait(&e);
-        EXPECT_EQ(!auto_reset, tova_event_wait_time(&e, UINT32_MAX * !auto_reset));
+        EXPECT_EQ(!auto_reset, tova_event_wait_time(&e, 0));
         tova_event_set(&e);
         tova_event_reset(&e);
         EXPECT_EQ(0, tova_event_wait_time(&e, 0));
@@ -118,20 +118,19 @@ TEST(Semaphore, CountsUpToItsBoundAndDownToNothing)
     tova_semaphore_destroy(&s);
 }
 
-TEST(Semaphore, LetsAsManyWaitersThroughAsItWasSet)
+TEST(Semaphore, LetsOneWaiterThroughPerSet)
 {
     tova_semaphore s;
-    tova_semaphore_create(&s, 0, 1000);
+    tova_semaphore_create(&s, 0, 1);
     std::atomic<int> taken{0};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&, i] {
-            for (int j = 0; j < 250; ++j, ++taken)
-                i % 2 ? tova_semaphore_wait(&s) : static_cast<void>(tova_semaphore_wait_time(&s, 60'000));
-        });
-    for (int i = 1; i <= 1000; ++i) {
+    const auto take = [&](bool timed) {
+        for (int i = 0; i < 10; ++i, ++taken)
+            timed ? static_cast<void>(tova_semaphore_wait_time(&s, 60'000)) : tova_semaphore_wait(&s);
+    };
+    std::thread threads[] = {std::thread(take, false), std::thread(take, true), std::thread(take, false)};
+    for (int i = 1; i <= 30; ++i) {
         EXPECT_EQ(1, tova_semaphore_set(&s));
-        EXPECT_LE(taken, i);
+        EXPECT_TRUE(wait_until([&] { return taken == i; })) << taken;
     }
     for (std::thread& t : threads)
         t.join();
