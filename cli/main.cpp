@@ -2,32 +2,22 @@
 #include "commands.h"
 #include "terminal.h"
 
+#include <cstdio>
 #include <iostream>
 
-// Help and version are answers like any other: they end with status 0 when they could be written.
-static int run(CLI::App& program, int argc, char** argv, const int& status)
+namespace {
+
+int refuse(const CLI::App& program, const CLI::ParseError& error, const char* word)
 {
-    try {
-        program.parse(argc, argv);
-        return status;
-    } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return program.exit(error);
-        std::string what = error.what();
-        if (program.get_subcommands().empty())
-            what =
-                argc > 1 ? "there is no word \"" + std::string(argv[1]) + "\"" : "it takes a word that says what to do";
-        terminal::error(what);
-        std::cerr << "The words are log, show, send and properties; \"analytics WORD --help\" explains one."
-                  << std::endl;
-        return commands::usage;
-    } catch (const std::exception& error) {
-        terminal::error(error.what());
-        return commands::failed;
-    }
+    std::string what = error.what();
+    if (program.get_subcommands().empty())
+        what = word ? "there is no word \"" + std::string(word) + "\"" : "it takes a word that says what to do";
+    terminal::error(what);
+    std::cerr << "The words are log, show, send and properties; \"analytics WORD --help\" explains one." << std::endl;
+    return commands::usage;
 }
 
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     CLI::App program("Logs, shows and sends analytics events.", "analytics");
     program.set_version_flag("--version", "analytics " ANALYTICS_VERSION);
@@ -38,10 +28,26 @@ int main(int argc, char** argv)
     commands::add_show(program, status);
     commands::add_send(program, status);
     commands::add_properties(program, status);
-    status = run(program, argc, argv, status);
-    if (!std::cout.flush()) {
-        terminal::error("standard output could not be written");
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        // Help and version come here as well, and are no error.
+        status = error.get_exit_code() == 0 ? program.exit(error) : refuse(program, error, argv[1]);
+    }
+    if (std::cout.flush())
+        return status;
+    terminal::error("standard output could not be written");
+    return commands::failed;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "analytics: %s\n", error.what());
         return commands::failed;
     }
-    return status;
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""check_tidy.py BUILD: clang-tidy over the library's sources. A source that passed is not looked at again until it, a
-header of ours that it includes, .clang-tidy or clang-tidy itself changes."""
+"""check_tidy.py BUILD: clang-tidy over the sources of the library and of the command. A source that passed is not looked
+at again until it, a header of ours that it includes, .clang-tidy or clang-tidy itself changes."""
 import hashlib
 import json
 import os
@@ -10,6 +10,7 @@ import sys
 from concurrent.futures import ThreadPoolExecutor
 
 ROOT = os.getcwd()
+JUDGED = re.compile(r"\b(analytics_objects|analytics_command)\.dir\b")
 
 
 def output_of(*command):
@@ -22,7 +23,7 @@ def headers_by_source(build):
     for block in output_of("ninja", "-C", build, "-t", "deps").split("\n\n"):
         paths = [os.path.normpath(os.path.join(ROOT, build, line.strip())) for line in block.split("\n")[1:]]
         ours = [path for path in paths if path.startswith(ROOT + "/")]
-        if ours and "analytics_objects" in block.split("\n")[0]:
+        if ours and JUDGED.search(block.split("\n")[0]):
             made_of[ours[0]] = ours
     return made_of
 
@@ -39,10 +40,12 @@ def main():
     build = sys.argv[1]
     passed_folder = f"{build}/tidy"
     os.makedirs(passed_folder, exist_ok=True)
-    with open(".clang-tidy", "rb") as file:
-        settings = file.read() + output_of("clang-tidy", "--version").encode()
+    settings = output_of("clang-tidy", "--version").encode()
+    for name in (".clang-tidy", "cli/.clang-tidy"):
+        with open(name, "rb") as file:
+            settings += file.read()
     with open(f"{build}/compile_commands.json", encoding="utf-8") as file:
-        listed = [entry["file"] for entry in json.load(file) if "analytics_objects.dir" in entry["command"]]
+        listed = [entry["file"] for entry in json.load(file) if JUDGED.search(entry["command"])]
     made_of = headers_by_source(build)
 
     def look_at(source):

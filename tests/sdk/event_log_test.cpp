@@ -78,8 +78,8 @@ TEST(EventLogFile, WritesToAFileThatItMayNotRead)
     chmod(folder.file("log").c_str(), 0222);
     chmod(folder.path().c_str(), 0755);
     support::Child child([&] {
-        if (setgid(65534) != 0 || setuid(65534) != 0)
-            return getuid() == 0 ? notAllowed : 0;
+        if (getuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0))
+            return notAllowed;
         EventLog::Append(folder.file("log"), "line\n");
         std::string text;
         unsigned long size = 1;
