@@ -1,10 +1,10 @@
 // The members of a JSON document, written in place.
 //
 // For the library's own use: json_writer::element() is the interface. There are two ways to write a member. The general
-// one is what element() does. The short one, try_add(), is for the members that nearly all are: a name and a value that
-// are short and need no escape, and room enough. It stands in a header so that the documents' add operations hold it
-// inline and call nothing: that is what makes building an event cheap. It gives up wherever it meets anything else,
-// before anything counts as written, and the general way begins anew.
+// one is what element() does. The short one, try_add(), is for the members that nearly all are: a name that is short
+// and needs no escape, and a value for which there is room. It stands in a header so that the documents' add operations
+// hold it inline and call nothing: that is what makes building an event cheap. It gives up wherever it meets anything
+// else, before anything counts as written, and the general way begins anew.
 #pragma once
 
 #include "lumo/common.h"
@@ -92,26 +92,30 @@ struct json_elements
         return {member.begin, member.size + put_decimal(member.end(), value)};
     }
 
-    /// The size of a value that was written at `out`, or too_long.
-    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char* value)
+    /// The size of a value that was written at `out`, or too_long. A text and its escapes may go up to `limit`, behind
+    /// which there is value_room left.
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char* limit, const char* value)
     {
         if (value == nullptr)
             return too_long;
         *out = '"';
-        const std::size_t size = copy_short(value, out + 1);
-        out[size + 1] = '"';
-        return size == short_text ? too_long : size + 2;
+        const escaped copy = copy_escaped(value, out, 1, static_cast<std::size_t>(limit - out));
+        out[copy.size] = '"';
+        return copy.rest != nullptr ? too_long : copy.size + 1;
     }
 
     template <class Number>
-    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, Number value)
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char*, Number value)
     {
         return put_decimal(out, value);
     }
 
-    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, double value) { return put_general(out, value); }
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char*, double value)
+    {
+        return put_general(out, value);
+    }
 
-    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, bool value)
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char*, bool value)
     {
         std::memcpy(out, value ? "true" : "fals", 4);
         out[4] = 'e';
@@ -121,7 +125,7 @@ struct json_elements
     static constexpr std::size_t too_long = ~std::size_t{0};
 
     /// A child's text of moderate length, in whole sixteens.
-    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const json_writer* child)
+    LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char*, const json_writer* child)
     {
         if (child == nullptr || child->_text.size() > child_room)
             return too_long;
@@ -144,7 +148,7 @@ struct json_elements
     LUMO_ALWAYS_INLINE static bool try_add(json_writer& writer, const char* name, Value value)
     {
         char* const begin = writer._text.end();
-        if (static_cast<std::size_t>(writer._text.limit() - begin) < 2 * short_text + 16 + room_for<Value>)
+        if (static_cast<std::size_t>(writer._text.limit() - begin) < prefix_room + room_for<Value>)
             return false;
         std::memcpy(begin, writer._next.text, sizeof writer._next.text);
         std::size_t size = writer._next.size;
@@ -156,7 +160,7 @@ struct json_elements
             size += length + 4;
             std::memcpy(begin + size - 3, "\":  ", 4);
         }
-        const std::size_t value_size = try_value(begin + size, value);
+        const std::size_t value_size = try_value(begin + size, writer._text.limit() - value_room, value);
         if (value_size == too_long)
             return false;
         writer._next = writer._later;
