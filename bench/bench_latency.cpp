@@ -28,7 +28,7 @@ public:
     {
         m_socket = socket(AF_INET, SOCK_STREAM, 0);
         m_address.sin_family = AF_INET;
-        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        m_address.sin_addr.s_addr = htonl(INADDR_LOOPBACK); // any free port, and no other machine
         socklen_t size = sizeof m_address;
         if (bind(m_socket, address(), size) != 0 || getsockname(m_socket, address(), &size) != 0 ||
             listen(m_socket, 4) != 0)
@@ -87,7 +87,7 @@ private:
     std::condition_variable m_arrived;
     clock::time_point m_last;
     int m_requests = 0;
-    std::thread m_thread;
+    std::thread m_thread; ///< last: it uses all of the above from its start
 };
 
 /// The least that wakes a thread and sends: a bare condition variable and a socket.
@@ -96,6 +96,7 @@ class BareSender
 public:
     explicit BareSender(Server& server) : m_socket(socket(AF_INET, SOCK_STREAM, 0))
     {
+        // As libcurl sets it: without, the kernel may wait for more to send.
         const int at_once = 1;
         setsockopt(m_socket, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
         if (connect(m_socket, server.address(), sizeof(sockaddr_in)) != 0)
@@ -167,6 +168,7 @@ private:
         m_ended = true;
         m_changed.notify_one();
     }
+    // A figure that holds a failed request is worth nothing.
     void OnDownloadCancel(const char*) override { std::abort(); }
     void OnDownloadError(const char*, long) override { std::abort(); }
     void OnProxyAuthenticationError(const char*, long, const char*) override { std::abort(); }
@@ -211,6 +213,7 @@ void measure(Table& table)
     };
     const char* against = "condition variable + raw send";
     table.row("queue to first byte, idle", against, compare_figures(ours, theirs, "us"), at_most(6, 3.5));
+    // From here on a second transfer stays open, which the worker has to look after besides.
     queue.hold(silent.url());
     silent.arrival(0);
     table.row("queue to first byte, one held open", against, compare_figures(ours, theirs, "us"), at_most(6, 3.5));

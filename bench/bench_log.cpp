@@ -39,7 +39,7 @@ Work raw_appends(const std::string& path, const std::string& line)
     };
 }
 
-/// The line that a session logs for the bench's event.
+/// The line that a session logs for the bench's event: what the references write is then as long as ours, to the byte.
 std::string line_of(const Folder& folder)
 {
     const std::string path = folder.file("one.log");
@@ -58,6 +58,7 @@ Work whole_events(analytics_session* session, const std::string& path)
     return [=](long times) {
         for (long i = 0; i < times; ++i)
             log_event(session);
+        // Within the turn, as the reference does it too: the file must not grow from turn to turn.
         std::filesystem::remove(path);
     };
 }
@@ -120,6 +121,7 @@ const Group threads_row("log: two threads", [](Table& table) {
     constexpr long times = 3000;
     const Figures figures = compare_figures(
         [&] {
+            // Both begin with a new file: appending to a long one costs the file system more.
             std::filesystem::remove(path);
             return on_two_threads(turns(first.get()), turns(second.get()), times);
         },
@@ -199,6 +201,7 @@ const Group peer_rows("log: peers", [](Table& table) {
               compare_figures([&] { return each_ns(ours); }, [&] { return each_ns(rows); }, "ns", 9), at_most(0, 0.15));
 
     const auto logger = spdlog::basic_logger_mt("bench", folder.file("spdlog.log"));
+    // No time and no level in front, and nothing kept back: the line alone, and on its way before the next.
     logger->set_pattern("%v");
     logger->flush_on(spdlog::level::trace);
     const auto lines = [&](long times) {
@@ -232,12 +235,14 @@ const Group tail_rows("log: a million events", [](Table& table) {
     const Session session(path);
     constexpr long events = 1000000;
     std::vector<float> ends_ns;
+    // The figures' own memory is there before the measurement, and so is what a session keeps from event to event.
     ends_ns.reserve(events);
     log_event(session.get());
     const long before_kb = resident_kb();
     using clock = std::chrono::steady_clock;
     const double taken = seconds_of([&] {
         for (long i = 0; i < events; ++i) {
+            // A million lines would fill hundreds of megabytes of the disk.
             if (i % 100000 == 0)
                 std::filesystem::remove(path);
             analytics_event_begin(session.get(), "bench");

@@ -17,6 +17,7 @@ namespace {
 const Group mutex_row("tova: mutex", [](Table& table) {
     tova_mutex ours;
     tova_mutex_create(&ours);
+    // Recursive, as ours is: that costs a look at the owner.
     pthread_mutexattr_t recursive;
     pthread_mutexattr_init(&recursive);
     pthread_mutexattr_settype(&recursive, PTHREAD_MUTEX_RECURSIVE);
@@ -88,6 +89,7 @@ const Group event_row("tova: event", [](Table& table) {
 const Group wide_rows("tova: UTF-8 to wide", [](Table& table) {
     if (setlocale(LC_CTYPE, "C.UTF-8") == nullptr)
         throw std::runtime_error("mbstowcs needs the locale C.UTF-8");
+    // Half of the mixed text's bytes are ASCII, the rest sequences of two and three.
     const std::string ascii = "The quick brown fox, 24!", mixed = "Zo\xC3\xAB 10 \xE2\x82\xAC, \xC3\xBC"
                                                                   "ber \xE6\x97\xA5\xE6\x9C\xAC";
     for (const bool big : {false, true})
@@ -96,6 +98,7 @@ const Group wide_rows("tova: UTF-8 to wide", [](Table& table) {
             std::string text = sample;
             while (big && text.size() < 1 << 20)
                 text += sample;
+            // Room for as many characters as there are bytes: no form of text needs more.
             std::wstring wide(text.size() + 1, L'\0');
             const auto size = static_cast<unsigned>(wide.size());
             const Figures figures = compare(
@@ -147,6 +150,7 @@ const Group life_row("session: start and end", [](Table& table) {
 const Group size_row("size of the library", [](Table& table) {
     const Folder folder;
     const std::string stripped = folder.file("stripped.so");
+    // Symbols and debug information are not what a host loads.
     const std::string command = "strip --strip-unneeded -o '" + stripped + "' '" BENCH_LIBRARY "'";
     if (std::system(command.c_str()) != 0)
         throw std::runtime_error("strip does not run");

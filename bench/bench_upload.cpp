@@ -88,6 +88,7 @@ double peak_memory()
 
 void reset_peak_memory()
 {
+    // What the allocator keeps from the turn before would hide the same amount of this one.
     malloc_trim(0);
     std::ofstream("/proc/self/clear_refs") << "5";
 }
@@ -106,6 +107,7 @@ const Group memory_row("upload: memory", [](Table& table) {
     double file_size = 0, encoded_size = 0;
     const auto added = [&] {
         {
+            // Gone again before the peak is reset: the host's file is on disk, not in its memory.
             const std::string lines = event_lines(64 * megabyte);
             file_size = static_cast<double>(lines.size());
             encoded_size = static_cast<double>(lumo::percent_encoded_size(lines));
@@ -138,6 +140,7 @@ const Group whole_row("upload: whole", [](Table& table) {
     const Session session(path, server.url());
     std::string body = "data=";
     lumo::percent_encode(lines, body);
+    // Open all the time, as the session's connection is after its first upload.
     const Descriptor connection(server.connect());
     const std::string head =
         "POST / HTTP/1.1\r\nHost: 127.0.0.1\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n";
@@ -167,6 +170,7 @@ const Group size_curve("curve: log file size", [](Table& table) {
     };
     const std::string small = event_lines(megabyte), medium = event_lines(16 * megabyte),
                       large = event_lines(128 * megabyte);
+    // Shown only: of so small an upload the round trip is most.
     std::vector<double> of_small;
     for (int i = 0; i < 25; ++i)
         of_small.push_back(per_byte(small));

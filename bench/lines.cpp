@@ -16,6 +16,7 @@ std::string event_lines(std::size_t size)
 {
     const std::string event = event_text();
     std::string lines;
+    // Whole lines only, so the last may reach beyond `size`. Numbered, for no two lines of a log are the same.
     lines.reserve(size + 2 * event.size());
     for (long number = 0; lines.size() < size; ++number)
         lines +=

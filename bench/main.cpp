@@ -31,6 +31,7 @@ try {
     bench::Table table;
     table.print_head();
     auto groups = bench::groups();
+    // By name, so that rows of a kind stand together and the table's order is the same everywhere.
     std::sort(groups.begin(), groups.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
     for (const bench::Group& group : groups)
         if (wanted(group.name, count - 1, arguments + 1))

@@ -21,6 +21,7 @@ static sockaddr_in loopback(int port)
     return address;
 }
 
+// Otherwise the kernel may hold an answer back until more is to be sent, for up to 40 ms.
 static void send_at_once(int connection)
 {
     const int on = 1;
@@ -43,6 +44,7 @@ Server::Server() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
     acceptor = std::thread([this] {
         for (;;) {
             const int connection = accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
+            // The destructor's shutdown() is what ends the wait.
             if (ending || connection < 0)
                 return;
             send_at_once(connection);
@@ -55,6 +57,7 @@ Server::Server() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 
 Server::~Server()
 {
+    // Descriptors are closed last: a number given out anew while a thread still reads from it would be another's.
     ending = true;
     shutdown(listener.get(), SHUT_RDWR);
     acceptor.join();
@@ -103,6 +106,7 @@ bool Server::take_request(int connection, std::string& buffer)
         head = buffer.find("\r\n\r\n");
     }
     const std::size_t size = content_length(buffer);
+    // A client that asks first waits a second for this.
     if (buffer.find("100-continue") < head)
         send_all(connection, "HTTP/1.1 100 Continue\r\n\r\n");
     for (std::size_t have = buffer.size() - head - 4; have < size;) {

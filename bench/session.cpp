@@ -37,6 +37,7 @@ analytics_config config_of(const std::string& log_path, const std::string& url)
     return config;
 }
 
+// The id is given, so that no row waits for a file that has nothing to do with it.
 Session::Session(const std::string& log_path, const std::string& url)
 {
     const analytics_config config = config_of(log_path, url);

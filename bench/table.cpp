@@ -43,6 +43,7 @@ static long calibrate(const Work& work, Clock clock)
 
 Figures compare(const Work& ours, const Work& reference, int repetitions, Clock clock)
 {
+    // Each for itself: the two may differ by orders of magnitude, and their turns are to be of the same length.
     const long our_times = calibrate(ours, clock), reference_times = calibrate(reference, clock);
     const auto each_ns = [clock](const Work& work, long times) {
         return seconds_of([&] { work(times); }, clock) * 1e9 / static_cast<double>(times);
@@ -55,6 +56,7 @@ Figures compare_figures(const std::function<double()>& ours, const std::function
                         const std::string& unit, int repetitions)
 {
     std::vector<double> our_figures, reference_figures, ratios;
+    // In turns, and the ratio taken of neighbours: what slows the machine for a second slows both of a pair.
     for (int i = 0; i < repetitions; ++i) {
         reference_figures.push_back(reference());
         our_figures.push_back(ours());
@@ -114,6 +116,7 @@ void Table::row(const std::string& name, const std::string& against, const Figur
                 shown(figures.ours, figures.unit).c_str(), shown(figures.reference, figures.unit).c_str(),
                 figures.ratio, shown_limit(limits.must, limits.sense).c_str(),
                 shown_limit(limits.goal, limits.sense).c_str(), row.verdict.c_str());
+    // At once: a whole run takes minutes, and somebody may be watching.
     std::fflush(stdout);
     m_rows.push_back(row);
 }
@@ -158,6 +161,7 @@ Group::Group(const char* group_name, std::function<void(Table&)> group_measure)
 
 std::vector<Group>& groups()
 {
+    // Made on the first use, which is another static's initialisation.
     static std::vector<Group> all;
     return all;
 }

@@ -89,7 +89,7 @@ struct Group
     std::function<void(Table&)> measure;
 };
 
-/// All groups in the order of their names' first use in the sources of this program.
+/// All groups of this program, in no particular order: that of the linker.
 std::vector<Group>& groups();
 
 /// Keeps the compiler from dropping a result nobody reads.

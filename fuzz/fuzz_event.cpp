@@ -19,6 +19,7 @@ const model::Session about{"fuzz", "1.0", "the-id"};
 analytics_session* session;
 std::string log_file;
 
+// One open object or array: its text byte by byte, and as a value for as long as it is clean, that is, valid JSON.
 struct Level
 {
     bool array;
@@ -60,6 +61,7 @@ const char* Run::text()
 {
     if (m_input.ConsumeIntegralInRange(0, 15) == 0)
         return nullptr;
+    // Long enough to leave the short ways of the writer behind.
     m_names.push_back(m_input.ConsumeRandomLengthString(300));
     return m_names.back().c_str();
 }
@@ -72,6 +74,7 @@ bool clean(const char* text)
 
 void Run::add(const char* name, const std::string& text, const json& value, bool is_clean)
 {
+    // A name that comes twice is fine in the text; the parser keeps the last, and so does the value.
     Level& top = m_levels.back();
     const bool first = top.text.size() == 1;
     top.text += (first ? " " : ", ") + (name ? model::in_quotes(name) + ": " : "") + text;
@@ -82,6 +85,7 @@ void Run::add(const char* name, const std::string& text, const json& value, bool
         top.value[name] = value;
 }
 
+// What an add call answers where nothing else is wrong: members have names, elements have none.
 uint32_t Run::refusal(bool named, const char* name) const
 {
     if (m_levels.empty())
@@ -117,12 +121,14 @@ void Run::end_event()
 
 void Run::check_finished(const Level& root)
 {
+    // A buffer of any size: what fits is delivered, and zeros fill the rest.
     std::vector<char> buffer(m_input.ConsumeIntegralInRange<size_t>(1, root.text.size() + 8), 'x');
     std::vector<char> expected(buffer.size());
     strncpy(expected.data(), root.text.c_str(), expected.size());
     fuzz::same("analytics_log_get", ANALYTICS_OK, analytics_log_get(session, buffer.data(), buffer.size()));
     fuzz::same("the text of analytics_log_get", {expected.data(), expected.size()}, {buffer.data(), buffer.size()});
     model::check_line(about, model::in_quotes_or_null(m_event_name), root.text, fuzz::read_file(log_file));
+    // The next event begins a new file, so that each is compared on its own.
     unlink(log_file.c_str());
     if (!root.clean)
         return;
@@ -217,6 +223,7 @@ void Run::add_number(bool named)
 
 void Run::add_property()
 {
+    // Those whose value is the same on every machine.
     static const char* const properties[][2] = {{"os_name", "mac"}, {"mfg", "Apple"}, {"ram_free", "0 MB"}};
     const auto& [key, value] = properties[m_input.ConsumeIntegralInRange(0, 2)];
     const uint32_t expected = m_levels.empty() ? ANALYTICS_NO_EVENT : ANALYTICS_OK;

@@ -43,6 +43,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     const std::string delimiters = input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, 4));
     const std::string text = input.ConsumeRemainingBytesAsString();
 
+    // Tokenize appends, the two for proxies clear: what was in the list tells them apart.
     std::vector<std::string> tokens = {"kept"};
     AnalyticsSDK::Tokenize(text, tokens, delimiters);
     std::vector<std::string> expected = split(text, delimiters);
@@ -52,6 +53,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     AnalyticsSDK::Tokenize(widened(text), wide, widened(delimiters));
     fuzz::same("Tokenize, wide", static_cast<long long>(expected.size() - 1), static_cast<long long>(wide.size()));
 
+    // Settings are texts with a terminator, so a NUL ends them.
     const std::vector<std::string> entries = split(text.c_str(), "; ");
     expected.clear();
     std::copy_if(entries.begin(), entries.end(), std::back_inserter(expected),

@@ -7,6 +7,7 @@
 
 namespace model {
 
+// Escapes as the log file's readers know them: these five and no other.
 inline std::string escaped(std::string_view text)
 {
     std::string out;
@@ -44,6 +45,7 @@ inline std::string in_quotes_or_null(const char* text)
     return text ? in_quotes(text) : "null";
 }
 
+// The fuzzers never leave the "C" locale, so printf says what is right.
 inline std::string number(double value)
 {
     char text[40];
@@ -51,6 +53,7 @@ inline std::string number(double value)
     return text;
 }
 
+// A byte is encoded unless it is printable ASCII up to "z" and not among these.
 inline std::string percent(std::string_view text)
 {
     std::string out;

@@ -46,7 +46,7 @@ TOVA_API void Tokenize(const std::wstring& s, std::vector<std::wstring>& out, co
 TOVA_API void BytesToString(const unsigned char* bytes, long count, std::string& out);
 
 /// Gives the path of `relative` inside the directory of the running program, or that directory when `relative` is
-/// empty. An absolute `relative` is put behind the directory all the same, which is meant: the result never leaves it.
+/// null or empty. An absolute `relative` is put behind the directory all the same, which is meant.
 /// Always returns true.
 TOVA_API bool GetAbsolutePath(const char* relative, std::string& out);
 

@@ -26,6 +26,7 @@ void seed_generator_if_needed()
     for (auto& byte : seed)
         byte = static_cast<unsigned char>(std::rand()); // NOLINT(concurrency-mt-unsafe)
     RAND_seed(seed, sizeof seed);
+    // A plain memset before the array goes would be optimised away.
     OPENSSL_cleanse(seed, sizeof seed);
 }
 

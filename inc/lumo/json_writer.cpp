@@ -4,7 +4,8 @@
 
 namespace lumo {
 
-// The separators of a level: before its first member, and before the others.
+// Looked up once per level instead of put together for each member: members are what a document has many of. A line of
+// the outermost level, where only closing braces and the name of a whole stand, is not indented.
 void json_writer::_set_level(int depth, bool first) noexcept
 {
     static constexpr separator compact[] = {{" ", 1}, {", ", 2}};
@@ -18,6 +19,7 @@ void json_writer::_set_level(int depth, bool first) noexcept
 
 bool json_writer::_is_first() const noexcept
 {
+    // Every separator but a first one begins with a comma, so this needs no flag that could come to say otherwise.
     return _next.text[0] != ',';
 }
 
@@ -29,6 +31,7 @@ json_writer::json_writer(unopened, bool compact) noexcept : _compact(compact)
 json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(), compact)
 {
     if (name != nullptr) {
+        // Still outside of any level: the name stands on a line without indentation.
         _put('{');
         _text.commit(json_elements::begin(*this, name).end());
         _wrapped = true;
@@ -39,6 +42,7 @@ json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(
 
 void json_writer::restart()
 {
+    // The name is not kept, so there is no outer object to close any more.
     _wrapped = false;
     _restart('{');
 }
@@ -57,6 +61,8 @@ void json_writer::_resume(std::string_view text)
     _set_level(1, false);
 }
 
+// One function for each kind of value, compiled here and nowhere else: the documents bring the short way with them and
+// come here with what it refuses.
 void json_writer::element(const char* name, const char* value)
 {
     json_elements::add(*this, name, value);
@@ -86,6 +92,7 @@ void json_writer::finish()
 {
     if (_depth < 1)
         return;
+    // A member that comes too late lands behind the brace, with a comma unless the object was empty; nobody checks.
     _set_level(0, _is_first());
     json_elements::cursor end = {_text.reserve(json_elements::value_room), 0};
     end = _compact ? json_elements::put(end, " }  ", 2) : json_elements::put(end, "\r\n} ", 3);
@@ -101,6 +108,8 @@ void json_writer::_put(char c)
     _text.commit(out + 1);
 }
 
+// Round by round, as a text's length is known only when its end is reached. What was written counts before room is
+// made, for growing moves it; and each round finds room for more than it needs to begin with, so it gets on.
 json_elements::cursor json_elements::encode_rest(json_writer& writer, cursor member, const char* text)
 {
     while (text != nullptr) {
@@ -119,6 +128,7 @@ json_writer_array::json_writer_array(const char* name, bool compact) : json_writ
     if (name != nullptr)
         _text.commit(json_elements::begin(*this, name).end());
     _put('[');
+    // Behind a name the array counts as begun, hence the comma before its first element.
     _set_level(1, name == nullptr);
 }
 
@@ -132,6 +142,7 @@ void json_writer_array::finish()
     if (_depth < 1)
         return;
     _set_level(0, _is_first());
+    // Never on a line of its own, unlike an object's brace; four bytes are stored for two that count.
     _text.commit(json_elements::put({_text.reserve(4), 0}, " ]  ", 2).end());
 }
 

@@ -17,6 +17,7 @@
 
 namespace lumo::simd {
 
+// The rule itself: the other forms are tested against these two.
 static char* percent_encode_plain(const char* in, std::size_t size, char* out, const byte_class& unsafe)
 {
     for (const char* end = in + size; in != end; ++in) {
@@ -45,6 +46,7 @@ static std::size_t count_plain(const char* in, std::size_t size, const byte_clas
 
 #define LUMO_FOR_SSSE3 __attribute__((target("ssse3,popcnt")))
 
+// Asked of the processor that runs, not of the one that compiled: the library is one file for all of them.
 static bool has_ssse3()
 {
     return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
@@ -72,7 +74,8 @@ LUMO_FOR_SSSE3 static halves halves_of(__m128i bytes)
     return {_mm_and_si128(_mm_srli_epi16(bytes, 4), mask), _mm_and_si128(bytes, mask)};
 }
 
-// A set bit for each of sixteen bytes that belongs to the class.
+// A set bit for each of sixteen bytes that belongs to the class: its row, found by the low half, has a bit for each
+// high half, and its column, found by the high half, is that bit.
 LUMO_FOR_SSSE3 static unsigned members(halves bytes, __m128i rows, __m128i columns)
 {
     const __m128i found = _mm_and_si128(_mm_shuffle_epi8(rows, bytes.low), _mm_shuffle_epi8(columns, bytes.high));
@@ -110,6 +113,7 @@ static constexpr shrink_table make_shrink_table()
 
 static constexpr shrink_table shrink = make_shrink_table();
 
+// Stores sixteen bytes of which at most twelve count; the next store, or the slack, lies behind them.
 LUMO_FOR_SSSE3 static char* put_four(char* out, __m128i quads, unsigned choice)
 {
     store(out, _mm_shuffle_epi8(quads, load(shrink.order[choice])));
@@ -144,6 +148,7 @@ LUMO_FOR_SSSE3 static char* percent_encode_ssse3(const char* in, std::size_t siz
         store(out, bytes);
         out += 16;
     }
+    // Fewer than sixteen are left; a load of sixteen would read what is not the caller's.
     return percent_encode_plain(in, static_cast<std::size_t>(end - in), out, unsafe);
 }
 
@@ -177,6 +182,7 @@ LUMO_FOR_VBMI2 static std::uint64_t members(__m512i bytes, __m512i lower, __m512
 LUMO_FOR_VBMI2 static char* put_quads(char* out, __m512i quads, std::uint64_t chosen)
 {
     constexpr std::uint64_t first_of_quad = 0x1111111111111111;
+    // Of a quad that is encoded the other three count (14 is their bits), of any other the first.
     const std::uint64_t encoded = _pdep_u64(chosen, first_of_quad), kept = encoded ^ first_of_quad;
     _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(kept | encoded * 14, quads));
     return out + 16 + 2 * _mm_popcnt_u64(chosen & 0xFFFF);

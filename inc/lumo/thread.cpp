@@ -2,6 +2,7 @@
 
 namespace lumo {
 
+// Two pointers deep: a plain pointer to an object would not tell which of its bases is the runnable.
 void thread::entry(void* argument)
 {
     (*static_cast<runnable**>(argument))->run();
@@ -13,6 +14,7 @@ runnable_thread::runnable_thread() : _self(nullptr)
     tova_event_create(&_stop_event, 0);
 }
 
+// A thread that still runs is let go, not waited for: the derived part, whose run() it is in, is gone by now.
 runnable_thread::~runnable_thread()
 {
     tova_event_destroy(&_stop_event);
@@ -21,6 +23,7 @@ runnable_thread::~runnable_thread()
 
 bool runnable_thread::start()
 {
+    // Before the thread is there to read it.
     _self = this;
     return tova_thread_start(&_thread, thread::entry, &_self) != 0;
 }

@@ -4,6 +4,7 @@
 
 namespace lumo {
 
+// A part that is absent has a null pointer, which no string may be made of.
 static std::string_view view_of_part(const tova_uri_part& part)
 {
     return part.text == nullptr ? std::string_view() : std::string_view(part.text, part.length);
@@ -14,6 +15,7 @@ uri::uri(const char* text) : _parts()
     *this = text;
 }
 
+// Parts point into their owner's text, so a copy takes its own text apart instead of taking the pointers over.
 uri::uri(const uri& other) : uri(other._text.c_str()) {}
 
 uri& uri::operator=(const uri& other)

@@ -37,6 +37,7 @@ static std::uint32_t finish(std::optional<Writer>& writer)
     return 1;
 }
 
+// Unnamed and compact: every event has to end up on one line of the log file.
 LogObject::LogObject()
 {
     m_writer.emplace(nullptr, true);
@@ -69,6 +70,7 @@ std::uint32_t LogObject::AddBoolean(const char* name, bool value)
     return add(m_writer, name, value);
 }
 
+// An own writer that is missing refuses whatever the child is like, so it is looked at first; here and below.
 std::uint32_t LogObject::AddObject(const char* name, LogObject* child)
 {
     const lumo::json_writer* writer = child->GetWriter();
@@ -97,11 +99,13 @@ std::string LogObject::ToString() const
     return m_writer ? std::string(m_writer->text()) : std::string();
 }
 
+// By way of a copy, as the decoder wants a terminator and the writer's text has none.
 std::wstring LogObject::ToWString() const
 {
     return lumo::utf8_to_wide(ToString());
 }
 
+// The object writer underneath is made as well and stays unused: who holds an array as an object finds one there.
 LogArray::LogArray()
 {
     m_arrayWriter.emplace(nullptr, true);
@@ -134,6 +138,7 @@ std::uint32_t LogArray::AddBoolean(bool value)
     return add(m_arrayWriter, nullptr, value);
 }
 
+// Unlike an object's, a child that is missing is refused; that is meant.
 std::uint32_t LogArray::AddObject(LogObject* child)
 {
     const lumo::json_writer* writer = child != nullptr ? child->GetWriter() : nullptr;
@@ -153,6 +158,7 @@ std::uint32_t LogArray::EndObject()
 
 void LogArray::Restart()
 {
+    // Both writers: the unused one may have been ended or added to by way of a LogObject pointer.
     LogObject::Restart();
     if (m_arrayWriter)
         m_arrayWriter->restart();

@@ -10,6 +10,7 @@
 
 namespace AnalyticsSDK {
 
+// The rules stand once, in lumo/strings.h; here each gets a function for either kind of string.
 std::string& TrimLeft(std::string& s, const std::string& chars)
 {
     return lumo::trim_left<char>(s, chars);
@@ -71,6 +72,7 @@ void BytesToString(const unsigned char* bytes, long count, std::string& out)
 bool GetAbsolutePath(const char* relative, std::string& out)
 {
     std::string path = lumo::dir::process();
+    // Not asked whether `relative` begins with "/": it counts as relative whatever it looks like.
     if (relative != nullptr && *relative != '\0') {
         if (!path.empty() && path.back() != '/')
             path += '/';
@@ -85,6 +87,7 @@ bool GetHostFromUrl(const char* url, std::string& host)
     if (url == nullptr)
         return false;
     const lumo::uri parsed(url);
+    // Without a scheme there is no telling where a host would begin, and proxies are chosen by it: no guess.
     const bool has_scheme = !parsed.scheme().empty();
     host = has_scheme ? parsed.host() : std::string();
     return has_scheme;
@@ -93,10 +96,12 @@ bool GetHostFromUrl(const char* url, std::string& host)
 bool GetCurrentDateTime(std::string& out, const char* format)
 {
     const std::time_t now = std::time(nullptr);
+    // gmtime() would share its record with the host's other threads.
     std::tm utc;
     if (gmtime_r(&now, &utc) == nullptr)
         return false;
     char text[22] = {};
+    // A result that does not fit counts as none, and so does an empty one: strftime() tells both by 0.
     const std::size_t length = std::strftime(text, sizeof text, format, &utc);
     if (length == 0)
         return false;
