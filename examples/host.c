@@ -57,6 +57,7 @@ static void check(uint32_t code)
     }
 }
 
+/* The name must stay until the event's end: it is not copied. Literals do. */
 static void begin(analytics_session* session, const char* name)
 {
     static int number;
@@ -66,6 +67,7 @@ static void begin(analytics_session* session, const char* name)
 
 static void end(analytics_session* session)
 {
+    /* Static and so full of zeros: the copy brings no terminator when the text fills all it may. */
     static char text[4096];
     check(analytics_event_end(session));
     check(analytics_log_get(session, text, sizeof text - 1));
@@ -218,15 +220,17 @@ int main(int argc, char** argv)
     }
     offline = argc > 3 && strcmp(argv[3], "offline") == 0;
     configure(&config, argv[1], argv[2]);
-    session = analytics_initialize(&config);
+    session = analytics_initialize(&config); /* the record is copied: it may go */
     if (!session)
         return 1;
+    /* Before the first send, because the lists take no lock. The context is handed back to the observer as it is. */
     check(analytics_observer_add(session, "complete", on_complete, "complete"));
     check(analytics_observer_add(session, "error", on_error, "error"));
     check(analytics_observer_add(session, "size", on_amount, "size"));
     check(analytics_observer_add(session, "progress", on_amount, "progress"));
 
     log_first_events(session);
+    /* Uploads happen every hour by themselves; a program that does not live that long sends before it ends. */
     printf("sending, and waiting for the outcome\n");
     check(analytics_send(session, 1));
 
@@ -234,6 +238,7 @@ int main(int argc, char** argv)
     printf(offline ? "sending, and waiting for the outcome\n" : "sending, and watching the outcome\n");
     check(offline ? analytics_send(session, 1) : send_and_watch(session));
 
+    /* Ends the library's threads: no observer is called any more. */
     analytics_shutdown(session);
     return 0;
 }

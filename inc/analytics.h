@@ -31,7 +31,8 @@
  * sends (analytics_send() answers 200). A child that wants to send opens a session of its own.
  *
  * **Errors.** Functions answer an #analytics_result. A refused call changes nothing. analytics_result_text() gives the
- * sentence that belongs to a code.
+ * sentence that belongs to a code. Any call that takes a session may also answer 101 when memory runs out; it is not
+ * listed below.
  *
  * **Ownership.** The library copies every value at once. The exception is names: the event's name must stay valid until
  * analytics_event_end(), the name of an object or array until its own end call.
@@ -202,7 +203,7 @@ ANALYTICS_API uint32_t analytics_float64_add(analytics_session* session, double 
  * Copies the object of the last event that was ended (without the common fields and the event's name).
  *
  * @param buffer filled like strncpy() does: **no terminator** when the text is `length` bytes or longer, zeros after a
- *               shorter one
+ *               shorter one; null: nothing is copied
  * @param length size of the buffer in bytes
  * @return 0, 100
  */

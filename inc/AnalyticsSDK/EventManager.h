@@ -36,6 +36,7 @@ class TOVA_API EventManager : public ThreadHelper
 public:
     /// Makes the web client too; starts nothing. @param serverUrl where uploads are posted, fixed from now on
     explicit EventManager(const char* serverUrl);
+    /// Close() must have returned. Releases the web client.
     ~EventManager() override;
 
     /// One upload cycle, on the worker thread: sends the whole file if it holds anything, deletes it on success.
@@ -46,7 +47,8 @@ public:
     using ThreadHelper::Init;
     /// Stops the worker (waits for an upload under way), then closes the web client.
     void Close() override;
-    /// Starts the worker as "EventManager Thread", then the web client with proxies and credentials of its own.
+    /// Starts the worker as "EventManager Thread", then the web client with proxies and credentials of its own. The
+    /// first cycle comes after the first interval.
     virtual void Init();
 
     /// Milliseconds between two upload cycles, 3,600,000 at first.
@@ -93,11 +95,15 @@ public:
     void SaveUniqueIdToFile();
 
     /// Appends one line to the event log file: the common fields, the name, the event's text. Null event: nothing.
+    ///
+    /// The line is made without a lock and written in one piece under m_spLogMutex; it is in the system's hands when
+    /// this returns, not necessarily on the disk. Without a path, or where the file cannot be written, it is lost.
     /// @param name null is written as null @param event ended, stays the caller's
     void LogEvent(const char* name, LogObject* event);
     /// The same with a number for a name.
     void LogEvent(int id, LogObject* event);
     /// Writes the first five elements of a line: log version, UTC time, application id and version, unique id.
+    /// LogEvent() does so by itself; a call between two events has no effect.
     void AddCommonEventFields();
     /// Text of the last event object logged, whether or not it reached the disk. Valid until the next LogEvent().
     const char* GetLastLoggedEvent() const;
@@ -106,11 +112,12 @@ public:
     ///
     /// The length is 0 when there is no file; and when the file could not be read whole, with nothing appended.
     void LoadDataToSend(std::stringstream& stream, unsigned long& size);
-    /// Posts the stream's text and waits. The server's answer is discarded. True: the server took it.
+    /// Posts the stream's text and waits. The server's answer is discarded. The file is left alone: deleting it, once
+    /// this has answered true (the server took the text), is the caller's.
     bool UploadData(std::stringstream& stream);
     /// Queues the post; the callback (on the web client's thread, item id "") hears the outcome and deletes the file.
     bool UploadDataAsync(std::stringstream& stream, IProgressCallback* callback);
-    /// Lets the worker run a cycle now; returns at once.
+    /// Lets the worker run a cycle now; returns at once. The interval begins anew after that cycle.
     void StartUpload();
 
     /// Reads the whole event log file, straight into `text`: the same as LoadDataToSend(), without its copies.

@@ -29,6 +29,7 @@ namespace AnalyticsSDK {
 class TOVA_API ThreadHelper : public lumo::runnable_thread
 {
 public:
+    /// Starts nothing. The interval is 30,000 ms until the derived class sets another.
     ThreadHelper();
     ThreadHelper(const ThreadHelper&) = delete;
     ThreadHelper& operator=(const ThreadHelper&) = delete;
@@ -41,13 +42,18 @@ public:
 
     ~ThreadHelper() override;
 
-    /// One cycle of work, on the worker thread.
+    /// One cycle of work, on the worker thread. May take as long as it likes; Close() waits for it. A wake that comes
+    /// meanwhile leads to one more cycle.
     virtual void Process() = 0;
 
-    /// Starts the worker. @param threadName kept, not shown to the operating system
+    /// Starts the worker, once: while it runs, a second start aborts with an assertion.
+    ///
+    /// A thread that the system refuses is not reported: then nothing runs, and Close() ends at once.
+    /// @param threadName kept, not shown to the operating system; null counts as empty
     virtual void Init(const char* threadName);
 
-    /// Stops the worker and waits until it has left Process(). Later calls are harmless.
+    /// Stops the worker and waits until it has left Process(), which is not called again. Later calls are harmless. The
+    /// request is never taken back: a worker that is started afterwards leaves before its first cycle.
     virtual void Close();
 
     /// Same as Init(): keeps the name, starts the thread, lets it run first.
@@ -72,7 +78,9 @@ protected:
     std::string m_strThreadName;           ///< what Init() was given; the system does not get to see it
 
 private:
+    /// Whether the stop belongs to the calling thread, now or since an earlier call.
     bool ClaimStop();
+    /// In a forked child: makes what the worker may have held destroyable.
     void ForgetWorker();
 
     std::thread::id m_stopper; ///< the thread that the stop belongs to; none before the first

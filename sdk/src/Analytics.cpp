@@ -23,7 +23,8 @@ static_assert(offsetof(analytics_config, application_id) == 2560);
 static_assert(offsetof(analytics_config, application_version) == 2660);
 static_assert(offsetof(analytics_config, certificate_file) == 2710);
 
-/// What the host's pointer points to. A name of its own keeps our classes out of the C header.
+/// What the host's pointer points to. A name of its own keeps our classes out of the C header. Final, so that deleting
+/// it needs no virtual destructor, which the order of IProgressCallback's operations has no place for.
 struct analytics_session final : HandleParameters
 {
     using HandleParameters::HandleParameters;
@@ -40,7 +41,8 @@ static uint32_t Guarded(Call call) noexcept
     }
 }
 
-/// Runs `call` on a session that is there.
+/// Runs `call` on a session that is there. Without one the call is answered and ignored: a host whose analytics could
+/// not be opened runs on, and need not ask before every line.
 template <typename Call>
 static uint32_t With(analytics_session* session, Call call) noexcept
 {
@@ -73,6 +75,8 @@ static void Configure(EventManager& manager, const analytics_config& config)
     manager.SetCertificateFile(FieldText(config.certificate_file).c_str());
 }
 
+/// Throws when memory runs out; everything else that goes wrong (files, threads) is borne, as a host without working
+/// analytics is better than one that does not start.
 static analytics_session* Open(const analytics_config& config)
 {
     lumo::scoped_ptr<analytics_session> session(new analytics_session(FieldText(config.upload_url).c_str()));
@@ -107,6 +111,8 @@ void analytics_shutdown(analytics_session* session)
     delete session;
     tova_http_shutdown();
 }
+
+// Building. What may follow what is the session's to know; a begin call without a name is the same call with none.
 
 uint32_t analytics_event_begin(analytics_session* session, const char* name)
 {
@@ -245,6 +251,7 @@ uint32_t analytics_observer_add(analytics_session* session, const char* event, a
     return With(session, [=](HandleParameters& handle) { return handle.AddObserver(event, callback, context); });
 }
 
+// Whatever is not 0 waits: hosts in other languages have other numbers for true.
 uint32_t analytics_send(analytics_session* session, int synchronous)
 {
     return With(session, [=](HandleParameters& handle) { return handle.Send(synchronous != 0); });

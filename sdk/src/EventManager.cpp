@@ -62,7 +62,8 @@ void EventManager::Process()
         DeleteEventLogFile();
 }
 
-// Settings. Each that a line holds makes the common fields be written anew.
+// Settings. Each that a line holds makes the common fields be written anew. They take no lock: a host sets them before
+// Init(), or between events, and what the worker reads of them (address, id, version) does not change later.
 
 unsigned long EventManager::GetTimeout() const
 {
@@ -132,11 +133,12 @@ void EventManager::SetApplicationVersion(const char* version)
 void EventManager::SetCertificateFile(const char* path)
 {
     m_strCertificateFile = TextOf(path);
+    // At once, not at Init(): requests of a direct user's may come before it.
     if (m_pWebClient != nullptr)
         m_pWebClient->SetCertificateFile(m_strCertificateFile.c_str());
 }
 
-// The unique id.
+// The unique id. It tells installations apart, so it is kept where it can be, and made anew only where none is held.
 
 void EventManager::SetUniqueId(const char* id)
 {
@@ -192,6 +194,7 @@ void EventManager::LogEvent(const char* name, LogObject* event)
     FinishLine(event);
 }
 
+// A number stays one in the line, so that servers tell it from a name made of digits.
 void EventManager::LogEvent(int id, LogObject* event)
 {
     if (event == nullptr)
@@ -255,6 +258,8 @@ bool EventManager::ReadPendingEvents(std::string& text, unsigned long& size)
     return EventLog::Read(m_strEventLogFilePath, text, size) != EventLog::Content::unreadable;
 }
 
+// Appended, not assigned: a direct user may have put text of another file before it.
+//
 // For direct users: an unreadable file looks like none to them, and must not be deleted by them either way.
 void EventManager::LoadDataToSend(std::stringstream& stream, unsigned long& size)
 {
@@ -319,6 +324,7 @@ bool EventManager::UploadDataAsync(std::stringstream& stream, IProgressCallback*
     return UploadAsync(stream.str(), callback);
 }
 
+// The worker uploads, not the caller, whom a slow server would keep. Its hour begins anew with this cycle.
 void EventManager::StartUpload()
 {
     Wake();

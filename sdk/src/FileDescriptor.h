@@ -12,7 +12,8 @@
 
 namespace AnalyticsSDK {
 
-/// Repeats a system call for as long as a signal interrupts it.
+/// Repeats a system call for as long as a signal interrupts it (EINTR): a host's handlers may be without SA_RESTART,
+/// and its timers quick.
 template <typename Call>
 auto Uninterrupted(Call call)
 {
@@ -46,6 +47,8 @@ public:
     explicit operator bool() const { return m_nFile != -1; }
     int Get() const { return m_nFile; }
 
+    /// One call each: fewer bytes than asked for are for the caller to judge, who alone knows whether the rest may
+    /// follow in another. -1 with errno on failure.
     ssize_t Write(const char* text, size_t size) const
     {
         return Uninterrupted([=, this] { return ::write(m_nFile, text, size); });

@@ -26,6 +26,7 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
     if (!spPlace)
         spPlace.Reset(new Frame);
     Frame& frame = *spPlace;
+    // Both documents stay once they were needed: what stands here in the next event may be of the other kind.
     if (kind == Frame::object && !frame.spObject)
         frame.spObject.emplace();
     if (kind == Frame::array && !frame.spArray)
@@ -73,6 +74,7 @@ uint32_t HandleParameters::EndEvent()
 {
     if (in_event == 0)
         return ANALYTICS_NO_EVENT;
+    // Refused rather than closed: a host that has lost count would log a wrong event and never know.
     if (top->parent != nullptr)
         return ANALYTICS_NESTED_OPEN;
     const Ending ending{*this};
@@ -129,6 +131,7 @@ static void AddTo(Frame& parent, Frame& child)
         parent.spObject->AddArray(child.name, &*child.spArray);
 }
 
+// With only the root open either end is one too many, whatever its kind: that is answered first.
 uint32_t HandleParameters::EndFrame(Frame::Kind kind)
 {
     if (top == nullptr)
@@ -145,6 +148,7 @@ uint32_t HandleParameters::EndFrame(Frame::Kind kind)
 uint32_t HandleParameters::AddProperty(const char* key)
 {
     char text[200]; // longer answers, which no known machine has, come out empty
+    // Before the machine is asked, which may take its time.
     if (top == nullptr)
         return ANALYTICS_NO_EVENT;
     const uint32_t result = GetProperty(key, text, sizeof text);
@@ -180,7 +184,8 @@ uint32_t HandleParameters::Send(bool synchronous)
 {
     std::string text;
     unsigned long size = 0;
-    // The size does not matter here: a host that asks for a send gets a request, also when no event is waiting.
+    // The size does not matter here: a host that asks for a send gets a request, also when no event is waiting. But a
+    // file that could not be read ends it: its success would delete what was never sent.
     if (!event_manager.ReadPendingEvents(text, size))
         return ANALYTICS_SEND_FAILED;
     if (!synchronous) {

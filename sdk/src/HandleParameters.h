@@ -99,6 +99,7 @@ private:
     Observers progress_observers;
 };
 
+// The name is looked at before the kind, unlike in a begin call: there a null name means the call without one.
 template <typename Add>
 uint32_t HandleParameters::AddNamed(const char* name, Add add)
 {

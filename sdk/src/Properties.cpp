@@ -31,6 +31,7 @@ public:
         }
         // Asked with the lock held: threads that ask at once wait for one answer instead of making several.
         const int32_t result = probe(buffer, size);
+        // A text that is too long for this place is answered all the same, and asked for again.
         if (std::strlen(buffer) < sizeof m_text)
             tova_strcpy(m_text, sizeof m_text, buffer);
         return result;
@@ -91,6 +92,7 @@ const struct
 
 } // namespace
 
+// A walk through the rows: seventeen keys that are asked for now and then do not pay for a map.
 uint32_t GetProperty(const char* key, char* buffer, unsigned int size)
 {
     buffer[0] = '\0'; // what a caller prints without looking at the result is then nothing, not garbage

@@ -22,7 +22,8 @@ ThreadHelper::~ThreadHelper()
 int ThreadHelper::run()
 {
     for (;;) {
-        // The wait comes first: a program that has just started has better things to do than to upload.
+        // The wait comes first: a program that has just started has better things to do than to upload. Why it ended
+        // does not matter: there is a cycle to do, woken or not, unless the worker was woken to stop.
         tova_event_wait_time(&m_wakeEvent, m_nWaitInterval);
         if (const int stopped = tova_event_wait_time(&_stop_event, 0))
             return stopped;
@@ -58,6 +59,7 @@ void ThreadHelper::StopBackgroundThread()
         return;
     stop(); // before the wake: the worker must find the request when it looks
     Wake();
+    // As long as the cycle in hand takes: once this returns, nothing of the owner's is called any more.
     tova_thread_join(&_thread);
 }
 
@@ -72,6 +74,7 @@ bool ThreadHelper::ClaimStop()
     return m_stopper == caller;
 }
 
+// The stop event stays set, so everyone who asks hears the same, in any order.
 bool ThreadHelper::IsShuttingDown()
 {
     return tova_event_wait_time(&_stop_event, 0) != 0;
@@ -82,6 +85,8 @@ void ThreadHelper::Wake()
     tova_event_set(&m_wakeEvent);
 }
 
+// Compared by number at every use: asking the system costs little, and a flag would need a fork handler for each
+// worker.
 bool ThreadHelper::IsOwnProcess() const
 {
     return m_nProcess == tova_process_id();

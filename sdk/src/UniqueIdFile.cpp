@@ -51,6 +51,7 @@ bool WriteInPlace(const std::string& path, const std::string& id)
 
 bool Load(const std::string& path, std::string& id)
 {
+    // Regular files only: opening a pipe would wait for its writer.
     if (!CheckFileExists(path.c_str()))
         return false;
     const FileDescriptor file(path.c_str(), O_RDONLY);
