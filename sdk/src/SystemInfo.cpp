@@ -20,6 +20,7 @@ namespace {
 constexpr double bytes_to_megabytes = 1.0 / 1048576;
 constexpr double bytes_to_gigabytes_divisor = 1000000000.0;
 
+// One set of numbers: what a source could not tell goes to the caller as it is.
 std::int32_t status(answer given)
 {
     return static_cast<std::int32_t>(given);
@@ -53,6 +54,7 @@ std::int32_t sysctl_text(char* buffer, unsigned int size, host::sysctl_name name
     return copy_name(buffer, size, facts().sysctl_text(name, value), value);
 }
 
+// One reading, so that "%d" is never printed of a value that nobody filled.
 std::int32_t print_selector(char* buffer, unsigned int size, std::uint32_t code, const char* unit)
 {
     std::int32_t value = 0;
@@ -70,6 +72,7 @@ struct version
 // Four binary-coded-decimal digits could not count past 10.9.9, so from 10.4 on three plain selectors tell the version.
 bool read_version(version& read)
 {
+    // Asked first and alone: an old system has no other selector to ask.
     std::int32_t packed = 0;
     if (facts().selector(selector("sysv"), packed) != answer::found)
         return false;
@@ -82,6 +85,7 @@ bool read_version(version& read)
            facts().selector(selector("sys3"), read.fix) == answer::found;
 }
 
+// The codes of one family are scattered, because processors were numbered as they came out.
 constexpr struct
 {
     std::int32_t first, last;
@@ -141,6 +145,7 @@ std::int32_t print_volume(char* buffer, unsigned int size, std::uint64_t host::v
     host::volume start_up{};
     if (const answer given = facts().first_volume(start_up); given != answer::found)
         return status(given);
+    // In whole bytes first: a division of blocks would round what the unit then shows.
     const std::uint64_t bytes = start_up.block_size * (start_up.*blocks);
     return print_fraction(buffer, size, static_cast<double>(bytes) / bytes_to_gigabytes_divisor, " GB");
 }
@@ -182,6 +187,7 @@ std::int32_t GetCPUType(char* buffer, unsigned int size)
     host::processor_identity identity{};
     if (const answer given = facts().processor(identity); given != answer::found)
         return status(given);
+    // A newer machine tells its processor's name, which is worth more than a family; only a code needs the table.
     const char* name = identity.named ? identity.name.data() : family_name(identity.code);
     lumo::sprintf_safe(buffer, size, "%s", name);
     return PROBE_DONE;
@@ -222,6 +228,7 @@ std::int32_t GetTotalVirtualMemory(char* buffer, unsigned int size)
     std::uint64_t page_size = 0;
     if (!GetVMInfo(counts, page_size))
         return PROBE_FAILED;
+    // Of the pager's lists, not of the machine: what the kernel took for itself at the start is on none of them.
     const std::uint64_t bytes = (counts.free + counts.active + counts.inactive + counts.wired) * page_size;
     return print_fraction(buffer, size, static_cast<double>(bytes) * bytes_to_megabytes, " MB");
 }
@@ -249,6 +256,7 @@ std::int32_t GetFreeHardDrive(char* buffer, unsigned int size)
 
 std::int32_t GetTimeZone(char* buffer, unsigned int size)
 {
+    // The zone in force for this process, daylight saving included, as the time stamps of its files have it.
     tova_time now;
     tova_time_local(&now);
     const int hours = now.bias / 60; // the bias counts minutes west of Greenwich
@@ -264,6 +272,7 @@ std::int32_t GetManufacturer(char* buffer, unsigned int size)
     return PROBE_DONE;
 }
 
+// The firmware is the maker's own on these machines, so one name serves for both.
 std::int32_t GetBIOS(char* buffer, unsigned int size)
 {
     return GetManufacturer(buffer, size);
@@ -280,6 +289,7 @@ std::int32_t GetSystemName(char* buffer, unsigned int size)
     return copy_name(buffer, size, facts().computer_name(value), value);
 }
 
+// No system tells it to an ordinary program in one way for all kinds of disks.
 std::int32_t GetHardDriveSerialNumber(char*, unsigned int)
 {
     return PROBE_UNSUPPORTED;

@@ -12,7 +12,8 @@
 /// Marks what the shared library exports; everything else is hidden.
 #define TOVA_API __attribute__((visibility("default")))
 
-/// Lets the compiler check a format against its arguments; `text` and `first` count from 1.
+/// Lets the compiler check a printf format against its arguments. `text` is the place of the format among the
+/// parameters and `first` that of the first argument, counted from 1; 0 for a va_list.
 #define TOVA_PRINTF(text, first) __attribute__((format(printf, text, first)))
 
 #ifdef __cplusplus
@@ -42,7 +43,8 @@ TOVA_C_END
 
 /// The one assertion of the library; it stays active in release builds.
 ///
-/// For misuse and for platform errors that cannot be; an expected failure is a result, never an assertion.
+/// For misuse and for platform errors that cannot be; an expected failure is a result, never an assertion. The file is
+/// named by its path in the repository, wherever it was built. The expression is evaluated once.
 #define tova_assert(expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, __LINE__, #expr))
 
 #endif

@@ -22,6 +22,7 @@ uint64_t tova_time_resolution(void)
     return tova::ticks_per_second(base.numerator, base.denominator);
 }
 
+// Cut off, never rounded up: what is measured must not seem to have lasted longer than it did.
 uint64_t tova_time_ms(uint64_t units)
 {
     tova_assert(g_resolution);
@@ -43,6 +44,7 @@ uint64_t tova_time_us(uint64_t units)
     return units / g_resolution_us;
 }
 
+// By way of the double always, since a tick may last less than a nanosecond as well as more.
 uint64_t tova_time_ns(uint64_t units)
 {
     tova_assert(g_resolution);
@@ -96,6 +98,7 @@ void tova_time_gmt(tova_time* t)
     timeval now;
     gettimeofday(&now, nullptr);
     tm utc{};
+    // Unlike a file's time, now is a moment that every calendar can name.
     gmtime_r(&now.tv_sec, &utc);
     tova_time_unix_from_tm(utc, t);
     t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);

@@ -1,6 +1,7 @@
 /// The monotonic clock, and calendar time with its text forms.
 ///
-/// All functions may be called from any thread.
+/// All functions may be called from any thread. Local times read the zone from the environment (TZ), so a host must
+/// not change its environment on another thread meanwhile; that is so with every C library.
 #ifndef LUMO_TOVA_CLOCK_H
 #define LUMO_TOVA_CLOCK_H
 
@@ -8,41 +9,56 @@
 
 TOVA_C_BEGIN
 
-/// A calendar time.
+/// A calendar time, broken down. Two of them are compared field by field; there is no arithmetic on it.
 typedef struct tova_time
 {
-    uint16_t year;        ///< all four digits
-    uint16_t month;       ///< 1 to 12
-    uint16_t week_day;    ///< 0 to 6, 0 is Sunday
-    uint16_t day;         ///< 1 to 31
-    uint16_t hour;        ///< 0 to 23
-    uint16_t minute;      ///< 0 to 59
-    uint16_t second;      ///< 0 to 60
-    uint16_t millisecond; ///< 0 to 999
-    int16_t bias;         ///< minutes from local time to UTC: positive west of Greenwich, 300 for UTC-5
-    int16_t daylight;     ///< daylight saving: positive in effect, 0 not, negative unknown
-    char zone[32];        ///< abbreviation of the zone
+    /// All four digits.
+    uint16_t year;
+    /// 1 to 12.
+    uint16_t month;
+    /// 0 to 6, 0 is Sunday.
+    uint16_t week_day;
+    /// 1 to 31.
+    uint16_t day;
+    /// 0 to 23.
+    uint16_t hour;
+    /// 0 to 59.
+    uint16_t minute;
+    /// 0 to 60.
+    uint16_t second;
+    /// 0 to 999.
+    uint16_t millisecond;
+    /// Minutes from local time to UTC: positive west of Greenwich, 300 for UTC-5.
+    int16_t bias;
+    /// Daylight saving: positive in effect, 0 not, negative unknown.
+    int16_t daylight;
+    /// Abbreviation of the zone.
+    char zone[32];
 } tova_time;
 
 /// The text forms of tova_time_string.
 enum
 {
-    tova_time_form_full = 0,  ///< 2010-06-17 09:05:03.042
-    tova_time_form_date = 1,  ///< 2010-06-17
-    tova_time_form_iso = 2,   ///< 2010-06-17T09:05:03
-    tova_time_form_header = 3 ///< "Thu, 17 Jun 2010 09:05:03 ": ends in a space and names no zone; that is meant
+    /// 2010-06-17 09:05:03.042.
+    tova_time_form_full = 0,
+    /// 2010-06-17.
+    tova_time_form_date = 1,
+    /// 2010-06-17T09:05:03.
+    tova_time_form_iso = 2,
+    /// "Thu, 17 Jun 2010 09:05:03 ": ends in a space and names no zone; that is meant.
+    tova_time_form_header = 3
 };
 
 /// Ticks of the monotonic clock since an arbitrary start. Differences are durations, tova_time_ms gives them a unit.
 TOVA_API uint64_t tova_time_units(void);
 
-/// Ticks per second.
+/// Ticks per second: 1,000,000,000 on Linux. Computed in 32 bits, where a faster clock would wrap; that is meant.
 TOVA_API uint64_t tova_time_resolution(void);
 
 /// Ticks to whole milliseconds, the rest cut off. Aborts when the runtime was never up; so do the next two.
 TOVA_API uint64_t tova_time_ms(uint64_t units);
 
-/// Ticks to whole microseconds.
+/// Ticks to whole microseconds, the rest cut off.
 TOVA_API uint64_t tova_time_us(uint64_t units);
 
 /// Ticks to nanoseconds, by way of a double: exact to 53 bits, and UINT64_MAX for what is more than that.
@@ -51,7 +67,7 @@ TOVA_API uint64_t tova_time_ns(uint64_t units);
 /// Fills `t` with now in the zone in force (TZ, else the system's). `bias` counts daylight saving in.
 TOVA_API void tova_time_local(tova_time* t);
 
-/// Fills `t` with now in UTC: zone "GMT", bias 0.
+/// Fills `t` with now in UTC: zone "GMT", bias 0. `t` must not be null, here as above.
 TOVA_API void tova_time_gmt(tova_time* t);
 
 /// Writes `t` in one of the forms above into `buffer` of `size` characters, terminator included.

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+// Through links, as with files: what counts is whether something can be put there.
 int32_t tova_directory_exists(const char* path)
 {
     struct stat status;
@@ -67,6 +68,7 @@ void tova_directory_get(int32_t kind, char* buffer, unsigned size)
     }
     if (found)
         tova_strcpy(buffer, size, path);
+    // Never left as it was: who does not look for an answer must not take old memory for a path.
     else if (size)
         buffer[0] = 0;
 }

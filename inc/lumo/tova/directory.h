@@ -1,6 +1,7 @@
 /// Directories: make, remove, ask about, and where the standard ones are.
 ///
-/// Any thread may call.
+/// Paths are UTF-8 as the system takes them, absolute or from the working directory. Any thread may call; nothing is
+/// remembered between calls.
 #ifndef LUMO_TOVA_DIRECTORY_H
 #define LUMO_TOVA_DIRECTORY_H
 
@@ -12,11 +13,16 @@ TOVA_C_BEGIN
 /// The standard directories.
 enum
 {
-    tova_directory_temporary = 0,          ///< temporary files
-    tova_directory_current = 1,            ///< the working directory
-    tova_directory_process = 2,            ///< the running program's directory, or its bundle where there are such
-    tova_directory_documents = 3,          ///< the user's documents
-    tova_directory_application_support = 4 ///< the user's data of applications
+    /// Temporary files.
+    tova_directory_temporary = 0,
+    /// The working directory.
+    tova_directory_current = 1,
+    /// The running program's directory, or its bundle where there are such.
+    tova_directory_process = 2,
+    /// The user's documents.
+    tova_directory_documents = 3,
+    /// The user's data of applications.
+    tova_directory_application_support = 4
 };
 
 /// 1 when `path` is a directory; follows symbolic links.

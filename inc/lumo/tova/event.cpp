@@ -25,6 +25,7 @@ void tova_event_create(tova_event* e, int32_t auto_reset)
     memset(e, 0, sizeof *e);
     e->_auto_reset = auto_reset;
     // The stamp comes last, so that a record that could not be made is an unstamped one.
+    // Default attributes for both: nobody locks this mutex twice, and every system can wait by the wall clock.
     if (pthread_mutex_init(&e->_mutex, nullptr) != 0)
         return;
     if (pthread_cond_init(&e->_condition, nullptr) != 0) {

@@ -1,6 +1,7 @@
 /// Signals between the threads of one process: a flag to wait for.
 ///
-/// The caller owns the record. Any thread may set, reset and wait. Destroy only when nobody waits.
+/// The caller owns the record, which must not be copied or moved while it lives. Any thread may set, reset and wait.
+/// Destroy only when nobody waits. Null or unstamped records abort.
 #ifndef LUMO_TOVA_EVENT_H
 #define LUMO_TOVA_EVENT_H
 
@@ -13,8 +14,10 @@ TOVA_C_BEGIN
 typedef struct tova_event
 {
     int32_t _version;
-    int32_t _auto_reset; ///< non-zero: a wait that succeeds clears the signal
-    int32_t _signalled;  ///< 0 or 1, guarded by _mutex
+    /// Non-zero: a wait that succeeds clears the signal.
+    int32_t _auto_reset;
+    /// 0 or 1, guarded by _mutex.
+    int32_t _signalled;
     pthread_mutex_t _mutex;
     pthread_cond_t _condition;
 } tova_event;
@@ -33,7 +36,7 @@ TOVA_API void tova_event_destroy(tova_event* e);
 /// A set that nobody waits for is kept until the next wait; several sets before it count as one.
 TOVA_API void tova_event_set(tova_event* e);
 
-/// Clears the event.
+/// Clears the event. Who waits goes on waiting; who was woken and has not looked yet waits again.
 TOVA_API void tova_event_reset(tova_event* e);
 
 /// Waits until the event is set, without a limit.

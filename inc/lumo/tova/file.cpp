@@ -50,6 +50,7 @@ static int32_t open_mode(tova_file* f, const char* path, int32_t mode)
     case tova_file_read_write:
         return open_with(f, path, O_RDWR, 0);
     case tova_file_append:
+        // Never made here: who appends to a file that is gone should hear of it.
         return open_with(f, path, O_RDWR | O_APPEND, 0);
     case tova_file_open_or_create:
         // In two steps, so that only one of several openers has made the file.
@@ -73,6 +74,7 @@ void tova_file_init(tova_file* f)
 int32_t tova_file_open(tova_file* f, const char* path, int32_t mode)
 {
     check(f);
+    // A second open would lose the descriptor of the first.
     tova_assert(f->_file == INVALID_FILE);
     return outcome(f, open_mode(f, path, mode));
 }
@@ -128,6 +130,7 @@ int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size)
 int32_t tova_file_seek(tova_file* f, int64_t offset)
 {
     check(f);
+    // Beyond the end is no error: a write there leaves a hole.
     return outcome(f, lseek(f->_file, static_cast<off_t>(offset), SEEK_SET) != -1);
 }
 
@@ -152,6 +155,7 @@ int32_t tova_file_exists(const char* path)
     return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
+// Of a link the link itself goes, not what it points to.
 int32_t tova_file_remove(const char* path)
 {
     return unlink(path) == 0;
@@ -162,6 +166,7 @@ static bool copy_content(tova_file* from, tova_file* to)
 {
     char block[512];
     uint32_t count;
+    // The end and a failure both stop the loop; the error number tells them apart.
     while (tova_file_read(from, block, sizeof block, &count)) {
         if (!tova_file_write(to, block, count))
             return false;
@@ -175,6 +180,7 @@ int32_t tova_file_copy(const char* source, const char* destination)
     tova_file to;
     tova_file_init(&from);
     tova_file_init(&to);
+    // The source first: one that cannot be read must not cost the destination its content.
     bool copied = false;
     if (tova_file_open(&from, source, tova_file_read_only) && tova_file_open(&to, destination, tova_file_truncate))
         copied = copy_content(&from, &to);
@@ -221,6 +227,7 @@ int32_t tova_file_find_first(tova_file_find* f, const char* directory)
 int32_t tova_file_find_first_pattern(tova_file_find* f, const char* directory, const char* pattern)
 {
     tova_assert(f);
+    // Refused rather than ignored: a caller with another pattern would take every entry for a match.
     if (strcmp(pattern, "*") != 0)
         tova_assert(false);
     memset(f, 0, sizeof *f);
@@ -236,6 +243,7 @@ int32_t tova_file_find_next(tova_file_find* f)
     check(f);
     if (!f->_stream)
         return 0;
+    // Every directory has these two, and who walks down by way of them never comes to an end.
     do
         f->_entry = readdir(f->_stream); // NOLINT(concurrency-mt-unsafe): a stream of its own
     while (f->_entry && (strcmp(f->_entry->d_name, ".") == 0 || strcmp(f->_entry->d_name, "..") == 0));

@@ -19,22 +19,29 @@ enum
     INVALID_FILE = -1
 };
 
-/// A file.
+/// A file. `_error` may be read; the rest is the layer's own.
 typedef struct tova_file
 {
     int32_t _version;
-    int32_t _file;  ///< descriptor, INVALID_FILE when closed
-    int32_t _error; ///< the system's error number of the last failure, 0 after init and at end of file
+    /// Descriptor, INVALID_FILE when closed.
+    int32_t _file;
+    /// The system's error number of the last failure, 0 after init and at end of file.
+    int32_t _error;
 } tova_file;
 
 /// How to open. New files get the permission bits 0666 less the process's mask.
 enum
 {
-    tova_file_read_only = 0,      ///< an existing file, to read
-    tova_file_read_write = 1,     ///< an existing file, to read and write
-    tova_file_append = 2,         ///< an existing file; every write goes to its end
-    tova_file_open_or_create = 3, ///< as it stands, or new
-    tova_file_truncate = 4        ///< new, or emptied
+    /// An existing file, to read.
+    tova_file_read_only = 0,
+    /// An existing file, to read and write.
+    tova_file_read_write = 1,
+    /// An existing file; every write goes to its end.
+    tova_file_append = 2,
+    /// As it stands, or new.
+    tova_file_open_or_create = 3,
+    /// New, or emptied.
+    tova_file_truncate = 4
 };
 
 /// Stamps the record: closed, no error.
@@ -46,7 +53,8 @@ TOVA_API int32_t tova_file_open(tova_file* f, const char* path, int32_t mode);
 /// Makes `path`, or empties it, and gives it the permissions of `security` (null: 0666): 1, or 0 and `_error`.
 TOVA_API int32_t tova_file_create(tova_file* f, const char* path, tova_security* security);
 
-/// Closes the file; a closed record may be closed again, or opened.
+/// Closes the file; a closed record may be closed again, or opened. A record that goes out of scope open leaks its
+/// descriptor.
 TOVA_API void tova_file_close(tova_file* f);
 
 /// Reads up to `size` bytes at once and stores how many in `count`: 1 when there were any.
@@ -55,6 +63,8 @@ TOVA_API void tova_file_close(tova_file* f);
 TOVA_API int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* count);
 
 /// Writes `size` bytes at once: 1 only when all were written. A short write leaves ENOSPC in `_error`.
+///
+/// What was written is with the operating system, not necessarily on the disk. Signals do not interrupt it.
 TOVA_API int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size);
 
 /// Moves to `offset` bytes from the start: 1, or 0 and `_error`.
@@ -63,13 +73,13 @@ TOVA_API int32_t tova_file_seek(tova_file* f, int64_t offset);
 /// Moves to the end: 1, or 0 and `_error`.
 TOVA_API int32_t tova_file_seek_end(tova_file* f);
 
-/// The size of the open file in bytes; 0 when it cannot be had.
+/// The size of the open file in bytes, whatever is written to it by others; 0 when it cannot be had.
 TOVA_API uint64_t tova_file_size(tova_file* f);
 
 /// 1 when `path` is a regular file; follows symbolic links.
 TOVA_API int32_t tova_file_exists(const char* path);
 
-/// Removes the file: 1 when done.
+/// Removes the file, or a link but not what it points to: 1 when done. Who has it open keeps it.
 TOVA_API int32_t tova_file_remove(const char* path);
 
 /// Copies the content of `source` over `destination`: 1 when all of it arrived.
@@ -81,10 +91,14 @@ TOVA_API int32_t tova_file_copy(const char* source, const char* destination);
 /// is all zero.
 typedef struct tova_file_info
 {
-    tova_time changed;  ///< last change of status
-    tova_time modified; ///< last change of content
-    tova_time accessed; ///< last access
-    uint64_t size;      ///< bytes
+    /// Last change of status.
+    tova_time changed;
+    /// Last change of content.
+    tova_time modified;
+    /// Last access.
+    tova_time accessed;
+    /// Bytes.
+    uint64_t size;
 } tova_file_info;
 
 /// Asks about a file, following symbolic links: 1, or 0 with `info` zeroed.
@@ -94,10 +108,13 @@ TOVA_API int32_t tova_file_info_get(const char* name, tova_file_info* info);
 typedef struct tova_file_find
 {
     int32_t _version;
-    DIR* _stream; ///< null when the walk is over
+    /// Null when the walk is over.
+    DIR* _stream;
     struct dirent* _entry;
-    char _name[1024];      ///< name of the current entry, empty when there is none
-    char _directory[1024]; ///< as given
+    /// Name of the current entry, empty when there is none.
+    char _name[1024];
+    /// As given.
+    char _directory[1024];
 } tova_file_find;
 
 /// Begins a walk and finds the first entry, "." and ".." left out, in the system's order: 1, or 0 when there is none.
@@ -105,7 +122,7 @@ typedef struct tova_file_find
 /// A path of more than 1,023 characters aborts.
 TOVA_API int32_t tova_file_find_first(tova_file_find* f, const char* directory);
 
-/// The same with a pattern, which must be "*" or it aborts: every entry is listed.
+/// The same with a pattern, for callers that pass one: which must be "*" or it aborts: every entry is listed.
 TOVA_API int32_t tova_file_find_first_pattern(tova_file_find* f, const char* directory, const char* pattern);
 
 /// Finds the next entry: 1, or 0 when there is none left.

@@ -15,8 +15,10 @@ TOVA_C_BEGIN
 typedef struct tova_global_event
 {
     int32_t _version;
-    sem_t* _sem;      ///< SEM_FAILED when none is open
-    char _name[1024]; ///< the system's name: "/" and the event's name
+    /// SEM_FAILED when none is open.
+    sem_t* _sem;
+    /// The system's name: "/" and the event's name.
+    char _name[1024];
 } tova_global_event;
 
 /// Opens the event called `name`, making it with count 0 when there is none: 1 when it is open, else 0.

@@ -51,6 +51,7 @@ void tova_mutex_destroy(tova_mutex* m)
 void tova_mutex_lock(tova_mutex* m)
 {
     check(m);
+    // Too many locks by one holder is the one error left, and no caller could go on without the mutex.
     if (pthread_mutex_lock(&m->_mutex) != 0)
         tova_assert(false);
 }
@@ -58,6 +59,7 @@ void tova_mutex_lock(tova_mutex* m)
 void tova_mutex_unlock(tova_mutex* m)
 {
     check(m);
+    // The recursive kind refuses a thread that does not hold it; the plain kind cannot tell.
     if (pthread_mutex_unlock(&m->_mutex) != 0)
         tova_assert(false);
 }

@@ -10,14 +10,14 @@
 
 TOVA_C_BEGIN
 
-/// A mutex; the members are the layer's own.
+/// A mutex; the members are the layer's own. Must not be copied or moved while it lives.
 typedef struct tova_mutex
 {
     int32_t _version;
     pthread_mutex_t _mutex;
 } tova_mutex;
 
-/// Makes a recursive mutex: its holder may lock it again and unlocks it as often.
+/// Makes the usual mutex, which is recursive: its holder may lock it again and unlocks it as often.
 TOVA_API void tova_mutex_create(tova_mutex* m);
 
 /// Makes a plain mutex for short, hot sections that never lock it twice; a second lock by its holder hangs.
@@ -26,10 +26,11 @@ TOVA_API void tova_mutex_create_fast(tova_mutex* m);
 /// Releases the mutex. It must not be held; a second destroy does nothing.
 TOVA_API void tova_mutex_destroy(tova_mutex* m);
 
-/// Waits until the mutex is free and takes it.
+/// Waits until the mutex is free and takes it. There is no limit to the wait, and no order among those who wait.
 TOVA_API void tova_mutex_lock(tova_mutex* m);
 
-/// Gives the mutex back; only its holder may.
+/// Gives the mutex back; only its holder may. Another thread that tries aborts with the recursive kind, and breaks the
+/// plain one.
 TOVA_API void tova_mutex_unlock(tova_mutex* m);
 
 /// Takes the mutex without waiting: 1 when it is held now, 0 when it was taken already.

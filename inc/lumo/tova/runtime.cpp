@@ -8,6 +8,7 @@
 
 #include <cstdarg>
 
+// What start-up leaves behind. Plain variables: they are written before other threads exist and only read after.
 tova_mutex g_increment_mutex;
 tova_mutex g_decrement_mutex;
 uint64_t g_resolution;
@@ -17,6 +18,7 @@ double g_resolution_us_double;
 double g_resolution_ns_double;
 
 static std::atomic<int32_t> m_initialized;
+// Atomic, because a host may register while a worker logs.
 static std::atomic<tova_log_callback> g_callback;
 
 namespace tova {
@@ -44,6 +46,7 @@ void tova_initialize(void)
     tova::set_resolution(tova::ticks_per_second(base.numerator, base.denominator));
     tova_mutex_create_fast(&g_increment_mutex);
     tova_mutex_create_fast(&g_decrement_mutex);
+    // Last, so that whoever sees the flag finds the scales and the mutexes made.
     m_initialized.store(1, std::memory_order_release);
 }
 

@@ -48,12 +48,14 @@ void tova_security_init(tova_security* s)
 
 uint16_t tova_security_unix_mode(int32_t owner, int32_t group, int32_t others)
 {
+    // The octal digits of chmod, so 64 and 8 are their places.
     return static_cast<uint16_t>(permission_bits(owner) * 64 + permission_bits(group) * 8 + permission_bits(others));
 }
 
 void tova_security_set(tova_security* s, int32_t who, int32_t level)
 {
     check(s);
+    // Bits only ever add up: what one call allowed, the next does not take back.
     switch (who) {
     case tova_security_all:
     case tova_security_everyone:
@@ -88,6 +90,7 @@ int32_t tova_security_file_set(tova_security* s, const char* path)
 {
     check(s);
     // The bits before the owner: a file given away can no longer be changed by who gave it.
+    // An id of -1 turns into all ones, which chown leaves as it is.
     if (chmod(path, s->_mode) == 0 && chown(path, static_cast<uid_t>(s->_user), static_cast<gid_t>(s->_group)) == 0)
         return 1;
     s->_error = errno;

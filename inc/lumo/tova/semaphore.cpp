@@ -15,6 +15,7 @@ static void check(const tova_semaphore* s)
 void tova_semaphore_create(tova_semaphore* s, int32_t value, int32_t max)
 {
     tova_assert(s);
+    // Before the record is touched: a dump of the aborted process then shows what stood there.
     tova_assert(value >= 0 && max > 0 && value <= max);
     memset(s, 0, sizeof *s);
     s->_value = value;

@@ -1,6 +1,7 @@
 /// Counting semaphores between the threads of one process, with an upper bound.
 ///
-/// The caller owns the record. Any thread may set and wait. Destroy only when nobody waits.
+/// The caller owns the record, which must not be copied or moved while it lives. Any thread may set and wait, not only
+/// the one that made it. Destroy only when nobody waits. Null or unstamped records abort.
 #ifndef LUMO_TOVA_SEMAPHORE_H
 #define LUMO_TOVA_SEMAPHORE_H
 
@@ -13,8 +14,10 @@ TOVA_C_BEGIN
 typedef struct tova_semaphore
 {
     int32_t _version;
-    int32_t _value; ///< the count, guarded by _mutex
-    int32_t _max;   ///< its upper bound
+    /// The count, guarded by _mutex.
+    int32_t _value;
+    /// Its upper bound.
+    int32_t _max;
     pthread_mutex_t _mutex;
     pthread_cond_t _condition;
 } tova_semaphore;
@@ -32,6 +35,8 @@ TOVA_API int32_t tova_semaphore_set(tova_semaphore* s);
 TOVA_API void tova_semaphore_wait(tova_semaphore* s);
 
 /// Takes one off the count, waiting at most `wait_ms` milliseconds: 1 when taken, 0 on time-out.
+///
+/// By the wall clock, as with tova_event_wait_time. 0 takes what is there without waiting.
 TOVA_API int32_t tova_semaphore_wait_time(tova_semaphore* s, uint32_t wait_ms);
 
 TOVA_C_END

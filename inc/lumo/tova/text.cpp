@@ -16,6 +16,7 @@ template <class Char>
 static void copy_bounded(Char* dst, unsigned size, const Char* src, size_t length)
 {
     const size_t fitting = length < size ? length : size ? size - 1 : 0;
+    // The two may overlap: texts are shortened in place.
     memmove(dst, src, fitting * sizeof(Char));
     if (size)
         dst[fitting] = 0;
@@ -25,6 +26,7 @@ static void copy_bounded(Char* dst, unsigned size, const Char* src, size_t lengt
 
 void tova_strcpy(char* dst, unsigned size, const char* src)
 {
+    // No further than the destination reaches: a source without a terminator is caught here, not read to its end.
     copy_bounded(dst, size, src, strnlen(src, size));
 }
 
@@ -70,6 +72,7 @@ int32_t tova_strnicmp(const char* a, const char* b, unsigned count)
 {
     for (unsigned i = 0; i < count; ++i) {
         const int difference = lower(a[i]) - lower(b[i]);
+        // The texts may be shorter than the count; with no difference so far their ends fall together.
         if (difference != 0 || !a[i])
             return difference;
     }
@@ -97,6 +100,7 @@ int32_t tova_sprintf(char* dst, int32_t size, const char* format, ...)
 // Half a path or half a number reads like a whole one, so what does not fit is not delivered at all.
 int32_t tova_vsprintf(char* dst, int32_t size, const char* format, va_list arguments)
 {
+    // Not even a terminator fits, so there is nothing to make empty.
     if (size <= 0)
         return 0;
     const int length = vsnprintf(dst, static_cast<size_t>(size), format, arguments);
@@ -135,12 +139,15 @@ decoded decode_any(const byte* at)
 {
     // A value below its length's least is an overlong form, which could smuggle a character past a filter.
     static constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    // The ones at the front of a lead byte are the length of its sequence, what stands behind them is payload.
     const int length = std::countl_one(*at);
     uint32_t value = *at++ & (0x7Fu >> length);
+    // A continuation without a lead, or a byte that never had a meaning: each counts for itself.
     if (length < 2 || length > 6)
         return {at, replacement};
     for (int i = 1; i < length; ++i) {
         if (!is_continuation(*at))
+            // The byte in the way may begin a character of its own and is left for the next call.
             return {at, replacement};
         value = value << 6 | (*at++ & 0x3Fu);
     }
@@ -173,6 +180,7 @@ public:
 
     Sink finish()
     {
+        // Two sizes, because most names and values are shorter than the larger one.
         blocks<16>();
         blocks<8>();
         while (at < end) {
@@ -235,6 +243,7 @@ private:
     template <size_t size>
     static bool all_ascii(const byte (&block)[size])
     {
+        // Word by word, with one test at the end: the top bit of any byte says that it is not ASCII.
         uint64_t bits = 0;
         for (size_t i = 0; i < size; i += sizeof bits) {
             uint64_t word;
@@ -277,6 +286,7 @@ struct wide_writer
     wchar_t* last; // room for the terminator
 
     ptrdiff_t room() const { return last - at; }
+    // Asked for each character: how many there will be is known only at the end.
     void check_room() const
     {
         if (at == last)
@@ -310,6 +320,7 @@ bool is_cut_off(const char* text)
 {
     const size_t size = strlen(text);
     const char* const end = text + size;
+    // Five continuations are the most that a lead byte can ask for.
     for (size_t back = 1; back <= 5 && back <= size; ++back) {
         const byte b = static_cast<byte>(end[-static_cast<ptrdiff_t>(back)]);
         if (!is_continuation(b)) {
@@ -344,6 +355,7 @@ int32_t tova_utf8_to_wide(wchar_t* dst, unsigned size, const char* src)
 {
     if (!dst)
         return static_cast<int32_t>(utf8_walk(src, code_point_counter{}).finish().count + 1);
+    // Room for a terminator alone is a length taken for a size, most likely.
     tova_assert(size > 1);
     wchar_t* const end = utf8_walk(src, wide_writer{dst, dst + size - 1}).finish().at;
     *end = 0;
@@ -448,6 +460,7 @@ void tova_string_append(tova_string* s, const char* text)
 void tova_string_clear(tova_string* s)
 {
     check(s);
+    // Empty rather than destroyed: a request releases its texts and is used again.
     free(s->_text);
     tova_string_init(s);
 }

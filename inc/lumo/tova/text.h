@@ -65,9 +65,12 @@ TOVA_API int32_t tova_wide_to_utf8(char* dst, unsigned size, const wchar_t* src)
 typedef struct tova_string
 {
     int32_t _version;
-    uint32_t _length;   ///< characters, terminator not counted
-    uint32_t _capacity; ///< characters allocated, terminator included
-    char* _text;        ///< null while nothing is allocated
+    /// Characters, terminator not counted.
+    uint32_t _length;
+    /// Characters allocated, terminator included.
+    uint32_t _capacity;
+    /// Null while nothing is allocated.
+    char* _text;
 } tova_string;
 
 /// Makes an empty string.

@@ -27,7 +27,6 @@ void tova_thread_create(tova_thread* t)
     tova_safe_increment(&threads_created);
     t->_version = tova_version;
     t->_id = __atomic_load_n(&threads_created, __ATOMIC_RELAXED);
-    tova_thread_priority_set(t, 0);
 }
 
 namespace {
@@ -56,6 +55,7 @@ static void tova_thread_unix_set_priority(tova_thread* t)
 {
     const int lowest = sched_get_priority_min(SCHED_OTHER);
     const int highest = sched_get_priority_max(SCHED_OTHER);
+    // A range of one value, as Linux has it, leaves nothing to choose.
     if (lowest == highest)
         return;
     sched_param parameters{};
@@ -91,6 +91,7 @@ int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argum
         t->_target = nullptr;
         return 0;
     }
+    // Only now: what does not run yet has no handle to set a priority on.
     if (t->_priority != 0)
         tova_thread_unix_set_priority(t);
     return 1;
@@ -101,6 +102,7 @@ void tova_thread_join(tova_thread* t)
     check(t);
     if (!t->_target)
         return;
+    // It fails for a thread that joins itself and for one that was joined behind the record's back.
     if (pthread_join(t->_handle, nullptr) != 0)
         tova_assert(false);
     // The handle stays as it is; the empty target alone says that nothing runs.
@@ -150,6 +152,7 @@ void tova_thread_yield(void)
     sched_yield();
 }
 
+// Not the record's number: threads that the host made have no record.
 uint32_t tova_thread_id(void)
 {
     return tova::platform::thread_number();

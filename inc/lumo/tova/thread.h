@@ -1,6 +1,7 @@
 /// Threads, counters that several threads may change, and who is running.
 ///
-/// A thread record belongs to its caller and must not be started or joined by two threads at once.
+/// A thread record belongs to its caller and must not be started or joined by two threads at once. The thread has a
+/// copy of what it needs: the record may go as soon as it was detached. Null records abort.
 #ifndef LUMO_TOVA_THREAD_H
 #define LUMO_TOVA_THREAD_H
 
@@ -16,11 +17,14 @@ typedef void (*tova_thread_target)(void* argument);
 typedef struct tova_thread
 {
     int32_t _version;
-    uint32_t _id;               ///< sequence number of the record, from 1
-    tova_thread_target _target; ///< non-null from start until join or detach
+    /// Sequence number of the record, from 1.
+    uint32_t _id;
+    /// Non-null from start until join or detach.
+    tova_thread_target _target;
     void* _arg;
     pthread_t _handle;
-    int32_t _priority; ///< -2 to +2, 0 is normal
+    /// -2 to +2, 0 is normal.
+    int32_t _priority;
 } tova_thread;
 
 /// Prepares a record; no thread runs yet. Two records made at the same instant may get the same number.
@@ -28,7 +32,8 @@ TOVA_API void tova_thread_create(tova_thread* t);
 
 /// Starts a thread that calls `target(argument)`: 1 when it was started, 0 when the system has no thread left.
 ///
-/// A record that was started must be joined or detached before it is started again, or it aborts.
+/// A record that was started must be joined or detached before it is started again, or it aborts. The new thread has
+/// the signal mask of the one that starts it; a host that blocks signals there keeps its handlers off this thread.
 TOVA_API int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argument);
 
 /// Waits until the thread ends; returns at once when none was started. The record may be started again.
@@ -52,7 +57,7 @@ TOVA_API void tova_thread_priority_set(tova_thread* t, int32_t priority);
 /// The priority last set; 0 after create.
 TOVA_API int32_t tova_thread_priority_get(tova_thread* t);
 
-/// Gives up the processor once.
+/// Gives up the processor once, to whoever else wants it.
 TOVA_API void tova_thread_yield(void);
 
 /// The system's number of the calling thread.

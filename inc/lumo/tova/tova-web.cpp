@@ -32,6 +32,7 @@ static void check(const tova_http_response* r)
     tova_assert(r->_version == tova_version);
 }
 
+// libcurl counts these two by itself, so a host and a session may each make their own calls.
 void tova_http_initialize(int32_t)
 {
     curl_global_init(CURL_GLOBAL_ALL);
@@ -151,6 +152,7 @@ int32_t tova_http_option_bool_get(const tova_http* h, int32_t option)
     return member ? h->*member : 0;
 }
 
+// Only a pointer: bodies are large, and their owner has them until the request ends in any case.
 void tova_http_data_set(tova_http* h, const void* data, uint32_t size)
 {
     check(h);
@@ -306,6 +308,7 @@ static void set_callbacks(tova_http* h, tova_http_response* r)
         curl_easy_setopt(curl, CURLOPT_PROGRESSFUNCTION, progress_adapter);
         curl_easy_setopt(curl, CURLOPT_PROGRESSDATA, r);
     }
+    // It also keeps an earlier response's function, which the handle still knows, from being called.
     curl_easy_setopt(curl, CURLOPT_NOPROGRESS, r->_progress ? 0L : 1L);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, body_adapter);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, r);
@@ -317,6 +320,7 @@ static void set_callbacks(tova_http* h, tova_http_response* r)
 static void set_method(tova_http* h)
 {
     CURL* curl = h->_curl;
+    // One off before the other on: the handle remembers the method of the request before.
     if (h->_method != tova_http_post) {
         curl_easy_setopt(curl, CURLOPT_POST, 0L);
         curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
@@ -341,6 +345,7 @@ static void set_url(tova_http* h)
         // The scheme is left out, so that libcurl takes http; that is meant.
         tova_uri uri;
         tova_uri_parse(&uri, url);
+        // What does not fit aborts: an address that was cut short would be another server's.
         tova_strncpy(replaced, sizeof replaced, uri.host.text ? uri.host.text : "", uri.host.length);
         tova_strcat(replaced, sizeof replaced, tova_string_get(&h->_path));
         url = replaced;
@@ -385,6 +390,7 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
     r->cancelled = 0;
     if (h->_disabled)
         return 0;
+    // Made late and kept, because connections and cookies live in the handle.
     if (!h->_curl)
         h->_curl = curl_easy_init();
     if (!h->_curl || !tova_string_length(&h->_url))
@@ -397,6 +403,7 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
     // Only a callback can have set it by now: it took the request over.
     if (h->_disabled)
         return 1;
+    // Up to 302: a redirect that was not to be followed is an answer all the same; that is meant.
     return !r->cancelled && r->status >= 200 && r->status <= 302;
 }
 
@@ -411,6 +418,7 @@ struct download
     static void body(void* user, const void* bytes, uint32_t count, tova_http_response*)
     {
         auto* self = static_cast<download*>(user);
+        // Failed once is failed: a later block that fits must not hide the hole.
         self->failed = self->failed || !tova_file_write(&self->file, bytes, count);
     }
 
@@ -424,6 +432,7 @@ struct download
 // to open.
 static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
 {
+    // With a number for each download, names meet only those that a crash left behind.
     static uint32_t downloads;
     tova_file_init(file);
     for (int tries = 0; tries < 100; ++tries) {

@@ -11,35 +11,54 @@
 
 TOVA_C_BEGIN
 
-/// Text options of a request.
+/// Text options of a request, set with tova_http_option_string_set. Empty at first where nothing else is said.
 enum
 {
+    /// Where the request goes: http or https, and http where no scheme is named.
     tova_http_url = 0,
-    tova_http_user_agent = 1,     ///< "tova-1.2"; empty: the header is left out
-    tova_http_unused = 2,         ///< kept, not used
-    tova_http_cookie_file = 3,    ///< a file to read cookies from; "-", as it is at first, reads none
-    tova_http_proxy = 4,          ///< host:port of a proxy; empty: none
-    tova_http_proxy_second = 5,   ///< kept, not used
-    tova_http_proxy_user = 6,     ///< as typed, without ":"; docs/limits.md tells of "%41" and its like in a login
-    tova_http_proxy_password = 7, ///< as typed
-    tova_http_path = 8            ///< when not empty, it replaces path, query, scheme and user information of the URL
+    /// What the request says of its sender: "tova-1.2" at first. Empty, the header is left out.
+    tova_http_user_agent = 1,
+    /// Kept, not used.
+    tova_http_unused = 2,
+    /// A file to read cookies from; "-", as it is at first, reads none.
+    tova_http_cookie_file = 3,
+    /// A proxy as libcurl takes it, "host:port" for one. Empty there is none, whatever the environment says.
+    tova_http_proxy = 4,
+    /// Kept, not used.
+    tova_http_proxy_second = 5,
+    /// The user that the proxy asks for, as typed; empty, no login is sent. docs/limits.md tells of logins that some
+    /// libcurls send wrongly at first.
+    tova_http_proxy_user = 6,
+    /// The password that goes with it, as typed; overwritten in memory when it is replaced or released.
+    tova_http_proxy_password = 7,
+    /// When not empty, it takes the place of path and query, and of scheme and user information too: what remains of
+    /// the URL is its host, reached by http. Host and path have 255 characters together, or the request aborts.
+    tova_http_path = 8
 };
 
 /// Number options of a request, in seconds; 0 means no limit of ours.
 enum
 {
-    tova_http_connect_timeout = 0, ///< 60 at first
-    tova_http_timeout = 1          ///< for the whole transfer, 30 at first
+    /// Until the connection stands, name look-up included: 60 at first.
+    tova_http_connect_timeout = 0,
+    /// For the whole transfer, connecting included: 30 at first.
+    tova_http_timeout = 1
 };
 
 /// Yes-or-no options of a request.
 enum
 {
-    tova_http_verbose = 0,          ///< libcurl reports each step on standard error
-    tova_http_follow_redirects = 1, ///< 1 at first, to http and https, 50 at most; posts stay so after 301 and 302
-    tova_http_use_cookies = 2,   ///< reads the cookie file; cookies that servers set are kept between requests anyway
-    tova_http_reset_proxies = 4, ///< empties both proxies once there is a URL; the answer is 0 all the same
-    tova_http_disabled = 5       ///< while set, requests return 0 unsent; clearing it releases all texts and the handle
+    /// libcurl reports each step on standard error, headers included; logins are among them.
+    tova_http_verbose = 0,
+    /// Follows up to 50 redirects, to http and https only: 1 at first. A post stays one after 301 and 302; after 303,
+    /// which says that the data was taken, it goes on as a GET.
+    tova_http_follow_redirects = 1,
+    /// Reads the cookie file with each request. Cookies that servers set are kept until tova_http_close in any case.
+    tova_http_use_cookies = 2,
+    /// Empties both proxies when there is a URL. Setting it answers 0 all the same; that is meant.
+    tova_http_reset_proxies = 4,
+    /// While set, requests return 0 unsent. Clearing it releases the handle and all texts, as tova_http_close does.
+    tova_http_disabled = 5
 };
 
 /// The methods of tova_http_request; any other number is a GET too.
@@ -54,7 +73,8 @@ typedef struct tova_http
 {
     int32_t _version;
     int32_t _method;
-    void* _curl; ///< libcurl's easy handle, made by the first request and kept for the next
+    /// libcurl's easy handle, made by the first request and kept for the next.
+    void* _curl;
     tova_string _url;
     tova_string _user_agent;
     tova_string _unused;
@@ -64,7 +84,9 @@ typedef struct tova_http
     tova_string _proxy_user;
     tova_string _proxy_password;
     tova_string _path;
-    const void* _data; ///< not ours
+    /// The body of a post, the caller's.
+    const void* _data;
+    /// Its size in bytes.
     uint32_t _size;
     int32_t _connect_timeout;
     int32_t _timeout;
@@ -82,22 +104,30 @@ typedef void (*tova_http_data_callback)(void* user, const void* bytes, uint32_t 
                                         struct tova_http_response* response);
 
 /// Hears how the download goes, in bytes; `expected` is 0 while unknown. Returns non-zero to continue, 0 to stop.
+///
+/// Called again and again, about once a second while nothing arrives. This is the only way to stop a request early.
 typedef int32_t (*tova_http_progress_callback)(void* user, uint64_t expected, uint64_t received);
 
 /// What came back. The members without underscore may be read after a request.
 typedef struct tova_http_response
 {
     int32_t _version;
-    char _error[256];   ///< libcurl's words after a failure
-    int32_t status;     ///< HTTP status, -1 when the transfer failed
-    uint64_t _expected; ///< size that the server announced, 0 when unknown
-    uint32_t received;  ///< bytes given to the body callback
-    uint32_t _capacity; ///< 1,024
+    /// libcurl's words after a failure, empty after a success.
+    char _error[256];
+    /// HTTP status of the last answer, -1 when the transfer failed, 0 when there was none.
+    int32_t status;
+    /// Bytes that the server announced, 0 while unknown or without a progress callback.
+    uint64_t _expected;
+    /// Bytes given to the body callback; starts over at 4 GiB.
+    uint32_t received;
+    /// 1,024, always.
+    uint32_t _capacity;
     void* _user;
     tova_http_data_callback _body;
     tova_http_data_callback _header;
     tova_http_progress_callback _progress;
-    int32_t cancelled; ///< 1 when the progress callback stopped the transfer
+    /// 1 when the progress callback stopped the transfer.
+    int32_t cancelled;
 } tova_http_response;
 
 /// Numbers of tova_http_response_number_get.
@@ -123,7 +153,7 @@ TOVA_API void tova_http_initialize(int32_t reserved);
 /// Releases what tova_http_initialize prepared.
 TOVA_API void tova_http_shutdown(void);
 
-/// Stamps a request and gives every option its first value.
+/// Stamps a request and gives every option its first value. Nothing is sent or opened before the first request.
 TOVA_API void tova_http_init(tova_http* h);
 
 /// Copies `text` into a text option; null counts as empty. Always 1; an unknown option is ignored.
@@ -144,20 +174,24 @@ TOVA_API int32_t tova_http_option_number_get(const tova_http* h, int32_t option)
 /// The value of a yes-or-no option, 0 when unknown.
 TOVA_API int32_t tova_http_option_bool_get(const tova_http* h, int32_t option);
 
-/// Sets the body of a post. It is not copied and must outlive the request.
+/// Sets the body of a post, `size` bytes of any kind. It is not copied and must outlive the request. Null is an empty
+/// body.
 TOVA_API void tova_http_data_set(tova_http* h, const void* data, uint32_t size);
 
 /// Makes one transfer and waits for its end: 1 when the status is 200 to 302, else 0.
 ///
-/// So a redirect that was not followed counts as success, unless it is 303 or more; that is meant.
+/// So a redirect that was not followed counts as success, unless it is 303 or more; that is meant. A callback that sets
+/// tova_http_disabled takes the request over: the answer is then 1, whatever came of the transfer.
 TOVA_API int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method);
 
-/// Gets the URL into a file: 1 when the request succeeded and the whole body is in the file.
+/// Gets the URL into a file: 1 when the request succeeded and the whole body is in the file, else 0.
 ///
-/// The file appears whole or not at all: the body goes to a new neighbour that takes the name at the end.
+/// There is no response to look at: a log line tells why a transfer failed. The file appears whole or not at all: the
+/// body goes to a new neighbour that takes the name at the end.
 TOVA_API int32_t tova_http_to_file(tova_http* h, const char* path);
 
-/// Releases the handle and the text options, the URL and user agent too. The record stays usable.
+/// Releases the handle and the text options, the URL and user agent too: connections end, cookies go. The record stays
+/// usable. Not for use in a callback, while the handle works.
 TOVA_API void tova_http_close(tova_http* h);
 
 /// Stamps a response without callbacks.
@@ -179,8 +213,10 @@ TOVA_API int64_t tova_http_response_number_get(const tova_http_response* r, int3
 /// The system's proxy settings for one URL: two lists, separated by semicolons or spaces.
 typedef struct tova_proxy
 {
-    char proxies[1024]; ///< as the system lists them, with separators
-    char bypass[1024];  ///< hosts that need none, likewise
+    /// The proxies as the system lists them, with separators, terminated.
+    char proxies[1024];
+    /// The hosts that need none, likewise.
+    char bypass[1024];
 } tova_proxy;
 
 /// Looks up the proxies for `url`: always 0, none found, with both lists empty. Proxies are the host's to set. Any
@@ -190,18 +226,25 @@ TOVA_API int32_t tova_proxy_get_for_url(const char* url, tova_proxy* proxy);
 /// A part of a URI within the text that was parsed: not terminated, null when the part is absent.
 typedef struct tova_uri_part
 {
-    const char* text; ///< inside the parsed text, not terminated
-    uint32_t length;  ///< characters
+    /// Inside the parsed text, not terminated.
+    const char* text;
+    /// Characters.
+    uint32_t length;
 } tova_uri_part;
 
 /// The parts of a URI. They point into the text, which must outlive the record.
 typedef struct tova_uri
 {
-    tova_uri_part scheme;   ///< before "://"
-    tova_uri_part user;     ///< before "@", up to ":"
-    tova_uri_part password; ///< behind that colon
-    tova_uri_part host;     ///< with any ":port"
-    tova_uri_part path;     ///< from its "/" to the end, query and fragment included
+    /// Before "://".
+    tova_uri_part scheme;
+    /// Before "@", up to ":".
+    tova_uri_part user;
+    /// Behind that colon.
+    tova_uri_part password;
+    /// With any ":port".
+    tova_uri_part host;
+    /// From its "/" to the end, query and fragment included.
+    tova_uri_part path;
 } tova_uri;
 
 /// Splits `text` into its parts; nothing is decoded, nothing is refused.

@@ -27,6 +27,7 @@ inline bool home_directory(char* buffer, size_t size)
 {
     if (const char* home = getenv("HOME"); home && *home) // NOLINT(concurrency-mt-unsafe): read, never set
         return join(buffer, size, home, "");
+    // Room for one line of the user database, which holds little more than names and two paths.
     char text[4096];
     passwd record;
     passwd* found = nullptr;

@@ -15,6 +15,7 @@ answer sources::loads(load_visitor* visit, void* context)
     mach_port_deallocate(mach_task_self(), machine);
     if (result != KERN_SUCCESS)
         return answer::failed;
+    // One record of tick counts for each processor, told as an array of plain words.
     const auto* loads = reinterpret_cast<const processor_cpu_load_info_data_t*>(info);
     for (natural_t at = 0; at < processors; ++at) {
         const auto& ticks = loads[at].cpu_ticks;

@@ -5,6 +5,7 @@
 
 namespace AnalyticsSDK::host {
 
+// The port is a right that the kernel counts: whoever asks for it gives it back, or a long run collects them.
 answer sources::page_size(std::uint64_t& bytes)
 {
     const mach_port_t machine = mach_host_self();

@@ -15,6 +15,7 @@ answer version_number(int at, std::int32_t& value)
     std::int32_t numbers[3];
     if (const answer given = sysctls::string("kern.osproductversion", product); given != answer::found)
         return given;
+    // The product's version and not the kernel's, which counts differently.
     if (!parse_version(product.data(), numbers))
         return answer::failed;
     value = numbers[at];
@@ -32,6 +33,7 @@ answer architecture(std::int32_t& value)
 {
     std::int32_t type = 0;
     const answer given = sysctls::number("hw.cputype", type);
+    // Without the bit for 64: the architecture counts, not the width.
     const std::int32_t family = type & ~CPU_ARCH_MASK;
     value = family == CPU_TYPE_X86 ? 10 : family == CPU_TYPE_POWERPC ? 2 : family == CPU_TYPE_MC680x0 ? 1 : 0;
     return given;
@@ -48,6 +50,7 @@ answer clock_megahertz(std::int32_t& value)
 
 answer memory_megabytes(std::int32_t& value)
 {
+    // The older name for this answers in 32 bits and ends at 2 GiB.
     std::uint64_t bytes = 0;
     const answer given = sysctls::number("hw.memsize", bytes);
     value = static_cast<std::int32_t>(bytes / 1048576);
@@ -75,6 +78,7 @@ answer sources::selector(std::uint32_t code, std::int32_t& value)
     for (const auto& known : selectors)
         if (known.code == code)
             return known.read(value);
+    // A selector of a later version of the contract, which this system does not know yet.
     return answer::unsupported;
 }
 

@@ -15,6 +15,7 @@ line_file::line_file(const char* root, const char* path)
     // A path that does not fit comes out empty and is then a file that does not exist, which every caller expects.
     char whole[1024];
     tova_sprintf(whole, sizeof whole, "%s%s", root, path);
+    // Not to be inherited by programs of the host, nor to become their terminal whatever stands under that name.
     descriptor = open(whole, O_RDONLY | O_CLOEXEC | O_NOCTTY);
 }
 
@@ -24,6 +25,7 @@ line_file::~line_file()
         close(descriptor);
 }
 
+// A buffer of fixed size instead of a string: what allocates nothing cannot fail where a host is short of memory.
 bool line_file::next(std::string_view& line)
 {
     for (;;) {
@@ -37,6 +39,7 @@ bool line_file::next(std::string_view& line)
             return false;
         line = {buffer + begin, ended ? feed : held}; // refill() has moved `begin`
         begin += ended ? feed + 1 : held;
+        // A full buffer without a line feed is a line cut off; what comes until its end is no line of its own.
         const bool rest_of_a_cut_line = passing_over;
         passing_over = full && !ended;
         if (!rest_of_a_cut_line)
@@ -46,9 +49,11 @@ bool line_file::next(std::string_view& line)
 
 bool line_file::refill()
 {
+    // What was handed out is used up by now, so the rest moves to the front.
     std::memmove(buffer, buffer + begin, end - begin);
     end -= begin;
     begin = 0;
+    // These files never block, but a signal of the host's can still come in between.
     ssize_t count;
     do
         count = read(descriptor, buffer + end, sizeof buffer - end);

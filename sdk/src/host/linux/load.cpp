@@ -10,6 +10,7 @@ namespace {
 
 bool take_number(std::string_view& rest, std::uint64_t& number)
 {
+    // One blank stands between two numbers, or more.
     rest = files::trim(rest);
     const auto read = std::from_chars(rest.data(), rest.data() + rest.size(), number);
     rest.remove_prefix(static_cast<std::size_t>(read.ptr - rest.data()));
@@ -19,6 +20,7 @@ bool take_number(std::string_view& rest, std::uint64_t& number)
 // "cpu0 user nice system idle ..."
 bool parse_load(std::string_view line, processor_load& load)
 {
+    // Read and passed over: the processor's own number, and the ticks of programs that yield to others.
     std::uint64_t number, nice;
     line.remove_prefix(3);
     return take_number(line, number) && take_number(line, load.user) && take_number(line, nice) &&
@@ -39,6 +41,7 @@ answer readers::loads(const char* root, load_visitor* visit, void* context)
         processor_load load;
         if (line.size() < 4 || line[3] == ' ')
             continue; // their sum, which rounds differently
+        // A line that cannot be read makes the whole answer wrong, not only this processor's part.
         if (!parse_load(line, load))
             return answer::failed;
         visit(context, load);

@@ -45,6 +45,7 @@ namespace readers {
 
 answer pages(const char* root, std::uint64_t page_size, page_counts& counts)
 {
+    // Smaller pages than the file's unit exist nowhere; they would divide by zero.
     kibibytes memory;
     if (page_size < 1024 || !read_figures(root, memory))
         return answer::failed;
@@ -62,6 +63,7 @@ answer memory_megabytes(const char* root, std::int32_t& megabytes)
     kibibytes memory;
     if (!read_figures(root, memory))
         return answer::failed;
+    // What the kernel keeps for itself at the start is missing, so this is a little less than what is built in.
     megabytes = static_cast<std::int32_t>(memory.total / 1024);
     return answer::found;
 }
@@ -70,6 +72,7 @@ answer memory_megabytes(const char* root, std::int32_t& megabytes)
 
 answer sources::page_size(std::uint64_t& bytes)
 {
+    // Asked and not assumed: some processors run with pages of 16 or 64 KiB.
     const long size = sysconf(_SC_PAGESIZE);
     if (size <= 0)
         return answer::failed;

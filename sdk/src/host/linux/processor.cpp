@@ -21,6 +21,7 @@ bool first_value(line_file& file, const std::string_view (&keys)[Count], text& f
     std::size_t best = Count;
     std::string_view line, key, value;
     for (int read = 0; read < lines_to_read && best != 0 && file.next(line); ++read) {
+        // An empty or over-long value is passed over as if it were not there: another key may serve.
         if (!files::split_pair(line, key, value) || value.empty() || value.size() >= found.size())
             continue;
         for (std::size_t at = 0; at < best; ++at)
@@ -70,6 +71,7 @@ answer clock_megahertz(const char* root, std::int32_t& megahertz)
     line_file file(root, "/proc/cpuinfo");
     if (file.is_open() && first_value(file, keys, value) && to_megahertz(leading_number(value.data()), megahertz))
         return answer::found;
+    // Second choice: the driver tells the highest clock, the other file the present or nominal one.
     std::string_view kilohertz;
     line_file driver(root, "/sys/devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq");
     if (driver.is_open() && driver.next(kilohertz) && to_megahertz(leading_number(kilohertz) / 1000, megahertz))

@@ -15,6 +15,7 @@ constexpr const char* fixed_address_6 = "2001:503:ba3e::2:30";
 // Nothing is ever sent to it; only 0 is refused by some systems.
 constexpr in_port_t any_port = 443;
 
+// A datagram socket keeps no connection: to "connect" it only fixes the other end, for which the kernel needs a route.
 answer look_up(int family, const void* address, socklen_t size, bool& route)
 {
     const int descriptor = socket(family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -49,9 +50,11 @@ answer sources::reachability(std::uint32_t& flags)
 {
     bool route = false;
     const answer by_4 = look_up_4(route);
+    // A machine may have one of the two families only, so a missing socket of the other is no failure.
     const answer by_6 = route ? answer::found : look_up_6(route);
     if (by_4 != answer::found && by_6 != answer::found)
         return answer::failed;
+    // Lines come up by themselves here or not at all, so the flag of a connection to be made first is never set.
     flags = route ? flag_reachable : 0;
     return answer::found;
 }

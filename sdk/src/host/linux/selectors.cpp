@@ -31,6 +31,7 @@ answer version_number(int at, std::int32_t& value)
 {
     utsname kernel;
     std::int32_t numbers[3];
+    // The kernel's release: distributions number themselves each in its own way, or not at all.
     if (uname(&kernel) != 0 || !parse_version(kernel.release, numbers))
         return answer::failed;
     value = numbers[at];
@@ -49,6 +50,7 @@ answer architecture(std::int32_t& value)
     utsname kernel;
     if (uname(&kernel) != 0)
         return answer::failed;
+    // The kernel's view: a 32-bit program on a 64-bit machine is still on that machine.
     value = readers::architecture_code(kernel.machine);
     return answer::found;
 }
@@ -74,6 +76,7 @@ answer sources::selector(std::uint32_t code, std::int32_t& value)
     for (const auto& known : selectors)
         if (known.code == code)
             return known.read(value);
+    // A selector of a later version of the contract, which this system does not know yet.
     return answer::unsupported;
 }
 

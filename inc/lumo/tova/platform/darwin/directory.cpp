@@ -35,6 +35,7 @@ namespace {
 bool search_path(sysdir_search_path_directory_t directory, char* buffer, size_t size)
 {
     char path[PATH_MAX];
+    // The path comes without a promise that the folder exists, as on every system.
     const auto state = sysdir_start_search_path_enumeration(directory, SYSDIR_DOMAIN_MASK_USER);
     if (sysdir_get_next_search_path_enumeration(state, path) == 0)
         return false;
@@ -59,6 +60,7 @@ bool cut_last(char* path, const char* ending)
 
 bool temporary_directory(char* buffer, size_t size)
 {
+    // The user's own temporary folder, which others cannot look into; /tmp only when it cannot be told.
     const size_t length = confstr(_CS_DARWIN_USER_TEMP_DIR, buffer, size);
     if (length > 0 && length <= size)
         return true;
@@ -71,6 +73,7 @@ bool process_directory(char* buffer, size_t size)
     char given[PATH_MAX];
     char path[PATH_MAX];
     uint32_t length = sizeof given;
+    // As it was started, perhaps through links, so the real path is asked for before the end is cut.
     if (_NSGetExecutablePath(given, &length) != 0 || !realpath(given, path) || !cut_last(path, ""))
         return false;
     char bundle[PATH_MAX];

@@ -14,6 +14,7 @@ struct close_file
     void operator()(FILE* file) const { fclose(file); }
 };
 
+// An empty or relative value counts as none: it would point somewhere else after every change of folder.
 bool from_variable(const char* variable, char* buffer, size_t size)
 {
     const char* path = getenv(variable); // NOLINT(concurrency-mt-unsafe): read, never set
@@ -35,6 +36,7 @@ bool documents_from_line(const char* line, char* buffer, size_t size)
         return false;
     line += sizeof key - 1;
     const bool in_home = strncmp(line, "$HOME/", 6) == 0;
+    // The slash behind $HOME stays on the path, so what follows is joined as it stands.
     char path[PATH_MAX];
     size_t length = 0;
     for (line += in_home ? 5 : 0; *line && *line != '"' && length < sizeof path - 1; ++line) {
@@ -52,6 +54,7 @@ bool documents_from_user_dirs(char* buffer, size_t size)
 {
     char folder[PATH_MAX];
     char path[PATH_MAX];
+    // Where the desktop keeps the names of folders, which differ with the user's language.
     if (!from_variable("XDG_CONFIG_HOME", folder, sizeof folder) && !below_home("/.config", folder, sizeof folder))
         return false;
     if (!join(path, sizeof path, folder, "/user-dirs.dirs"))
@@ -75,6 +78,7 @@ bool temporary_directory(char* buffer, size_t size)
 bool process_directory(char* buffer, size_t size)
 {
     char path[PATH_MAX];
+    // The link is the file that runs, whatever name and folder it was started by.
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
     if (length <= 0)
         return false;

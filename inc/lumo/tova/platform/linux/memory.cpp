@@ -10,6 +10,7 @@ void expect_large_use(void* memory, size_t size)
     constexpr uintptr_t large_page = 2 << 20;
     const uintptr_t address = reinterpret_cast<uintptr_t>(memory);
     const uintptr_t skipped = (large_page - address % large_page) % large_page;
+    // Small stretches gain nothing and are left alone. Refused, the memory works as before.
     if (size > skipped + large_page)
         madvise(static_cast<char*>(memory) + skipped, (size - skipped) / large_page * large_page, MADV_HUGEPAGE);
 }
