@@ -44,7 +44,7 @@ void kill_hosts(Totals& totals, unsigned seed)
 
 void leave_hosts(Totals& totals, unsigned seed)
 {
-    const LifeReport report = leave_again_and_again(host_program("leave_host"), 10, seed);
+    const LifeReport report = leave_again_and_again(host_program("steps_host"), 10, seed);
     totals.hosts += report.hosts;
     judge(totals, report.finding);
 }

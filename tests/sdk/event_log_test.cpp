@@ -2,11 +2,9 @@
 #include "EventLog.h"
 
 #include <atomic>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -54,21 +52,6 @@ TEST(EventLogFile, IsMadeWhereALinkPointsForItsOwnerToReadAndIsNotMadeWhereItCan
     struct stat made;
     ASSERT_EQ(stat(folder.file("real").c_str(), &made), 0);
     EXPECT_EQ(made.st_mode & 0711u, 0600u);
-}
-
-TEST(EventLogFile, TakesAShortWriteBack)
-{
-    ScratchFolder folder;
-    support::Child child([&] {
-        const rlimit limit{100, 100};
-        signal(SIGXFSZ, SIG_IGN);
-        setrlimit(RLIMIT_FSIZE, &limit);
-        for (const auto& [letter, length] : {std::pair{'a', 60}, {'b', 60}, {'c', 40}, {'d', 2}}) // b in part, d not
-            EventLog::Append(folder.file("log"), std::string(static_cast<size_t>(length) - 1, letter) + '\n');
-        return 0;
-    });
-    ASSERT_TRUE(child.wait());
-    EXPECT_EQ(read_file(folder.file("log")), std::string(59, 'a') + '\n' + std::string(39, 'c') + '\n');
 }
 
 TEST(EventLogFile, WritesToAFileThatItMayNotRead)

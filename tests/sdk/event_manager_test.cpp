@@ -63,20 +63,15 @@ TEST(EventManager, StartsWithAnHourAndEmptySettingsWhichNullTextsBringBack)
         return manager.GetEventLogFilePath() + '|' + manager.GetPidFilePath() + '|' + manager.GetApplicationId() + '|' +
                manager.GetApplicationVersion() + '|' + manager.GetLastLoggedEvent();
     };
-    const auto set = [&](const char* path, const char* id, const char* version) {
-        manager.SetEventLogFilePath(path);
-        manager.SetPidFilePath(path);
-        manager.SetApplicationId(id);
-        manager.SetApplicationVersion(version);
-        manager.SetCertificateFile(path);
-    };
     EXPECT_EQ(texts(), "||||");
-    set("p", "i", "v");
-    EXPECT_EQ(texts(), "p|p|i|v|");
-    set(nullptr, nullptr, nullptr);
-    EXPECT_EQ(texts(), "||||");
-    manager.SetTimeout(5);
-    EXPECT_EQ(manager.GetTimeout(), 5u);
+    for (const char* text : {"text", static_cast<const char*>(nullptr)}) {
+        manager.SetEventLogFilePath(text);
+        manager.SetPidFilePath(text);
+        manager.SetApplicationId(text);
+        manager.SetApplicationVersion(text);
+        manager.SetCertificateFile(text);
+        EXPECT_EQ(texts(), text ? "text|text|text|text|" : "||||");
+    }
     manager.SetTimeout(std::numeric_limits<unsigned long>::max());
     EXPECT_EQ(manager.GetTimeout(), std::numeric_limits<uint32_t>::max());
 }

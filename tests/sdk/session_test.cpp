@@ -1,8 +1,8 @@
 #include <cstring>
-#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
+#include <map>
 #include <pthread.h>
 #include <set>
 #include <sys/mman.h>
@@ -175,19 +175,6 @@ TEST(ThreadsSession, NestsToAnyDepthAndDropsWhatIsStillOpenAtShutdown)
     EXPECT_EQ(support::split_lines(read_file(s.log())).size(), 3u);
 }
 
-TEST(ThreadsSession, ReferencesNamesUntilTheirEnd)
-{
-    Session s;
-    char event[] = "begin", frame[] = "frame", member[] = "member";
-    analytics_event_begin(s, event);
-    analytics_name_object_begin(s, frame);
-    analytics_name_int32_add(s, member, 1);
-    event[0] = frame[0] = member[0] = '!';
-    analytics_object_end(s);
-    analytics_event_end(s);
-    EXPECT_NE(read_file(s.log()).find(R"("!egin", { "!rame": { "member": 1 } } ])"), std::string::npos);
-}
-
 TEST(ThreadsSession, CopiesTheLastEventWithoutATerminatorWhenItDoesNotFit)
 {
     Session s;
@@ -208,13 +195,8 @@ TEST(ThreadsSession, ReadsFieldsWithoutATerminatorToTheirSizeAndNoFurther)
     const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
     char* const pages = static_cast<char*>(mmap(nullptr, 2 * page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     ASSERT_EQ(mprotect(pages, page, PROT_READ | PROT_WRITE), 0);
+    memset(pages, 'x', page);
     auto* const config = reinterpret_cast<analytics_config*>(pages + page - sizeof(analytics_config));
-    memset(config->upload_url, 'u', sizeof config->upload_url);
-    memset(config->pid_file, 'p', sizeof config->pid_file);
-    memset(config->unique_id, 'i', sizeof config->unique_id);
-    memset(config->application_id, 'a', sizeof config->application_id);
-    memset(config->application_version, 'v', sizeof config->application_version);
-    memset(config->certificate_file, 'c', sizeof config->certificate_file);
     support::ScratchFolder folder;
     std::string path = folder.file("log");
     path.insert(path.rfind('/'), 260 - path.size(), '/'); // a long spelling of the same path, just as long as the field
@@ -226,36 +208,31 @@ TEST(ThreadsSession, ReadsFieldsWithoutATerminatorToTheirSizeAndNoFurther)
     analytics_event_end(session);
     analytics_shutdown(session);
     analytics_shutdown(analytics_initialize(nullptr)); // null for null, and no harm in it
-    EXPECT_NE(read_file(folder.file("log"))
-                  .find("\", \"" + std::string(100, 'a') + "\", \"" + std::string(50, 'v') + "\", \"" +
-                        std::string(40, 'i') + "\", \"e\", { } ]\n"),
-              std::string::npos)
-        << read_file(folder.file("log"));
+    const auto text = [](size_t size) { return "\"" + std::string(size, 'x') + "\", "; };
+    const std::string line = read_file(folder.file("log"));
+    EXPECT_EQ(line.substr(line.find(", \"x") + 2), text(100) + text(50) + text(40) + "\"e\", { } ]\n");
 }
 
 TEST(ThreadsSession, HasASentenceForEveryCodeAndForOthers)
 {
-    std::set<std::string> sentences;
-    const uint32_t codes[] = {0,   1,   2,   100, 101, 104, 200, 201, 202, 203,
-                              204, 205, 300, 301, 302, 303, 304, 400, 401, 402};
-    for (const uint32_t code : codes) {
-        const std::string text = analytics_result_text(code);
-        EXPECT_EQ(text.back(), '.') << code;
-        sentences.insert(text);
-    }
-    EXPECT_EQ(sentences.size(), std::size(codes)) << "no two codes share a sentence";
-    EXPECT_EQ(sentences.count(analytics_result_text(3)), 0u);
-    EXPECT_STREQ(analytics_result_text(3), analytics_result_text(0xffffffff));
+    const std::string other = analytics_result_text(0xffffffff);
+    std::map<std::string, uint32_t> codes; // no two share a sentence
+    for (uint32_t code = 0; code < 1000; ++code)
+        codes.emplace(analytics_result_text(code), code);
+    std::set<uint32_t> known;
+    for (const auto& [sentence, code] : codes)
+        known.insert(sentence == other ? 1000 : code);
+    EXPECT_EQ(known, (std::set<uint32_t>{0,   1,   2,   100, 101, 104, 200, 201, 202, 203, 204,
+                                         205, 300, 301, 302, 303, 304, 400, 401, 402, 1000}));
 }
 
 TEST(Properties, AreAnsweredByKeyExactly)
 {
     char text[200] = "left over";
-    for (const char* key : {"nosuch", "", "OS_NAME", "os_name "}) {
-        EXPECT_EQ(analytics_property_get(nullptr, key, text, sizeof text), 104u) << key;
-        EXPECT_STREQ(text, "") << key;
+    for (const char* key : {"nosuch", "", "OS_NAME", "os_name ", null}) {
+        EXPECT_EQ(analytics_property_get(nullptr, key, text, sizeof text), 104u);
+        EXPECT_STREQ(text, "");
     }
-    EXPECT_EQ(analytics_property_get(nullptr, nullptr, text, sizeof text), 104u);
     EXPECT_EQ(analytics_property_get(nullptr, "mfg", text, sizeof text), 0u);
     EXPECT_STREQ(text, "Apple");
     for (const char* key : {"os_name", "os_ver", "arch", "cpu_usage", "ram_total", "ram_free", "vm_total", "vm_free",

@@ -254,24 +254,3 @@ TEST_F(ThreadsUploadFaults, AProxyThatDiesInMidTransferIsNoSuccess)
         EXPECT_EQ(client.ExecRequest(url.c_str(), &body, status, RequestTypePost, &form), expected) << bytes;
     }
 }
-
-TEST_F(ThreadsUploadFaults, TheEventsGoOutOnceTheServerIsWellAgain)
-{
-    std::atomic<bool> well = false;
-    RawServer server([&](Connection& client) {
-        if (client.read_request() && well)
-            client.send(ok + "Content-Length: 0\r\n\r\n");
-        else
-            client.reset();
-    });
-    support::Session session(server.url());
-    session.log_one("first");
-    EXPECT_EQ(analytics_send(session, 1), ANALYTICS_SEND_FAILED);
-    session.log_one("second");
-    const std::string waiting = support::read_file(session.log());
-    well = true;
-    EXPECT_EQ(analytics_send(session, 1), ANALYTICS_OK);
-    EXPECT_EQ(support::read_file(session.log()), "");
-    const std::string sent = server.requests().back();
-    EXPECT_EQ(collector::parse_form(sent.substr(sent.find("\r\n\r\n") + 4))["data"], waiting);
-}

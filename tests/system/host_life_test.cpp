@@ -8,7 +8,6 @@
 #include <nlohmann/json.hpp>
 #include <numeric>
 
-#include "AnalyticsSDK/Identity.h"
 #include "support/child.h"
 #include "support/http_server.h"
 #include "support/session.h"
@@ -84,20 +83,6 @@ struct SlowServer
 };
 
 } // namespace
-
-TEST(ThreadsHost, SendsItsEventsOnceAndTheServerCanTrustThem)
-{
-    ScratchFolder folder;
-    support::HttpServer server;
-    EXPECT_EQ(RunHost(folder, server.url(), {"open", "event=one", "event=two", "send", "event=three", "send", "close"}),
-              "send 0\nsend 0\n");
-    ASSERT_EQ(server.count(), 2u);
-    const auto requests = server.requests();
-    EXPECT_EQ(NumbersByName(requests[0].form.at("data")), (Numbers{{"one", {1}}, {"two", {1}}}));
-    EXPECT_EQ(NumbersByName(requests[1].form.at("data")), (Numbers{{"three", {1}}}));
-    EXPECT_EQ(requests[0].form.at("g"), read_file(folder.file("id")));
-    EXPECT_NE(requests[0].form.at("t"), requests[1].form.at("t")) << "a token is salted anew for each upload";
-}
 
 TEST(ThreadsHost, MayLeaveInAnyWayAlsoWhileUploadsAreUnderWay)
 {

@@ -9,28 +9,32 @@
 #include <atomic>
 #include <csignal>
 #include <random>
+#include <vector>
 
 namespace {
 
-struct Way
+// How a busy host leaves, and how it ends then.
+const struct Way
 {
-    const char* name;
+    std::vector<std::string> steps;
     int status;
-};
-constexpr Way ways[] = {{"exit", 3},
-                        {"abort", 128 + SIGABRT},
-                        {"return", 3},
+    const char* says = "";
+} ways[] = {{{"exit=3"}, 3},
+            {{"abort"}, 128 + SIGABRT},
+            {{"say=returns"}, 0, "returns\n"},
 #if !defined(__SANITIZE_THREAD__) // its own locks are not safe in a child of a process with busy threads
-                        {"fork", 3}
+            {{"fork=5", "numbered=1000", "send", "send_async", "close", "exit=0", "numbered=1001", "quick_exit=3"},
+             3,
+             "send 200\nstarted 200\nchild 0\n"}
 #endif
 };
 
-// What the hosts' sessions left behind. A last line without its end is no fault: leaving cuts through a write of a
+// What the host's sessions left behind. A last line without its end is no fault: leaving cuts through a write of a
 // thread of its own, as a kill does.
-std::string judge_logs(const std::string& folder)
+std::string judge_logs(const std::string& log)
 {
-    for (int number = 0; number < 4; ++number) {
-        const NumberedLog found = numbered_log(support::read_file(host::log_file(folder, number)));
+    for (const char* number : {"", "1", "2", "3"}) {
+        const NumberedLog found = numbered_log(support::read_file(log + number));
         if (!found.broken.empty())
             return "a broken line: " + found.broken[0];
     }
@@ -41,12 +45,22 @@ std::string run_one(const std::string& host, const Way& way, const support::Http
                     const std::string& certificates, long microseconds)
 {
     support::ScratchFolder folder;
-    const auto ended = support::run(
-        {host, folder.path().string(), server.url(), certificates, way.name, std::to_string(microseconds)});
-    if (ended.status != way.status)
-        return std::string(way.name) + " after " + std::to_string(microseconds) + " us ended with " +
-               std::to_string(ended.status) + ": " + ended.errors;
-    return judge_logs(folder.path().string());
+    std::vector<std::string> command = {host,
+                                        "url=" + server.url(),
+                                        "log=" + folder.file("log"),
+                                        "certificates=" + certificates,
+                                        "open",
+                                        "numbered=1",
+                                        "work=1:1",
+                                        "work=2:0",
+                                        "work=3:0",
+                                        "sleep_us=" + std::to_string(microseconds)};
+    command.insert(command.end(), way.steps.begin(), way.steps.end());
+    const auto ended = support::run(command);
+    if (ended.status != way.status || ended.output != way.says)
+        return way.steps[0] + " after " + std::to_string(microseconds) + " us ended with " +
+               std::to_string(ended.status) + ": " + ended.output + ended.errors;
+    return judge_logs(folder.file("log"));
 }
 
 } // namespace

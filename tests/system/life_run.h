@@ -10,5 +10,5 @@ struct LifeReport
     std::string finding; ///< empty: every host ended as it meant to, and left whole lines
 };
 
-/// `host` is the program leave_host. Runs `rounds` hosts for each way of leaving, over http and https.
+/// `host` is the program steps_host. Runs `rounds` hosts for each way of leaving, over http and https.
 LifeReport leave_again_and_again(const std::string& host, int rounds, unsigned seed);

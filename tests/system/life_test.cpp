@@ -19,7 +19,7 @@ using support::ScratchFolder;
 
 TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMomentWithTransfersUnderWay)
 {
-    const LifeReport report = leave_again_and_again(host_program("leave_host"), 6, 1);
+    const LifeReport report = leave_again_and_again(host_program("steps_host"), 6, 1);
     EXPECT_EQ(report.finding, "");
     EXPECT_GE(report.hosts, 36);
     EXPECT_GT(report.requests, report.hosts) << "uploads were under way";
@@ -66,18 +66,6 @@ std::string sorted_lines(const std::string& text)
 }
 
 } // namespace
-
-TEST(ThreadsLife, AForeignLocaleChangesNoNumber)
-{
-    ScratchFolder folder;
-    if (support::run({"localedef", "--no-archive", "-i", "de_DE", "-f", "UTF-8", folder.file("de_DE.UTF-8")}).status !=
-        0)
-        GTEST_SKIP() << "no foreign locale can be made here (package locales)";
-    const auto ended = support::run(host_steps(folder, "", {"locale=de_DE.UTF-8", "open", "number", "close"}),
-                                    {{"LOCPATH=" + folder.path().string()}, "", ""});
-    EXPECT_EQ(ended.output, "locale ,\n") << ended.errors;
-    EXPECT_NE(support::read_file(folder.file("log")).find("{ \"n\": 1234.5 }"), std::string::npos);
-}
 
 TEST(ThreadsLife, TwoThousandOpenDescriptorsAreNoObstacle)
 {

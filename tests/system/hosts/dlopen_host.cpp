@@ -2,27 +2,13 @@
 // Prints how many descriptors, threads and kilobytes it held after a tenth of the rounds and at the end. Then it
 // unloads the library once more, with a session open whose upload has yet to be made.
 
+#include "host.h"
+
 #include <chrono>
-#include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <dlfcn.h>
-#include <filesystem>
-#include <fstream>
-#include <string>
 #include <thread>
 
-#include "analytics.h"
-
-static void require(bool holds, const char* what)
-{
-    if (!holds) {
-        const char* reason = dlerror();
-        fprintf(stderr, "host: %s %s\n", what, reason ? reason : "");
-        _Exit(99);
-    }
-}
+using host::require;
 
 template <typename Function>
 static Function* symbol(void* library, const char* name)
@@ -59,33 +45,18 @@ static void unload_under_a_session(void* library, const analytics_config& config
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-static long entries(const char* folder)
-{
-    long count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
-        ++count;
-    return count;
-}
-
-static long resident_kb()
-{
-    long pages = 0, resident = 0;
-    std::ifstream("/proc/self/statm") >> pages >> resident;
-    return resident * 4;
-}
-
 static void tell()
 {
-    printf("%ld %ld %ld\n", entries("/proc/self/fd"), entries("/proc/self/task"), resident_kb());
+    printf("%ld %ld %ld\n", host::entries("/proc/self/fd"), host::entries("/proc/self/task"), host::resident_kb());
 }
 
 int main(int count, char** arguments)
 {
     require(count == 5, "LIBRARY FOLDER URL ROUNDS");
-    analytics_config config = {};
-    strncpy(config.upload_url, arguments[3], sizeof config.upload_url - 1);
-    strncpy(config.event_log_file, (arguments[2] + std::string("/events.log")).c_str(),
-            sizeof config.event_log_file - 1);
+    // The leak checker follows thread-local memory of libraries, unloaded ones too, and dies of it; what stays behind
+    // shows in what this host tells.
+    host::leaves_memory = true;
+    const analytics_config config = host::configured(arguments[2], arguments[3]);
     const int rounds = atoi(arguments[4]);
     for (int round = 1; round <= rounds; ++round) {
         void* library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
@@ -97,11 +68,4 @@ int main(int count, char** arguments)
     }
     unload_under_a_session(dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL), config);
     return 0;
-}
-
-/// The leak checker follows thread-local memory of libraries, unloaded ones too, and dies of it; what stays behind
-/// shows in what this host tells.
-extern "C" __attribute__((used, visibility("default"))) int __lsan_is_turned_off()
-{
-    return 1;
 }

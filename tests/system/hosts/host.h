@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
 
 namespace host {
@@ -27,6 +29,20 @@ inline void require(bool holds, const char* what)
 {
     if (!holds)
         fail(what);
+}
+
+/// How many entries a folder has: of /proc/self/fd the descriptors, of /proc/self/task the threads.
+inline long entries(const char* folder)
+{
+    return std::distance(std::filesystem::directory_iterator(folder), {});
+}
+
+/// The memory that this process holds.
+inline long resident_kb()
+{
+    long pages = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * 4;
 }
 
 /// The event log file and the id file of a host stand in its folder; `number` tells several log files apart.

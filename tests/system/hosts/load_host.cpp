@@ -9,8 +9,6 @@
 
 #include <atomic>
 #include <barrier>
-#include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <sys/stat.h>
 #include <thread>
@@ -46,20 +44,11 @@ struct Session
     }
 };
 
-long entries(const char* folder)
-{
-    long count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder))
-        ++count;
-    return count;
-}
-
 void tell_what_is_held()
 {
-    long pages = 0, resident = 0;
-    std::ifstream("/proc/self/statm") >> pages >> resident;
     std::lock_guard hold(printing);
-    printf("quarter %ld %ld %ld\n", entries("/proc/self/fd"), entries("/proc/self/task"), resident * 4);
+    printf("quarter %ld %ld %ld\n", host::entries("/proc/self/fd"), host::entries("/proc/self/task"),
+           host::resident_kb());
 }
 
 // Every `stride` events an upload; every third one is waited for, beside the others a few more events are logged.

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <clocale>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +23,7 @@
 
 namespace {
 
-analytics_config config = {};
+analytics_config config = host::configured({}, {});
 analytics_session* session = nullptr;
 
 template <size_t size>
@@ -52,13 +51,6 @@ void Log(analytics_session* to, const char* name, int number)
     Check(analytics_event_end(to), "end");
 }
 
-void LogNumber()
-{
-    Check(analytics_event_begin(session, "number"), "begin");
-    Check(analytics_name_float64_add(session, "n", 1234.5), "add");
-    Check(analytics_event_end(session), "end");
-}
-
 /// Several sessions on threads of their own, all with one log: events named by their writer.
 void LogFromThreads(int threads, int count)
 {
@@ -73,6 +65,22 @@ void LogFromThreads(int threads, int count)
         });
     for (std::thread& writer : writers)
         writer.join();
+}
+
+/// "NUMBER:SYNCHRONOUS": logs and sends for ever on a thread of its own, with a session and a log of its own.
+void Work(const std::string& value)
+{
+    analytics_config own = config; // a copy for the thread, which still looks when static objects are gone
+    const int synchronous = std::stoi(value.substr(value.find(':') + 1));
+    Set(own.event_log_file, std::string(config.event_log_file) + std::to_string(std::stoi(value)));
+    std::thread([=] {
+        analytics_session* mine = analytics_initialize(&own);
+        for (long event = 1;; ++event) {
+            host::log_numbered(mine, event, 300);
+            if (event % 10 == 0)
+                analytics_send(mine, synchronous);
+        }
+    }).detach();
 }
 
 std::atomic<int> heard{0};
@@ -175,11 +183,16 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
     {"sigpipe", TreatSigpipe},
     {"check_sigpipe", [](const std::string&) { CheckSigpipe(); }},
     {"descriptors", [](const std::string& value) { HoldDescriptors(std::stoi(value)); }},
-    {"locale",
-     [](const std::string& value) {
-         Say(setlocale(LC_ALL, value.c_str()) ? "locale " + std::string(localeconv()->decimal_point) + '\n' : "none\n");
+    {"numbered", [](const std::string& value) { host::log_numbered(session, std::stol(value), 10); }},
+    {"work", [](const std::string& value) { Work(value); }},
+    {"sleep_us",
+     [](const std::string& value) { std::this_thread::sleep_for(std::chrono::microseconds(std::stol(value))); }},
+    {"abort",
+     [](const std::string&) {
+         const rlimit noCore = {0, 0};
+         setrlimit(RLIMIT_CORE, &noCore);
+         abort();
      }},
-    {"number", [](const std::string&) { LogNumber(); }},
     {"exit",
      [](const std::string& value) {
          host::leaves_memory = host::leaves_memory || session;
