@@ -5,6 +5,15 @@
 //
 // A document is used by one thread at a time. Add operations return 1 when done and 0 when refused. Running out of
 // memory throws std::bad_alloc; the document is then good for nothing but deletion.
+//
+//     AnalyticsSDK::LogArray list;
+//     list.AddInt(1);
+//     list.EndObject();
+//     AnalyticsSDK::LogObject event;
+//     event.AddString("name", "x");
+//     event.AddArray("list", &list);
+//     event.EndObject();
+//     event.ToString();                    // { "name": "x", "list": [ 1 ] }
 #pragma once
 
 #include "lumo/json_writer.h"
@@ -21,7 +30,9 @@ class LogArray;
 class TOVA_API LogObject
 {
 public:
+    /// Open and empty.
     LogObject();
+    /// Virtual, so that an array may be deleted as what it derives from.
     virtual ~LogObject();
     LogObject(const LogObject&) = delete;
     LogObject& operator=(const LogObject&) = delete;
@@ -68,7 +79,9 @@ protected:
 class TOVA_API LogArray : public LogObject
 {
 public:
+    /// Open and empty.
     LogArray();
+    /// The array's writer goes first, then the object underneath.
     ~LogArray() override;
 
     /// A null value gives null.
@@ -87,7 +100,7 @@ public:
     /// The same for an array.
     std::uint32_t AddArray(LogArray* child);
 
-    /// Closes the array.
+    /// Closes the array; as LogObject::EndObject(), and to be called on the array itself: it is not virtual.
     std::uint32_t EndObject();
 
     /// Empties the document for the next use, likewise.

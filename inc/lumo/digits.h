@@ -31,7 +31,9 @@ inline std::uint64_t eight_digits(std::uint32_t value)
     return tens | (quarters - tens * 10) << 8;
 }
 
+/// Eight times the character "0": added to eight digits it makes them text.
 inline constexpr std::uint64_t eight_zeros = 0x3030303030303030;
+/// From here on a number has more than eight digits.
 inline constexpr std::uint32_t eighth = 100000000;
 
 /// The last eight digits of a longer number, leading zeros and all.
@@ -44,6 +46,7 @@ inline void put_last_eight(char* out, std::uint64_t value)
 inline unsigned put_up_to_eight(char* out, std::uint32_t value)
 {
     const std::uint64_t digits = eight_digits(value);
+    // The last digit always counts, so it is marked: no number is all leading zeros.
     const auto leading = static_cast<unsigned>(__builtin_ctzll(digits | std::uint64_t{1} << 56)) / 8;
     store(out, (digits + eight_zeros) >> leading * 8);
     return 8 - leading;
@@ -69,9 +72,9 @@ __attribute__((always_inline)) inline unsigned put_long(char* out, std::uint64_t
 /// The numbers below 100: both digits, and without a leading zero, which is how a number begins.
 struct small_numbers
 {
-    char pair[100][2];
-    char text[100][2];
-    std::uint8_t size[100];
+    char pair[100][2];      ///< "07"
+    char text[100][2];      ///< "7", and a byte that does not count
+    std::uint8_t size[100]; ///< of the text
 };
 
 constexpr small_numbers make_small_numbers()
@@ -87,11 +90,13 @@ constexpr small_numbers make_small_numbers()
     return all;
 }
 
+/// Made when the library is compiled.
 inline constexpr small_numbers small = make_small_numbers();
 
 /// Any number, without leading zeros. Writes up to eight bytes at a time, so the last of them may lie behind the end.
 __attribute__((always_inline)) inline unsigned put_digits(char* out, std::uint64_t value)
 {
+    // Most numbers of an event are small, and two look-ups are all that these take.
     if (value >= 10000)
         return put_long(out, value);
     if (value < 100) {

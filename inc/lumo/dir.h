@@ -1,4 +1,4 @@
-// Directories as text.
+// Directories as text: what tova_directory_get() tells, without a buffer to think of.
 #pragma once
 
 #include "lumo/tova/base.h"
@@ -11,6 +11,9 @@ namespace lumo {
 struct dir
 {
     /// The directory of the running program, UTF-8, without a trailing "/"; empty when the system does not tell.
+    ///
+    /// That of the program, not of the library, and not the working directory. Asked of the system anew each time. Any
+    /// thread; may throw std::bad_alloc.
     TOVA_API static std::string process();
 };
 

@@ -56,7 +56,7 @@ struct json_elements
         return name == nullptr ? member : put(put_string(writer, member, name), "\":  ", 3);
     }
 
-    /// A quote and the text escaped.
+    /// A quote and the text escaped. The closing quote is the caller's, together with what follows it.
     LUMO_ALWAYS_INLINE static cursor put_string(json_writer& writer, cursor member, const char* text)
     {
         *member.end() = '"';
@@ -71,6 +71,7 @@ struct json_elements
     /// Goes on with a string for which there was too little room.
     static cursor encode_rest(json_writer& writer, cursor member, const char* text);
 
+    /// A value of each kind, behind the name; here and in the next three. What needs no growing needs no writer.
     LUMO_ALWAYS_INLINE static cursor put_value(json_writer& writer, cursor member, const char* value)
     {
         return value == nullptr ? put(member, "null", 4) : put(put_string(writer, member, value), "\"   ", 1);
@@ -122,6 +123,7 @@ struct json_elements
         return value ? 4 : 5;
     }
 
+    /// No size: the short way is not for this value.
     static constexpr std::size_t too_long = ~std::size_t{0};
 
     /// A child's text of moderate length, in whole sixteens.
@@ -140,6 +142,7 @@ struct json_elements
     /// longer.
     static constexpr std::size_t child_room = text_buffer::inline_room - 16;
 
+    /// What a value needs behind the room for its name.
     template <class Value>
     static constexpr std::size_t room_for = std::is_same_v<Value, const json_writer*> ? child_room + 16 : value_room;
 
@@ -163,6 +166,7 @@ struct json_elements
         const std::size_t value_size = try_value(begin + size, writer._text.limit() - value_room, value);
         if (value_size == too_long)
             return false;
+        // Nothing counted until here, so whoever gave up above left the writer as it was.
         writer._next = writer._later;
         writer._text.commit(begin + (size + value_size));
         return true;
@@ -175,6 +179,7 @@ struct json_elements
         writer._text.commit(put_value(writer, begin(writer, name), value).end());
     }
 
+    /// The same for a child of any length.
     static void add(json_writer& writer, const char* name, const json_writer* child)
     {
         writer._text.commit(begin(writer, name).end());

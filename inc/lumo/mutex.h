@@ -2,6 +2,14 @@
 //
 // Both carry clang's thread-safety annotations: data declared LUMO_GUARDED_BY(a_mutex) may then be touched only while
 // that mutex is held, and a build with -Wthread-safety proves it. Other compilers see plain C++.
+//
+//     lumo::mutex _lock{true};
+//     int _count LUMO_GUARDED_BY(_lock) = 0;
+//     ...
+//     const lumo::scoped_lock hold(_lock);
+//     ++_count;
+//
+// Nothing here throws. Whoever holds two mutexes at once must take them in the same order everywhere.
 #pragma once
 
 #include "lumo/tova/mutex.h"
@@ -26,12 +34,15 @@ namespace lumo {
 
 /// A mutex: recursive, or the fast kind that its own holder must not take twice.
 ///
+/// The fast kind is for short sections that call nothing of others; a second lock() by its holder waits for ever. The
+/// recursive kind is for operations that call one another while they hold it.
+///
 /// Any thread may lock; the thread that locked unlocks. It must not be destroyed while held. Misuse and impossible
 /// platform errors abort with an assertion.
 class LUMO_THREAD_ANNOTATION(capability("mutex")) mutex
 {
 public:
-    /// `fast` true: non-recursive. false: recursive.
+    /// `fast` true: non-recursive. false: recursive. There is no default on purpose: the owner is to think about it.
     explicit mutex(bool fast)
     {
         if (fast)
@@ -40,15 +51,16 @@ public:
             tova_mutex_create(&_mutex);
     }
 
+    /// Releases what the system keeps for it. Nobody may hold it or wait for it any more.
     ~mutex() { tova_mutex_destroy(&_mutex); }
 
     mutex(const mutex&) = delete;
     mutex& operator=(const mutex&) = delete;
 
-    /// Waits until the mutex is free, then holds it.
+    /// Waits until the mutex is free, then holds it. Without a limit; prefer scoped_lock, which cannot forget unlock().
     void lock() LUMO_THREAD_ANNOTATION(acquire_capability()) { tova_mutex_lock(&_mutex); }
 
-    /// Gives up one lock().
+    /// Gives up one lock(). Only the thread that holds it may; a recursive one is free after as many as it was locked.
     void unlock() LUMO_THREAD_ANNOTATION(release_capability()) { tova_mutex_unlock(&_mutex); }
 
     /// Holds the mutex if that needs no waiting. Returns whether it is held now.
@@ -58,11 +70,14 @@ private:
     tova_mutex _mutex;
 };
 
-/// Holds a mutex for as long as it lives.
+/// Holds a mutex for as long as it lives: locked where it is made, unlocked where its scope ends, by an exception too.
+/// A local of one function; never shared, copied or moved.
 class LUMO_THREAD_ANNOTATION(scoped_lockable) scoped_lock
 {
 public:
+    /// Waits for `held` and takes it; it must live longer than this.
     explicit scoped_lock(mutex& held) LUMO_THREAD_ANNOTATION(acquire_capability(held)) : _held(held) { _held.lock(); }
+    /// Gives it back.
     ~scoped_lock() LUMO_THREAD_ANNOTATION(release_capability()) { _held.unlock(); }
 
     scoped_lock(const scoped_lock&) = delete;

@@ -2,6 +2,12 @@
 //
 // A scoped_ptr owns one object, a scoped_array one array; each disposes of it when it goes out of scope. Ownership
 // moves, it is never shared. A pointer is used by one thread at a time.
+//
+//     lumo::scoped_ptr<Sender> spSender(new Sender);
+//     spSender->Start();
+//     Sender* given = spSender.Detach();   // now the caller's to end
+//
+// Nothing here throws but what a destructor of the owned object does, which ends the program.
 #pragma once
 
 #include <cstddef>
@@ -10,10 +16,11 @@
 namespace lumo {
 
 /// How a scoped_ptr ends what it owns: with delete, unless the owner names another functor (a C library's release).
+/// Such a functor is made anew for each use, has no state, and is never called for null.
 template <class T>
 struct DisposeFunctor
 {
-    /// Ends one object.
+    /// Ends one object; its type must be complete here.
     void operator()(T* object) const { delete object; }
 };
 
@@ -30,6 +37,7 @@ template <class T, class Dispose = DisposeFunctor<T>>
 class scoped_ptr
 {
 public:
+    /// Owns nothing.
     scoped_ptr() noexcept = default;
 
     /// Takes the object over; null owns nothing.
@@ -47,13 +55,15 @@ public:
     scoped_ptr(const scoped_ptr&) = delete;
     scoped_ptr& operator=(const scoped_ptr&) = delete;
 
+    /// Ends what is owned.
     ~scoped_ptr() { Reset(nullptr); }
 
-    /// The object, still owned here; null when empty.
+    /// The object, still owned here; null when empty. Valid until the next Reset() or move.
     T* Get() const noexcept { return _object; }
 
-    /// Takes `object` over and ends the one owned before. The pointer shows the new object before the old one is
-    /// ended, so that an old object's destructor never finds itself here.
+    /// Takes `object` over and ends the one owned before; resetting to what is owned already changes nothing. The
+    /// pointer shows the new object before the old one is ended, so that an old object's destructor never finds itself
+    /// here.
     void Reset(T* object = nullptr) noexcept
     {
         T* old = std::exchange(_object, object);
@@ -76,7 +86,8 @@ private:
     T* _object = nullptr;
 };
 
-/// Owns an array made with new[]; the length is the owner's to know.
+/// Owns an array made with new[]; the length is the owner's to know. Everything that scoped_ptr has, and elements by
+/// index.
 template <class T>
 class scoped_array : public scoped_ptr<T, DisposeArrayFunctor<T>>
 {

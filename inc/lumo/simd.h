@@ -37,21 +37,21 @@ inline constexpr std::size_t percent_slack = 64;
 /// One way of doing all this. Every form gives the same results; which is the fastest depends on the processor.
 struct form
 {
-    const char* name;
-    bool usable; ///< whether this processor has what it takes
+    const char* name; ///< for tests and the bench to show
+    bool usable;      ///< whether this processor has what it takes
 
     /// Percent-encodes `size` bytes to `out`, which has room for three times as many and percent_slack more. A byte of
     /// `unsafe` becomes "%" and two lower-case digits. Returns the end.
     char* (*percent_encode)(const char* in, std::size_t size, char* out, const byte_class& unsafe);
 
-    /// Counts the bytes of the class.
+    /// Counts the bytes of the class among `size` bytes.
     std::size_t (*count)(const char* in, std::size_t size, const byte_class& counted);
 };
 
 /// All forms, the fastest first; the last is the plain one, which is always usable.
 const form* forms();
 
-/// The first that is usable here.
+/// The first that is usable here; chosen once per process. Any thread.
 const form& best();
 
 } // namespace lumo::simd

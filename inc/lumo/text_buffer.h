@@ -2,6 +2,10 @@
 //
 // Short texts live inside the object, so a small document costs no allocation of its own. Writers ask for room, write
 // through a plain pointer and say where they stopped: one bounds check for a whole member instead of one per byte.
+//
+//     char* out = buffer.reserve(most);
+//     out += write_something(out);         // at most `most` bytes
+//     buffer.commit(out);
 #pragma once
 
 #include "lumo/scoped_ptr.h"
@@ -24,6 +28,7 @@ public:
     /// The most room that outlives clear().
     static constexpr std::ptrdiff_t kept_room = 64 << 10;
 
+    /// Empty, without any memory from the heap.
     text_buffer() noexcept : _end(_inline), _limit(_inline + sizeof _inline) {}
     text_buffer(const text_buffer&) = delete;
     text_buffer& operator=(const text_buffer&) = delete;
@@ -31,7 +36,8 @@ public:
     /// The text so far; valid until the next change.
     std::string_view view() const noexcept { return {begin(), size()}; }
 
-    /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on.
+    /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on; all
+    /// pointers and views from before are void when the text had to grow.
     char* reserve(std::size_t count)
     {
         if (__builtin_expect(static_cast<std::size_t>(_limit - _end) < count, 0))
@@ -55,7 +61,8 @@ public:
     /// Appends a copy of `text`, which may be part of this buffer only when there is room for it already.
     void append(std::string_view text);
 
-    /// Empties the text and keeps the room, unless that is more than most texts need.
+    /// Empties the text and keeps the room, unless that is more than kept_room: one giant among the documents must not
+    /// hold its memory for good. The next text of usual size then allocates nothing.
     void clear() noexcept
     {
         if (_heap && _limit - begin() > kept_room) {
@@ -66,12 +73,13 @@ public:
     }
 
 private:
+    /// Moves the text to a larger block; the cold half of reserve().
     void grow(std::size_t count);
 
-    char* _end;
-    char* _limit;
+    char* _end;   // where the text ends
+    char* _limit; // where the room ends
     scoped_array<char> _heap;
-    char _inline[inline_room];
+    char _inline[inline_room]; // the room until the text is on the heap
 };
 
 } // namespace lumo

@@ -1,4 +1,8 @@
 // An object that runs, and one that runs on a thread of its own with a way to be told to stop.
+//
+// The two halves of a stop are apart on purpose: stop() only says that the thread is wanted no more, so that several
+// workers can be told first and waited for afterwards. run() looks at the stop event between two pieces of work, or
+// waits for it.
 #pragma once
 
 #include "lumo/tova/base.h"
@@ -7,11 +11,12 @@
 
 namespace lumo {
 
-/// Something with a run operation. Not owned and not deleted through this interface.
+/// Something with a run operation. Not owned and not deleted through this interface, hence no public destructor.
 class runnable
 {
 public:
-    /// Does the work on the calling thread; the result is the implementer's.
+    /// Does the work on the calling thread; the result is the implementer's. Must not throw: on a thread of its own
+    /// there is nobody to catch it.
     virtual int run() = 0;
 
 protected:
@@ -32,8 +37,10 @@ struct thread
 class TOVA_API runnable_thread : public runnable
 {
 public:
+    /// Makes the records of the thread and of the stop event; nothing runs yet.
     runnable_thread();
 
+    /// What the thread does; it ends when this returns.
     int run() override = 0;
 
     /// Asks the thread to stop; does not wait. Any thread, any number of times. The request is never taken back.
@@ -43,6 +50,7 @@ public:
     /// assertion.
     virtual bool start();
 
+    /// Destroys the stop event, then the thread's record. Join the thread before.
     virtual ~runnable_thread();
 
     runnable_thread(const runnable_thread&) = delete;
@@ -51,7 +59,7 @@ public:
 protected:
     /// Whose run() the thread calls: this object, from start() on.
     runnable* _self;
-    tova_thread _thread;
+    tova_thread _thread; ///< the system's thread, for derived classes to join
     /// Manual reset: set by the first stop() and from then on.
     tova_event _stop_event;
 };
