@@ -3,9 +3,6 @@
 
 #include "support/scratch.h"
 
-#include <memory>
-#include <openssl/evp.h>
-#include <openssl/x509.h>
 #include <string>
 #include <vector>
 
@@ -35,28 +32,17 @@ public:
 
     /// What a client trusts: this authority's certificate (PEM).
     std::string file() const { return m_own.file; }
-    /// A server certificate for host names or IP addresses, for example {"localhost", "127.0.0.1"}.
+    /// A server certificate for host names or IPv4 addresses, for example {"localhost", "127.0.0.1"}.
     Certificate issue(const std::vector<std::string>& hosts, Validity validity = {});
     /// One that no authority signed.
-    Certificate self_signed(const std::vector<std::string>& hosts, Validity validity = {});
+    Certificate self_signed(const std::vector<std::string>& hosts);
 
 private:
-    struct Free
-    {
-        void operator()(X509* certificate) const { X509_free(certificate); }
-        void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    };
-    using Key = std::unique_ptr<EVP_PKEY, Free>;
-    using X = std::unique_ptr<X509, Free>;
-
-    static Key new_key();
-    X unsigned_certificate(EVP_PKEY* key, const std::string& name, Validity validity);
-    Certificate save(X509* certificate, EVP_PKEY* key);
+    /// Makes a key, and with it what the further options say: a certificate, or a request for one.
+    Certificate make(const std::string& name, const std::vector<std::string>& more);
 
     ScratchFolder m_folder;
     int m_serial = 0;
-    Key m_key;
-    X m_certificate;
     Certificate m_own;
 };
 
