@@ -44,6 +44,13 @@ public:
         return *this;
     }
 
+    // For what not every build of libcurl has.
+    template <class Value>
+    void Try(CURLoption option, Value value)
+    {
+        curl_easy_setopt(m_curl, option, value);
+    }
+
     void Require(bool done) { m_ok = m_ok && done; }
     bool Ok() const { return m_ok; }
 
@@ -230,6 +237,9 @@ void SetCertificateOptions(OptionSetter& set, const std::string& certificateFile
         GetAbsolutePath("cacert.pem", path);
     set(CURLOPT_SSL_VERIFYHOST, 2L)(CURLOPT_CAINFO, path.c_str())(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    // Read for each connection: libcurl would go on for a day with what the file held once. Without OpenSSL under it,
+    // it keeps nothing and does not know the option.
+    set.Try(CURLOPT_CA_CACHE_TIMEOUT, 0L);
 }
 
 } // namespace

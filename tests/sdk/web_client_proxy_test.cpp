@@ -1,10 +1,8 @@
 #include "CurlHandles.h"
-#include "HandleParameters.h"
 #include "lumo/tova/runtime.h"
 #include "support/death.h"
 #include "support/ports.h"
 #include "support/proxies.h"
-#include "support/session.h"
 #include "transfers.h"
 
 #include <cstdlib>
@@ -55,13 +53,13 @@ protected:
     HttpsServer secure{authority.issue({"127.0.0.1"}), 200};
 };
 
-// How the two real proxies note a request in their logs.
+// The two real proxies, how they note a tunnel in their logs, and what they answer when they cannot go on.
 struct RealProxy
 {
     const char* name;
     std::unique_ptr<ProxyProgram> (*start)(const ProxyOptions&);
-    const char* post;    // before the URL
     const char* connect; // before host:port
+    const char *wrong_login, *server_away;
 };
 
 template <class Program>
@@ -69,11 +67,6 @@ std::unique_ptr<ProxyProgram> start(const ProxyOptions& options)
 {
     return std::make_unique<Program>(options);
 }
-
-const RealProxy real_proxies[] = {
-    {"Squid", start<Squid>, "/200 ", "CONNECT "},
-    {"Tinyproxy", start<Tinyproxy>, ": POST ", ": CONNECT "},
-};
 
 class RealProxies : public WebClientProxies, public ::testing::WithParamInterface<RealProxy>
 {
@@ -87,7 +80,9 @@ protected:
     }
 };
 
-INSTANTIATE_TEST_SUITE_P(, RealProxies, ::testing::ValuesIn(real_proxies),
+INSTANTIATE_TEST_SUITE_P(, RealProxies,
+                         ::testing::Values(RealProxy{"Squid", start<Squid>, "CONNECT ", "407", "503"},
+                                           RealProxy{"Tinyproxy", start<Tinyproxy>, ": CONNECT ", "401", "500"}),
                          [](const auto& each) { return std::string(each.param.name); });
 
 TEST_P(RealProxies, CarryPlainRequestsAndTunnels)
@@ -106,6 +101,10 @@ TEST_P(RealProxies, CarryPlainRequestsAndTunnels)
     EXPECT_EQ("false 200", posted(secure.url())) << "the status of a tunnel is the proxy's, which is meant";
     EXPECT_EQ("error 0", queued_post(secure.url())) << "and there is none when the tunnel stood already";
     EXPECT_FALSE(secure.requests().at(0).has_header("via")) << "and nothing of what is in the tunnel";
+    HeldPort away;
+    EXPECT_EQ(std::string("false ") + GetParam().server_away, posted(away.url()));
+    EXPECT_EQ(std::string("error ") + GetParam().server_away, queued_post(away.url()));
+    EXPECT_FALSE(manager().IsProxyInBlackList(proxy->text().c_str())) << "which is not the proxy's fault";
 }
 
 TEST_P(RealProxies, AskForALoginWithWhichTheNextRequestPasses)
@@ -115,56 +114,27 @@ TEST_P(RealProxies, AskForALoginWithWhichTheNextRequestPasses)
         client.GetCredentialStore()->RemoveCredentials(proxy->text().c_str());
         EXPECT_EQ("false 407", posted(origin->url()));
         EXPECT_EQ("login 407 " + proxy->text(), queued_post(origin->url()));
+        log_in(proxy->text(), "user", "wrong");
+        EXPECT_EQ(std::string("false ") + GetParam().wrong_login, posted(origin->url()));
         EXPECT_EQ(0u, origin->count()) << "nothing got past the proxy";
         EXPECT_FALSE(manager().IsProxyInBlackList(proxy->text().c_str()));
         log_in(proxy->text(), "user", "password");
-        EXPECT_EQ("true 200", posted(origin->url()));
-        EXPECT_EQ("complete", queued_post(origin->url()));
-        ASSERT_EQ(2u, origin->count());
-        EXPECT_EQ(event, origin->requests().at(1).form);
-        EXPECT_FALSE(origin->requests().at(1).has_header("proxy-authorization"));
+        for (std::size_t size : {0, 100'000, 1'000'000}) {
+            event["data"] = std::string(size, 'x');
+            EXPECT_EQ("true 200", posted(origin->url())) << size;
+            EXPECT_EQ(event, origin->requests().back().form) << size;
+        }
+        EXPECT_EQ("complete", queued(origin->url(), RequestTypePostMultipart, &event));
+        EXPECT_EQ(event, origin->requests().back().form);
+        EXPECT_FALSE(origin->requests().back().has_header("proxy-authorization"));
     }
 }
 
-TEST_P(RealProxies, TakeBodiesOfEverySizeWithALogin)
+TEST_F(WebClientProxies, GetTheirLoginWithEveryCharacterAndNoneWhenThereIsNone)
 {
-    auto proxy = start_proxy({"user", "word"});
-    log_in(proxy->text(), "user", "word");
-    for (std::size_t size : {0, 100'000, 1'000'000}) {
-        event["data"] = std::string(size, 'x');
-        EXPECT_EQ("true 200", posted(server.url())) << size;
-        EXPECT_EQ(size, server.requests().back().form.at("data").size());
-    }
-    EXPECT_EQ("complete", queued(server.url(), RequestTypePostMultipart, &event));
-}
-
-TEST_P(RealProxies, RefuseAWrongLogin)
-{
-    auto proxy = start_proxy({"user", "word"});
-    log_in(proxy->text(), "user", "wrong");
-    const bool textbook = GetParam().name == std::string("Squid");
-    EXPECT_EQ(textbook ? "false 407" : "false 401", posted(server.url()));
-    EXPECT_EQ(textbook ? "login 407 " + proxy->text() : "error 401", queued_post(server.url()));
-    EXPECT_EQ(0u, server.count());
-}
-
-TEST_P(RealProxies, SayThatTheServerIsAwayWithoutBeingBanned)
-{
-    auto proxy = start_proxy();
-    HeldPort away;
-    const char* status = GetParam().name == std::string("Squid") ? "503" : "500";
-    EXPECT_EQ(std::string("false ") + status, posted(away.url()));
-    EXPECT_EQ(std::string("error ") + status, queued_post(away.url()));
-    EXPECT_FALSE(manager().IsProxyInBlackList(proxy->text().c_str()));
-}
-
-TEST_F(WebClientProxies, GetLoginsWithEveryCharacter)
-{
-    const struct
-    {
-        const char *user, *password;
-    } logins[] = {{"us er", "p@ss:w%rd/"}, {"a%41", "%25+&=%4"}, {"\xc3\xbc", "\xe2\x82\xac#?"}, {"user", ""}};
-    for (const auto& login : logins) {
+    const std::pair<const char*, const char*> logins[] = {
+        {"us er", "p@ss:w%rd/"}, {"a%41", "%25+&=%4"}, {"\xc3\xbc", "\xe2\x82\xac#?"}, {"user", ""}};
+    for (const auto& [user, password] : logins) {
         // Basic authentication as the proxy sees it, which is what no real proxy's log tells.
         RawServer proxy([](Connection& peer) {
             while (peer.read_request())
@@ -173,9 +143,14 @@ TEST_F(WebClientProxies, GetLoginsWithEveryCharacter)
                               : "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
         });
         use(at_loopback(proxy.port()));
-        log_in(at_loopback(proxy.port()), login.user, login.password);
-        EXPECT_EQ("true 200", posted(server.url()));
-        const std::string clear = std::string(login.user) + ":" + login.password;
+        EXPECT_EQ("false 407", posted(server.url()));
+        const std::string without = proxy.requests().at(0);
+        EXPECT_EQ(0u, without.find("POST " + server.url()));
+        EXPECT_EQ(std::string::npos, without.find("Authorization")) << without;
+        EXPECT_EQ(std::string::npos, without.find("Expect")) << without;
+        log_in(at_loopback(proxy.port()), user, password);
+        EXPECT_EQ("true 200", executed(server.url()));
+        const std::string clear = std::string(user) + ":" + password;
         std::string base64(4 * ((clear.size() + 2) / 3), '\0');
         EVP_EncodeBlock(reinterpret_cast<unsigned char*>(base64.data()),
                         reinterpret_cast<const unsigned char*>(clear.data()), static_cast<int>(clear.size()));
@@ -184,15 +159,62 @@ TEST_F(WebClientProxies, GetLoginsWithEveryCharacter)
     }
 }
 
-TEST_F(WebClientProxies, GetNoLoginWhenThereIsNone)
+TEST_F(WebClientProxies, ThatFailAreReportedAndBannedOnlyWhenTheyCannotBeReached)
 {
-    RawServer proxy(std::string("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"));
-    use(at_loopback(proxy.port()));
-    EXPECT_EQ("true 200", posted(server.url()));
-    const std::string request = proxy.requests().at(0);
-    EXPECT_EQ(0u, request.find("POST " + server.url()));
-    EXPECT_EQ(std::string::npos, request.find("Authorization")) << request;
-    EXPECT_EQ(std::string::npos, request.find("Expect")) << request;
+    const auto sends = [](const char* reply) {
+        return [reply](Connection& peer) {
+            if (peer.read_request())
+                peer.send(reply);
+        };
+    };
+    const struct
+    {
+        const char* name;
+        RawServer::Script script;
+        const char *executed, *queued; // for a plain request
+        const char* tunnelled;         // queued, for https
+        bool banned;
+    } cases[] = {
+        {"resets", [](Connection& peer) { peer.read_some(), peer.reset(); }, "false 0", "error 0", "error 0", false},
+        {"hangs", hold_open, "false 0", "error -7", "error -7", true},
+        {"asks", sends(who), "false 407", "login 407 ", "login 407 ", false},
+        {"is a bad gateway", sends(bad_gateway), "false 502", "error 502", "error 502", false},
+        {"babbles", sends("\1\2garbage\r\n\r\n"), "false 0", "error 0", "error 0", false},
+        {"breaks off", sends("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nbr"), "false 200", "error 200", "error 200",
+         false},
+    };
+    TransferSettings::total_timeout_ms = 300;
+    for (const auto& rule : cases) {
+        SCOPED_TRACE(rule.name);
+        RawServer proxy(rule.script);
+        const std::string text = at_loopback(proxy.port());
+        const auto expected = [&](std::string end) { return end + (end.back() == ' ' ? text : ""); };
+        use(text);
+        EXPECT_EQ(rule.executed, posted(server.url()));
+        EXPECT_EQ(1, proxy.connections()) << "one chance per request";
+        EXPECT_EQ(rule.banned, manager().IsProxyInBlackList(text.c_str()));
+        manager().RemoveProxyFromBlackList(text.c_str());
+        EXPECT_EQ(expected(rule.queued), queued_post(server.url()));
+        EXPECT_EQ(rule.banned, manager().IsProxyInBlackList(text.c_str()));
+        EXPECT_EQ(expected(rule.tunnelled), queued_post(secure.url()));
+    }
+    EXPECT_EQ(0u, server.count() + secure.count()) << "no way around the proxy";
+}
+
+TEST_F(WebClientProxies, ThatAreDeadAndCachedDoNotTrapARequest)
+{
+    HeldPort dead;
+    const std::string proxy = at_loopback(dead.port());
+    use(proxy);
+    EXPECT_EQ("false 0", posted(server.url()));
+    EXPECT_TRUE(manager().IsProxyInBlackList(proxy.c_str()));
+    EXPECT_EQ("false 0", posted(server.url())) << "the cache answers it all the same";
+    EXPECT_EQ("error -7", queued_post(server.url()));
+    use("no-such-proxy.invalid:3128");
+    EXPECT_EQ("false 0", posted(server.url()));
+    EXPECT_EQ("error 0", queued_post(server.url()));
+    EXPECT_FALSE(manager().IsProxyInBlackList("no-such-proxy.invalid:3128")) << "a name without a host is not blamed";
+    EXPECT_EQ(0u, server.count());
 }
 
 /// A chain of proxies to walk, which the system would name on other machines.
@@ -211,74 +233,6 @@ public:
 
     std::vector<std::string> proxies;
 };
-
-struct Failing
-{
-    const char* name;
-    RawServer::Script script;
-    const char *executed, *queued; // for a plain request
-    const char* tunnelled;         // queued, for https
-    bool banned;
-};
-
-class FailingProxies : public WebClientProxies, public ::testing::WithParamInterface<Failing>
-{};
-
-void take_and_send(Connection& peer, const char* reply)
-{
-    if (peer.read_request())
-        peer.send(reply);
-}
-
-const Failing failing_proxies[] = {
-    {"Resets", [](Connection& peer) { peer.read_some(), peer.reset(); }, "false 0", "error 0", "error 0", false},
-    {"Closes", [](Connection& peer) { peer.read_some(); }, "false 0", "error 0", "error 0", false},
-    {"Hangs", hold_open, "false 0", "error -7", "error -7", true},
-    {"AsksWho", [](Connection& peer) { take_and_send(peer, who); }, "false 407", "login 407 ", "login 407 ", false},
-    {"IsABadGateway", [](Connection& peer) { take_and_send(peer, bad_gateway); }, "false 502", "error 502", "error 502",
-     false},
-    {"Babbles", [](Connection& peer) { take_and_send(peer, "\1\2garbage\r\n\r\n"); }, "false 0", "error 0", "error 0",
-     false},
-    {"BreaksOff", [](Connection& peer) { take_and_send(peer, "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nbr"); },
-     "false 200", "error 200", "error 200", false},
-};
-
-INSTANTIATE_TEST_SUITE_P(, FailingProxies, ::testing::ValuesIn(failing_proxies),
-                         [](const auto& each) { return std::string(each.param.name); });
-
-TEST_P(FailingProxies, AreReportedAndBannedOnlyWhenTheyCannotBeReached)
-{
-    TransferSettings::total_timeout_ms = 300;
-    RawServer proxy(GetParam().script);
-    const std::string text = at_loopback(proxy.port());
-    use(text);
-    const std::string queued_end = GetParam().queued, tunnel_end = GetParam().tunnelled;
-    EXPECT_EQ(GetParam().executed, posted(server.url()));
-    EXPECT_EQ(1, proxy.connections()) << "one chance per request";
-    EXPECT_EQ(GetParam().banned, manager().IsProxyInBlackList(text.c_str()));
-    manager().RemoveProxyFromBlackList(text.c_str());
-    EXPECT_EQ(queued_end + (queued_end.back() == ' ' ? text : ""), queued_post(server.url()));
-    EXPECT_EQ(GetParam().banned, manager().IsProxyInBlackList(text.c_str()));
-    EXPECT_EQ(tunnel_end + (tunnel_end.back() == ' ' ? text : ""), queued_post(secure.url()));
-    EXPECT_EQ(0u, server.count() + secure.count()) << "no way around the proxy";
-}
-
-TEST_F(WebClientProxies, ThatAreDeadAndCachedDoNotTrapARequest)
-{
-    HeldPort dead;
-    const std::string proxy = at_loopback(dead.port());
-    use(proxy);
-    EXPECT_EQ("false 0", posted(server.url()));
-    EXPECT_TRUE(manager().IsProxyInBlackList(proxy.c_str()));
-    EXPECT_EQ("false 0", posted(server.url())) << "the cache answers it all the same";
-    EXPECT_EQ("error -7", queued_post(server.url()));
-    EXPECT_EQ("error -7", queued_post(secure.url()));
-    use("no-such-proxy.invalid:3128");
-    EXPECT_EQ("false 0", posted(server.url()));
-    EXPECT_EQ("error 0", queued_post(server.url()));
-    EXPECT_FALSE(manager().IsProxyInBlackList("no-such-proxy.invalid:3128")) << "a name without a host is not blamed";
-    EXPECT_EQ(0u, server.count() + secure.count());
-}
 
 class ProxyChains : public WebClientProxies
 {
@@ -332,7 +286,7 @@ TEST_F(ProxyChains, ThatAreAllBannedLeaveTheDirectWay)
 
 TEST_F(ProxyChains, RememberForTheHostWhoAskedForALogin)
 {
-    RawServer asking([](Connection& peer) { take_and_send(peer, who); });
+    RawServer asking{std::string(who)};
     walk({at_loopback(asking.port())});
     EXPECT_EQ("login 407 " + chain.proxies[0], queued_post(server.url()));
     EXPECT_EQ(chain.proxies[0], remembered());
@@ -399,16 +353,9 @@ TEST_F(WebClientProxies, AreSetOnlyWithEverythingInPlace)
 }
 
 /// Promises a proxy and gives none.
-class Liar : public CProxyManager
+struct Liar : CProxyManager
 {
-public:
-    bool GetProxy(const char*, scoped_ptr<CProxyInfo>& record) override
-    {
-        if (with_record)
-            record.Reset(new CProxyInfo);
-        return true;
-    }
-    bool with_record = false;
+    bool GetProxy(const char*, scoped_ptr<CProxyInfo>&) override { return true; }
 };
 
 TEST(WebClientProxiesDeathTest, AbortWhenTheManagerPromisesAProxyAndGivesNone)
@@ -417,31 +364,8 @@ TEST(WebClientProxiesDeathTest, AbortWhenTheManagerPromisesAProxyAndGivesNone)
     CurlEasyHandle handle;
     const auto set = [&] { WebClient::SetProxyToNextValidProxy(&handle, "http://host/", &manager, nullptr); };
     EXPECT_ASSERTION(set(), "sdk/src/WebClientCurl", "pHandle->spProxyInfo.Get()");
-    manager.with_record = true;
+    handle.spProxyInfo.Reset(new CProxyInfo);
     EXPECT_ASSERTION(set(), "sdk/src/WebClientCurl", "0 < strlen(pszProxy)");
-}
-
-void note_code(void* context, uint32_t code, double)
-{
-    static_cast<std::atomic<unsigned>*>(context)->store(code);
-}
-
-TEST_F(WebClientProxies, LetTheSessionsObserversHearOfAMissingLogin)
-{
-    Squid proxy({"user", "word"});
-    use(proxy.text());
-    support::Session session;
-    std::atomic<unsigned> failed{0}, complete{99};
-    analytics_observer_add(session, "error", note_code, &failed);
-    analytics_observer_add(session, "complete", note_code, &complete);
-    IProgressCallback* callback = reinterpret_cast<HandleParameters*>(session.handle);
-    client.QueueRequest(server.url().c_str(), callback, RequestTypePost, &event, "");
-    EXPECT_TRUE(support::wait_until([&] { return failed == 202; }));
-    log_in(proxy.text(), "user", "word");
-    client.QueueRequest(server.url().c_str(), callback, RequestTypePost, &event, "");
-    EXPECT_TRUE(support::wait_until([&] { return complete == 0; }));
-    EXPECT_EQ(event, server.requests().at(0).form);
-    client.Close(); // before the session goes, which it calls back
 }
 
 std::atomic<int> lines_with_secret{0};

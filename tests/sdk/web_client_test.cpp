@@ -96,38 +96,25 @@ TEST_F(WebClientRequests, ReportTheStatusThatFailedThem)
     EXPECT_EQ("login 407 ", queued(server.url()));
 }
 
-TEST_F(WebClientRequests, FailWithoutAStatusWhenNothingAnswers)
+TEST_F(WebClientRequests, FailWhenNothingAnswersOrNotInTime)
 {
     support::HeldPort refusing;
-    RawServer resetting([](Connection& peer) {
-        peer.read_some();
-        peer.reset();
-    });
-    RawServer babbling(std::string("\x16\x03 no HTTP at all\r\n\r\n"));
-    RawServer closing([](Connection& peer) { peer.read_request(); });
-    for (const std::string& url : {refusing.url(), resetting.url(), babbling.url(), closing.url(),
-                                   std::string("http://no-such-host.invalid/"), std::string("gopher://127.0.0.1/"),
-                                   std::string("file:///etc/hostname"), std::string("http://"), std::string()}) {
-        EXPECT_EQ("false 0", executed(url, RequestTypePost, &event)) << url;
-        EXPECT_EQ("error 0", queued(url, RequestTypePost, &event)) << url;
-    }
-    long status = -1;
-    EXPECT_FALSE(client.ExecRequest(nullptr, nullptr, status, RequestTypeGet, nullptr));
-    EXPECT_EQ(0, status);
-}
-
-TEST_F(WebClientRequests, EndWithTheirTimeOutWhenTheServerIsSilentOrTooSlow)
-{
-    TransferSettings::total_timeout_ms = 300;
-    RawServer silent(hold_open);
+    RawServer closing([](Connection&peer) { peer.read_request(); }), silent(hold_open);
     RawServer slow([](Connection& peer) {
         peer.read_request();
         peer.drip("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n" + std::string(1000, 'x'), support::milliseconds(5));
     });
-    EXPECT_EQ("false 0", executed(silent.url(), RequestTypePost, &event));
-    EXPECT_EQ("error 0", queued(silent.url(), RequestTypePost, &event));
-    EXPECT_EQ("false 200", executed(slow.url()));
-    EXPECT_EQ("error 200", queued(slow.url()));
+    TransferSettings::total_timeout_ms = 300;
+    for (const std::string& url : {refusing.url(), closing.url(), silent.url(), slow.url(), std::string("http://"),
+                                   std::string("http://no-such-host.invalid/"), std::string("gopher://127.0.0.1/"),
+                                   std::string("file:///etc/hostname"), std::string()}) {
+        const char* status = url == slow.url() ? "200" : "0";
+        EXPECT_EQ(std::string("false ") + status, executed(url, RequestTypePost, &event)) << url;
+        EXPECT_EQ(std::string("error ") + status, queued(url, RequestTypePost, &event)) << url;
+    }
+    long status = -1;
+    EXPECT_FALSE(client.ExecRequest(nullptr, nullptr, status, RequestTypeGet, nullptr));
+    EXPECT_EQ(0, status);
 }
 
 // Answers with the status and a way to "/there", which answers `page`.
@@ -235,8 +222,12 @@ TEST_F(WebClientRequests, DownloadIntoAFileWithoutALimit)
 
 TEST_F(WebClientRequests, ReportProgressPerBlock)
 {
+    double last_update = 0;
+    TransferSettings::clock = [] { return 7.0; };
+    ends.on_end = [&](const char* id) { last_update = client.FindRequestByID(id)->GetLastUpdate(); };
     server.answer([](const Request&) { return Reply{200, std::string(megabyte, 'x')}; });
     EXPECT_EQ("complete", queued(server.url()));
+    EXPECT_EQ(7.0, last_update) << "what arrives ends the silence";
     const auto steps = ends.progress("item 1");
     ASSERT_GT(steps.size(), 1u);
     double before = 0;
@@ -263,24 +254,22 @@ TEST_F(WebClientRequests, WorkWithoutAnyoneListening)
 
 TEST_F(WebClientRequests, MayBeQueuedFromEveryCallback)
 {
-    std::atomic<bool> once{true};
-    ends.on_progress = [&](const char*) {
-        if (once.exchange(false)) {
-            EXPECT_TRUE(queue(server.url(), "from progress", RequestTypePost, &event));
+    const std::map<std::string, std::pair<std::string, std::string>> next{
+        {"first", {"from complete", "http://"}}, {"from complete", {"from error", server.url()}}};
+    ends.on_end = [&](const char* id) {
+        if (next.count(id)) {
+            EXPECT_TRUE(queue(next.at(id).second, next.at(id).first.c_str()));
         }
     };
-    ends.on_end = [&](const char* id) {
-        const std::map<std::string, std::string> next{{"from progress", "from complete"},
-                                                      {"from complete", "from error"}};
-        if (next.count(id)) {
-            EXPECT_TRUE(queue(next.at(id) == "from error" ? server.url() : "http://", next.at(id).c_str()));
+    ends.on_progress = [&](const char* id) {
+        if (id == std::string("first")) {
+            EXPECT_TRUE(queue(server.url(), "from progress"));
         }
     };
     EXPECT_TRUE(queue(server.url(), "first", RequestTypePost, &event));
-    EXPECT_EQ("complete", ends.of("from progress"));
+    for (const char* id : {"first", "from progress", "from error"})
+        EXPECT_EQ("complete", ends.of(id)) << id;
     EXPECT_EQ("error 0", ends.of("from complete"));
-    EXPECT_EQ("complete", ends.of("from error"));
-    EXPECT_EQ("complete", ends.of("first"));
 }
 
 TEST_F(WebClientRequests, EndOnceEvenWhenTheirCallbackThrows)
@@ -292,40 +281,37 @@ TEST_F(WebClientRequests, EndOnceEvenWhenTheirCallbackThrows)
         EXPECT_TRUE(wait_until([&] { return client.FindRequestByID(id) == nullptr; })) << id;
 }
 
-TEST_F(WebClientRequests, GoOnWhileAnotherIsHeldOpen)
+TEST_F(WebClientRequests, AreManyAtOnceWhileAnotherIsHeldOpen)
 {
-    RawServer holding(hold_open);
+    RawServer holding(hold_open), answering("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     EXPECT_TRUE(queue(holding.url(), "held"));
     EXPECT_TRUE(holding.wait_for_connections(1));
-    for (int turn = 0; turn < 20; ++turn)
-        EXPECT_EQ("complete", queued(server.url(), RequestTypePost, &event));
-    EXPECT_EQ("pending", ends.of("held", support::milliseconds(0)));
-}
-
-TEST_F(WebClientRequests, AreManyAtOnce)
-{
-    RawServer answering("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     constexpr int many = 300;
     for (int at = 0; at < many; ++at)
         ASSERT_TRUE(queue(answering.url(), std::to_string(at).c_str(), RequestTypePost, &event));
     for (int at = 0; at < many; ++at)
         EXPECT_EQ("complete", ends.of(std::to_string(at)));
     EXPECT_EQ(static_cast<std::size_t>(many), answering.requests().size());
+    EXPECT_EQ("pending", ends.of("held", support::milliseconds(0)));
+}
+
+TEST_F(WebClientRequests, AreGivenUpWhenTheNetworkGoes)
+{
+    RawServer silent(hold_open);
+    for (const char* id : {"one", "two"})
+        ASSERT_TRUE(queue(silent.url(), id));
+    ASSERT_TRUE(silent.wait_for_connections(2));
+    network.set(false);
+    for (const char* id : {"one", "two"})
+        EXPECT_EQ("error -3", ends.of(id));
+    EXPECT_EQ("error -3", queued(silent.url()));
+    EXPECT_EQ("true 200", executed(server.url())) << "a synchronous request does not ask";
 }
 
 // Sends the beginning of a body, then a byte now and then until the client goes.
 class WebClientCancels : public TransferTest
 {
 protected:
-    void begin(const char* id)
-    {
-        std::atomic<bool> begun{false};
-        ends.on_progress = [&](const char*) { begun = true; };
-        ASSERT_TRUE(queue(endless.url(id), id));
-        ASSERT_TRUE(wait_until([&] { return begun.load(); }));
-        ends.on_progress = nullptr;
-    }
-
     RawServer endless{[](Connection& peer) {
         peer.read_request();
         peer.send("HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\nbegin");

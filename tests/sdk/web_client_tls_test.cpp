@@ -6,7 +6,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <unistd.h>
 
 namespace {
 
@@ -21,26 +20,8 @@ using support::HttpsServer;
 class WebClientTls : public TransferTest
 {
 protected:
-    void trust(const std::string& file)
-    {
-        trusted = file;
-        client.SetCertificateFile(file.c_str());
-    }
-    void refuses(HttpServer& secure, const std::string& url, const char* why)
-    {
-        EXPECT_EQ("false 0", executed(url, RequestTypePost, &event)) << why;
-        EXPECT_EQ("error 0", queued(url, RequestTypePost, &event)) << why;
-        support::Session session(url, trusted);
-        analytics_event_begin(session, "kept");
-        analytics_event_end(session);
-        const std::string kept = support::read_file(session.log());
-        EXPECT_NE("", kept);
-        EXPECT_EQ(ANALYTICS_SEND_FAILED, analytics_send(session, 1)) << why;
-        EXPECT_EQ(kept, support::read_file(session.log())) << why;
-        EXPECT_EQ(0u, secure.count()) << why;
-    }
+    WebClientTls() { client.SetCertificateFile(authority.file().c_str()); }
 
-    std::string trusted;
     support::ScratchFolder folder;
     CertificateAuthority authority, stranger{"Somebody Else"};
 };
@@ -48,7 +29,6 @@ protected:
 TEST_F(WebClientTls, TakesARightCertificate)
 {
     HttpsServer secure(authority.issue({"127.0.0.1", "localhost"}));
-    trust(authority.file());
     for (const char* host : {"127.0.0.1", "localhost"}) {
         EXPECT_EQ("true 200", executed(secure.url("/", host), RequestTypePost, &event));
         EXPECT_EQ("complete", queued(secure.url("/", host), RequestTypePost, &event));
@@ -60,45 +40,43 @@ TEST_F(WebClientTls, TakesARightCertificate)
 
 TEST_F(WebClientTls, SendsNothingToWhoeverCannotProveItself)
 {
-    trust(authority.file());
-    const struct
-    {
-        const char* why;
-        Certificate certificate;
-    } cases[] = {
-        {"wrong host", authority.issue({"localhost"})},
-        {"unknown issuer", stranger.issue({"127.0.0.1"})},
-        {"expired", authority.issue({"127.0.0.1"}, support::expired)},
-        {"not yet valid", authority.issue({"127.0.0.1"}, support::not_yet_valid)},
-        {"self-signed", authority.self_signed({"127.0.0.1"})},
-    };
-    for (const auto& rule : cases) {
-        HttpsServer secure(rule.certificate);
-        refuses(secure, secure.url(), rule.why);
-    }
-}
-
-TEST_F(WebClientTls, SendsNothingWithoutAUsableFileOfAuthorities)
-{
-    HttpsServer secure(authority.issue({"127.0.0.1"}));
+    const Certificate right = authority.issue({"127.0.0.1"});
     const std::string whole = support::read_file(authority.file());
     const struct
     {
         const char* why;
-        std::string content;
-    } cases[] = {{"empty", ""},
-                 {"truncated", whole.substr(0, whole.size() / 2)},
-                 {"garbage", "no certificate at all\n"},
-                 {"somebody else's", support::read_file(stranger.file())}};
+        Certificate certificate;
+        std::string authorities;
+    } cases[] = {
+        {"wrong host", authority.issue({"localhost"}), whole},
+        {"unknown issuer", stranger.issue({"127.0.0.1"}), whole},
+        {"expired", authority.issue({"127.0.0.1"}, support::expired), whole},
+        {"not yet valid", authority.issue({"127.0.0.1"}, support::not_yet_valid), whole},
+        {"self-signed", authority.self_signed({"127.0.0.1"}), whole},
+        {"authorities: empty", right, ""},
+        {"authorities: truncated", right, whole.substr(0, whole.size() / 2)},
+        {"authorities: garbage", right, "no certificate at all\n"},
+        {"authorities: somebody else's", right, support::read_file(stranger.file())},
+        {"authorities: no file", right, "missing"},
+        {"authorities: no cacert.pem beside this program", right, "default"},
+    };
     for (const auto& rule : cases) {
-        support::write_file(folder.file("ca.pem"), rule.content);
-        trust(folder.file("ca.pem"));
-        refuses(secure, secure.url(), rule.why);
+        SCOPED_TRACE(rule.why);
+        HttpsServer secure(rule.certificate);
+        std::string file = folder.file(rule.authorities == "missing" ? "missing" : "authorities");
+        support::write_file(folder.file("authorities"), rule.authorities);
+        if (rule.authorities == "default")
+            file.clear();
+        client.SetCertificateFile(file.c_str());
+        EXPECT_EQ("false 0", executed(secure.url(), RequestTypePost, &event));
+        EXPECT_EQ("error 0", queued(secure.url(), RequestTypePost, &event));
+        support::Session session(secure.url(), file);
+        session.log_one();
+        const std::string kept = support::read_file(session.log());
+        EXPECT_EQ(ANALYTICS_SEND_FAILED, analytics_send(session, 1));
+        EXPECT_EQ(kept, support::read_file(session.log()));
+        EXPECT_EQ(0u, secure.count());
     }
-    trust(folder.file("missing.pem"));
-    refuses(secure, secure.url(), "missing");
-    trust("");
-    refuses(secure, secure.url(), "no cacert.pem beside this program");
 }
 
 TEST_F(WebClientTls, LooksForAuthoritiesBesideTheProgramByDefault)
@@ -118,7 +96,6 @@ TEST_F(WebClientTls, VerifiesWhereARedirectLeadsToo)
     HttpsServer honest(authority.issue({"127.0.0.1"}), [&](const support::Request&) {
         return support::Reply{307, "", {{"Location", liar.url()}}};
     });
-    trust(authority.file());
     EXPECT_EQ("false 307", executed(honest.url(), RequestTypePost, &event));
     EXPECT_EQ(0u, liar.count());
     server.answer([&](const support::Request&) { return support::Reply{307, "", {{"Location", liar.url()}}}; });
@@ -126,52 +103,32 @@ TEST_F(WebClientTls, VerifiesWhereARedirectLeadsToo)
     EXPECT_EQ(0u, liar.count());
 }
 
-/// OpenSSL's own server, for what a modern server library does not do any more.
-class PlainTlsServer
+/// OpenSSL's own server, for what a modern server library does not do any more. It ends when its input does.
+struct PlainTlsServer
 {
-public:
-    PlainTlsServer(const Certificate& certificate, std::vector<std::string> more = {})
-        : m_port(support::free_port()), m_child(command(certificate, std::move(more), m_port))
+    explicit PlainTlsServer(const Certificate& certificate, const std::string& options = "")
+        : child({"sh", "-c",
+                 "sleep 600 | exec openssl s_server -accept " + address + " -cert " + certificate.file + " -key " +
+                     certificate.key_file + " " + options})
     {
-        EXPECT_TRUE(m_child.wait_for_output("ACCEPT"));
-    }
-    std::string url() const { return "https://127.0.0.1:" + std::to_string(m_port) + "/"; }
-    int port() const { return m_port; }
-    Child& child() { return m_child; }
-
-private:
-    static std::vector<std::string> command(const Certificate& certificate, std::vector<std::string> more, int port)
-    {
-        // The server ends when its input does.
-        std::vector<std::string> all{"sh",
-                                     "-c",
-                                     "sleep 600 | exec openssl s_server \"$@\"",
-                                     "sh",
-                                     "-accept",
-                                     "127.0.0.1:" + std::to_string(port),
-                                     "-cert",
-                                     certificate.file,
-                                     "-key",
-                                     certificate.key_file};
-        all.insert(all.end(), more.begin(), more.end());
-        return all;
+        EXPECT_TRUE(child.wait_for_output("ACCEPT"));
     }
 
-    int m_port;
-    Child m_child;
+    const std::string address = "127.0.0.1:" + std::to_string(support::free_port());
+    const std::string url = "https://" + address + "/";
+    Child child;
 };
 
 TEST_F(WebClientTls, SurvivesAServerThatDiesDuringAnUpload)
 {
     PlainTlsServer dying(authority.issue({"127.0.0.1"}));
-    trust(authority.file());
     event["data"] = std::string(50'000'000, 'x');
     signal(SIGPIPE, SIG_DFL); // as in a host that never thought of it; the test servers ignore it
-    ASSERT_TRUE(queue(dying.url(), "upload", RequestTypePost, &event));
-    EXPECT_TRUE(dying.child().wait_for_output("data=xxx"));
-    dying.child().kill();
+    ASSERT_TRUE(queue(dying.url, "upload", RequestTypePost, &event));
+    EXPECT_TRUE(dying.child.wait_for_output("data=xxx"));
+    dying.child.kill();
     EXPECT_EQ("error 0", ends.of("upload"));
-    EXPECT_EQ("false 0", executed(dying.url(), RequestTypePost, &event));
+    EXPECT_EQ("false 0", executed(dying.url, RequestTypePost, &event));
     signal(SIGPIPE, SIG_IGN);
 }
 
@@ -188,40 +145,13 @@ TEST_F(WebClientTls, RefusesVersionsBelow12)
         return;
     }
     const Certificate certificate = authority.issue({"127.0.0.1"});
-    trust(authority.file());
     for (const char* version : {"-tls1", "-tls1_1", "-tls1_2", "-tls1_3"}) {
-        PlainTlsServer old(certificate, {version, "-www"});
-        const support::Ended control =
-            support::run({"openssl", "s_client", version, "-connect", "127.0.0.1:" + std::to_string(old.port())});
+        PlainTlsServer old(certificate, version + std::string(" -www"));
+        const support::Ended control = support::run({"openssl", "s_client", version, "-connect", old.address});
         EXPECT_EQ(0, control.status) << version << " itself is possible here: " << control.errors;
         const bool modern = version[5] >= '_' && version[6] >= '2';
-        EXPECT_EQ(modern ? "true 200" : "false 0", executed(old.url())) << version;
+        EXPECT_EQ(modern ? "true 200" : "false 0", executed(old.url)) << version;
     }
-}
-
-// No way out at all, by the system's own judgement: in a network namespace that has only a loopback device.
-TEST(WebClientWithoutARoute, GivesUpWhatIsPendingButNotASynchronousRequest)
-{
-    if (!getenv("NO_ROUTE")) {
-        if (support::run({"unshare", "-n", "true"}).status != 0)
-            GTEST_SKIP() << "this machine allows no network namespaces";
-        const support::Ended ended = support::run(
-            {"unshare", "-n", "sh", "-c", "ip link set lo up && exec \"$0\" --gtest_filter=WebClientWithoutARoute.*",
-             std::filesystem::read_symlink("/proc/self/exe")},
-            {{"NO_ROUTE=1"}, "", ""});
-        EXPECT_EQ(0, ended.status) << ended.output << ended.errors;
-        return;
-    }
-    HttpServer server(200);
-    support::RawServer silent(hold_open);
-    Ends ends;
-    WebClient client;
-    client.Init(true);
-    client.QueueRequest(silent.url().c_str(), &ends, RequestTypeGet, nullptr, "item");
-    EXPECT_EQ("error -3", ends.of("item"));
-    long status = 0;
-    EXPECT_TRUE(client.ExecRequest(server.url().c_str(), nullptr, status, RequestTypeGet, nullptr));
-    client.Close();
 }
 
 } // namespace
