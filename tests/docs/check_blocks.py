@@ -120,7 +120,17 @@ def check_tables():
         failures.append("the tables were not found")
 
 
+def check_header(name, language, margin):
+    """The example in a header's opening comment."""
+    lines = (source / "inc" / name).read_text().partition("\n#")[0].splitlines()
+    example = "\n".join(line[len(margin):] for line in lines if line.startswith(margin + "    "))
+    run(compilers[language] + ["-Wall", "-Wextra", "-Werror", f"-I{source}/inc", "-fsyntax-only", "-"], name, build,
+        input=f"#include <string.h>\n#include <{name}>\nint main(void)\n{{\n{example}\nreturn session ? 0 : 1;\n}}\n")
+
+
 check_tables()
+check_header("analytics.h", "c", " * ")
+check_header("analytics.hpp", "cpp", "/// ")
 for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
     check_document(document)
 print("\n".join(failures) or "every block holds: " + ", ".join(f"{n} {kind}" for kind, n in sorted(counts.items())))
