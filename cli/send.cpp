@@ -152,10 +152,19 @@ std::string reason(long http_status, const std::string& network)
     return network.empty() ? "no reason is known" : network;
 }
 
+// What is printed ends up in logs: no login is to be among it.
+std::string without_login(std::string url)
+{
+    size_t start = url.find("://");
+    start = start == url.npos ? 0 : start + 3;
+    size_t at = url.substr(0, url.find_first_of("/?#", start)).rfind('@');
+    return at == url.npos || at < start ? url : url.replace(start, at - start, "*****");
+}
+
 int send(const Options& options, const std::string& text)
 {
     auto form = form_of(options, text);
-    std::string what = amount(text) + " to " + options.url;
+    std::string what = amount(text) + " to " + without_login(options.url);
     AnalyticsSDK::WebClient client;
     client.SetCertificateFile(options.certificate_file.c_str());
     long http_status = 0;

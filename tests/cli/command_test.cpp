@@ -349,6 +349,9 @@ TEST_F(Command, TellsTheServersStatusOrTheNetworksReasonAndKeepsTheFile)
         EXPECT_THAT(ended.errors, HasSubstr(reason)) << url;
         EXPECT_EQ(support::read_file(log), text);
     }
+    Ended ended = run({"send", log, "--url", "http://me:s@cret@127.0.0.1:1/a@b"});
+    EXPECT_THAT(ended.errors, HasSubstr(" to http://*****@127.0.0.1:1/a@b\n"));
+    EXPECT_THAT(ended.errors, Not(HasSubstr("cret")));
     EXPECT_EQ(run({"send", log, "--url", secure.url(), "--certificates", authority.file()}).status, 0);
 }
 
