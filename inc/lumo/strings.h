@@ -159,9 +159,9 @@ inline void append_hexadecimal(const unsigned char* bytes, std::size_t count, st
 ///
 /// One decoder serves the count and the conversion, so the two cannot disagree on a broken sequence.
 ///
-/// The text ends at its first NUL. The result's length counts no terminator; a text that ends at once is empty here too.
-/// Room is asked for once and exactly.
-/// What is no UTF-8 in other ways (overlong forms, surrogates, values above U+10FFFF) is U+FFFD as well.
+/// The text ends at its first NUL. The result's length counts no terminator; a text that ends at once is empty here
+/// too. Room is asked for once and exactly. What is no UTF-8 in other ways (overlong forms, surrogates, values above
+/// U+10FFFF) is U+FFFD as well.
 ///
 /// Two assertions guard against a decoder that answers wrongly. Their messages name their lines, 177 and 182, and
 /// reports are matched by them: keep them there.
