@@ -35,7 +35,7 @@ void judge(Totals& totals, const std::string& finding)
 void kill_hosts(Totals& totals, unsigned seed)
 {
     support::ScratchFolder folder;
-    const CrashReport report = kill_again_and_again(host_program("log_host"), folder.path().string(), 250, seed);
+    const CrashReport report = kill_again_and_again(host_program("steps_host"), folder.path().string(), 250, seed);
     totals.kills += report.kills;
     totals.tails += report.tails;
     totals.killed_events += report.events;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <new>
 
-#include "support/child.h"
 #include "support/wait.h"
 
 using support::wait_until;
@@ -95,18 +94,4 @@ TEST(ThreadsWorker, FinishesTheCycleInHandWhileASecondCloserDoesNotWait)
     closer.join();
     EXPECT_FALSE(worker.inside);
     EXPECT_EQ(worker.started, 1) << "no cycle after the stop request";
-}
-
-TEST(ThreadsWorker, IsGoneInAForkedChildWhichCanCloseAndDestroyItsCopy)
-{
-    auto worker = std::make_unique<Worker>();
-    worker->Init("worker");
-    support::Child child([&] {
-        worker->Close();
-        worker.reset();
-        return 0;
-    });
-    EXPECT_TRUE(child.wait());
-    EXPECT_EQ(child.status(), 0) << child.errors();
-    EXPECT_FALSE(worker->IsShuttingDown()) << "the parent's runs on";
 }

@@ -12,5 +12,5 @@ struct CrashReport
     std::string finding; ///< empty: everything was as promised
 };
 
-/// `host` is the program log_host, `folder` an empty folder. Every choice of a moment follows from `seed`.
+/// `host` is the program steps_host, `folder` an empty folder. Every choice of a moment follows from `seed`.
 CrashReport kill_again_and_again(const std::string& host, const std::string& folder, int kills, unsigned seed);

@@ -7,7 +7,7 @@
 TEST(Crash, AHostKilledAtAnyMomentLeavesWholeLinesAndAtMostOneUnfinishedTail)
 {
     support::ScratchFolder folder;
-    const CrashReport report = kill_again_and_again(host_program("log_host"), folder.path().string(), 60, 1);
+    const CrashReport report = kill_again_and_again(host_program("steps_host"), folder.path().string(), 60, 1);
     EXPECT_EQ(report.finding, "");
     EXPECT_EQ(report.kills, 60);
     EXPECT_GT(report.events, 60);

@@ -157,8 +157,8 @@ TEST_F(Disk, WithRandomErrorsOfItsSystemCallsNeverHoldsATornLine)
     for (const auto& fault : faults) {
         const std::string command = std::string("enable_random name=") + fault.point +
                                     ",probability=0.3,failinfo=" + std::to_string(fault.error);
-        const auto ended =
-            support::run({"fiu-run", "-x", "-c", command, host_program("log_host"), folder(), "-", "1", "200"});
+        const auto ended = support::run({"fiu-run", "-x", "-c", command, host_program("steps_host"), "log=" + log(),
+                                         "open", "numbered=1:200", "close"});
         EXPECT_EQ(ended.status, 0) << fault.point << ": " << ended.errors;
         const std::vector<long> kept = whole_lines();
         EXPECT_TRUE(std::is_sorted(kept.begin(), kept.end())) << fault.point;

@@ -19,13 +19,14 @@ const struct Way
     std::vector<std::string> steps;
     int status;
     const char* says = "";
-} ways[] = {{{"exit=3"}, 3},
-            {{"abort"}, 128 + SIGABRT},
-            {{"say=returns"}, 0, "returns\n"},
+} ways[] = {
+    {{"exit=3"}, 3},
+    {{"abort"}, 128 + SIGABRT},
+    {{"say=returns"}, 0, "returns\n"},
 #if !defined(__SANITIZE_THREAD__) // its own locks are not safe in a child of a process with busy threads
-            {{"fork=5", "numbered=1000", "send", "send_async", "close", "exit=0", "numbered=1001", "quick_exit=3"},
-             3,
-             "send 200\nstarted 200\nchild 0\n"}
+    {{"fork=5", "numbered=1000:1000", "send", "send_async", "close", "exit=0", "numbered=1001:1001", "quick_exit=3"},
+     3,
+     "send 200\nstarted 200\nchild 0\n"}
 #endif
 };
 
@@ -50,7 +51,7 @@ std::string run_one(const std::string& host, const Way& way, const support::Http
                                         "log=" + folder.file("log"),
                                         "certificates=" + certificates,
                                         "open",
-                                        "numbered=1",
+                                        "numbered=1:1",
                                         "work=1:1",
                                         "work=2:0",
                                         "work=3:0",

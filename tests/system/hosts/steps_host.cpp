@@ -67,6 +67,18 @@ void LogFromThreads(int threads, int count)
         writer.join();
 }
 
+/// "FIRST:LAST": numbered events; with "FIRST" alone until the host is killed. Each is told, or not, once it is logged.
+void LogNumbered(const std::string& value, bool tell = false)
+{
+    const size_t colon = value.find(':');
+    const long last = colon == value.npos ? -1 : std::stol(value.substr(colon + 1));
+    for (long number = std::stol(value); number != last + 1; ++number) {
+        host::log_numbered(session, number, host::filling(number));
+        if (tell)
+            Say(std::to_string(number) + '\n');
+    }
+}
+
 /// "NUMBER:SYNCHRONOUS": logs and sends for ever on a thread of its own, with a session and a log of its own.
 void Work(const std::string& value)
 {
@@ -183,7 +195,8 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
     {"sigpipe", TreatSigpipe},
     {"check_sigpipe", [](const std::string&) { CheckSigpipe(); }},
     {"descriptors", [](const std::string& value) { HoldDescriptors(std::stoi(value)); }},
-    {"numbered", [](const std::string& value) { host::log_numbered(session, std::stol(value), 10); }},
+    {"numbered", [](const std::string& value) { LogNumbered(value); }},
+    {"told", [](const std::string& value) { LogNumbered(value, true); }},
     {"work", [](const std::string& value) { Work(value); }},
     {"sleep_us",
      [](const std::string& value) { std::this_thread::sleep_for(std::chrono::microseconds(std::stol(value))); }},
