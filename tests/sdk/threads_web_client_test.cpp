@@ -2,6 +2,7 @@
 #include "support/proxies.h"
 #include "transfers.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <random>
@@ -66,48 +67,31 @@ protected:
         CProxyManager& manager = static_cast<CProxyManager&>(*client.GetProxyManager());
         ICredentialStore& store = *client.GetCredentialStore();
         scoped_ptr<CUserCredentials> login(new CUserCredentials);
+        login->strUserName = "user";
+        login->strPassword = number % 2 ? "word" : "wrong";
         scoped_ptr<CProxyInfo> record;
         CUserCredentials copy;
         std::string text;
         long status = 0;
         Params params{{"data", std::string(number % 5000, 'x')}};
-        switch (what % 16) {
-        case 0:
-            return client.CancelDownloadByID(std::to_string(number % (tally.next + 1)).c_str());
-        case 1:
-            return client.CancelDownload(steady.url().c_str());
-        case 2:
-            return number % 8 ? void() : client.CancelAllDownloads();
-        case 3:
-            login->strUserName = "user";
-            login->strPassword = number % 2 ? "word" : "wrong";
-            store.AddCredentials(proxy.c_str(), login);
-            return;
-        case 4:
-            store.RemoveCredentials(proxy.c_str());
-            return;
-        case 5:
-            store.CopyUserCredentials(proxy.c_str(), copy);
-            return;
-        case 6:
-            number % 2 ? manager.AddProxyToBlackList(proxy.c_str(), 5) : manager.AddProxyToBlackList("other:1");
-            return;
-        case 7:
-            manager.GetProxy(by_proxy.url().c_str(), record);
-            return;
-        case 8:
-            manager.IsProxyInBlackList(proxy.c_str()), manager.FindProxyInCache(by_proxy.url().c_str(), text);
-            return;
-        case 9:
-            client.ExecRequest(steady.url().c_str(), nullptr, status, RequestTypePost, &params);
-            return;
-        case 10:
-            return client.SetCertificateFile(number % 2 ? "a" : "b");
-        case 11:
-            return queue_one(by_proxy.url("/", "localhost"), number % 8 ? nullptr : &params);
-        default:
-            return queue_one(steady.url(), number % 2 ? &params : nullptr);
-        }
+        const std::function<void()> deeds[] = {
+            [&] { client.CancelDownloadByID(std::to_string(number % (tally.next + 1)).c_str()); },
+            [&] { client.CancelDownload(steady.url().c_str()); },
+            [&] { number % 8 ? void() : client.CancelAllDownloads(); },
+            [&] { store.AddCredentials(proxy.c_str(), login); },
+            [&] { store.RemoveCredentials(proxy.c_str()); },
+            [&] { store.CopyUserCredentials(proxy.c_str(), copy); },
+            [&] { manager.AddProxyToBlackList(number % 2 ? proxy.c_str() : "other:1", 5); },
+            [&] { manager.GetProxy(by_proxy.url().c_str(), record); },
+            [&] { manager.IsProxyInBlackList(proxy.c_str()); },
+            [&] { manager.FindProxyInCache(by_proxy.url().c_str(), text); },
+            [&] { client.ExecRequest(steady.url().c_str(), nullptr, status, RequestTypePost, &params); },
+            [&] { client.SetCertificateFile(number % 2 ? "a" : "b"); },
+            [&] { queue_one(by_proxy.url("/", "localhost"), number % 8 ? nullptr : &params); },
+            [&] { queue_one(steady.url(), number % 2 ? &params : nullptr); },
+        };
+        // The last one is drawn more often, so that there is something to do the others to.
+        deeds[std::min<std::size_t>(what % (std::size(deeds) + 4), std::size(deeds) - 1)]();
     }
 
     // All threads at once until the time is over; never too many transfers at a time for the machine.

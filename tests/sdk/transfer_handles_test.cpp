@@ -3,10 +3,8 @@
 #include "support/scratch.h"
 #include "transfers.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -55,19 +53,12 @@ TEST(HttpHeaders, HoldLinesInOrderAndSkipEmptyOnes)
     EXPECT_EQ((std::vector<std::string>{"X: 1", "as it is"}), lines(headers.pList));
 }
 
-TEST(TransferHandle, MakesItsErrorBufferOnceAndEmpty)
-{
-    CurlEasyHandle handle;
-    const char* buffer = handle.GetErrorBuffer();
-    EXPECT_EQ(256, std::count(buffer, buffer + 256, '\0'));
-    EXPECT_EQ(buffer, handle.GetErrorBuffer());
-}
-
 TEST(TransferHandle, ReplacesItsStreamAndKeepsATextReadable)
 {
     support::ScratchFolder folder;
     support::write_file(folder.file("body"), "longer than what comes");
     CurlEasyHandle handle;
+    EXPECT_EQ(std::string(256, '\0'), std::string(handle.GetErrorBuffer(), 256));
     handle.CloseStream();
     *handle.OpenFileStream(folder.file("body").c_str()) << "new";
     EXPECT_EQ(folder.file("body"), handle.GetFilePath());
@@ -76,9 +67,6 @@ TEST(TransferHandle, ReplacesItsStreamAndKeepsATextReadable)
     *handle.OpenStringStream() << "text";
     handle.CloseStream();
     EXPECT_EQ("text", dynamic_cast<std::ostringstream*>(handle.GetStream())->str());
-    auto* file = dynamic_cast<std::ofstream*>(handle.OpenFileStream(folder.file("no/such/folder").c_str()));
-    ASSERT_NE(nullptr, file);
-    EXPECT_FALSE(file->is_open());
 }
 
 CurlEasyHandle* add(CurlMultiHandle& multi, const char* url, const char* id)
@@ -140,18 +128,14 @@ TEST(TransferList, RestartsATransferWithNewOptions)
     EXPECT_EQ(1u, second.count());
 }
 
-double made_up_time = 0;
-
 class Stalls : public ::testing::Test
 {
 protected:
-    Stalls()
-    {
-        TransferSettings::clock = [] { return made_up_time; };
-    }
     std::size_t stalled_at(double time_ms)
     {
-        made_up_time = time_ms;
+        static double now;
+        now = time_ms;
+        TransferSettings::clock = [] { return now; };
         std::vector<CurlEasyHandle*> out;
         multi.GetTimedOutTransfers(out);
         return out.size();

@@ -235,22 +235,3 @@ TEST_F(ThreadsUploadFaults, AServerThatSpeaksNoTlsOrFallsSilentKeepsTheFile)
         expect_upload(name, "https://127.0.0.1:" + std::to_string(server.port()) + "/", Sent::failed, authority.file());
     }
 }
-
-TEST_F(ThreadsUploadFaults, AProxyThatDiesInMidTransferIsNoSuccess)
-{
-    TransferSettings::total_timeout_ms = 2000;
-    support::HttpServer server([](const support::Request&) { return support::Reply{200, std::string(500, 'x')}; });
-    const std::string url = server.url();
-    for (const auto& [bytes, expected] :
-         {std::pair<size_t, bool>{0, false}, {10, false}, {200, false}, {unlimited, true}}) {
-        CuttingRelay proxy(server.port(), bytes); // hands a request for another host to the server as it stands
-        CProxyManager proxies;
-        ASSERT_TRUE(proxies.AddProxyToCache(url.c_str(), ("127.0.0.1:" + std::to_string(proxy.port())).c_str()));
-        WebClient client;
-        client.SetProxyManager(&proxies);
-        std::map<std::string, std::string> form = {{"data", std::string(100'000, 'x')}};
-        std::ostringstream body;
-        long status = -1;
-        EXPECT_EQ(client.ExecRequest(url.c_str(), &body, status, RequestTypePost, &form), expected) << bytes;
-    }
-}

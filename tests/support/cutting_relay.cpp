@@ -3,15 +3,14 @@
 #include "support/ports.h"
 
 #include <algorithm>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace support {
 
-CuttingRelay::CuttingRelay(int server_port, size_t from_server, size_t from_client)
-    : m_server_port(server_port), m_listener(bind_loopback(m_port)), m_budgets{from_client, from_server}
+CuttingRelay::CuttingRelay(int server_port, size_t budget)
+    : m_server_port(server_port), m_listener(bind_loopback(m_port)), m_budget(budget)
 {
     listen(m_listener, 16);
     m_thread = std::thread([this] { run(); });
@@ -28,13 +27,8 @@ CuttingRelay::~CuttingRelay()
 void CuttingRelay::run()
 {
     for (int client; (client = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC)) >= 0 && !m_stop; close(client)) {
-        const int server = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<uint16_t>(m_server_port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (connect(server, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0)
-            relay(client, server);
+        const int server = connect_loopback(m_server_port);
+        relay(client, server);
         const linger hard = {1, 0};
         setsockopt(client, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
         close(server);
@@ -44,19 +38,19 @@ void CuttingRelay::run()
 void CuttingRelay::relay(int client, int server)
 {
     pollfd ends[] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
-    size_t left[] = {m_budgets[0], m_budgets[1]};
+    size_t left = m_budget;
     char text[4096];
-    while (left[0] > 0 && left[1] > 0 && !m_stop && poll(ends, 2, 100) >= 0) {
-        const int from = ends[0].revents ? 0 : 1;
-        if (!ends[from].revents)
+    while (left > 0 && !m_stop && poll(ends, 2, 100) >= 0) {
+        const bool answers = ends[1].revents != 0;
+        if (!answers && !ends[0].revents)
             continue;
-        const ssize_t count = recv(ends[from].fd, text, std::min(left[from], sizeof text), 0);
+        const ssize_t count = recv(ends[answers].fd, text, answers ? std::min(left, sizeof text) : sizeof text, 0);
         if (count <= 0)
             return;
-        send(ends[1 - from].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
-        left[from] -= static_cast<size_t>(count);
+        send(ends[!answers].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
+        left -= answers ? static_cast<size_t>(count) : 0;
     }
-    m_cuts += left[0] == 0 || left[1] == 0;
+    m_cuts += left == 0;
 }
 
 } // namespace support

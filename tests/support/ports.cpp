@@ -7,18 +7,35 @@
 
 namespace support {
 
-int bind_loopback(int& port)
+static sockaddr_in loopback(int port)
 {
-    int held = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+int bind_loopback(int& port)
+{
+    const int held = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     if (held < 0 || bind(held, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
         getsockname(held, reinterpret_cast<sockaddr*>(&address), &size) != 0)
         throw std::runtime_error("no loopback port");
     port = ntohs(address.sin_port);
     return held;
+}
+
+int connect_loopback(int port)
+{
+    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in address = loopback(port);
+    if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        return client;
+    close(client);
+    return -1;
 }
 
 HeldPort::HeldPort()

@@ -23,6 +23,8 @@ private:
 
 /// A socket bound to a loopback port that the system chooses. The caller closes it.
 int bind_loopback(int& port);
+/// A connection to a loopback port, -1 when nobody listens. The caller closes it.
+int connect_loopback(int port);
 /// A port that was free a moment ago, for a program that must be told its port. Prefer a server that picks its own.
 int free_port();
 

@@ -2,33 +2,18 @@
 
 #include "support/ports.h"
 
-#include <arpa/inet.h>
 #include <stdexcept>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace support {
-namespace {
 
-bool accepts_connections(int port)
+static bool accepts_connections(int port)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    bool open = connect(client, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
-    close(client);
-    return open;
+    const int client = connect_loopback(port);
+    if (client >= 0)
+        close(client);
+    return client >= 0;
 }
-
-// Started as root, squid works as another user, who must be able to log here.
-void open_to_everyone(const std::filesystem::path& folder)
-{
-    std::filesystem::permissions(folder, std::filesystem::perms::all);
-}
-
-} // namespace
 
 std::string ProxyProgram::text() const
 {
@@ -66,7 +51,8 @@ void ProxyProgram::start(Prepare prepare)
 
 Squid::Squid(const ProxyOptions& options)
 {
-    open_to_everyone(m_folder.path());
+    // Started as root, squid works as another user, who must be able to log here.
+    std::filesystem::permissions(m_folder.path(), std::filesystem::perms::all);
     start([&](int port) {
         std::string conf = "http_port 127.0.0.1:" + std::to_string(port) +
                            "\npid_filename none\ncache deny all\nshutdown_lifetime 0 seconds\n"
