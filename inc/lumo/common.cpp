@@ -24,6 +24,8 @@ struct six_digits
     int exponent;
 };
 
+// Divides by a power that is exact instead of multiplying by its inverse, which is not: what is promised below allows
+// for one rounding and no more.
 double scale(double value, int power)
 {
     return power < 0 ? value / exact_powers[-power] : value * exact_powers[power];
@@ -67,6 +69,7 @@ char* put_exponent(char* out, int exponent)
 // whole eights: what is stored too much is written over or lies behind the end.
 char* put_six(char* out, six_digits number)
 {
+    // Times 100, so that the six come first of the eight and the two behind them are zeros like any others.
     const std::uint64_t digits = detail::eight_digits(number.digits * 100);
     const int count = 8 - static_cast<int>(static_cast<unsigned>(__builtin_clzll(digits)) /
                                            8); // trailing zeros go; there is a digit that is none
@@ -96,7 +99,9 @@ std::size_t put_general(char* out, double value)
 {
     const double magnitude = std::fabs(value);
     const std::size_t sign = std::signbit(value);
+    // Unasked: without a sign the first digit is written over it.
     *out = '-';
+    // Zero has no first digit to scale to, and keeps its sign.
     if (magnitude == 0) {
         out[sign] = '0';
         return sign + 1;

@@ -63,6 +63,7 @@ bool test_hash(const char* text, const unsigned char* record, long length)
 {
     if (length != hash_record_size)
         return false;
+    // The salt is all that is taken from the record; the rest of it has to come out anew.
     unsigned char expected[hash_record_size] = {};
     std::memcpy(expected, record, hash_salt_size);
     // A plain comparison: how long it takes tells nothing that the holder of the record does not have already.

@@ -49,11 +49,13 @@ void json_writer::restart()
 
 void json_writer::_restart(char bracket)
 {
+    // Back to where the constructor of an unnamed writer leaves off, but with the room of the last text.
     _text.clear();
     _put(bracket);
     _set_level(1, true);
 }
 
+// The lines of one second begin alike; that beginning is written once and taken up from here for each of them.
 void json_writer::_resume(std::string_view text)
 {
     _text.clear();

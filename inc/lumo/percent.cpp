@@ -7,6 +7,7 @@
 
 namespace lumo {
 
+// Made of the list when the library is compiled: the list is the one place where the rule stands.
 static constexpr simd::byte_class unsafe = simd::make_byte_class([](char byte) {
     if (byte < '!' || byte > 'z')
         return true;
@@ -27,6 +28,7 @@ std::size_t percent_encoded_size(std::string_view in)
 
 void percent_encode(std::string_view in, std::string& out)
 {
+    // A string that doubles would copy a hundred megabytes several times and end with up to twice what it needs.
     if (out.capacity() - out.size() < in.size())
         out.reserve(out.size() + percent_encoded_size(in));
     char buffer[3 * piece + simd::percent_slack];

@@ -70,6 +70,7 @@ struct halves
 
 LUMO_FOR_SSSE3 static halves halves_of(__m128i bytes)
 {
+    // Bytes cannot be shifted by themselves, only in pairs; the mask takes away what comes over from the neighbour.
     const __m128i mask = _mm_set1_epi8(15);
     return {_mm_and_si128(_mm_srli_epi16(bytes, 4), mask), _mm_and_si128(bytes, mask)};
 }
@@ -120,7 +121,8 @@ LUMO_FOR_SSSE3 static char* put_four(char* out, __m128i quads, unsigned choice)
     return out + shrink.size[choice];
 }
 
-// Encodes sixteen bytes of which some, by the bits of `chosen`, need it.
+// Encodes sixteen bytes of which some, by the bits of `chosen`, need it. All become quads first (itself, "%", two
+// digits), by interleaving twice; the table then leaves of each what it needs. No byte is asked for by itself.
 LUMO_FOR_SSSE3 static char* put_sixteen(char* out, __m128i bytes, halves parts, unsigned chosen)
 {
     const __m128i digits = load(hexadecimal_digits), percent = _mm_set1_epi8('%');
@@ -174,6 +176,7 @@ static bool has_vbmi2()
 // A set bit for each of sixty-four bytes that belongs to the class: looked up below 0x80, all of them above.
 LUMO_FOR_VBMI2 static std::uint64_t members(__m512i bytes, __m512i lower, __m512i upper)
 {
+    // Of a byte the look-up uses seven bits, so those from 0x80 up get the answer of others, which their sign corrects.
     const __m512i known = _mm512_permutex2var_epi8(lower, bytes, upper);
     return _mm512_test_epi8_mask(known, known) | _mm512_movepi8_mask(bytes);
 }
@@ -216,6 +219,7 @@ LUMO_FOR_VBMI2 static char* percent_encode_vbmi2(const char* in, std::size_t siz
 LUMO_FOR_VBMI2 static std::size_t count_vbmi2(const char* in, std::size_t size, const byte_class& counted)
 {
     const __m512i lower = _mm512_loadu_si512(counted.holds), upper = _mm512_loadu_si512(counted.holds + 64);
+    // What is left over goes to the next smaller form, which leaves the last few to the plain one.
     const char* end = in + size;
     std::size_t count = 0;
     for (; end - in >= 64; in += 64) {

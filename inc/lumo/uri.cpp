@@ -27,6 +27,7 @@ uri& uri::operator=(const char* text)
 {
     // By way of a copy: `text` may be our own.
     _text = std::string(text != nullptr ? text : "");
+    // Anew, even for the same text: the string may have moved.
     tova_uri_parse(&_parts, _text.c_str());
     return *this;
 }

@@ -25,14 +25,12 @@ std::string GenerateUuid()
     if (host::facts().uuid(bytes) != host::answer::found)
         return {};
     // In lower case, because servers compare identifiers byte by byte.
-    static constexpr char digits[] = "0123456789abcdef";
     std::string text;
     text.reserve(36);
     for (std::size_t at = 0; at < bytes.size(); ++at) {
         if (at == 4 || at == 6 || at == 8 || at == 10)
             text += '-';
-        text += digits[bytes[at] >> 4];
-        text += digits[bytes[at] & 15];
+        lumo::append_hexadecimal(&bytes[at], 1, text);
     }
     return text;
 }

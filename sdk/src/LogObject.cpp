@@ -19,15 +19,18 @@ static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value 
 {
     if (!writer)
         return 0;
+    // What the short way refuses has not been begun, so the general one takes it from the start.
     return lumo::json_elements::try_add(*writer, name, value) ? 1 : add_generally(*writer, name, value);
 }
 
+// Children of both kinds come as what they have in common, so that the code for them is there once.
 template <class Writer>
 static std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
 {
     return add(writer, name, child);
 }
 
+// A document that is closed already stays as it is, and that counts as done.
 template <class Writer>
 static std::uint32_t finish(std::optional<Writer>& writer)
 {
@@ -77,6 +80,7 @@ std::uint32_t LogObject::AddObject(const char* name, LogObject* child)
     return m_writer && writer == nullptr ? 1 : add_child(m_writer, name, writer);
 }
 
+// The array's own writer: the one of the object that an array also is has no text of any use.
 std::uint32_t LogObject::AddArray(const char* name, LogArray* child)
 {
     const lumo::json_writer* writer = child->GetArrayWriter();
@@ -113,6 +117,7 @@ LogArray::LogArray()
 
 LogArray::~LogArray() = default;
 
+// Elements are members without a name; the rest is the same.
 std::uint32_t LogArray::AddString(const char* value)
 {
     return add(m_arrayWriter, nullptr, value);

@@ -65,6 +65,7 @@ void Tokenize(const std::wstring& s, std::vector<std::wstring>& out, const std::
 
 void BytesToString(const unsigned char* bytes, long count, std::string& out)
 {
+    // A negative count must not become a size.
     if (count > 0)
         lumo::append_hexadecimal(bytes, static_cast<std::size_t>(count), out);
 }
@@ -100,6 +101,7 @@ bool GetCurrentDateTime(std::string& out, const char* format)
     std::tm utc;
     if (gmtime_r(&now, &utc) == nullptr)
         return false;
+    // The 21 characters that are promised, and a terminator.
     char text[22] = {};
     // A result that does not fit counts as none, and so does an empty one: strftime() tells both by 0.
     const std::size_t length = std::strftime(text, sizeof text, format, &utc);
@@ -111,6 +113,7 @@ bool GetCurrentDateTime(std::string& out, const char* format)
 
 double GetCurrentTimeInMillis()
 {
+    // Not the time of day, whatever the name says: somebody who sets the clock would make every transfer look stalled.
     return static_cast<double>(tova_time_ms(tova_time_units()));
 }
 
@@ -119,6 +122,7 @@ bool CheckFileExists(const char* path)
     return tova_file_exists(path) != 0;
 }
 
+// For hosts that ask all the same: the answer is the one they must be ready for anyway, that there are none.
 bool GetMACAddresses(std::vector<std::string>&)
 {
     return false;
