@@ -9,8 +9,8 @@
 
 namespace support {
 
-CuttingRelay::CuttingRelay(int server_port, size_t budget)
-    : m_server_port(server_port), m_listener(bind_loopback(m_port)), m_budget(budget)
+CuttingRelay::CuttingRelay(int server_port, size_t from_server, size_t from_client)
+    : m_server_port(server_port), m_listener(bind_loopback(m_port)), m_budgets{from_client, from_server}
 {
     listen(m_listener, 16);
     m_thread = std::thread([this] { run(); });
@@ -38,19 +38,19 @@ void CuttingRelay::run()
 void CuttingRelay::relay(int client, int server)
 {
     pollfd ends[] = {{client, POLLIN, 0}, {server, POLLIN, 0}};
-    size_t left = m_budget;
+    size_t left[] = {m_budgets[0], m_budgets[1]};
     char text[4096];
-    while (left > 0 && !m_stop && poll(ends, 2, 100) >= 0) {
-        const bool answers = ends[1].revents != 0;
-        if (!answers && !ends[0].revents)
+    while (left[0] > 0 && left[1] > 0 && !m_stop && poll(ends, 2, 100) >= 0) {
+        const int from = ends[0].revents ? 0 : 1;
+        if (!ends[from].revents)
             continue;
-        const ssize_t count = recv(ends[answers].fd, text, answers ? std::min(left, sizeof text) : sizeof text, 0);
+        const ssize_t count = recv(ends[from].fd, text, std::min(left[from], sizeof text), 0);
         if (count <= 0)
             return;
-        send(ends[!answers].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
-        left -= answers ? static_cast<size_t>(count) : 0;
+        send(ends[1 - from].fd, text, static_cast<size_t>(count), MSG_NOSIGNAL);
+        left[from] -= static_cast<size_t>(count);
     }
-    m_cuts += left == 0;
+    m_cuts += left[0] == 0 || left[1] == 0;
 }
 
 } // namespace support
