@@ -3,6 +3,7 @@
 #include "lumo/dir.h"
 #include "support/zone.h"
 
+#include <algorithm>
 #include <ctime>
 #include <gtest/gtest.h>
 
@@ -59,23 +60,20 @@ TEST(StartsAndEndsWith, LookAtOnePlace)
 TEST(Tokenize, AppendsTheStretchesBetweenDelimiters)
 {
     using tokens = std::vector<std::string>;
-    static const struct
-    {
-        const char *s, *delimiters;
-        tokens expected;
-    } cases[] = {
-        {",,a,,b,", ",", {"a", "b"}}, {"a; b;c", "; ", {"a", "b", "c"}}, {"", ",", {}}, {",,", ",", {}},
-        {"ab", "", {"ab"}},
+    const auto tokens_of = [](const char* s, const char* delimiters) {
+        tokens found = {"kept"};
+        Tokenize(s, found, delimiters);
+        std::vector<std::wstring> wide_found = {L"kept"};
+        Tokenize(wide(s), wide_found, wide(delimiters));
+        EXPECT_TRUE(std::equal(found.begin(), found.end(), wide_found.begin(), wide_found.end(),
+                               [](const std::string& token, const std::wstring& w) { return wide(token) == w; }));
+        return found;
     };
-    for (const auto& c : cases) {
-        tokens found = {"kept"}, expected = {"kept"};
-        expected.insert(expected.end(), c.expected.begin(), c.expected.end());
-        Tokenize(c.s, found, c.delimiters);
-        EXPECT_EQ(found, expected);
-        std::vector<std::wstring> wide_found;
-        Tokenize(wide(c.s), wide_found, wide(c.delimiters));
-        EXPECT_EQ(wide_found.size(), c.expected.size());
-    }
+    EXPECT_EQ(tokens_of(",,a,,b,", ","), (tokens{"kept", "a", "b"}));
+    EXPECT_EQ(tokens_of("a; b;c", "; "), (tokens{"kept", "a", "b", "c"}));
+    EXPECT_EQ(tokens_of("", ","), tokens{"kept"});
+    EXPECT_EQ(tokens_of(",,", ","), tokens{"kept"});
+    EXPECT_EQ(tokens_of("ab", ""), (tokens{"kept", "ab"}));
 }
 
 TEST(BytesToString, AppendsTwoDigitsPerByte)
@@ -88,35 +86,30 @@ TEST(BytesToString, AppendsTwoDigitsPerByte)
     EXPECT_EQ(out, "x00ab7f");
 }
 
-TEST(GetAbsolutePath, StaysInTheProgramsDirectory)
+TEST(GetAbsolutePath, PutsEverythingBehindTheProgramsDirectory)
 {
-    const std::string directory = lumo::dir::process();
-    static const struct
-    {
-        const char *relative, *appended;
-    } cases[] = {{"cacert.pem", "/cacert.pem"}, {"/abs", "//abs"}, {"", ""}, {nullptr, ""}};
-    for (const auto& c : cases) {
+    const auto path_of = [](const char* relative) {
         std::string out = "old";
-        EXPECT_TRUE(GetAbsolutePath(c.relative, out));
-        EXPECT_EQ(out, directory + c.appended);
-    }
+        EXPECT_TRUE(GetAbsolutePath(relative, out));
+        return out;
+    };
+    EXPECT_EQ(path_of("cacert.pem"), lumo::dir::process() + "/cacert.pem");
+    EXPECT_EQ(path_of("/abs"), lumo::dir::process() + "//abs");
+    EXPECT_EQ(path_of(""), lumo::dir::process());
+    EXPECT_EQ(path_of(nullptr), lumo::dir::process());
 }
 
 TEST(GetHostFromUrl, NeedsAScheme)
 {
-    static const struct
-    {
-        const char *url, *host;
-        bool found;
-    } cases[] = {{nullptr, "old", false},
-                 {"https://10.1.2.3:8443/p", "10.1.2.3", true},
-                 {"10.1.2.3", "", false},
-                 {"", "", false}};
-    for (const auto& c : cases) {
+    const auto answer = [](const char* url) {
         std::string host = "old";
-        EXPECT_EQ(GetHostFromUrl(c.url, host), c.found);
-        EXPECT_EQ(host, c.host);
-    }
+        const bool found = GetHostFromUrl(url, host);
+        return (found ? "found " : "none ") + host;
+    };
+    EXPECT_EQ(answer(nullptr), "none old");
+    EXPECT_EQ(answer("https://10.1.2.3:8443/p"), "found 10.1.2.3");
+    EXPECT_EQ(answer("10.1.2.3"), "none ");
+    EXPECT_EQ(answer(""), "none ");
 }
 
 TEST(GetCurrentDateTime, GivesUtcInAtMost21Characters)
