@@ -4,7 +4,7 @@
 // and values are copied at once. Strings are UTF-8 and NUL-terminated.
 //
 // A document is used by one thread at a time. Add operations return 1 when done and 0 when refused. Running out of
-// memory throws std::bad_alloc; the document is then good for nothing but deletion.
+// memory throws std::bad_alloc; the document is then as it was, without what was being added.
 //
 //     AnalyticsSDK::LogArray list;
 //     list.AddInt(1);

@@ -189,6 +189,22 @@ struct json_elements
         writer._text.reserve(child->_text.size());
         writer._text.append(child->text());
     }
+
+    /// The same, whole or not at all: a document that cannot grow is then as it was, and can still be read.
+    template <class Value>
+    static void add_whole(json_writer& writer, const char* name, Value value)
+    {
+        const std::size_t size = writer._text.size();
+        const json_writer::separator next = writer._next;
+        try {
+            add(writer, name, value);
+        } catch (...) {
+            // The text may have moved and grown since, but what stood in it stands there still.
+            writer._text.commit(writer._text.end() - (writer._text.size() - size));
+            writer._next = next;
+            throw;
+        }
+    }
 };
 
 } // namespace lumo

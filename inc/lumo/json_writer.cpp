@@ -67,36 +67,36 @@ void json_writer::_resume(std::string_view text)
 // come here with what it refuses.
 void json_writer::element(const char* name, const char* value)
 {
-    json_elements::add(*this, name, value);
+    json_elements::add_whole(*this, name, value);
 }
 void json_writer::element(const char* name, const json_writer* child)
 {
-    json_elements::add(*this, name, child);
+    json_elements::add_whole(*this, name, child);
 }
 void json_writer::element(const char* name, double value)
 {
-    json_elements::add(*this, name, value);
+    json_elements::add_whole(*this, name, value);
 }
 void json_writer::element(const char* name, bool value)
 {
-    json_elements::add(*this, name, value);
+    json_elements::add_whole(*this, name, value);
 }
 void json_writer::element(const char* name, long long value)
 {
-    json_elements::add(*this, name, value);
+    json_elements::add_whole(*this, name, value);
 }
 void json_writer::element(const char* name, int value)
 {
-    json_elements::add(*this, name, value);
+    json_elements::add_whole(*this, name, value);
 }
 
 void json_writer::finish()
 {
     if (_depth < 1)
         return;
+    json_elements::cursor end = {_text.reserve(json_elements::value_room), 0}; // first: it may find no memory
     // A member that comes too late lands behind the brace, with a comma unless the object was empty; nobody checks.
     _set_level(0, _is_first());
-    json_elements::cursor end = {_text.reserve(json_elements::value_room), 0};
     end = _compact ? json_elements::put(end, " }  ", 2) : json_elements::put(end, "\r\n} ", 3);
     if (_wrapped)
         end = json_elements::put(end, "}   ", 1);
@@ -143,9 +143,9 @@ void json_writer_array::finish()
 {
     if (_depth < 1)
         return;
-    _set_level(0, _is_first());
     // Never on a line of its own, unlike an object's brace; four bytes are stored for two that count.
     _text.commit(json_elements::put({_text.reserve(4), 0}, " ]  ", 2).end());
+    _set_level(0, _is_first());
 }
 
 } // namespace lumo

@@ -4,8 +4,8 @@
 // then copied into the parent. Nothing is parsed and nothing is validated. Text is 8-bit and copied through unchanged
 // but for five escapes (quote, backslash, LF, CR, TAB), so UTF-8 stays UTF-8 and other control bytes stay raw.
 //
-// A writer is used by one thread at a time. Running out of memory throws std::bad_alloc; nothing else fails. After that
-// the text may end in the middle of a member, and the writer is good for nothing but deletion or restart().
+// A writer is used by one thread at a time. Running out of memory throws std::bad_alloc; nothing else fails. The text
+// is then as it was before the call.
 //
 //     lumo::json_writer event(nullptr, true);
 //     event.element("n", 5);

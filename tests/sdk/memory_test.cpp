@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <new>
+#include <nlohmann/json.hpp>
 
 #include "support/http_server.h"
 #include "support/session.h"
@@ -10,6 +11,8 @@ namespace {
 
 /// How many more allocations this thread gets; -1: as many as it wants.
 thread_local long allowed = -1;
+/// Whether only the next one fails then, or all from there on.
+thread_local bool failsOnce = false;
 
 } // namespace
 
@@ -21,6 +24,7 @@ thread_local long allowed = -1;
             allowed -= allowed > 0;
             return memory;
         }
+    allowed = failsOnce ? -1 : 0;
     throw std::bad_alloc();
 }
 
@@ -97,21 +101,26 @@ TEST(ThreadsMemory, ThatRunsOutWhileASessionIsOpenedGivesNoSession)
     analytics_shutdown(session);
 }
 
-TEST(ThreadsMemory, ThatRunsOutCostsTheCallInHandAndNothingMore)
+TEST(ThreadsMemory, ThatRunsOutForAMomentOrForLongCostsTheCallInHandAndNothingMore)
 {
     support::HttpServer server;
     const std::string text(20'000, 't');
     int refused = 1;
-    for (long allocations = 0; refused != 0; ++allocations) {
-        ASSERT_LT(allocations, 10'000);
-        support::ScratchFolder folder;
-        analytics_session* session = Open(folder, server.url(), -1);
-        allowed = allocations;
-        refused = Refusals(session, text, true);
-        allowed = -1;
-        EXPECT_EQ(analytics_event_end(session), 301u) << "left half built after " << allocations;
-        EXPECT_EQ(Refusals(session, text, false), 0) << "after " << allocations;
-        analytics_shutdown(session);
-    }
+    for (long allocations = 0; refused != 0; ++allocations)
+        for (const bool once : {true, false}) {
+            ASSERT_LT(allocations, 10'000);
+            support::ScratchFolder folder;
+            analytics_session* session = Open(folder, server.url(), -1);
+            allowed = allocations;
+            failsOnce = once;
+            refused = Refusals(session, text, true);
+            allowed = -1;
+            EXPECT_EQ(analytics_event_end(session), 301u) << "left half built after " << allocations;
+            EXPECT_EQ(Refusals(session, text, false), 0) << "after " << allocations;
+            analytics_shutdown(session);
+        }
     EXPECT_GT(server.count(), 20u);
+    for (const support::Request& request : server.requests())
+        for (const std::string& line : support::split_lines(request.form.at("data")))
+            EXPECT_TRUE(nlohmann::json::accept(line)) << "a member was left half done: " << line.substr(0, 100);
 }
