@@ -127,27 +127,3 @@ TEST(ThreadsSend, AsynchronousTellsTheObserversAndDeletesTheFileBefore)
     EXPECT_FALSE(std::filesystem::exists(session.log()));
     EXPECT_EQ(server.requests().at(1).form.at("data"), sent);
 }
-
-TEST(ThreadsSend, MayBeStartedAgainFromAnObserver)
-{
-    const transfers::Network online;
-    support::HttpServer server;
-    Session session(server.url());
-    struct Again
-    {
-        analytics_session* session;
-        std::atomic<int> rounds{0};
-    } again{session};
-    analytics_observer_add(
-        session, "complete",
-        [](void* context, uint32_t, double) {
-            auto& self = *static_cast<Again*>(context);
-            if (++self.rounds < 3) {
-                EXPECT_EQ(analytics_send(self.session, 0), 0u);
-            }
-        },
-        &again);
-    EXPECT_EQ(analytics_send(session, 0), 0u);
-    EXPECT_TRUE(wait_until([&] { return again.rounds == 3; }));
-    EXPECT_TRUE(server.wait_for(3));
-}

@@ -1,10 +1,9 @@
 // The library in a host's life: sending, exiting in every way, forking, several hosts at once.
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <numeric>
 
@@ -59,27 +58,16 @@ struct SlowServer
 {
     support::Reply Answer()
     {
-        std::unique_lock hold(lock);
         ++waiting;
-        changed.notify_all();
-        changed.wait(hold, [this] { return over; });
+        support::wait_until([this] { return over.load(); });
         return {};
     }
     bool WaitForRequest()
     {
-        std::unique_lock hold(lock);
-        return changed.wait_for(hold, support::patience, [this] { return waiting > 0; });
+        return support::wait_until([this] { return waiting > 0; });
     }
-    void End()
-    {
-        std::lock_guard hold(lock);
-        over = true;
-        changed.notify_all();
-    }
-    std::mutex lock;
-    std::condition_variable changed;
-    int waiting = 0;
-    bool over = false;
+    std::atomic<int> waiting{0};
+    std::atomic<bool> over{false};
 };
 
 } // namespace
@@ -108,7 +96,7 @@ TEST(ThreadsHost, MayLeaveInAnyWayAlsoWhileUploadsAreUnderWay)
                 EXPECT_EQ(host.status(), 0);
                 EXPECT_EQ(host.errors(), "");
                 EXPECT_EQ(NumbersByName(read_file(folder.file("log"))), (Numbers{{"kept", {1}}}));
-                slow.End();
+                slow.over = true;
             }
 }
 
@@ -142,7 +130,7 @@ TEST(ThreadsHost, MayForkWhileAnUploadIsUnderWayAndItsChildMayOpenASessionOfItsO
     support::write_file(folder.file("go"), "");
     EXPECT_TRUE(host.wait_for_output("child 0\n")) << host.output();
     EXPECT_EQ(host.output(), "send 0\nchild 0\n");
-    slow.End();
+    slow.over = true;
     EXPECT_TRUE(host.wait());
     EXPECT_EQ(host.status(), 0) << host.errors();
 }
