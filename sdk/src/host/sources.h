@@ -1,12 +1,19 @@
 /// @file
-/// The members of host::source as the system's folder defines them, one file per noun; see there for each contract.
+/// The members of host::source, one file per noun; see there for each contract. The system's folder defines them, but
+/// for the selectors, whose table is the same everywhere: for these the folder tells the four facts behind them.
 #pragma once
 
 #include "host/host.h"
 
 namespace AnalyticsSDK::host::sources {
 
-answer selector(std::uint32_t code, std::int32_t& value);
+answer selector(std::uint32_t code, std::int32_t& value); // host/selectors.cpp
+/// The system's version: part 0 is its major number, 1 the minor one, 2 the bug-fix.
+answer version_number(int part, std::int32_t& value);
+/// 2 for PowerPC, 10 for x86, 1 for 68K, 0 for what has no code.
+answer architecture(std::int32_t& value);
+answer clock_megahertz(std::int32_t& value);
+answer memory_megabytes(std::int32_t& value);
 answer processor(processor_identity& identity);
 answer sysctl_text(sysctl_name name, text& value);
 answer loads(load_visitor* visit, void* context);

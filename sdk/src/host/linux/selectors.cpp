@@ -1,4 +1,4 @@
-// Numbers under four-character codes: version, architecture, clock, memory.
+// What the selectors stand for: version, architecture, clock, memory.
 #include <sys/utsname.h>
 
 #include <cstring>
@@ -25,27 +25,18 @@ std::int32_t architecture_code(const char* machine)
 
 } // namespace readers
 
-namespace {
-
-answer version_number(int at, std::int32_t& value)
+answer sources::version_number(int part, std::int32_t& value)
 {
+    // The kernel's release: distributions number themselves each in its own way, or not at all.
     utsname kernel;
     std::int32_t numbers[3];
-    // The kernel's release: distributions number themselves each in its own way, or not at all.
     if (uname(&kernel) != 0 || !parse_version(kernel.release, numbers))
         return answer::failed;
-    value = numbers[at];
+    value = numbers[part];
     return answer::found;
 }
 
-// The kernel's numbers need not fit one digit each, so the packed form only says: read the three others.
-answer packed_version(std::int32_t& value)
-{
-    value = 0x1040;
-    return answer::found;
-}
-
-answer architecture(std::int32_t& value)
+answer sources::architecture(std::int32_t& value)
 {
     utsname kernel;
     if (uname(&kernel) != 0)
@@ -55,29 +46,14 @@ answer architecture(std::int32_t& value)
     return answer::found;
 }
 
-constexpr struct
+answer sources::clock_megahertz(std::int32_t& value)
 {
-    std::uint32_t code;
-    answer (*read)(std::int32_t& value);
-} selectors[] = {
-    {host::selector("sysv"), packed_version},
-    {host::selector("sys1"), [](std::int32_t& value) { return version_number(0, value); }},
-    {host::selector("sys2"), [](std::int32_t& value) { return version_number(1, value); }},
-    {host::selector("sys3"), [](std::int32_t& value) { return version_number(2, value); }},
-    {host::selector("sysa"), architecture},
-    {host::selector("mclk"), [](std::int32_t& value) { return readers::clock_megahertz("", value); }},
-    {host::selector("ramm"), [](std::int32_t& value) { return readers::memory_megabytes("", value); }},
-};
+    return readers::clock_megahertz("", value);
+}
 
-} // namespace
-
-answer sources::selector(std::uint32_t code, std::int32_t& value)
+answer sources::memory_megabytes(std::int32_t& value)
 {
-    for (const auto& known : selectors)
-        if (known.code == code)
-            return known.read(value);
-    // A selector of a later version of the contract, which this system does not know yet.
-    return answer::unsupported;
+    return readers::memory_megabytes("", value);
 }
 
 } // namespace AnalyticsSDK::host

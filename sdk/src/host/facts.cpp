@@ -1,4 +1,4 @@
-// The table of this system's sources; each stands in the file of its noun.
+// The running system's facts as one table; what each member calls stands in the system's folder.
 #include "host/sources.h"
 
 namespace AnalyticsSDK::host {
