@@ -2,7 +2,7 @@
 # Compiles and links the library for the other system, both processors, with a cross compiler from npm.
 #
 # Nothing is run. What is proven: the portable and the darwin sources compile there without a warning, and what the
-# linked library still lacks is libcurl's or the TLS library's; everything else the system's own library has.
+# linked library still lacks is libcurl's, the TLS library's or the compiler's; all else the system's own library has.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

@@ -1,7 +1,7 @@
 """Checks what a linked darwin library still needs: darwin_symbols.py LIBRARY NAME
 
 The linker noted for each undefined symbol which library supplies it. Those it found nowhere ("dynamic lookup") must be
-libcurl's or the TLS library's, as the Linux builds of those export them.
+libcurl's or the TLS library's, as the Linux builds of those export them, or the compiler's.
 """
 import glob
 import struct
@@ -11,6 +11,10 @@ import sys
 LC_SYMTAB, LC_LOAD_DYLIB = 0x2, 0xC
 N_STAB, N_TYPE, N_EXT = 0xE0, 0x0E, 0x01
 DYNAMIC_LOOKUP = 0xFE
+
+# What __builtin_cpu_supports reads. The runtime library that the system's own compiler links has it; the cross
+# compiler's does not.
+COMPILER_RUNTIME = {"__cpu_model"}
 
 
 def undefined_symbols(path):
@@ -55,14 +59,14 @@ def main(path, name):
     undefined, defined = undefined_symbols(path)
     folder = "/usr/lib/*-linux-gnu/"
     sources = {"libcurl": exported(folder + "libcurl.so"), "libssl": exported(folder + "libssl.so"),
-               "libcrypto": exported(folder + "libcrypto.so")}
+               "libcrypto": exported(folder + "libcrypto.so"), "the compiler": COMPILER_RUNTIME}
     counts, strangers = {}, []
     for symbol, library in sorted(undefined.items()):
-        owner = library or next((lib for lib, names in sources.items() if symbol.lstrip("_") in names), None)
+        owner = library or next((lib for lib, names in sources.items() if symbol[1:] in names), None)
         counts[owner] = counts.get(owner, 0) + 1
         if owner is None:
             strangers.append(symbol)
-    needed = ", ".join(f"{count} from {owner}" for owner, count in sorted(counts.items()) if owner)
+    needed = ", ".join(f"{counts[owner]} from {owner}" for owner in sorted(filter(None, counts)))
     ours = sum(symbol.startswith(("_tova_", "_analytics_")) for symbol in defined)
     print(f"{name}: compiled and linked; {ours} C functions exported; needs {needed} symbols")
     if strangers:
