@@ -28,6 +28,7 @@ std::string GenerateUuid()
     std::string text;
     text.reserve(36);
     for (std::size_t at = 0; at < bytes.size(); ++at) {
+        // 8-4-4-4-12 digits, as RFC 4122 writes them.
         if (at == 4 || at == 6 || at == 8 || at == 10)
             text += '-';
         lumo::append_hexadecimal(&bytes[at], 1, text);

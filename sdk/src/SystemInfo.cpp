@@ -17,6 +17,7 @@ using host::selector;
 
 namespace {
 
+// Memory counts in powers of two and disks in powers of ten, as their makers do.
 constexpr double bytes_to_megabytes = 1.0 / 1048576;
 constexpr double bytes_to_gigabytes_divisor = 1000000000.0;
 

@@ -56,6 +56,7 @@ void tova_semaphore_wait(tova_semaphore* s)
     check(s);
     if (pthread_mutex_lock(&s->_mutex) != 0)
         tova_assert(false);
+    // Looked at again after each wake-up: another waiter may have been faster.
     while (s->_value <= 0 && pthread_cond_wait(&s->_condition, &s->_mutex) == 0) {
     }
     // Also after a platform error: the caller goes on as if it had its count, so the count must say so.

@@ -334,6 +334,7 @@ bool is_cut_off(const char* text)
 // Writes the UTF-8 of one code point into `out` and returns its length.
 int encode(uint32_t value, char* out)
 {
+    // Half a character has no UTF-8, and a decoder would refuse what it was given for one.
     if (!is_code_point(value))
         value = replacement;
     if (value < 0x80) {
@@ -424,6 +425,7 @@ static void replace_tail(tova_string* s, uint32_t kept, const char* text)
     check(s);
     const size_t added = text ? strlen(text) : 0;
     const size_t needed = kept + added + 1;
+    // The length is kept in 32 bits: one that wrapped would let the copy run over its end.
     if (needed > UINT32_MAX)
         tova_assert(false);
     std::unique_ptr<char, decltype(&free)> old(nullptr, free);

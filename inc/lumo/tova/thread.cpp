@@ -66,6 +66,7 @@ static void tova_thread_unix_set_priority(tova_thread* t)
 // Creates the platform thread; false when there is no memory or no thread left.
 static bool launch(tova_thread* t)
 {
+    // Without an exception: too little memory is a thread that could not be started.
     std::unique_ptr<tova_thread> copy(new (std::nothrow) tova_thread(*t));
     if (!copy)
         return false;

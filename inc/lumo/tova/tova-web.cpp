@@ -72,6 +72,7 @@ void tova_http_init(tova_http* h)
         tova_string_init(&(h->*text));
     tova_string_set(&h->_cookie_file, "-");
     tova_string_set(&h->_user_agent, "tova-1.2");
+    // What a host may rely on without setting it. Every request ends by itself: its thread waits for it.
     h->_follow_redirects = 1;
     h->_connect_timeout = 60;
     h->_timeout = 30;
@@ -165,6 +166,7 @@ void tova_http_close(tova_http* h)
     check(h);
     curl_easy_cleanup(h->_curl);
     h->_curl = nullptr;
+    // Before it is released: freed memory keeps its content.
     wipe(&h->_proxy_password);
     for (auto text : string_options)
         tova_string_clear(&(h->*text));
@@ -227,6 +229,7 @@ static void set_proxy(tova_http* h)
     CURL* curl = h->_curl;
     // Without a proxy libcurl would read one from the environment; a request is configured by its record alone.
     curl_easy_setopt(curl, CURLOPT_PROXY, tova_string_get(&h->_proxy));
+    // Whatever the proxy asks for; libcurl takes the strongest that both know.
     if (tova_string_length(&h->_proxy))
         curl_easy_setopt(curl, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_ANY));
 }
@@ -458,6 +461,7 @@ int32_t tova_http_to_file(tova_http* h, const char* path)
     scoped_string neighbour;
     if (!open_neighbour(&target.file, path, &neighbour))
         return 0;
+    // A response of its own, since its callbacks are the way into the file.
     tova_http_response r;
     tova_http_response_create(&r);
     tova_http_response_callback_set(&r, &target, download::body, nullptr, download::progress);

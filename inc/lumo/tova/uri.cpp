@@ -51,6 +51,7 @@ void tova_uri_parse(tova_uri* uri, const char* text)
         parse_authority(uri, text, end);
         text = end;
     }
+    // Query and fragment stay on it: who needs them apart looks for their signs.
     if (*text)
         uri->path = part(text, text + strlen(text));
 }

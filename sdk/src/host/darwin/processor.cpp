@@ -7,6 +7,7 @@
 namespace AnalyticsSDK::host {
 namespace {
 
+// From the kernel's numbers to those that the table of families knows.
 constexpr struct
 {
     cpu_subtype_t subtype;

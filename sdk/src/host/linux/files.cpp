@@ -66,6 +66,7 @@ bool line_file::refill()
 
 std::string_view trim(std::string_view text)
 {
+    // NUL as well: the device tree ends its texts with one.
     static constexpr std::string_view around(" \t\r\n\0", 5);
     const std::size_t first = text.find_first_not_of(around);
     if (first == std::string_view::npos)
@@ -75,6 +76,7 @@ std::string_view trim(std::string_view text)
 
 bool split_pair(std::string_view line, std::string_view& key, std::string_view& value)
 {
+    // The first one: values have colons of their own.
     const std::size_t colon = line.find(':');
     if (colon == std::string_view::npos)
         return false;

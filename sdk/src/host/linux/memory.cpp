@@ -31,6 +31,7 @@ constexpr struct
 bool read_figures(const char* root, kibibytes& memory)
 {
     files::line_file file(root, "/proc/meminfo");
+    // The keys stand in no fixed order, and which of them there are differs between kernels.
     std::string_view line, key, value;
     while (file.is_open() && file.next(line) && files::split_pair(line, key, value))
         for (const auto& wanted : figures)

@@ -12,6 +12,7 @@ namespace readers {
 
 std::int32_t architecture_code(const char* machine)
 {
+    // By their start only: names of machines go on with byte orders and generations, as in "ppc64le".
     static constexpr struct
     {
         const char* start;
