@@ -4,7 +4,6 @@
 #include "support/session.h"
 #include "transfers.h"
 
-#include <csignal>
 #include <cstdlib>
 
 namespace {
@@ -118,19 +117,6 @@ struct PlainTlsServer
     const std::string url = "https://" + address + "/";
     Child child;
 };
-
-TEST_F(WebClientTls, SurvivesAServerThatDiesDuringAnUpload)
-{
-    PlainTlsServer dying(authority.issue({"127.0.0.1"}));
-    event["data"] = std::string(50'000'000, 'x');
-    signal(SIGPIPE, SIG_DFL); // as in a host that never thought of it; the test servers ignore it
-    ASSERT_TRUE(queue(dying.url, "upload", RequestTypePost, &event));
-    EXPECT_TRUE(dying.child.wait_for_output("data=xxx"));
-    dying.child.kill();
-    EXPECT_EQ("error 0", ends.of("upload"));
-    EXPECT_EQ("false 0", executed(dying.url, RequestTypePost, &event));
-    signal(SIGPIPE, SIG_IGN);
-}
 
 // Run anew with an OpenSSL configuration that allows what this machine's forbids: so that it is us who refuse.
 TEST_F(WebClientTls, RefusesVersionsBelow12)

@@ -125,7 +125,6 @@ bool Connection::more()
     ssize_t count = recv(m_socket, piece.data(), piece.size(), 0);
     if (count <= 0)
         return false;
-    m_server.m_received += static_cast<size_t>(count);
     m_unread.append(piece, 0, static_cast<size_t>(count));
     return true;
 }

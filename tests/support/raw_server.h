@@ -62,11 +62,9 @@ public:
     int port() const { return m_port; }
     std::string url(const std::string& path = "/", const std::string& host = "127.0.0.1") const;
     int connections() const { return m_connections; }
-    size_t bytes_received() const { return m_received; }
     /// Every request that was read whole, in order.
     std::vector<std::string> requests() const;
     bool wait_for_connections(int count, milliseconds limit = patience) const;
-    bool stopping() const { return m_stopping; }
 
 private:
     void accept_all();
@@ -79,7 +77,6 @@ private:
     int m_port = 0;
     std::atomic<bool> m_stopping{false};
     std::atomic<int> m_connections{0};
-    std::atomic<size_t> m_received{0};
     mutable std::mutex m_lock;
     std::vector<std::string> m_requests;
     std::vector<std::thread> m_threads; // of the acceptor's alone until it has been joined
