@@ -52,7 +52,8 @@ int times_in_memory(std::string_view turned_over)
         char rights[5];
         if (sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, rights) != 3 || rights[1] != 'w')
             continue;
-        if (to - from > 1ul << 30) // a sanitizer's own books
+        // Neither a sanitizer's own books, nor the stack, where registers are saved that a text went through.
+        if (to - from > 1ul << 30 || line.find("[stack]") != line.npos)
             continue;
         for (; from + turned_over.size() <= to; from += sizeof piece - turned_over.size()) {
             memset(piece, 0, sizeof piece); // it is searched as well
@@ -73,6 +74,9 @@ int times_in_memory(std::string_view turned_over)
 // A password that stands nowhere as it is; `filled` lends it for a moment.
 constexpr std::string_view turned_over_password =
     "\x9c\x8b\x92\xa5\xce\xc6\xb7\x8d\x98\xa8\x8f\x9e\x8c\xcd\xc9\x91\x9a\x8a\x96\x93\x87\xa6\xad\xb1";
+
+// What is searched for: the allocator writes its own notes over the first 16 bytes of what is freed.
+constexpr std::string_view turned_over_end = turned_over_password.substr(16);
 
 template <typename Use>
 void with_password(Use use)
@@ -121,24 +125,24 @@ TEST(Hardening, NoPasswordStaysBehindInMemory)
     {
         CCredentialStore store, short_lived;
         with_password([&](const char* password) { add(store, password), add(short_lived, password); });
-        EXPECT_GE(times_in_memory(turned_over_password), 2) << "the search itself";
+        EXPECT_GE(times_in_memory(turned_over_end), 2) << "the search itself";
         CUserCredentials copy, other;
         EXPECT_TRUE(store.CopyUserCredentials("proxy:1", copy));
         other = copy;
         other = CUserCredentials();
         add(store, "another"); // in its place
     }
-    EXPECT_EQ(times_in_memory(turned_over_password), 0);
+    EXPECT_EQ(times_in_memory(turned_over_end), 0);
 
     tova_http http;
     tova_http_init(&http);
     with_password(
         [&](const char* password) { tova_http_option_string_set(&http, tova_http_proxy_password, password); });
-    EXPECT_EQ(times_in_memory(turned_over_password), 1);
+    EXPECT_EQ(times_in_memory(turned_over_end), 1);
     tova_http_option_string_set(&http, tova_http_proxy_password, "another");
-    EXPECT_EQ(times_in_memory(turned_over_password), 0);
+    EXPECT_EQ(times_in_memory(turned_over_end), 0);
     with_password(
         [&](const char* password) { tova_http_option_string_set(&http, tova_http_proxy_password, password); });
     tova_http_close(&http);
-    EXPECT_EQ(times_in_memory(turned_over_password), 0);
+    EXPECT_EQ(times_in_memory(turned_over_end), 0);
 }

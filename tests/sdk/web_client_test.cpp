@@ -223,13 +223,16 @@ TEST_F(WebClientRequests, DownloadIntoAFileWithoutALimit)
 TEST_F(WebClientRequests, ReportProgressPerBlock)
 {
     double last_update = 0;
-    TransferSettings::clock = [] { return 7.0; };
+    TransferSettings::clock = [] { // goes on by one whenever it is asked, on the client's thread
+        static double asked = 0;
+        return ++asked;
+    };
     ends.on_end = [&](const char* id) { last_update = client.FindRequestByID(id)->GetLastUpdate(); };
     server.answer([](const Request&) { return Reply{200, std::string(megabyte, 'x')}; });
     EXPECT_EQ("complete", queued(server.url()));
-    EXPECT_EQ(7.0, last_update) << "what arrives ends the silence";
     const auto steps = ends.progress("item 1");
     ASSERT_GT(steps.size(), 1u);
+    EXPECT_GE(last_update, static_cast<double>(steps.size())) << "each block ends the silence";
     double before = 0;
     for (const Progress& step : steps) {
         EXPECT_GT(step.downloaded, before);
