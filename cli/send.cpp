@@ -42,8 +42,9 @@ public:
     explicit Working(const std::string& what)
     {
         if (unsigned columns = terminal::error_width()) {
-            m_what =
-                what.substr(0, std::max(columns, 20u) - 10); // a longer one would wrap and stay; "123456 s" fits behind
+            // A longer line would wrap and stay; " 123456 s" fits behind.
+            m_what = what.substr(0, std::max(columns, 20u) - 10);
+            show(0);
             m_thread = std::thread([this] { count(); });
         } else {
             std::cerr << what << std::endl;
@@ -64,13 +65,16 @@ public:
     }
 
 private:
+    void show(int seconds) const
+    {
+        std::cerr << "\r\x1b[K" << m_what << (seconds ? " " + std::to_string(seconds) + " s" : "") << std::flush;
+    }
+
     void count()
     {
         std::unique_lock hold(m_lock);
-        for (int second = 0; !m_over; ++second) {
-            std::cerr << "\r\x1b[K" << m_what << (second ? " " + std::to_string(second) + " s" : "") << std::flush;
-            m_changed.wait_for(hold, std::chrono::seconds(1), [this] { return m_over; });
-        }
+        for (int second = 1; !m_changed.wait_for(hold, std::chrono::seconds(1), [this] { return m_over; }); ++second)
+            show(second);
     }
 
     std::string m_what;
