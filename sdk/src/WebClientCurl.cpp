@@ -16,7 +16,7 @@ namespace {
 // How late the worker learns what libcurl does not wake it for: a stall, the machine going offline.
 constexpr int wait_ms = 100;
 // What IProgressCallback::OnDownloadError reports beside HTTP statuses.
-constexpr long code_stalled = -3, code_other_proxy = -7, status_proxy_login = 407;
+constexpr long code_stalled = -3, code_other_proxy = -7, status_proxy_login = 407, status_refused = 400;
 
 const char* OrEmpty(const char* text)
 {
@@ -43,6 +43,16 @@ long ReadStatus(const CurlEasyHandle& handle)
     if (curl_easy_getinfo(handle.GetHandle(), bTunnel ? CURLINFO_HTTP_CONNECTCODE : CURLINFO_RESPONSE_CODE, &status))
         return 0;
     return status;
+}
+
+// libcurl fails on a status from 400 on when it has read the empty line behind the headers. An answer that is cut
+// before that line would pass for a success, and what the server refused would be deleted.
+long JudgeCutHeaders(const CurlEasyHandle& handle, long result)
+{
+    long status = 0;
+    curl_easy_getinfo(handle.GetHandle(), CURLINFO_RESPONSE_CODE, &status);
+    const bool bRefused = result == CURLE_OK && status >= status_refused;
+    return bRefused ? long{CURLE_HTTP_RETURNED_ERROR} : result;
 }
 
 // A redirected post ends as a GET only after a 303, which says that the post was taken. What became of the page that
@@ -305,7 +315,7 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
         if (handle->UsesProxy() && std::count(failed.begin(), failed.end(), handle->spProxyInfo->strProxy))
             return false;
         httpCode = 0;
-        const long result = handle->Perform();
+        const long result = JudgeCutHeaders(*handle, handle->Perform());
         RememberError(handle, result);
         // Whatever the result: after a proxy's refusal libcurl may fail on what follows, and still knows the 407.
         httpCode = ReadStatus(*handle);
@@ -372,7 +382,7 @@ void WebClient::FinishTransfers()
         // The message dies with the transfer that it is about: everything is read from it before.
         CurlEasyHandle* handle = spMultiHandle->FindEasyHandle(message->easy_handle);
         if (message->msg == CURLMSG_DONE && handle)
-            FinishTransfer(handle, message->data.result);
+            FinishTransfer(handle, JudgeCutHeaders(*handle, message->data.result));
     }
 }
 

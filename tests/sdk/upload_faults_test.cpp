@@ -145,6 +145,9 @@ TEST_F(ThreadsUploadFaults, HalfAResponseKeepsTheFile)
         "no answer", [](Connection& client) { client.read_request(); }, Sent::failed);
     expect_upload(
         "nothing read", [](Connection&) {}, Sent::failed);
+    for (const char* status : {"400 Bad Request", "407 Proxy Authentication Required", "500 Internal Server Error"})
+        expect_upload(std::string("cut behind ") + status, reply(std::string("HTTP/1.1 ") + status + "\r\n"),
+                      Sent::failed);
     expect_upload("half a body", reply(ok + "Content-Length: 10\r\n\r\n12345"), Sent::failed);
     expect_upload("half a chunk", reply(ok + "Transfer-Encoding: chunked\r\n\r\nff\r\n123"), Sent::failed);
     expect_upload("no last chunk", reply(ok + "Transfer-Encoding: chunked\r\n\r\n1\r\n1\r\n"), Sent::failed);
