@@ -7,7 +7,8 @@ sh        run by one bash per document, in a folder that looks like a built clon
 cmake     written to the file that it names, for the shell blocks that use it.
 json      lines of an event log file, judged by the analytics command.
 text      not code.
-Links to files of the repository must lead somewhere, and README's tables must tell what the sources and the bench do.
+Links to files of the repository, and names of files in it, must lead somewhere, and README's tables must tell what the
+sources and the bench do.
 """
 import os, pathlib, re, subprocess, sys, tempfile
 
@@ -90,6 +91,9 @@ def check_document(path):
     for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", text):
         if not (path.parent / link).exists():
             failures.append(f"{path.relative_to(source)}: the link to {link} leads nowhere")
+    for named in re.findall(r"`((?:inc|sdk|tests|tools|docs|cli|examples|cmake)/[\w/.-]+\.\w+)`", text):
+        if not (source / named).exists():
+            failures.append(f"{path.relative_to(source)}: there is no {named}")
 
 
 def must_name(names, place):
