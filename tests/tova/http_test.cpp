@@ -349,7 +349,9 @@ TEST_F(HttpProxy, LetsARequestWithItsLoginThroughAndSendsNoEmptyOne)
     }
     go_through(proxy, "alice", "secret");
     tova_http_data_set(&h, "data", 4);
+    setenv("no_proxy", "*", 1); // leads nobody around the chosen proxy
     EXPECT_EQ(1, request(tova_http_post)) << r._error;
+    unsetenv("no_proxy");
     set(tova_http_proxy, ""); // set aside, it is asked no more, and none is taken from the environment
     setenv("http_proxy", proxy.text().c_str(), 1);
     EXPECT_EQ(1, request());

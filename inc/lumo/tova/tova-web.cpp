@@ -227,8 +227,10 @@ static void append_encoded(tova_string* to, CURL* curl, const tova_string* text)
 static void set_proxy(tova_http* h)
 {
     CURL* curl = h->_curl;
-    // Without a proxy libcurl would read one from the environment; a request is configured by its record alone.
+    // Left to itself, libcurl would read a proxy, and hosts to reach without one, from the environment; a request is
+    // configured by its record alone.
     curl_easy_setopt(curl, CURLOPT_PROXY, tova_string_get(&h->_proxy));
+    curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
     // Whatever the proxy asks for; libcurl takes the strongest that both know.
     if (tova_string_length(&h->_proxy))
         curl_easy_setopt(curl, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_ANY));
