@@ -5,10 +5,8 @@
 
 #include <csignal>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <sys/types.h>
-#include <thread>
 #include <vector>
 
 namespace support {
@@ -25,7 +23,7 @@ class Child
 {
 public:
     /// Starts a program, found by PATH. A program that does not exist ends with status 127.
-    explicit Child(std::vector<std::string> command, const ChildOptions& options = {});
+    explicit Child(const std::vector<std::string>& command, const ChildOptions& options = {});
     /// Forks and runs the function, whose result is the exit status. Only while this process has no other threads
     /// that matter to the function.
     explicit Child(const std::function<int()>& body);
@@ -34,9 +32,9 @@ public:
     Child& operator=(const Child&) = delete;
 
     pid_t pid() const { return m_pid; }
-    /// Signals the child and what it has started in turn, which would otherwise keep its output open.
+    /// Signals the child and what it has started in turn.
     void kill(int signal = SIGKILL) const;
-    /// True when the process has ended within the limit and all it wrote has been read.
+    /// True when the process has ended within the limit.
     bool wait(milliseconds limit = patience);
     /// After wait(): the exit status, or 128 + the signal that ended it (as a shell says it); -1 while it runs.
     int status() const { return m_status; }
@@ -46,15 +44,11 @@ public:
     bool wait_for_output(const std::string& text, milliseconds limit = patience);
 
 private:
-    void read_from(int out, int err);
     bool reap();
 
     pid_t m_pid = -1;
     int m_status = -1;
-    mutable std::mutex m_lock;
-    std::string m_output;
-    std::string m_errors;
-    std::vector<std::thread> m_readers;
+    int m_output, m_errors; // files without names
 };
 
 struct Ended
@@ -65,6 +59,6 @@ struct Ended
 };
 
 /// Runs a program to its end.
-Ended run(std::vector<std::string> command, const ChildOptions& options = {}, milliseconds limit = patience);
+Ended run(const std::vector<std::string>& command, const ChildOptions& options = {}, milliseconds limit = patience);
 
 } // namespace support

@@ -24,16 +24,6 @@ HttpServer::HttpServer(Handler handler) : HttpServer(std::make_unique<httplib::S
 HttpServer::HttpServer(std::unique_ptr<httplib::Server> server, const char* scheme, Handler handler)
     : m_server(std::move(server)), m_scheme(scheme), m_handler(std::move(handler))
 {
-    start();
-}
-
-HttpServer::~HttpServer()
-{
-    stop();
-}
-
-void HttpServer::start()
-{
     if (!m_server->is_valid())
         throw std::runtime_error("the server's certificate or key is unusable");
     // Kept connections hold a thread each, and stop() waits for them: many threads, and a short wait for a next
@@ -44,16 +34,20 @@ void HttpServer::start()
     m_server->set_read_timeout(30);
     m_server->set_write_timeout(30);
     m_server->set_tcp_nodelay(true);
-    auto plain = [this](const httplib::Request& got, httplib::Response& answer) { serve(got, answer, nullptr); };
-    auto reading = [this](const httplib::Request& got, httplib::Response& answer,
-                          const httplib::ContentReader& reader) { serve(got, answer, &reader); };
-    m_server->Get(".*", plain).Options(".*", plain);
-    m_server->Post(".*", reading).Put(".*", reading).Patch(".*", reading).Delete(".*", reading);
+    m_server->Get(".*", [this](const auto& got, auto& answer) { serve(got, answer, nullptr); });
+    m_server->Post(".*", [this](const auto& got, auto& answer, const httplib::ContentReader& reader) {
+        serve(got, answer, &reader);
+    });
     m_port = m_server->bind_to_any_port("127.0.0.1");
     if (m_port <= 0)
         throw std::runtime_error("no loopback port");
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
     wait_until([this] { return m_server->is_running(); });
+}
+
+HttpServer::~HttpServer()
+{
+    stop();
 }
 
 static void read_body(const httplib::Request& got, const httplib::ContentReader& reader, Request& request)

@@ -78,7 +78,6 @@ protected:
     HttpServer(std::unique_ptr<httplib::Server> server, const char* scheme, Handler handler);
 
 private:
-    void start();
     void serve(const httplib::Request& got, httplib::Response& answer, const httplib::ContentReader* reader);
 
     std::unique_ptr<httplib::Server> m_server;

@@ -16,16 +16,24 @@ static sockaddr_in loopback(int port)
     return address;
 }
 
-int bind_loopback(int& port)
+HeldPort::HeldPort() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {
-    const int held = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
-    if (held < 0 || bind(held, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
-        getsockname(held, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+    if (bind(m_socket, reinterpret_cast<sockaddr*>(&address), size) != 0 ||
+        getsockname(m_socket, reinterpret_cast<sockaddr*>(&address), &size) != 0)
         throw std::runtime_error("no loopback port");
-    port = ntohs(address.sin_port);
-    return held;
+    m_port = ntohs(address.sin_port);
+}
+
+HeldPort::~HeldPort()
+{
+    close(m_socket);
+}
+
+std::string HeldPort::url(const std::string& path, const std::string& host) const
+{
+    return "http://" + host + ":" + std::to_string(m_port) + path;
 }
 
 int connect_loopback(int port)
@@ -36,21 +44,6 @@ int connect_loopback(int port)
         return client;
     close(client);
     return -1;
-}
-
-HeldPort::HeldPort()
-{
-    m_socket = bind_loopback(m_port);
-}
-
-HeldPort::~HeldPort()
-{
-    close(m_socket);
-}
-
-std::string HeldPort::url(const std::string& path) const
-{
-    return "http://127.0.0.1:" + std::to_string(m_port) + path;
 }
 
 int free_port()

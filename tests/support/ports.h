@@ -5,7 +5,8 @@
 
 namespace support {
 
-/// A port that is bound and never listened on: connecting to it is refused for as long as this object lives.
+/// A socket bound to a loopback port that the system chooses. Unless somebody listens on it, connecting to the port is
+/// refused for as long as this object lives.
 class HeldPort
 {
 public:
@@ -13,16 +14,17 @@ public:
     ~HeldPort();
     HeldPort(const HeldPort&) = delete;
     HeldPort& operator=(const HeldPort&) = delete;
+    int socket() const { return m_socket; }
     int port() const { return m_port; }
-    std::string url(const std::string& path = "/") const;
+    /// "127.0.0.1:port", as a proxy is named.
+    std::string text() const { return "127.0.0.1:" + std::to_string(m_port); }
+    std::string url(const std::string& path = "/", const std::string& host = "127.0.0.1") const;
 
 private:
-    int m_socket = -1;
+    int m_socket;
     int m_port = 0;
 };
 
-/// A socket bound to a loopback port that the system chooses. The caller closes it.
-int bind_loopback(int& port);
 /// A connection to a loopback port, -1 when nobody listens. The caller closes it.
 int connect_loopback(int port);
 /// A port that was free a moment ago, for a program that must be told its port. Prefer a server that picks its own.

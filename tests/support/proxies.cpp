@@ -36,8 +36,7 @@ size_t ProxyProgram::log_count(const std::string& text, size_t at_least, millise
 }
 
 // Somebody may take a free port before the proxy does: then the program ends, and another port is tried.
-template <typename Prepare>
-void ProxyProgram::start(Prepare prepare)
+void ProxyProgram::start(const std::function<std::vector<std::string>(int port)>& prepare)
 {
     for (int attempt = 0; attempt < 5; ++attempt) {
         m_port = free_port();
@@ -58,7 +57,7 @@ Squid::Squid(const ProxyOptions& options)
                            "\npid_filename none\ncache deny all\nshutdown_lifetime 0 seconds\n"
                            "dns_nameservers 127.0.0.1\nvisible_hostname proxy.test\ncoredump_dir none\n"
                            "access_log stdio:" +
-                           m_folder.file("access.log") + "\ncache_log " + m_folder.file("cache.log") + "\n";
+                           m_log + "\ncache_log " + m_folder.file("cache.log") + "\n";
         if (options.user.empty()) {
             conf += "http_access allow all\n";
         } else {
@@ -76,18 +75,13 @@ Squid::Squid(const ProxyOptions& options)
     });
 }
 
-std::string Squid::log() const
-{
-    return read_file(m_folder.file("access.log"));
-}
-
 Tinyproxy::Tinyproxy(const ProxyOptions& options)
 {
     start([&](int port) {
         std::string conf = "Port " + std::to_string(port) +
                            "\nListen 127.0.0.1\nAllow 127.0.0.1\nTimeout 60\n"
-                           "MaxClients 100\nLogLevel Connect\nPidFile \"" +
-                           m_folder.file("pid") + "\"\n";
+                           "MaxClients 100\nLogLevel Connect\nLogFile \"" +
+                           m_log + "\"\nPidFile \"" + m_folder.file("pid") + "\"\n";
         for (int allowed : options.connect_ports)
             conf += "ConnectPort " + std::to_string(allowed) + "\n";
         if (!options.user.empty())
@@ -95,11 +89,6 @@ Tinyproxy::Tinyproxy(const ProxyOptions& options)
         write_file(m_folder.file("conf"), conf);
         return std::vector<std::string>{"tinyproxy", "-d", "-c", m_folder.file("conf")};
     });
-}
-
-std::string Tinyproxy::log() const
-{
-    return m_child->output() + m_child->errors();
 }
 
 } // namespace support

@@ -27,16 +27,18 @@ public:
     /// The proxy as clients name it: "127.0.0.1:port".
     std::string text() const;
     /// The proxy's own log so far.
-    virtual std::string log() const = 0;
+    std::string log() const { return read_file(m_log); }
     /// How often a text stands in that log; waits until it stands there `at_least` times (or the limit is over).
     size_t log_count(const std::string& text, size_t at_least = 1, milliseconds limit = patience) const;
 
 protected:
     /// Runs the command that `prepare` gives for a port, with other ports until one works.
-    template <typename Prepare>
-    void start(Prepare prepare);
+    void start(const std::function<std::vector<std::string>(int port)>& prepare);
 
     ScratchFolder m_folder;
+    const std::string m_log = m_folder.file("log");
+
+private:
     std::unique_ptr<Child> m_child;
     int m_port = 0;
 };
@@ -46,7 +48,6 @@ class Squid : public ProxyProgram
 {
 public:
     explicit Squid(const ProxyOptions& options = {});
-    std::string log() const override;
 };
 
 /// tinyproxy: the awkward one. Its log has a line per request: "Request (file descriptor 5): POST http://host/
@@ -55,7 +56,6 @@ class Tinyproxy : public ProxyProgram
 {
 public:
     explicit Tinyproxy(const ProxyOptions& options = {});
-    std::string log() const override;
 };
 
 } // namespace support

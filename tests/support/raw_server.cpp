@@ -1,10 +1,7 @@
 #include "support/raw_server.h"
 
-#include "support/ports.h"
-
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
@@ -17,8 +14,7 @@ using Connection = RawServer::Connection;
 
 RawServer::RawServer(Script script) : m_script(std::move(script))
 {
-    m_listener = bind_loopback(m_port);
-    if (listen(m_listener, 128) != 0 || pipe2(m_wake, O_CLOEXEC) != 0)
+    if (listen(m_listener.socket(), 128) != 0 || pipe2(m_wake, O_CLOEXEC) != 0)
         throw std::runtime_error("the raw server cannot listen");
     m_acceptor = std::thread([this] { accept_all(); });
 }
@@ -38,45 +34,40 @@ RawServer::~RawServer()
     for (std::thread& thread : m_threads)
         thread.join();
     close(m_wake[0]);
-    close(m_listener);
 }
 
-// True when the socket has something to read (or an end); false when the limit is over or the server is to stop.
-bool RawServer::readable(int socket, milliseconds limit) const
+// False when the limit is over or the server is to stop.
+bool RawServer::ready(int socket, short events, milliseconds limit) const
 {
-    pollfd ends[] = {{socket, POLLIN, 0}, {m_wake[0], POLLIN, 0}};
-    while (poll(ends, 2, static_cast<int>(limit.count())) < 0 && errno == EINTR) {
-    }
+    pollfd ends[] = {{socket, events, 0}, {m_wake[0], POLLIN, 0}};
+    poll(ends, 2, static_cast<int>(limit.count()));
     return !m_stopping && ends[0].revents != 0;
 }
 
 void RawServer::accept_all()
 {
     while (!m_stopping) {
-        if (!readable(m_listener, patience))
+        if (!ready(m_listener.socket(), POLLIN))
             continue;
-        int socket = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (socket >= 0)
-            m_threads.emplace_back([this, socket, number = ++m_connections] { run_script(socket, number); });
+        const int socket = accept4(m_listener.socket(), nullptr, nullptr, SOCK_CLOEXEC);
+        if (socket >= 0) {
+            ++m_connections;
+            m_threads.emplace_back([this, socket] { run_script(socket); });
+        }
     }
 }
 
-void RawServer::run_script(int socket, int number)
+void RawServer::run_script(int socket)
 {
-    Connection connection(*this, socket, number);
+    Connection connection(*this, socket);
     m_script(connection);
     // What the client still sends would turn an orderly close into a reset that may overtake the reply.
     if (connection.m_socket >= 0) {
         shutdown(socket, SHUT_WR);
-        while (readable(socket, milliseconds(200)) && !connection.read_some().empty()) {
+        while (ready(socket, POLLIN, milliseconds(200)) && !connection.read_some().empty()) {
         }
         close(socket);
     }
-}
-
-std::string RawServer::url(const std::string& path, const std::string& host) const
-{
-    return "http://" + host + ":" + std::to_string(m_port) + path;
 }
 
 std::vector<std::string> RawServer::requests() const
@@ -108,10 +99,6 @@ static size_t whole_request(const std::string& text)
     body += 4;
     std::string head = text.substr(0, body);
     std::transform(head.begin(), head.end(), head.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (head.find("\r\ntransfer-encoding: chunked") != head.npos) {
-        size_t end = text.find("0\r\n\r\n", body);
-        return end == text.npos ? text.npos : end + 5;
-    }
     size_t length = head.find("\r\ncontent-length:");
     size_t size = length == head.npos ? 0 : std::stoul(head.substr(length + 17));
     return text.size() < body + size ? text.npos : body + size;
@@ -120,7 +107,7 @@ static size_t whole_request(const std::string& text)
 bool Connection::more()
 {
     std::string piece(65536, '\0');
-    if (m_socket < 0 || !m_server.readable(m_socket, patience))
+    if (m_socket < 0 || !m_server.ready(m_socket, POLLIN))
         return false;
     ssize_t count = recv(m_socket, piece.data(), piece.size(), 0);
     if (count <= 0)
@@ -146,10 +133,7 @@ bool Connection::read_request()
 bool Connection::send(std::string_view text)
 {
     while (!text.empty() && m_socket >= 0) {
-        pollfd ends[] = {{m_socket, POLLOUT, 0}, {m_server.m_wake[0], POLLIN, 0}};
-        if (poll(ends, 2, -1) < 0 && errno == EINTR)
-            continue;
-        if (m_server.m_stopping)
+        if (!m_server.ready(m_socket, POLLOUT))
             return false;
         ssize_t count = ::send(m_socket, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (count <= 0)
@@ -159,22 +143,19 @@ bool Connection::send(std::string_view text)
     return m_socket >= 0;
 }
 
-bool Connection::drip(std::string_view text, milliseconds pause)
+void Connection::drip(std::string_view text, milliseconds pause)
 {
     for (char byte : text) {
-        if (m_server.m_stopping || !send({&byte, 1}))
-            return false;
-        pollfd end{m_server.m_wake[0], POLLIN, 0};
-        poll(&end, 1, static_cast<int>(pause.count()));
+        if (!send({&byte, 1}))
+            return;
+        m_server.ready(-1, 0, pause); // a pause that the end of the server cuts short
     }
-    return true;
 }
 
-bool Connection::hang()
+void Connection::hang()
 {
     while (more())
         m_unread.clear();
-    return !m_server.m_stopping;
 }
 
 void Connection::reset()

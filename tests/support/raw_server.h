@@ -1,6 +1,7 @@
 // A TCP server whose every byte the test decides, for what no well-behaved server does.
 #pragma once
 
+#include "support/ports.h"
 #include "support/wait.h"
 
 #include <atomic>
@@ -20,9 +21,7 @@ public:
     class Connection
     {
     public:
-        /// 1 for the first connection, 2 for the next ...
-        int number() const { return m_number; }
-        /// Reads one request: headers, and the body by its Content-Length or chunks. False when the client left first.
+        /// Reads one request: headers, and the body by its Content-Length. False when the client left first.
         bool read_request();
         /// What read_request() read last.
         const std::string& request() const { return m_request; }
@@ -31,20 +30,21 @@ public:
         /// False when the client does not take it any more.
         bool send(std::string_view text);
         /// One byte at a time with a pause after each; ends early when the client or the server goes.
-        bool drip(std::string_view text, milliseconds pause);
-        /// Says nothing more until the client goes (true) or the server is stopped (false).
-        bool hang();
+        void drip(std::string_view text, milliseconds pause);
+        /// Says nothing more until the client goes or the server is stopped.
+        void hang();
         /// Ends the connection with a reset rather than an orderly close.
         void reset();
+        int socket() const { return m_socket; }
+        bool is_server_stopping() const { return m_server.m_stopping; }
 
     private:
         friend class RawServer;
-        Connection(RawServer& server, int socket, int number) : m_server(server), m_socket(socket), m_number(number) {}
+        Connection(RawServer& server, int socket) : m_server(server), m_socket(socket) {}
         bool more();
 
         RawServer& m_server;
         int m_socket;
-        int m_number;
         std::string m_unread;
         std::string m_request;
     };
@@ -59,8 +59,12 @@ public:
     RawServer(const RawServer&) = delete;
     RawServer& operator=(const RawServer&) = delete;
 
-    int port() const { return m_port; }
-    std::string url(const std::string& path = "/", const std::string& host = "127.0.0.1") const;
+    int port() const { return m_listener.port(); }
+    std::string text() const { return m_listener.text(); }
+    std::string url(const std::string& path = "/", const std::string& host = "127.0.0.1") const
+    {
+        return m_listener.url(path, host);
+    }
     int connections() const { return m_connections; }
     /// Every request that was read whole, in order.
     std::vector<std::string> requests() const;
@@ -68,13 +72,12 @@ public:
 
 private:
     void accept_all();
-    void run_script(int socket, int number);
-    bool readable(int socket, milliseconds limit) const;
+    void run_script(int socket);
+    bool ready(int socket, short events, milliseconds limit = patience) const;
 
     Script m_script;
-    int m_listener = -1;
+    HeldPort m_listener;
     int m_wake[2] = {-1, -1};
-    int m_port = 0;
     std::atomic<bool> m_stopping{false};
     std::atomic<int> m_connections{0};
     mutable std::mutex m_lock;
