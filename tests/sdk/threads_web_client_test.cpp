@@ -17,48 +17,19 @@ using Connection = RawServer::Connection;
 
 constexpr int host_threads = 8;
 
-/// Counts how often each transfer ended; the item id is its number.
-class Tally : public IProgressCallback
-{
-public:
-    static constexpr std::size_t most = 200'000;
-
-    void OnDownloadComplete(const char* id) override { end(id, completed); }
-    void OnDownloadCancel(const char* id) override { end(id, cancelled); }
-    void OnDownloadError(const char* id, long) override { end(id, failed); }
-    void OnProxyAuthenticationError(const char* id, long, const char*) override { end(id, failed); }
-    void OnProgressUpdate(const char*, double, double, double) override
-    {
-        // Now and then from within libcurl's own call.
-        if (++m_blocks % 32 == 0 && queue_more)
-            queue_more();
-    }
-
-    std::string next_id() { return std::to_string(next++); }
-    std::size_t ended() const { return completed + cancelled + failed; }
-
-    std::function<void()> queue_more;
-    std::atomic<std::size_t> next{0}, refused{0}, completed{0}, cancelled{0}, failed{0}, twice{0};
-
-private:
-    void end(const char* id, std::atomic<std::size_t>& how)
-    {
-        twice += m_ends[std::strtoul(id, nullptr, 10) % most]++ != 0;
-        ++how;
-    }
-
-    std::vector<std::atomic<int>> m_ends = std::vector<std::atomic<int>>(most);
-    std::atomic<unsigned> m_blocks{0};
-};
-
 class ThreadsWebClient : public TransferTest
 {
 protected:
+    ThreadsWebClient()
+    {
+        ends.reads_text = false;
+        ends.on_end = [this](const char*) { ++ended; };
+    }
+
+    // The item's id is its number.
     void queue_one(const std::string& url, Params* params)
     {
-        const std::string id = tally.next_id();
-        if (!client.QueueRequest(url.c_str(), &tally, params ? RequestTypePost : RequestTypeGet, params, id.c_str()))
-            ++tally.refused;
+        EXPECT_TRUE(queue(url, std::to_string(next++).c_str(), params ? RequestTypePost : RequestTypeGet, params));
     }
 
     // One of everything that a host may do at any time.
@@ -75,7 +46,7 @@ protected:
         long status = 0;
         Params params{{"data", std::string(number % 5000, 'x')}};
         const std::function<void()> deeds[] = {
-            [&] { client.CancelDownloadByID(std::to_string(number % (tally.next + 1)).c_str()); },
+            [&] { client.CancelDownloadByID(std::to_string(number % (next + 1)).c_str()); },
             [&] { client.CancelDownload(steady.url().c_str()); },
             [&] { number % 8 ? void() : client.CancelAllDownloads(); },
             [&] { store.AddCredentials(proxy.c_str(), login); },
@@ -99,18 +70,32 @@ protected:
     {
         const auto end = std::chrono::steady_clock::now() + duration;
         const auto goes_on = [=] { return std::chrono::steady_clock::now() < end; };
-        tally.queue_more = [&, goes_on] { goes_on() ? queue_one(steady.url(), nullptr) : void(); };
+        // Now and then from within libcurl's own call.
+        ends.on_progress = [=, this, blocks = 0u](const char*) mutable {
+            if (++blocks % 32 == 0 && goes_on())
+                queue_one(steady.url(), nullptr);
+        };
         std::vector<std::thread> threads;
         for (unsigned seed = 0; seed < host_threads; ++seed)
             threads.emplace_back([&, seed] {
                 std::mt19937 random(seed);
-                while (goes_on() && tally.next < Tally::most) {
+                while (goes_on()) {
                     do_something(random(), random(), proxy);
-                    support::wait_until([&] { return tally.next - tally.refused - tally.ended() < 64 || !goes_on(); });
+                    support::wait_until([&] { return next - ended < 64 || !goes_on(); });
                 }
             });
         for (std::thread& thread : threads)
             thread.join();
+    }
+
+    std::map<std::string, int> how_they_ended()
+    {
+        std::map<std::string, int> ways;
+        for (std::size_t id = 0; id < next; ++id) {
+            const std::string end = ends.item(std::to_string(id)).end;
+            ++ways[end.find('+') != end.npos ? "twice" : end.substr(0, 6)];
+        }
+        return ways;
     }
 
     // Both answer in small pieces, so that there is something to cancel; the second is reached by "localhost", which
@@ -125,7 +110,7 @@ protected:
         }
     }
     RawServer steady{answer}, by_proxy{answer};
-    Tally tally;
+    std::atomic<std::size_t> next{0}, ended{0};
 };
 
 TEST_F(ThreadsWebClient, EndsEveryTransferExactlyOnce)
@@ -133,30 +118,28 @@ TEST_F(ThreadsWebClient, EndsEveryTransferExactlyOnce)
     support::Squid proxy({"user", "word"});
     client.GetProxyManager()->AddProxyToCache("http://localhost/", proxy.text().c_str());
     rush(std::chrono::seconds(3), proxy.text());
-    EXPECT_TRUE(support::wait_until([&] { return tally.ended() + tally.refused == tally.next; }))
-        << tally.next << " queued, " << tally.ended() << " ended";
-    EXPECT_EQ(0u, tally.refused);
-    EXPECT_EQ(0u, tally.twice);
-    EXPECT_LT(0u, tally.completed);
-    EXPECT_LT(0u, tally.cancelled);
-    EXPECT_LT(0u, tally.failed) << "some had no login or a wrong one";
-    EXPECT_LT(0u, by_proxy.requests().size()) << "and some had the right one";
-    RecordProperty("transfers", static_cast<int>(tally.next));
+    EXPECT_TRUE(support::wait_until([&] { return ended == next; })) << next << " queued, " << ended << " ended";
     client.Close();
+    std::map<std::string, int> ways = how_they_ended();
+    EXPECT_EQ(0, ways["twice"]);
+    EXPECT_EQ(0, ways[""]);
+    for (const char* way : {"comple", "cancel", "login "}) // some had no login or a wrong one
+        EXPECT_LT(0, ways[way]) << way;
+    EXPECT_LT(0u, by_proxy.requests().size()) << "and some had the right one";
 }
 
 TEST_F(ThreadsWebClient, ClosesUnderFire)
 {
+    std::size_t heard = 0;
     std::thread closer([&] {
-        support::wait_until([&] { return tally.ended() > 20; });
+        support::wait_until([&] { return ended > 20; });
         client.Close();
+        heard = ended;
     });
     rush(std::chrono::seconds(1), "127.0.0.1:1");
     closer.join();
-    const std::size_t ended = tally.ended();
-    EXPECT_LE(ended, tally.next);
-    EXPECT_EQ(0u, tally.twice);
-    EXPECT_EQ(ended, tally.ended()) << "nobody hears anything after the close";
+    EXPECT_EQ(heard, ended) << "nobody hears anything after the close";
+    EXPECT_EQ(0, how_they_ended()["twice"]);
 }
 
 } // namespace

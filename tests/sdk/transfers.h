@@ -25,7 +25,8 @@ using AnalyticsSDK::RequestTypePost;
 using AnalyticsSDK::RequestTypePostMultipart;
 using Params = std::map<std::string, std::string>;
 
-/// While it lives the machine counts as online, or as `set` last said, whatever the running one is.
+/// While it lives the machine counts as online, or as `set` last said, whatever the running one is. Its end puts the
+/// limits of transfers back.
 class Network
 {
 public:
@@ -39,7 +40,13 @@ public:
         set(true);
         AnalyticsSDK::host::replace_facts(&m_facts);
     }
-    ~Network() { AnalyticsSDK::host::replace_facts(nullptr); }
+    ~Network()
+    {
+        AnalyticsSDK::host::replace_facts(nullptr);
+        AnalyticsSDK::TransferSettings::connect_timeout_ms = 30'000;
+        AnalyticsSDK::TransferSettings::total_timeout_ms = 60'000;
+        AnalyticsSDK::TransferSettings::clock = nullptr;
+    }
     void set(bool is_online) { online = is_online; }
 
 private:
@@ -54,17 +61,6 @@ inline void hold_open(support::RawServer::Connection& peer)
     peer.hang();
 }
 
-/// Puts the limits of transfers back.
-struct Settings
-{
-    ~Settings()
-    {
-        AnalyticsSDK::TransferSettings::connect_timeout_ms = 30'000;
-        AnalyticsSDK::TransferSettings::total_timeout_ms = 60'000;
-        AnalyticsSDK::TransferSettings::clock = nullptr;
-    }
-};
-
 struct Progress
 {
     double downloaded, total, speed;
@@ -74,10 +70,16 @@ struct Progress
 class Ends : public AnalyticsSDK::IProgressCallback
 {
 public:
+    struct Item
+    {
+        std::string end, body;
+        std::vector<Progress> progress;
+    };
+
     void OnDownloadComplete(const char* id) override
     {
         if (client && reads_text)
-            add_body(id, client->GetStream(id)->str());
+            change(id, [text = client->GetStream(id)->str()](Item& item) { item.body = text; });
         end(id, "complete");
     }
     void OnDownloadCancel(const char* id) override { end(id, "cancel"); }
@@ -88,64 +90,52 @@ public:
     }
     void OnProgressUpdate(const char* id, double downloaded, double total, double speed) override
     {
-        {
-            std::lock_guard hold(m_lock);
-            m_progress[id].push_back({downloaded, total, speed});
-        }
+        change(id, [&](Item& item) { item.progress.push_back({downloaded, total, speed}); });
         if (on_progress)
             on_progress(id);
     }
 
+    Item item(const std::string& id)
+    {
+        std::lock_guard hold(m_lock);
+        return m_items[id];
+    }
     /// Waits for the end of an item. "pending" when it does not come; several ends are joined with "+".
     std::string of(const std::string& id, support::milliseconds limit = support::patience)
     {
-        support::wait_until([&] { return !read(m_ends, id).empty(); }, limit);
-        const std::string how = read(m_ends, id);
-        return how.empty() ? "pending" : how;
+        return support::wait_until([&] { return !item(id).end.empty(); }, limit) ? item(id).end : "pending";
     }
-    std::string body(const std::string& id) { return read(m_bodies, id); }
-    std::vector<Progress> progress(const std::string& id) { return read(m_progress, id); }
-    std::size_t count() const { return m_count; }
 
     std::function<void(const char*id)> on_progress, on_end; ///< on the client's thread; set before queueing
     AnalyticsSDK::IWebClient* client = nullptr;
     bool reads_text = true;
 
 private:
-    template <class Value>
-    Value read(std::map<std::string, Value>& all, const std::string& id)
+    template <class Change>
+    void change(const char* id, Change how)
     {
         std::lock_guard hold(m_lock);
-        return all[id];
-    }
-    void add_body(const char* id, std::string text)
-    {
-        std::lock_guard hold(m_lock);
-        m_bodies[id] = std::move(text);
+        how(m_items[id]);
     }
     void end(const char* id, const std::string& how)
     {
         if (on_end)
             on_end(id);
-        std::lock_guard hold(m_lock);
-        m_ends[id] += m_ends[id].empty() ? how : "+" + how;
-        ++m_count;
+        change(id, [&](Item& item) { item.end += item.end.empty() ? how : "+" + how; });
     }
 
     std::mutex m_lock;
-    std::atomic<std::size_t> m_count{0};
-    std::map<std::string, std::string> m_ends, m_bodies;
-    std::map<std::string, std::vector<Progress>> m_progress;
+    std::map<std::string, Item> m_items;
 };
 
 /// A running web client whose callback outlives it.
 class TransferTest : public ::testing::Test
 {
 protected:
-    explicit TransferTest(bool own_proxies = true)
+    TransferTest()
     {
         ends.client = &client;
-        EXPECT_TRUE(client.Init(own_proxies));
+        EXPECT_TRUE(client.Init(true));
     }
     ~TransferTest() override { client.Close(); }
 
@@ -169,7 +159,6 @@ protected:
     }
 
     Network network;
-    Settings settings;
     /// Gives back what was posted. Outlives the client, whose idle connections would hold up its end.
     support::HttpServer server{[](const support::Request& request) { return support::Reply{200, request.body}; }};
     Ends ends;
