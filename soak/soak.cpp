@@ -2,10 +2,7 @@
 // 500 kills and a million events. Ends with 1 when anything was found.
 
 #include "support/scratch.h"
-#include "system/crash_run.h"
-#include "system/life_run.h"
-#include "system/load_run.h"
-#include "system/programs.h"
+#include "system/runs.h"
 
 #include <algorithm>
 #include <chrono>
@@ -35,7 +32,7 @@ void judge(Totals& totals, const std::string& finding)
 void kill_hosts(Totals& totals, unsigned seed)
 {
     support::ScratchFolder folder;
-    const CrashReport report = kill_again_and_again(host_program("steps_host"), folder.path().string(), 250, seed);
+    const CrashReport report = kill_again_and_again(folder.path().string(), 250, seed);
     totals.kills += report.kills;
     totals.tails += report.tails;
     totals.killed_events += report.events;
@@ -44,7 +41,7 @@ void kill_hosts(Totals& totals, unsigned seed)
 
 void leave_hosts(Totals& totals, unsigned seed)
 {
-    const LifeReport report = leave_again_and_again(host_program("steps_host"), 10, seed);
+    const LifeReport report = leave_again_and_again(10, seed);
     totals.hosts += report.hosts;
     judge(totals, report.finding);
 }
@@ -64,7 +61,7 @@ void judge_growth(Totals& totals, const LoadReport& report)
 void load_sessions(Totals& totals)
 {
     support::ScratchFolder folder;
-    const LoadReport report = load(host_program("load_host"), folder.path().string(), sessions, events_per_round);
+    const LoadReport report = load(folder.path().string(), sessions, events_per_round);
     totals.events += report.events;
     totals.received += report.received;
     totals.waiting += report.waiting;

@@ -1,8 +1,8 @@
-#include "system/crash_run.h"
-
 #include "support/child.h"
 #include "support/scratch.h"
 #include "system/numbered_log.h"
+#include "system/programs.h"
+#include "system/runs.h"
 
 #include <filesystem>
 #include <random>
@@ -13,9 +13,7 @@ namespace {
 class CrashRun
 {
 public:
-    CrashRun(std::string host, std::string folder, unsigned seed)
-        : m_host(std::move(host)), m_log(folder + "/log"), m_random(seed)
-    {}
+    CrashRun(const std::string& folder, unsigned seed) : m_log(folder + "/log"), m_random(seed) {}
 
     CrashReport run(int kills)
     {
@@ -28,7 +26,8 @@ private:
     // Half of the hosts die at any moment, their start included; the others in the middle of their work.
     void run_and_kill()
     {
-        support::Child child({m_host, "log=" + m_log, "open", "told=" + std::to_string(m_next)});
+        support::Child child(
+            {host_program("steps_host"), "log=" + m_log, "open", "log_and_tell=" + std::to_string(m_next)});
         if (m_random() % 2)
             child.wait_for_output("\n");
         std::this_thread::sleep_for(std::chrono::microseconds(m_random() % 12'000)); // the random moment itself
@@ -76,7 +75,7 @@ private:
             support::write_file(m_log, m_tail);
     }
 
-    std::string m_host, m_log;
+    std::string m_log;
     std::mt19937 m_random;
     long m_next = 1;
     std::string m_tail;
@@ -85,7 +84,7 @@ private:
 
 } // namespace
 
-CrashReport kill_again_and_again(const std::string& host, const std::string& folder, int kills, unsigned seed)
+CrashReport kill_again_and_again(const std::string& folder, int kills, unsigned seed)
 {
-    return CrashRun(host, folder, seed).run(kills);
+    return CrashRun(folder, seed).run(kills);
 }

@@ -1,10 +1,10 @@
-#include "system/life_run.h"
-
 #include "support/certificates.h"
 #include "support/child.h"
 #include "support/http_server.h"
 #include "support/scratch.h"
 #include "system/numbered_log.h"
+#include "system/programs.h"
+#include "system/runs.h"
 
 #include <atomic>
 #include <csignal>
@@ -42,20 +42,13 @@ std::string judge_logs(const std::string& log)
     return {};
 }
 
-std::string run_one(const std::string& host, const Way& way, const support::HttpServer& server,
-                    const std::string& certificates, long microseconds)
+std::string run_one(const Way& way, const support::HttpServer& server, const std::string& certificates,
+                    long microseconds)
 {
     support::ScratchFolder folder;
-    std::vector<std::string> command = {host,
-                                        "url=" + server.url(),
-                                        "log=" + folder.file("log"),
-                                        "certificates=" + certificates,
-                                        "open",
-                                        "numbered=1:1",
-                                        "work=1:1",
-                                        "work=2:0",
-                                        "work=3:0",
-                                        "sleep_us=" + std::to_string(microseconds)};
+    std::vector<std::string> command = host_steps(folder, server.url(),
+                                                  {"certificates=" + certificates, "open", "numbered=1:1", "work=1:1",
+                                                   "work=2:0", "work=3:0", "sleep_us=" + std::to_string(microseconds)});
     command.insert(command.end(), way.steps.begin(), way.steps.end());
     const auto ended = support::run(command);
     if (ended.status != way.status || ended.output != way.says)
@@ -66,7 +59,7 @@ std::string run_one(const std::string& host, const Way& way, const support::Http
 
 } // namespace
 
-LifeReport leave_again_and_again(const std::string& host, int rounds, unsigned seed)
+LifeReport leave_again_and_again(int rounds, unsigned seed)
 {
     std::mt19937 random(seed);
     LifeReport report;
@@ -81,8 +74,7 @@ LifeReport leave_again_and_again(const std::string& host, int rounds, unsigned s
         for (const Way& way : ways)
             for (const support::HttpServer* server : {&plain, static_cast<support::HttpServer*>(&secure)}) {
                 if (report.finding.empty())
-                    report.finding =
-                        run_one(host, way, *server, authority.file(), static_cast<long>(random() % 60'000));
+                    report.finding = run_one(way, *server, authority.file(), static_cast<long>(random() % 60'000));
                 ++report.hosts;
             }
     report.requests = count;

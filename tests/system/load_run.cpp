@@ -1,9 +1,9 @@
-#include "system/load_run.h"
-
 #include "support/child.h"
 #include "support/http_server.h"
 #include "support/scratch.h"
 #include "system/numbered_log.h"
+#include "system/programs.h"
+#include "system/runs.h"
 
 #include <algorithm>
 #include <map>
@@ -29,20 +29,16 @@ size_t line_size(long number)
 class Load
 {
 public:
-    Load(std::string host, std::string folder, int sessions, long events)
-        : m_host(std::move(host)),
-          m_folder(std::move(folder)),
-          m_sessions(sessions),
-          m_events(events),
-          m_accounts(static_cast<size_t>(sessions))
+    Load(const std::string& folder, int sessions, long events)
+        : m_folder(folder), m_sessions(sessions), m_events(events), m_accounts(static_cast<size_t>(sessions))
     {}
 
     LoadReport run()
     {
         support::HttpServer server([this](const support::Request& request) { return answer(request); });
-        const auto ended =
-            support::run({m_host, m_folder, server.url(), std::to_string(m_sessions), std::to_string(m_events)}, {},
-                         support::milliseconds(20 * 60 * 1000));
+        const auto ended = support::run(
+            {host_program("load_host"), m_folder, server.url(), std::to_string(m_sessions), std::to_string(m_events)},
+            {}, support::milliseconds(20 * 60 * 1000));
         if (ended.status != 0)
             find("the host ended with " + std::to_string(ended.status) + ": " + ended.errors);
         server.stop();
@@ -142,7 +138,7 @@ private:
         m_report.window_bytes += static_cast<long>(window);
     }
 
-    std::string m_host, m_folder;
+    std::string m_folder;
     int m_sessions;
     long m_events;
     std::mutex m_lock;
@@ -152,7 +148,7 @@ private:
 
 } // namespace
 
-LoadReport load(const std::string& host, const std::string& folder, int sessions, long events_each)
+LoadReport load(const std::string& folder, int sessions, long events_each)
 {
-    return Load(host, folder, sessions, events_each).run();
+    return Load(folder, sessions, events_each).run();
 }

@@ -21,8 +21,7 @@ inline std::string library()
 inline std::vector<std::string> host_steps(const support::ScratchFolder& folder, const std::string& url,
                                            const std::vector<std::string>& steps)
 {
-    std::vector<std::string> command{host_program("steps_host"), "url=" + url, "log=" + folder.file("log"),
-                                     "id=" + folder.file("id")};
+    std::vector<std::string> command{host_program("steps_host"), "url=" + url, "log=" + folder.file("log")};
     command.insert(command.end(), steps.begin(), steps.end());
     return command;
 }

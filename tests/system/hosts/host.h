@@ -51,14 +51,21 @@ inline std::string log_file(const std::string& folder, int number = 0)
     return folder + "/events" + (number ? std::to_string(number) : "") + ".log";
 }
 
+/// Fills a field of the configuration.
+template <size_t size>
+void set(char (&field)[size], const std::string& value)
+{
+    strncpy(field, value.c_str(), size - 1);
+}
+
 inline analytics_config configured(const std::string& folder, const std::string& url, int number = 0)
 {
     analytics_config config = {};
-    strncpy(config.upload_url, url.c_str(), sizeof config.upload_url - 1);
-    strncpy(config.event_log_file, log_file(folder, number).c_str(), sizeof config.event_log_file - 1);
-    strcpy(config.unique_id, id);
-    strcpy(config.application_id, "host");
-    strcpy(config.application_version, "1.0");
+    set(config.upload_url, url);
+    set(config.event_log_file, log_file(folder, number));
+    set(config.unique_id, id);
+    set(config.application_id, "host");
+    set(config.application_version, "1.0");
     return config;
 }
 

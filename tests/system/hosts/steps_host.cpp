@@ -3,9 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -13,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include <curl/curl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -26,12 +25,6 @@ namespace {
 analytics_config config = host::configured({}, {});
 analytics_session* session = nullptr;
 
-template <size_t size>
-void Set(char (&field)[size], const std::string& value)
-{
-    std::memcpy(field, value.c_str(), std::min(size, value.size() + 1));
-}
-
 void Say(const std::string& text)
 {
     if (write(STDOUT_FILENO, text.data(), text.size()) == -1)
@@ -44,38 +37,40 @@ void Check(uint32_t result, const char* what)
         Say(std::string(what) + ' ' + std::to_string(result) + '\n');
 }
 
-void Log(analytics_session* to, const char* name, int number)
+/// The numbers of "FIRST:SECOND".
+std::pair<long, long> Numbers(const std::string& value)
 {
-    Check(analytics_event_begin(to, name), "begin");
-    Check(analytics_name_int32_add(to, "n", number), "add");
-    Check(analytics_event_end(to), "end");
+    return {std::stol(value), std::stol(value.substr(value.find(':') + 1))};
 }
 
-/// Several sessions on threads of their own, all with one log: events named by their writer.
-void LogFromThreads(int threads, int count)
+void LogNumbers(analytics_session* to, long first, long last)
 {
+    for (long number = first; number <= last; ++number)
+        host::log_numbered(to, number, host::filling(number));
+}
+
+/// "FIRST:COUNT": eight sessions on threads of their own, all with one log; of the numbers from FIRST on the first one
+/// logs COUNT, the next one the next ...
+void LogFromThreads(const std::string& value)
+{
+    const auto [first, count] = Numbers(value);
     std::vector<std::thread> writers;
-    for (int writer = 0; writer < threads; ++writer)
-        writers.emplace_back([=] {
-            const std::string name = std::to_string(getpid()) + '.' + std::to_string(writer);
+    for (long from = first; from < first + 8 * count; from += count)
+        writers.emplace_back([from, last = from + count - 1] {
             analytics_session* own = analytics_initialize(&config);
-            for (int number = 0; number < count; ++number)
-                Log(own, name.c_str(), number);
+            LogNumbers(own, from, last);
             analytics_shutdown(own);
         });
     for (std::thread& writer : writers)
         writer.join();
 }
 
-/// "FIRST:LAST": numbered events; with "FIRST" alone until the host is killed. Each is told, or not, once it is logged.
-void LogNumbered(const std::string& value, bool tell = false)
+/// Numbered events until the host is killed, each told once it is logged.
+void LogAndTell(const std::string& first)
 {
-    const size_t colon = value.find(':');
-    const long last = colon == value.npos ? -1 : std::stol(value.substr(colon + 1));
-    for (long number = std::stol(value); number != last + 1; ++number) {
-        host::log_numbered(session, number, host::filling(number));
-        if (tell)
-            Say(std::to_string(number) + '\n');
+    for (long number = std::stol(first);; ++number) {
+        LogNumbers(session, number, number);
+        Say(std::to_string(number) + '\n');
     }
 }
 
@@ -83,9 +78,9 @@ void LogNumbered(const std::string& value, bool tell = false)
 void Work(const std::string& value)
 {
     analytics_config own = config; // a copy for the thread, which still looks when static objects are gone
-    const int synchronous = std::stoi(value.substr(value.find(':') + 1));
-    Set(own.event_log_file, std::string(config.event_log_file) + std::to_string(std::stoi(value)));
-    std::thread([=] {
+    const auto [number, synchronous] = Numbers(value);
+    host::set(own.event_log_file, config.event_log_file + std::to_string(number));
+    std::thread([own, synchronous = synchronous == 1] {
         analytics_session* mine = analytics_initialize(&own);
         for (long event = 1;; ++event) {
             host::log_numbered(mine, event, 300);
@@ -161,11 +156,35 @@ void HoldDescriptors(int count)
     }
 }
 
+/// A transfer of this host's own.
+void Fetch()
+{
+    CURL* curl = curl_easy_init();
+    curl_easy_setopt(curl, CURLOPT_URL, config.upload_url);
+    curl_easy_setopt(curl, CURLOPT_PROXY, "");
+    host::require(curl_easy_perform(curl) == CURLE_OK, "a transfer of the host's");
+    curl_easy_cleanup(curl);
+}
+
+/// Such transfers on a thread of their own, one after the other, from one call to the next.
+void FetchBeside()
+{
+    static std::atomic<bool> over{false};
+    static std::thread beside;
+    over = beside.joinable();
+    if (over)
+        beside.join();
+    else
+        beside = std::thread([] {
+            while (!over)
+                Fetch();
+        });
+}
+
 const std::map<std::string, std::function<void(const std::string&)>> words = {
-    {"url", [](const std::string& value) { Set(config.upload_url, value); }},
-    {"log", [](const std::string& value) { Set(config.event_log_file, value); }},
-    {"id", [](const std::string& value) { Set(config.pid_file, value); }},
-    {"certificates", [](const std::string& value) { Set(config.certificate_file, value); }},
+    {"url", [](const std::string& value) { host::set(config.upload_url, value); }},
+    {"log", [](const std::string& value) { host::set(config.event_log_file, value); }},
+    {"certificates", [](const std::string& value) { host::set(config.certificate_file, value); }},
     {"open", [](const std::string&) { session = analytics_initialize(&config); }},
     {"close",
      [](const std::string&) {
@@ -173,9 +192,7 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
          session = nullptr;
      }},
     {"begin", [](const std::string& value) { Check(analytics_event_begin(session, value.c_str()), "begin"); }},
-    {"event", [](const std::string& value) { Log(session, value.c_str(), 1); }},
-    {"threads",
-     [](const std::string& value) { LogFromThreads(std::stoi(value), std::stoi(value.substr(value.find(':') + 1))); }},
+    {"threads", LogFromThreads},
     {"observe", [](const std::string&) { Observe(); }},
     {"wait_until_heard",
      [](const std::string&) {
@@ -195,9 +212,13 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
     {"sigpipe", TreatSigpipe},
     {"check_sigpipe", [](const std::string&) { CheckSigpipe(); }},
     {"descriptors", [](const std::string& value) { HoldDescriptors(std::stoi(value)); }},
-    {"numbered", [](const std::string& value) { LogNumbered(value); }},
-    {"told", [](const std::string& value) { LogNumbered(value, true); }},
-    {"work", [](const std::string& value) { Work(value); }},
+    {"numbered", [](const std::string& value) { LogNumbers(session, Numbers(value).first, Numbers(value).second); }},
+    {"log_and_tell", LogAndTell},
+    {"work", Work},
+    {"fetch", [](const std::string&) { Fetch(); }},
+    {"fetch_beside", [](const std::string&) { FetchBeside(); }},
+    {"curl_start", [](const std::string&) { curl_global_init(CURL_GLOBAL_ALL); }},
+    {"curl_end", [](const std::string&) { curl_global_cleanup(); }},
     {"sleep_us",
      [](const std::string& value) { std::this_thread::sleep_for(std::chrono::microseconds(std::stol(value))); }},
     {"abort",

@@ -1,0 +1,45 @@
+// Runs of hosts that the system tests make short and the soak long. Each gives what it found; `seed` decides its
+// moments.
+#pragma once
+
+#include <string>
+
+struct CrashReport
+{
+    int kills = 0;
+    long events = 0;     ///< whole lines found
+    int tails = 0;       ///< kills that left an unfinished line
+    int closed = 0;      ///< such lines that the next host closed off
+    std::string finding; ///< empty: everything was as promised; here and below
+};
+
+/// Kills a logging host at random moments, and judges what it leaves in the (at first empty) folder.
+CrashReport kill_again_and_again(const std::string& folder, int kills, unsigned seed);
+
+struct LifeReport
+{
+    int hosts = 0;
+    int requests = 0; ///< that reached the server, so uploads there were
+    std::string finding;
+};
+
+/// Runs so many hosts for each way of leaving, over http and https, that leave at random moments while they log and
+/// upload.
+LifeReport leave_again_and_again(int rounds, unsigned seed);
+
+struct LoadReport
+{
+    long events = 0;       ///< logged
+    long received = 0;     ///< that the server accepted, each counted once
+    long waiting = 0;      ///< still in the files
+    long in_window = 0;    ///< deleted with a file into which they came between its read and its deletion
+    long window_bytes = 0; ///< what those events measure, by size deleted less size read
+    int uploads = 0;
+    int accepted = 0;
+    long kilobytes[4] = {}; ///< held at rest after each quarter
+    long descriptors[4] = {};
+    std::string finding;
+};
+
+/// Sessions that log and upload throughout, into an empty folder, against a server that fails a third of the time.
+LoadReport load(const std::string& folder, int sessions, long events_each);
