@@ -22,21 +22,12 @@ constexpr int notAllowed = 77;
 
 TEST(EventLogFile, ClosesOffATailThatSomebodyLeft)
 {
-    const struct
-    {
-        const char* before;
-        const char* after;
-    } cases[] = {{"", "new\n"}, {"old\n", "old\nnew\n"}, {"torn", "torn\nnew\n"}, {"old\nto", "old\nto\nnew\n"}};
-    for (const auto& c : cases) {
-        ScratchFolder folder;
-        write_file(folder.file("log"), c.before);
-        EventLog::Append(folder.file("log"), "new\n");
-        EXPECT_EQ(read_file(folder.file("log")), c.after);
-        // Also when the tail appears after an append of our own.
-        std::ofstream(folder.file("log"), std::ios::app) << "torn";
-        EventLog::Append(folder.file("log"), "newer\n");
-        EXPECT_EQ(read_file(folder.file("log")), std::string(c.after) + "torn\nnewer\n");
-    }
+    ScratchFolder folder;
+    write_file(folder.file("log"), "old\nto");
+    EventLog::Append(folder.file("log"), "new\n");
+    std::ofstream(folder.file("log"), std::ios::app) << "torn"; // after an append of our own
+    EventLog::Append(folder.file("log"), "newer\n");
+    EXPECT_EQ(read_file(folder.file("log")), "old\nto\nnew\ntorn\nnewer\n");
 }
 
 TEST(EventLogFile, IsMadeWhereALinkPointsForItsOwnerToReadAndIsNotMadeWhereItCannotBe)
@@ -77,29 +68,18 @@ TEST(EventLogFile, WritesToAFileThatItMayNotRead)
     EXPECT_EQ(read_file(folder.file("log")), "tornline\n");
 }
 
-TEST(EventLogFile, IsReadUpToTheFirstNulWithoutTheBlanksAtItsEnd)
+TEST(EventLogFile, OfAnyLengthIsReadUpToTheFirstNulWithoutTheBlanksAtItsEnd)
 {
+    ScratchFolder folder;
     const std::string large(200'000, 'l');
-    const struct
-    {
-        std::string file, text;
-    } cases[] = {{"", ""},
-                 {"a\n", "a\n"},
-                 {"a\n  ", "a\n"},
-                 {" a \t ", " a \t"},
-                 {"   ", ""},
-                 {std::string("a \0b\n", 5), "a"},
-                 {std::string("\0b\n", 3), ""},
-                 {large + "\n", large + "\n"},
-                 {large + std::string(1, '\0') + large, large}};
-    for (const auto& c : cases) {
-        ScratchFolder folder;
-        write_file(folder.file("log"), c.file);
+    for (const auto& [file, expected] :
+         {std::pair(large + "\n  ", large + "\n"), std::pair(large + '\0' + large, large)}) {
+        write_file(folder.file("log"), file);
         std::string text = "left over";
         unsigned long size = 1;
         EXPECT_EQ(EventLog::Read(folder.file("log"), text, size), EventLog::Content::whole);
-        EXPECT_EQ(text, c.text);
-        EXPECT_EQ(size, c.file.size()) << "the length of the file, whatever of it is text";
+        EXPECT_EQ(text, expected);
+        EXPECT_EQ(size, file.size()) << "the length of the file, whatever of it is text";
     }
 }
 
@@ -110,23 +90,14 @@ TEST(EventLogFile, TellsAMissingFileFromOneThatCannotBeReadAndDeletesFilesOnly)
     write_file(folder.file("huge"), "");
     std::filesystem::resize_file(folder.file("huge"), 4ull << 30); // sparse
     ASSERT_EQ(mkfifo(folder.file("fifo").c_str(), 0600), 0);
-    const struct
-    {
-        std::string path;
-        EventLog::Content content;
-    } cases[] = {{"", EventLog::Content::none},
-                 {folder.file("missing"), EventLog::Content::none},
-                 {folder.file("missing/log"), EventLog::Content::none},
-                 {folder.file("directory"), EventLog::Content::unreadable},
-                 {folder.file("fifo"), EventLog::Content::unreadable},
-                 {folder.file("huge"), EventLog::Content::unreadable}};
-    for (const auto& c : cases) {
+    for (const char* name : {"missing", "missing/log", "directory", "fifo", "huge"}) {
         std::string text = "left over";
         unsigned long size = 1;
-        EXPECT_EQ(EventLog::Read(c.path, text, size), c.content) << c.path;
-        EXPECT_EQ(text, "");
-        EXPECT_EQ(size, 0u);
-        EventLog::Delete(c.path);
+        EXPECT_EQ(EventLog::Read(folder.file(name), text, size),
+                  name[0] == 'm' ? EventLog::Content::none : EventLog::Content::unreadable)
+            << name;
+        EXPECT_EQ(text + std::to_string(size), "0");
+        EventLog::Delete(folder.file(name));
     }
     EventLog::Append(folder.file("fifo"), std::string(1'000'000, 'x')); // more than a pipe holds: it must not wait
     EXPECT_TRUE(std::filesystem::exists(folder.file("directory")) && std::filesystem::exists(folder.file("fifo")));

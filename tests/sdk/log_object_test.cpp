@@ -27,10 +27,15 @@ std::string text(const LogArray& array)
 
 TEST(LogObject, WritesMembersOfEveryKindAndCopiesItsChildrenAsTheyStand)
 {
+    LogObject object;
+    LogArray array;
     auto list = std::make_unique<LogArray>();
     std::unique_ptr<LogObject> child(new LogObject), open(new LogArray);
     LogObject event;
-    EXPECT_EQ(list->AddInt(1) + list->AddInt(2) + list->EndObject() + child->AddBoolean("b", true), 4u);
+    EXPECT_EQ(object.EndObject() + array.EndObject() + list->AddString("x") + list->AddString(nullptr), 4u);
+    EXPECT_EQ(list->AddInt(1) + list->AddInt64(1LL << 40) + list->AddDouble(1e20) + list->AddBoolean(false), 4u);
+    EXPECT_EQ(list->AddObject(&object) + list->AddArray(&array) + list->EndObject(), 3u);
+    EXPECT_EQ(child->AddBoolean("b", true), 1u);
     EXPECT_EQ(event.AddString("name", "x") + event.AddString("k", nullptr) + event.AddInt("n", 5), 3u);
     EXPECT_EQ(event.AddInt64("m", -(1LL << 40)) + event.AddDouble("d", 0.5) + event.AddArray("list", list.get()), 3u);
     EXPECT_EQ(event.AddObject("unended", child.get()) + child->EndObject() + event.AddObject("o", child.get()), 3u);
@@ -39,8 +44,9 @@ TEST(LogObject, WritesMembersOfEveryKindAndCopiesItsChildrenAsTheyStand)
     child.reset();
     open.reset(); // an array, by way of the object: a leak checker sees what stays behind
     EXPECT_EQ(event.EndObject(), 1u);
-    EXPECT_EQ(event.ToString(), R"({ "name": "x", "k": null, "n": 5, "m": -1099511627776, "d": 0.5, )"
-                                R"("list": [ 1, 2 ], "unended": { "b": true, "o": { "b": true } })");
+    EXPECT_EQ(event.ToString(),
+              R"({ "name": "x", "k": null, "n": 5, "m": -1099511627776, "d": 0.5, "list": [ "x", )"
+              R"(null, 1, 1099511627776, 1e+20, false, { }, [ ] ], "unended": { "b": true, "o": { "b": true } })");
 }
 
 TEST(LogObject, ConvertsToWideCharactersAndAnArrayItsUnusedObject)
@@ -56,18 +62,6 @@ TEST(LogObject, ConvertsToWideCharactersAndAnArrayItsUnusedObject)
     EXPECT_EQ(array.ToWString(), L"{");
     EXPECT_EQ(array.LogObject::EndObject(), 1u);
     EXPECT_EQ(array.ToString(), "{ }");
-}
-
-TEST(LogArray, WritesElementsOfEveryKind)
-{
-    LogObject object;
-    object.EndObject();
-    LogArray inner, array;
-    inner.EndObject();
-    EXPECT_EQ(array.AddString("x") + array.AddString(nullptr) + array.AddInt(-1) + array.AddInt64(1LL << 40), 4u);
-    EXPECT_EQ(array.AddDouble(1e20) + array.AddBoolean(false) + array.AddObject(&object) + array.AddArray(&inner), 4u);
-    EXPECT_EQ(array.EndObject(), 1u);
-    EXPECT_EQ(text(array), R"([ "x", null, -1, 1099511627776, 1e+20, false, { }, [ ] ])");
 }
 
 TEST(LogObject, RefusesWithoutAWriterOfItsOwn)
@@ -100,7 +94,7 @@ TEST(LogObject, CountsAChildWithoutAWriterAsDoneWhereAnArrayRefusesIt)
 
 TEST(LogObject, BeginsAnewAsIfItWereNew)
 {
-    for (const std::size_t length : {0, 100, 3000, 100000}) {
+    for (const std::size_t length : {100, 100000}) {
         LogObject object;
         LogArray array;
         for (int round = 0; round < 3; ++round) {

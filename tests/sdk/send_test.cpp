@@ -1,10 +1,9 @@
 #include "HandleParameters.h"
 
+#include <cmath>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <limits>
 #include <list>
-#include <map>
 
 #include "support/session.h"
 #include "transfers.h"
@@ -54,16 +53,10 @@ private:
 
 TEST(Observers, HearAmountsAsSigned32Bits)
 {
-    const double nan = std::numeric_limits<double>::quiet_NaN(), infinity = std::numeric_limits<double>::infinity();
-    for (const auto& [amount, value] : std::map<double, uint32_t>{{1.9, 1},
-                                                                  {-0.9, 0},
-                                                                  {-1.9, 0xffffffff},
-                                                                  {2147483647.9, 0x7fffffff},
-                                                                  {2147483648.0, 0x80000000},
-                                                                  {-2147483648.9, 0x80000000},
-                                                                  {-infinity, 0x80000000}})
-        EXPECT_EQ(ObservedAmount(amount), value) << amount;
-    EXPECT_EQ(ObservedAmount(nan), 0x80000000);
+    std::string heard;
+    for (const double amount : {1.9, -0.9, -1.9, 2147483647.9, 2147483648.0, -2147483648.9, -HUGE_VAL, std::nan("")})
+        heard += std::to_string(static_cast<int32_t>(ObservedAmount(amount))) + ' ';
+    EXPECT_EQ(heard, "1 0 -1 2147483647 -2147483648 -2147483648 -2147483648 -2147483648 ");
 }
 
 TEST(Observers, HearMappedCodesInOrderOfRegistration)
@@ -73,17 +66,14 @@ TEST(Observers, HearMappedCodesInOrderOfRegistration)
     session.AddObserver("error", nullptr, nullptr); // skipped
     heard.Add([&](auto... observer) { return session.AddObserver(observer...); },
               {"error", "size", "progress", "complete", "progress"});
-    for (const long code : {404, 407, 408, 414, 500, 0, -3, -7})
+    for (const long code : {404, 407, 408, 414, 500, 0, -3})
         session.OnDownloadError("", code);
-    EXPECT_EQ(heard.Calls(),
-              "error 201, error 202, error 203, error 204, error 200, error 200, error 200, error 200, ");
-    const size_t before = heard.Calls().size();
     session.OnProxyAuthenticationError("", 407, "proxy:1");
     session.OnDownloadCancel("");
     session.OnProgressUpdate("", 5.5, -1.0, 2.0);
     session.OnDownloadComplete("");
-    EXPECT_EQ(heard.Calls().substr(before),
-              "error 202, size 4294967295, progress 5 at speed, progress 5 at speed, complete 0, ");
+    EXPECT_EQ(heard.Calls(), "error 201, error 202, error 203, error 204, error 200, error 200, error 200, error 202, "
+                             "size 4294967295, progress 5 at speed, progress 5 at speed, complete 0, ");
 }
 
 TEST(ThreadsSend, SynchronousTellsItsOutcomeAndNoObserver)
