@@ -136,13 +136,14 @@ TEST(Hardening, NoPasswordStaysBehindInMemory)
 
     tova_http http;
     tova_http_init(&http);
-    with_password(
-        [&](const char* password) { tova_http_option_string_set(&http, tova_http_proxy_password, password); });
+    const auto set = [&](const char* password) {
+        tova_http_option_string_set(&http, tova_http_proxy_password, password);
+    };
+    with_password(set);
     EXPECT_EQ(times_in_memory(turned_over_end), 1);
-    tova_http_option_string_set(&http, tova_http_proxy_password, "another");
+    set("another");
     EXPECT_EQ(times_in_memory(turned_over_end), 0);
-    with_password(
-        [&](const char* password) { tova_http_option_string_set(&http, tova_http_proxy_password, password); });
+    with_password(set);
     tova_http_close(&http);
     EXPECT_EQ(times_in_memory(turned_over_end), 0);
 }

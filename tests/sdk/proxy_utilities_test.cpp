@@ -31,6 +31,7 @@ TEST(ProxyStrings, AreSplitAtSemicolonsAndSpaces)
         EXPECT_EQ(rule.proxies, proxies);
         EXPECT_EQ(rule.entries, entries);
         EXPECT_EQ(rule.local, local);
+        EXPECT_FALSE(IsProxyBypassed("a", entries, local)) << "no host ever is";
     }
     for (const char* host : {null, "", "intranet", "intranet.corp", ".", "10.0.0.1"})
         EXPECT_EQ(host && host == std::string("intranet"), IsHostLocal(host)) << "only a name without a dot";

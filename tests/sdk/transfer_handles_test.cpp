@@ -6,6 +6,16 @@ namespace {
 
 using namespace AnalyticsSDK;
 
+TEST(HttpHeaders, SkipALineWithoutANameOrAValue)
+{
+    CurlHttpHeaders headers;
+    headers.SetHeader("X", "");
+    headers.SetHeader("", "1");
+    EXPECT_EQ(nullptr, headers.pList);
+    headers.SetHeader("X", EscapeParams(nullptr, " _a").c_str());
+    EXPECT_STREQ("X: %20%5fa", headers.pList->data);
+}
+
 class TransferList : public ::testing::Test
 {
 protected:
