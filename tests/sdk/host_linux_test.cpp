@@ -4,10 +4,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
+#include <array>
 #include <cmath>
 #include <filesystem>
+#include <sstream>
 
 #include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/SystemInfo.h"
@@ -51,12 +51,12 @@ std::string outcome(host::answer (*reader)(const char*, Value&), const std::stri
 {
     Value value{};
     const host::answer given = reader(sample(machine).c_str(), value);
-    if (given != host::answer::found)
-        return given == host::answer::unsupported ? "unsupported" : "failed";
+    std::ostringstream text;
     if constexpr (std::is_same_v<Value, host::text>)
-        return value.data();
+        text << value.data();
     else
-        return std::to_string(value);
+        text << value;
+    return given == host::answer::found ? text.str() : given == host::answer::failed ? "failed" : "unsupported";
 }
 
 // What the machine's own tools say of each fact. Where nothing comes out the machine has no such source; what changes
@@ -125,8 +125,7 @@ TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsAndFirmwareTell)
         EXPECT_EQ(outcome(readers::clock_megahertz, machine), clock) << machine;
         EXPECT_EQ(outcome(readers::model, machine), model) << machine;
     }
-    const std::pair<const char*, std::int32_t> architectures[] = {
-        {"x86_64", 10}, {"i686", 10}, {"ppc64le", 2}, {"ppc", 2}, {"m68k", 1}, {"aarch64", 0}, {"riscv64", 0}, {"", 0}};
+    const std::pair<const char*, std::int32_t> architectures[] = {{"i686", 10}, {"ppc64le", 2}, {"m68k", 1}, {"", 0}};
     for (const auto& [machine, code] : architectures)
         EXPECT_EQ(readers::architecture_code(machine), code) << machine;
 }
@@ -146,48 +145,44 @@ TEST(LinuxFacts, SampleLoadsAreThoseOfEveryProcessorAndNotTheirSum)
     const sums large = read_sums("x86_64-large");
     ASSERT_EQ(large.size(), 4u);
     EXPECT_EQ(large[0], 300u);
-    EXPECT_EQ(large[1], 300u * 1000 + 299 * 300 / 2);
     EXPECT_EQ(large[3], 300 * std::uint64_t{4000000000});
     EXPECT_EQ(read_sums("container"), sums(4));
-    for (const char* none : {"broken", "no such machine"})
-        EXPECT_EQ(read_sums(none), sums());
+    EXPECT_EQ(read_sums("broken"), sums());
 }
 
 TEST(LinuxFacts, SampleMemoryAddsUpToAllOfIt)
 {
-    const auto pages = [](const std::string& machine, std::uint64_t page_size, host::page_counts& counts) {
-        return readers::pages(sample(machine).c_str(), page_size, counts);
+    // Free, active, inactive and wired pages.
+    const auto pages = [](const std::string& machine, std::uint64_t page_size) {
+        host::page_counts counts{};
+        const host::answer given = readers::pages(sample(machine).c_str(), page_size, counts);
+        EXPECT_EQ(given, machine == "broken" ? host::answer::failed : host::answer::found);
+        return std::array{counts.free, counts.active, counts.inactive, counts.wired};
     };
-    host::page_counts counts{};
-    ASSERT_EQ(pages("aarch64", 4096, counts), host::answer::found);
-    EXPECT_EQ(counts.free, 302112u / 4);
-    EXPECT_EQ(counts.active, 803328u / 4);
-    EXPECT_EQ(counts.inactive, 2422848u / 4);
-    EXPECT_EQ(counts.free + counts.active + counts.inactive + counts.wired, 3884448u / 4);
-    ASSERT_EQ(pages("ppc64le", 65536, counts), host::answer::found);
-    EXPECT_EQ(counts.wired, (33289728u - 32000000u) / 64);
-    ASSERT_EQ(pages("container", 4096, counts), host::answer::found);
-    EXPECT_EQ(counts.wired, 0u); // more free than there is: the figures were not read at one instant
-    EXPECT_EQ(pages("broken", 4096, counts), host::answer::failed);
+    const std::uint64_t wired = 3884448 - 302112 - 803328 - 2422848;
+    EXPECT_EQ(pages("aarch64", 4096), (std::array<std::uint64_t, 4>{302112 / 4, 803328 / 4, 2422848 / 4, wired / 4}));
+    EXPECT_EQ(pages("ppc64le", 65536)[3], (33289728u - 32000000u) / 64);
+    EXPECT_EQ(pages("container", 4096)[3], 0u); // more free than there is: the figures were not read at one instant
+    pages("broken", 4096);
     EXPECT_EQ(outcome(readers::memory_megabytes, "aarch64"), "3793");
     EXPECT_EQ(outcome(readers::memory_megabytes, "broken"), "failed");
 }
 
 TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
 {
-    const std::pair<const char*, const char*> cases[] = {{"6.1.0-13-amd64", "6 1 0"},
-                                                         {"6.18.144-fc", "6 18 144"},
-                                                         {"5.10-custom", "5 10 0"},
-                                                         {"7", "7 0 0"},
-                                                         {"7.x", "7 0 0"},
-                                                         {"4.4.0.1", "4 4 0"},
-                                                         {"custom", "none"},
-                                                         {"", "none"}};
+    static const struct
+    {
+        const char* release;
+        std::array<std::int32_t, 3> numbers; // of a release without any: what was there
+    } cases[] = {{"6.18.144-13-amd64", {6, 18, 144}},
+                 {"5.10-custom", {5, 10, 0}},
+                 {"7.x", {7, 0, 0}},
+                 {"4.4.0.1", {4, 4, 0}},
+                 {"custom", {9, 9, 9}}};
     for (const auto& [release, expected] : cases) {
-        std::int32_t n[3];
-        const bool read = host::parse_version(release, n);
-        EXPECT_EQ(read ? std::to_string(n[0]) + " " + std::to_string(n[1]) + " " + std::to_string(n[2]) : "none",
-                  expected);
+        std::int32_t n[3] = {9, 9, 9};
+        EXPECT_EQ(host::parse_version(release, n), expected[0] != 9) << release;
+        EXPECT_EQ(std::to_array(n), expected) << release;
     }
 }
 

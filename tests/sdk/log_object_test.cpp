@@ -25,28 +25,25 @@ std::string text(const LogArray& array)
 
 } // namespace
 
-TEST(LogObject, WritesMembersOfEveryKindAndCopiesItsChildrenAsTheyStand)
+TEST(LogObject, WritesMembersAndElementsOfEveryKindAndCopiesItsChildrenAsTheyStand)
 {
-    LogObject object;
-    LogArray array;
     auto list = std::make_unique<LogArray>();
     std::unique_ptr<LogObject> child(new LogObject), open(new LogArray);
     LogObject event;
-    EXPECT_EQ(object.EndObject() + array.EndObject() + list->AddString("x") + list->AddString(nullptr), 4u);
-    EXPECT_EQ(list->AddInt(1) + list->AddInt64(1LL << 40) + list->AddDouble(1e20) + list->AddBoolean(false), 4u);
-    EXPECT_EQ(list->AddObject(&object) + list->AddArray(&array) + list->EndObject(), 3u);
-    EXPECT_EQ(child->AddBoolean("b", true), 1u);
-    EXPECT_EQ(event.AddString("name", "x") + event.AddString("k", nullptr) + event.AddInt("n", 5), 3u);
-    EXPECT_EQ(event.AddInt64("m", -(1LL << 40)) + event.AddDouble("d", 0.5) + event.AddArray("list", list.get()), 3u);
-    EXPECT_EQ(event.AddObject("unended", child.get()) + child->EndObject() + event.AddObject("o", child.get()), 3u);
+    EXPECT_EQ(child->AddBoolean("b", true) + event.AddObject("unended", child.get()) + child->EndObject(), 3u);
+    EXPECT_EQ(list->AddString(nullptr) + list->AddInt(-1) + list->AddInt64(1LL << 40) + list->AddDouble(1e20), 4u);
+    EXPECT_EQ(list->AddBoolean(false) + list->AddObject(child.get()) + list->AddArray(list.get()), 3u);
+    EXPECT_EQ(event.AddString("k", nullptr) + event.AddInt("n", 5) + event.AddInt64("m", -(1LL << 40)), 3u);
+    EXPECT_EQ(event.AddDouble("d", 0.5) + list->EndObject() + event.AddArray("list", list.get()), 3u);
     static_cast<LogArray&>(*open).AddString(std::string(5000, 'x').c_str());
     list.reset();
     child.reset();
     open.reset(); // an array, by way of the object: a leak checker sees what stays behind
     EXPECT_EQ(event.EndObject(), 1u);
-    EXPECT_EQ(event.ToString(),
-              R"({ "name": "x", "k": null, "n": 5, "m": -1099511627776, "d": 0.5, "list": [ "x", )"
-              R"(null, 1, 1099511627776, 1e+20, false, { }, [ ] ], "unended": { "b": true, "o": { "b": true } })");
+    EXPECT_EQ(
+        event.ToString(),
+        R"({ "unended": { "b": true, "k": null, "n": 5, "m": -1099511627776, "d": 0.5, "list": [ null, -1, )"
+        R"(1099511627776, 1e+20, false, { "b": true }, [ null, -1, 1099511627776, 1e+20, false, { "b": true } ] })");
 }
 
 TEST(LogObject, ConvertsToWideCharactersAndAnArrayItsUnusedObject)
@@ -55,46 +52,28 @@ TEST(LogObject, ConvertsToWideCharactersAndAnArrayItsUnusedObject)
     object.AddString("k", "a\xC3\xA9\xF0\x9F\x98\x80");
     object.EndObject();
     EXPECT_EQ(object.ToWString(), L"{ \"k\": \"a\u00E9\U0001F600\" }");
-    EXPECT_TRUE(BareObject().ToString().empty() && BareObject().ToWString().empty());
     LogArray array;
     EXPECT_EQ(array.AddInt(1) + array.EndObject(), 2u);
     EXPECT_EQ(array.ToString(), "{");
-    EXPECT_EQ(array.ToWString(), L"{");
-    EXPECT_EQ(array.LogObject::EndObject(), 1u);
-    EXPECT_EQ(array.ToString(), "{ }");
 }
 
-TEST(LogObject, RefusesWithoutAWriterOfItsOwn)
-{
-    BareObject bare;
-    LogObject child;
-    LogArray array;
-    EXPECT_EQ(bare.AddString("k", "v") | bare.AddInt("k", 1) | bare.AddInt64("k", 1) | bare.AddDouble("k", 1), 0u);
-    EXPECT_EQ(bare.AddBoolean("k", true) | bare.AddObject("k", &child) | bare.AddArray("k", &array), 0u);
-    EXPECT_EQ(bare.EndObject(), 0u);
-    BareArray elements;
-    EXPECT_EQ(elements.AddString("v") | elements.AddInt(1) | elements.AddInt64(1) | elements.AddDouble(1), 0u);
-    EXPECT_EQ(elements.AddBoolean(true) | elements.AddObject(&child) | elements.AddArray(&array), 0u);
-    EXPECT_EQ(elements.EndObject(), 0u);
-}
-
-TEST(LogObject, CountsAChildWithoutAWriterAsDoneWhereAnArrayRefusesIt)
+TEST(LogObject, RefusesWithoutAWriterAndCountsAChildWithoutOneAsDoneWhereAnArrayRefusesIt)
 {
     BareObject bare;
     BareArray bare_array;
     LogObject object;
-    EXPECT_EQ(object.AddObject("k", &bare), 1u);
-    EXPECT_EQ(object.AddArray("k", &bare_array), 1u);
-    EXPECT_EQ(object.ToString(), "{");
     LogArray array;
-    EXPECT_EQ(array.AddObject(&bare) | array.AddArray(&bare_array) | array.AddObject(nullptr) | array.AddArray(nullptr),
-              0u);
-    EXPECT_EQ(text(array), "[");
+    EXPECT_EQ(bare.AddInt("k", 1) | bare.AddObject("k", &object) | bare.AddArray("k", &array) | bare.EndObject(), 0u);
+    EXPECT_EQ(bare_array.AddInt(1) | bare_array.AddObject(&object) | bare_array.EndObject(), 0u);
+    EXPECT_EQ(bare.ToString(), "");
+    EXPECT_EQ(object.AddObject("k", &bare) + object.AddArray("k", &bare_array), 2u);
+    EXPECT_EQ(array.AddObject(&bare) | array.AddArray(&bare_array) | array.AddObject(nullptr), 0u);
+    EXPECT_EQ(object.ToString() + text(array), "{[");
 }
 
 TEST(LogObject, BeginsAnewAsIfItWereNew)
 {
-    for (const std::size_t length : {100, 100000}) {
+    for (const std::size_t length : {0, 100, 3000, 100000}) {
         LogObject object;
         LogArray array;
         for (int round = 0; round < 3; ++round) {

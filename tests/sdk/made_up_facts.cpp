@@ -1,7 +1,5 @@
 #include "made_up_facts.h"
 
-#include <cstring>
-
 namespace {
 
 MadeUpFacts* machine;
@@ -15,22 +13,11 @@ host::answer give(const std::optional<T>& fact, T& value)
     return host::answer::found;
 }
 
-host::answer give_text(const std::optional<std::string>& fact, host::text& value)
-{
-    if (!fact)
-        return machine->missing;
-    std::strcpy(value.data(), fact->c_str());
-    return host::answer::found;
-}
-
 host::answer give_selector(std::uint32_t code, std::int32_t& value)
 {
     for (const auto& [name, number] : machine->selectors)
-        if (host::selector({name[0], name[1], name[2], name[3], '\0'}) == code) {
-            machine->asked.insert(name);
-            value = number;
-            return host::answer::found;
-        }
+        if (host::selector({name[0], name[1], name[2], name[3], '\0'}) == code)
+            return give(std::optional(number), value);
     return machine->missing;
 }
 
@@ -47,13 +34,13 @@ constexpr host::source made_up = {
     give_selector,
     [](host::processor_identity& identity) { return give(machine->processor, identity); },
     [](host::sysctl_name name, host::text& value) {
-        return give_text(name == host::sysctl_name::hw_model ? machine->model : machine->host_name, value);
+        return give(name == host::sysctl_name::hw_model ? machine->model : machine->host_name, value);
     },
     give_loads,
     [](std::uint64_t& bytes) { return give(machine->page_size, bytes); },
     [](host::page_counts& counts) { return give(machine->pages, counts); },
     [](host::volume& start_up) { return give(machine->volume, start_up); },
-    [](host::text& value) { return give_text(machine->computer_name, value); },
+    [](host::text& value) { return give(machine->computer_name, value); },
     [](std::uint32_t& flags) { return give(machine->reachability, flags); },
     [](host::uuid_bytes& bytes) { return give(machine->uuid, bytes); },
 };
@@ -69,16 +56,4 @@ MadeUpFacts::MadeUpFacts()
 MadeUpFacts::~MadeUpFacts()
 {
     host::replace_facts(nullptr);
-}
-
-host::processor_identity processor_code(std::int32_t code)
-{
-    return {false, code, {}};
-}
-
-host::processor_identity processor_name(const std::string& name)
-{
-    host::processor_identity identity{true, 0, {}};
-    std::strcpy(identity.name.data(), name.c_str());
-    return identity;
 }

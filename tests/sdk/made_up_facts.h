@@ -5,7 +5,6 @@
 
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,16 +19,11 @@ struct MadeUpFacts
     host::answer missing = host::answer::failed; ///< the answer of what is not set
     std::map<std::string, std::int32_t> selectors;
     std::optional<host::processor_identity> processor;
-    std::optional<std::string> model, host_name, computer_name;
+    std::optional<host::text> model, host_name, computer_name;
     std::optional<std::vector<host::processor_load>> loads;
     std::optional<std::uint64_t> page_size;
     std::optional<host::page_counts> pages;
     std::optional<host::volume> volume;
     std::optional<std::uint32_t> reachability;
     std::optional<host::uuid_bytes> uuid;
-
-    std::set<std::string> asked; ///< selectors that were read
 };
-
-host::processor_identity processor_code(std::int32_t code);
-host::processor_identity processor_name(const std::string& name);

@@ -27,29 +27,22 @@ wchar_t wide[3];
 const tova_time strange = {2010, 13, 7, 1, 0, 0, 0, 0, 0, 0, ""};
 const tova_time monthless = {2010, 13, 6, 1, 0, 0, 0, 0, 0, 0, ""};
 
-tova_mutex* destroyed_mutex()
-{
-    tova_mutex* m = made(tova_mutex_create);
-    tova_mutex_destroy(m);
-    return m;
-}
+void idle(void*) {}
 
-// This thread in a record that counts as started when it has a target.
-tova_thread* thread_with(tova_thread_target target)
+// This thread in a record that counts as started.
+tova_thread* started()
 {
     tova_thread* t = made(tova_thread_create);
-    t->_target = target;
+    t->_target = idle;
     t->_handle = pthread_self();
     return t;
 }
 
-void idle(void*) {}
-
-void start_without_target()
+void lock_destroyed()
 {
-    tova_thread* t = thread_with(nullptr);
-    tova_thread_start(t, nullptr, nullptr);
-    pthread_join(t->_handle, nullptr);
+    tova_mutex* m = made(tova_mutex_create);
+    tova_mutex_destroy(m);
+    tova_mutex_lock(m);
 }
 
 void open_twice()
@@ -59,13 +52,6 @@ void open_twice()
         tova_file_open(f, "/dev/null", tova_file_read_only);
 }
 
-void create_global_event(const std::string& name)
-{
-    tova_global_event_create(unstamped<tova_global_event>(), name.c_str());
-}
-
-constexpr char bounds[] = "value >= 0 && max > 0 && value <= max";
-
 const struct
 {
     const char *file, *text;
@@ -73,52 +59,37 @@ const struct
 } misuses[] = {
     // A null record, one without its stamp: each noun has a name of its own for itself.
     {"mutex", "m", [] { tova_mutex_lock(nullptr); }},
-    {"mutex", "m->_version == tova_version", [] { tova_mutex_lock(destroyed_mutex()); }},
+    {"mutex", "m->_version == tova_version", lock_destroyed},
+    {"event", "e->_version == tova_version", [] { tova_event_reset(unstamped<tova_event>()); }},
+    {"semaphore", "s->_version == tova_version", [] { tova_semaphore_set(unstamped<tova_semaphore>()); }},
+    {"global_event", "ge->_version == tova_version", [] { tova_global_event_set(unstamped<tova_global_event>()); }},
+    {"thread", "t->_version == tova_version", [] { tova_thread_id_get(unstamped<tova_thread>()); }},
+    {"text", "s->_version == tova_version", [] { tova_string_get(unstamped<tova_string>()); }},
+    {"file", "f->_version == tova_version", [] { tova_file_seek_end(unstamped<tova_file>()); }},
+    {"security", "s->_version == tova_version", [] { tova_security_get(unstamped<tova_security>()); }},
+    {"tova-web", "h->_version == tova_version", [] { tova_http_close(unstamped<tova_http>()); }},
+    {"tova-web", "r->_version == tova_version",
+     [] { tova_http_request(made(tova_http_init), unstamped<tova_http_response>(), 0); }},
+// What a call cannot be asked for.
 #if !defined(__SANITIZE_THREAD__) // which reports an unlock by another than the holder before the library can
     {"mutex", "false", [] { tova_mutex_unlock(made(tova_mutex_create)); }},
 #endif
-    {"event", "e", [] { tova_event_set(nullptr); }},
-    {"event", "e->_version == tova_version", [] { tova_event_reset(unstamped<tova_event>()); }},
-    {"semaphore", "s", [] { tova_semaphore_wait(nullptr); }},
-    {"semaphore", "s->_version == tova_version", [] { tova_semaphore_set(unstamped<tova_semaphore>()); }},
-    {"semaphore", bounds, [] { made(tova_semaphore_create, 2, 1); }},
-    {"semaphore", bounds, [] { made(tova_semaphore_create, -1, 1); }},
-    {"semaphore", bounds, [] { made(tova_semaphore_create, 0, 0); }},
-    {"global_event", "ge", [] { tova_global_event_wait(nullptr); }},
-    {"global_event", "ge->_version == tova_version", [] { tova_global_event_set(unstamped<tova_global_event>()); }},
-    {"global_event", "name", [] { tova_global_event_exists(nullptr); }},
-    {"global_event", "strchr(name, '\\\\') == NULL", [] { create_global_event("a\\b"); }},
+    {"semaphore", "value >= 0 && max > 0 && value <= max", [] { made(tova_semaphore_create, 2, 1); }},
     {"global_event", "strchr(name, '/') == NULL", [] { tova_global_event_exists("a/b"); }},
-    {"global_event", "false", [] { create_global_event(std::string(1023, 'n')); }},
-    {"thread", "t", [] { tova_thread_join(nullptr); }},
-    {"thread", "t->_version == tova_version", [] { tova_thread_id_get(unstamped<tova_thread>()); }},
-    {"thread", "false", [] { tova_thread_start(thread_with(idle), idle, nullptr); }}, // started before
-    {"thread", "false", [] { tova_thread_join(thread_with(idle)); }},                 // joins itself
-    {"thread", "t->_target", start_without_target},
+    {"global_event", "false", [] { tova_global_event_exists(std::string(1023, 'n').c_str()); }},
+    {"thread", "false", [] { tova_thread_start(started(), idle, nullptr); }},
+    {"thread", "false", [] { tova_thread_join(started()); }}, // by itself
     {"clock", "g_resolution", [] { tova_time_ms(g_resolution = 0); }},
-    {"clock", "t", [] { tova_time_string(nullptr, tova_time_form_header, small, 4); }},
     {"clock", "t->week_day < 7", [] { tova_time_string(&strange, tova_time_form_header, small, 4); }},
     {"clock", "t->month >= 1 && t->month <= 12", [] { tova_time_string(&monthless, 3, small, 4); }},
     {"clock", "false", [] { tova_time_string(&strange, 4, small, 4); }},
     {"text", "false", [] { tova_strcpy(small, 3, "abc"); }},
     {"text", "false", [] { tova_utf8_to_wide(wide, 3, "abc"); }},
-    {"text", "size > 1", [] { tova_utf8_to_wide(wide, 1, ""); }},
     {"text", "!is_cut_off(src)", [] { tova_utf8_to_wide_length("a\xE2\x82"); }},
-    {"text", "s->_version == tova_version", [] { tova_string_get(unstamped<tova_string>()); }},
-    {"text", "false", [] { tova_directory_get(tova_directory_temporary, small, 0); }},
-    {"file", "f", [] { tova_file_close(nullptr); }},
-    {"file", "f->_version == tova_version", [] { tova_file_seek_end(unstamped<tova_file>()); }},
     {"file", "f->_file == INVALID_FILE", open_twice},
-    {"file", "false", [] { tova_file_open(made(tova_file_init), "/dev/null", 5); }},
     {"file", "false", [] { tova_file_find_first_pattern(unstamped<tova_file_find>(), "/", "*.txt"); }},
     {"directory", "false", [] { tova_directory_get(5, small, sizeof small); }},
-    {"security", "s->_version == tova_version", [] { tova_security_get(unstamped<tova_security>()); }},
     {"security", "false", [] { tova_security_set(made(tova_security_init), 4, 1); }},
-    {"tova-web", "h", [] { tova_http_close(nullptr); }},
-    {"tova-web", "h->_version == tova_version", [] { tova_http_close(unstamped<tova_http>()); }},
-    {"tova-web", "r", [] { tova_http_response_destroy(nullptr); }},
-    {"tova-web", "r->_version == tova_version",
-     [] { tova_http_request(made(tova_http_init), unstamped<tova_http_response>(), 0); }},
 };
 
 } // namespace

@@ -19,7 +19,7 @@ using support::Request;
 
 namespace {
 
-std::vector<std::pair<int32_t, std::string>> logged;
+std::vector<std::string> logged;
 
 // What the callbacks of a response heard.
 struct Heard
@@ -56,7 +56,7 @@ struct Http : testing::Test
     Http()
     {
         logged.clear();
-        tova_log_register([](int32_t level, const char* message) { logged.emplace_back(level, message); });
+        tova_log_register([](int32_t, const char* message) { logged.emplace_back(message); });
         tova_http_initialize(0);
         tova_http_init(&h);
         tova_http_response_create(&r);
@@ -79,9 +79,16 @@ struct Http : testing::Test
     }
     void expect_one_log_line(int error)
     {
-        const std::string line = "Failed curl_easy_perform error " + std::to_string(error);
-        EXPECT_EQ((std::vector{std::pair<int32_t, std::string>(2, line)}), logged);
+        EXPECT_EQ(std::vector{"Failed curl_easy_perform error " + std::to_string(error)}, logged);
         logged.clear();
+    }
+    // A header of every request so far, "-" where a request has none.
+    std::string sent(const std::string& header) const
+    {
+        std::string all;
+        for (const Request& request : server.requests())
+            all += (request.has_header(header) ? request.header(header) : "-") + ' ';
+        return all;
     }
 };
 
@@ -99,12 +106,9 @@ TEST_F(Http, GetsABodyAndHeadersAndReportsItsProgressAndKeepsItsHandle)
         EXPECT_NE(std::string::npos, heard.headers.find("X-Answer: 42\r\n"));
         EXPECT_EQ(std::pair(heard.expected, heard.received), std::pair(uint64_t{3}, uint64_t{3}));
     }
-    const auto requests = server.requests();
-    ASSERT_EQ(2u, requests.size());
-    EXPECT_EQ("GET /x?y=1", requests[0].method + " " + requests[0].target);
-    EXPECT_EQ("tova-1.2", requests[0].header("user-agent"));
-    EXPECT_FALSE(requests[0].has_header("cookie"));
-    EXPECT_EQ(requests[0].client_port, requests[1].client_port);
+    EXPECT_EQ("tova-1.2 tova-1.2 ", sent("user-agent"));
+    EXPECT_EQ("GET /x?y=1", server.requests()[0].method + " " + server.requests()[0].target);
+    EXPECT_EQ(server.requests()[0].client_port, server.requests()[1].client_port);
     EXPECT_EQ(0u, logged.size());
 }
 
@@ -121,20 +125,16 @@ TEST_F(Http, PostsItsDataByteForByteAndReadsNothingFromStandardInput)
     tova_http_option_bool_set(&h, tova_http_use_cookies, 1); // nor for cookies from "-"
     EXPECT_EQ(1, request(7));
     EXPECT_EQ(0, lseek(0, 0, SEEK_CUR));
-    const auto requests = server.requests();
-    ASSERT_EQ(3u, requests.size());
-    EXPECT_EQ("POST", requests[0].method);
-    EXPECT_EQ(data, requests[0].body);
-    EXPECT_EQ("POST", requests[1].method);
-    EXPECT_EQ("0", requests[1].header("content-length"));
-    EXPECT_EQ("GET", requests[2].method);
-    EXPECT_FALSE(requests[2].has_header("cookie"));
+    EXPECT_EQ("5 0 - ", sent("content-length"));
+    EXPECT_EQ("- - - ", sent("cookie"));
+    EXPECT_EQ("POST" + data, server.requests()[0].method + server.requests()[0].body);
+    EXPECT_EQ("GET", server.requests()[2].method);
 }
 
 TEST_F(Http, CountsStatus200To302AsSuccess)
 {
     tova_http_option_bool_set(&h, tova_http_follow_redirects, 0);
-    for (int status : {200, 204, 299, 300, 301, 302, 303, 400, 599}) {
+    for (int status : {200, 204, 302, 303, 400}) {
         RawServer raw("HTTP/1.1 " + std::to_string(status) + " Odd\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
         EXPECT_EQ(status <= 302, get(raw.url())) << status;
         EXPECT_EQ(status, r.status);
@@ -169,9 +169,8 @@ TEST_F(Http, ReportsAFailureWithOneLogLineAndStartsAfresh)
     RawServer silent([](RawServer::Connection& connection) { connection.hang(); });
     tova_http_option_number_set(&h, tova_http_timeout, 1);
     server.answer([&](const Request& request) {
-        return request.target == "/circle" ? Reply{302, "", {{"Location", "/circle"}}}
-               : request.target == "/ftp"  ? Reply{302, "", {{"Location", "ftp://127.0.0.1/x"}}}
-                                           : Reply{};
+        const std::string to = request.target == "/ftp" ? "ftp://127.0.0.1/x" : "/circle";
+        return request.target == "/collect" ? Reply{} : Reply{302, "", {{"Location", to}}};
     });
     const std::pair<std::string, int> cases[] = {
         {refused.url(), 7},      {silent.url(), 28},        {server.url("/circle"), 47},
@@ -208,13 +207,8 @@ TEST_F(Http, ReadsCookiesFromItsFileOnlyWhenToldTo)
     support::write_file(jar, "127.0.0.1\tFALSE\t/\tFALSE\t0\tlate\tfile\n");
     set(tova_http_cookie_file, "-");
     EXPECT_EQ(1, request()); // the file of the request before is not read again
-    const auto requests = server.requests();
-    ASSERT_EQ(4u, requests.size());
-    EXPECT_FALSE(requests[0].has_header("cookie"));
-    EXPECT_EQ("from=server", requests[1].header("cookie"));
-    EXPECT_EQ("from=file", requests[2].header("cookie"));
-    EXPECT_EQ("from=server", requests[3].header("cookie"));
-    EXPECT_FALSE(requests[2].has_header("user-agent")); // closing released that text too
+    EXPECT_EQ("- from=server from=file from=server ", sent("cookie"));
+    EXPECT_EQ("tova-1.2 tova-1.2 - - ", sent("user-agent")); // closing released that text too
 }
 
 TEST_F(Http, ReplacesThePathAndWithItSchemeAndUserAndThenSpeaksHttpWhateverTheHostsName)
@@ -233,27 +227,20 @@ TEST_F(Http, ReplacesThePathAndWithItSchemeAndUserAndThenSpeaksHttpWhateverTheHo
 
 TEST_F(Http, OptionsKeepTheirValuesAndUnknownOnesAreRefused)
 {
-    static const char* const first_texts[] = {"", "tova-1.2", "", "-", "", "", "", "", "", ""};
-    tova_http_close(&h);
-    tova_http_init(&h);
-    for (int32_t i = -1; i <= 9; ++i) {
-        EXPECT_STREQ(i < 0 ? "" : first_texts[i], tova_http_option_string_get(&h, i)) << i;
+    for (int32_t i = -1; i < 11; ++i) {
+        const bool number = i == 0 || i == 1, yes_or_no = i >= 0 && i <= 5 && i != 3 && i != 4;
         EXPECT_EQ(1, tova_http_option_string_set(&h, i, std::to_string(i).c_str()));
         EXPECT_EQ(i >= 0 && i <= 8 ? std::to_string(i) : "", tova_http_option_string_get(&h, i));
-    }
-    EXPECT_EQ(60, tova_http_option_number_get(&h, tova_http_connect_timeout));
-    EXPECT_EQ(30, tova_http_option_number_get(&h, tova_http_timeout));
-    EXPECT_EQ(1, tova_http_option_bool_get(&h, tova_http_follow_redirects));
-    for (int32_t i = -1; i < 8; ++i) {
-        const bool number = i == 0 || i == 1, yes_or_no = i >= 0 && i <= 5 && i != 3 && i != 4;
         EXPECT_EQ(number, tova_http_option_number_set(&h, i, 100 + i)) << i;
         EXPECT_EQ(number ? 100 + i : 0, tova_http_option_number_get(&h, i)) << i;
         EXPECT_EQ(yes_or_no, tova_http_option_bool_set(&h, i, 1)) << i;
         EXPECT_EQ(yes_or_no, tova_http_option_bool_get(&h, i)) << i;
     }
     for (int32_t proxy : {tova_http_proxy, tova_http_proxy_second})
-        EXPECT_STREQ("", tova_http_option_string_get(&h, proxy)) << "option 4 empties both proxies";
-    EXPECT_EQ(1024, tova_http_response_number_get(&r, tova_http_response_capacity));
+        set(proxy, "set");
+    tova_http_option_bool_set(&h, tova_http_reset_proxies, 1);
+    for (int32_t proxy : {tova_http_proxy, tova_http_proxy_second})
+        EXPECT_STREQ("", tova_http_option_string_get(&h, proxy));
     EXPECT_EQ(0, tova_http_response_number_get(&r, 99));
     EXPECT_STREQ("", tova_http_response_string_get(&r, 99));
 }
@@ -286,10 +273,10 @@ struct HttpToFile : Http
 
 TEST_F(HttpToFile, WritesTheWholeBodyInPlaceOfWhatWasThere)
 {
-    for (const std::string& body : {std::string(1'000'000, 'x'), std::string("short")}) {
-        server.answer([&](const Request&) { return Reply{200, body}; });
+    for (size_t length : {1'000'000, 5}) {
+        server.answer([&](const Request&) { return Reply{200, std::string(length, 'x')}; });
         EXPECT_EQ(1, fetch(server.url()));
-        expect_alone(body);
+        expect_alone(std::string(length, 'x'));
     }
 }
 
@@ -312,7 +299,6 @@ TEST_F(HttpToFile, LeavesNothingBehindAndWhatWasThereAloneWhenItFails)
     expect_alone("kept");
     path = folder.file("no/where");
     EXPECT_EQ(0, fetch(server.url()));
-    EXPECT_EQ(1u, server.count());
 }
 
 TEST_F(HttpToFile, FollowsNoLinkLaidOutAtItsNeighboursName)
@@ -328,51 +314,31 @@ TEST_F(HttpToFile, FollowsNoLinkLaidOutAtItsNeighboursName)
     EXPECT_EQ("kept", support::read_file(folder.file("victim")));
 }
 
-// Through a real proxy that asks for a login.
-struct HttpProxy : Http
+TEST_F(Http, GoesThroughItsProxyWithItsLoginAsTypedAndSendsNoEmptyOne)
 {
-    void go_through(const support::ProxyProgram& proxy, const char* user, const char* password)
-    {
-        set(tova_http_proxy, proxy.text());
+    const char* const odd = "p:w@rd %zz+/\xC3\xA9";
+    support::Squid proxy({"al@ice", odd});
+    set(tova_http_proxy, proxy.text());
+    for (const auto& [user, password, passes] : {std::tuple{"", odd, 0}, {"al@ice", "wrong", 0}, {"al@ice", odd, 1}}) {
         set(tova_http_proxy_user, user);
         set(tova_http_proxy_password, password);
+        EXPECT_EQ(passes, request());
+        EXPECT_EQ(passes ? 200 : 407, r.status);
     }
-};
-
-TEST_F(HttpProxy, LetsARequestWithItsLoginThroughAndSendsNoEmptyOne)
-{
-    support::Tinyproxy proxy({"alice", "secret"});
-    for (const auto& [user, password, status] : {std::tuple{"", "unused", 407}, {"alice", "wrong", 401}}) {
-        go_through(proxy, user, password);
-        EXPECT_EQ(0, request());
-        EXPECT_EQ(status, r.status);
-    }
-    go_through(proxy, "alice", "secret");
     tova_http_data_set(&h, "data", 4);
     setenv("no_proxy", "*", 1); // leads nobody around the chosen proxy
     EXPECT_EQ(1, request(tova_http_post)) << r._error;
     unsetenv("no_proxy");
-    set(tova_http_proxy, ""); // set aside, it is asked no more, and none is taken from the environment
-    setenv("http_proxy", proxy.text().c_str(), 1);
+    tova_http_option_bool_set(&h, tova_http_reset_proxies, 1); // set aside, it is asked no more,
+    setenv("http_proxy", proxy.text().c_str(), 1);             // and none is taken from the environment
     EXPECT_EQ(1, request());
     unsetenv("http_proxy");
+    EXPECT_EQ("- - - ", sent("proxy-authorization"));
     const auto requests = server.requests();
-    ASSERT_EQ(2u, requests.size());
-    EXPECT_EQ("data", requests[0].body);
-    EXPECT_TRUE(requests[0].has_header("via"));
-    EXPECT_FALSE(requests[0].has_header("proxy-authorization"));
-    EXPECT_FALSE(requests[1].has_header("via"));
-}
-
-TEST_F(HttpProxy, TakesALoginAsTyped)
-{
-    const char *const odd = "p:w@rd %zz+/\xC3\xA9", *const decodable = "p%41ss";
-    for (const char* password : {odd, decodable}) {
-        support::Squid proxy({"al@ice", password});
-        go_through(proxy, "al@ice", password);
-        // Some libcurls fail the first time with what can be decoded: docs/limits.md.
-        EXPECT_TRUE(request() || (password == decodable && request())) << r.status;
-    }
+    ASSERT_EQ(3u, requests.size());
+    EXPECT_EQ("data", requests[1].body);
+    EXPECT_TRUE(requests[1].has_header("via"));
+    EXPECT_FALSE(requests[2].has_header("via"));
 }
 
 } // namespace

@@ -14,36 +14,18 @@ void remember(int32_t level, const char* message)
     logged.emplace_back(level, message);
 }
 
-TEST(Runtime, IsUpOnceTheLibraryIsLoadedAndGoesDownAndUpAgain)
-{
-    uint32_t counter = 0;
-    tova_safe_increment(&counter);
-    tova_initialize();
-    tova_initialize();
-    tova_shutdown();
-    tova_shutdown();
-    tova_initialize();
-    tova_safe_increment(&counter);
-    tova_safe_decrement(&counter);
-    EXPECT_EQ(1u, counter);
-}
-
 TEST(Log, HandsWholeMessagesToTheRegisteredCallbackAndEmptiesLongerOnes)
 {
     tova_log(2, "nobody %s", "hears");
     tova_log_register(remember);
     tova_log(2, "Failed %s error %d", "curl_easy_perform", 7);
-    for (size_t length : {0, 510, 511, 512, 5000})
+    for (size_t length : {511, 512})
         tova_log(-1, "%s", std::string(length, 'x').c_str());
     tova_log_register(nullptr);
     tova_log(2, "nobody again");
-    EXPECT_EQ((std::vector<std::pair<int32_t, std::string>>{{2, "Failed curl_easy_perform error 7"},
-                                                            {-1, ""},
-                                                            {-1, std::string(510, 'x')},
-                                                            {-1, std::string(511, 'x')},
-                                                            {-1, ""},
-                                                            {-1, ""}}),
-              logged);
+    const std::pair<int32_t, std::string> failed(2, "Failed curl_easy_perform error 7"),
+        whole(-1, std::string(511, 'x'));
+    EXPECT_EQ((std::vector{failed, whole, {-1, ""}}), logged);
 }
 
 void count_forever(void* argument)
@@ -55,12 +37,13 @@ void count_forever(void* argument)
 TEST(Runtime, OutlivesAHostThatExitsWhileAThreadStillUsesIt)
 {
     for (int round = 0; round < 20; ++round) {
-        support::Child host([] {
+        support::Child host([]() -> int {
             static uint32_t counter;
+            tova_shutdown();
+            tova_initialize(); // goes down and up again
             tova_thread t;
             tova_thread_create(&t);
-            if (!tova_thread_start(&t, count_forever, &counter))
-                return 1;
+            tova_thread_start(&t, count_forever, &counter);
             support::wait_until([] { return __atomic_load_n(&counter, __ATOMIC_RELAXED) > 1000; });
             exit(0); // with static destructors, unlike returning from here
         });

@@ -24,17 +24,11 @@ void wait_for_event(void* event)
 
 TEST(Priority, MapsMinusTwoToTwoOntoTheSystemsRange)
 {
-    static const struct
-    {
-        int32_t priority, lowest, highest, expected;
-    } cases[] = {
-        {-2, 0, 63, 0},  {0, 0, 63, 31},   {2, 0, 63, 63},     {-1, 0, 63, 15}, {1, 0, 63, 47},
-        {0, 15, 47, 31}, {2, -20, 19, 19}, {-2, -20, 19, -20}, {0, -20, 19, 0}, // -0.5, towards zero
-        {4, 0, 63, 94},  {-4, 0, 63, -31},                                      // outside the range: on along the line
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.expected, tova::platform_priority(c.priority, c.lowest, c.highest))
-            << c.priority << " in " << c.lowest << ".." << c.highest;
+    using tova::platform_priority;
+    EXPECT_EQ((std::vector{0, 15, 31, 47, 63, 94}), // what is outside the range goes on along the line
+              (std::vector{platform_priority(-2, 0, 63), platform_priority(-1, 0, 63), platform_priority(0, 0, 63),
+                           platform_priority(1, 0, 63), platform_priority(2, 0, 63), platform_priority(4, 0, 63)}));
+    EXPECT_EQ((std::pair{-20, 0}), (std::pair{platform_priority(-2, -20, 19), platform_priority(0, -20, 19)}));
 }
 
 TEST(Thread, GoesOnByItselfWhenDetachedAtOnceAndItsRecordGone)
@@ -58,7 +52,6 @@ TEST(Thread, MayBeStartedAgainAfterAJoinAndKeepsItsNumberAndPriority)
     tova_thread_create(&before);
     tova_thread_create(&t);
     EXPECT_EQ(tova_thread_id_get(&before) + 1, tova_thread_id_get(&t));
-    EXPECT_EQ(0, tova_thread_priority_get(&t));
     tova_thread_join(&t); // never started: returns
     for (int32_t priority : {2, -2, 0, 1}) {
         tova_thread_priority_set(&t, priority); // before it runs, and while it does
@@ -70,7 +63,6 @@ TEST(Thread, MayBeStartedAgainAfterAJoinAndKeepsItsNumberAndPriority)
     }
     EXPECT_EQ(4, calls);
     tova_thread_destroy(&t);
-    EXPECT_EQ(tova_version, t._version);
 }
 
 TEST(Thread, ThatTheSystemCannotStartIsAResultAndLeavesTheRecordStartable)
@@ -97,16 +89,6 @@ TEST(Thread, ThatTheSystemCannotStartIsAResultAndLeavesTheRecordStartable)
     EXPECT_EQ(0, crowded.status()) << crowded.errors();
 }
 
-TEST(Thread, KnowsWhoIsRunning)
-{
-    uint32_t there = 0;
-    std::thread([&] { there = tova_thread_id(); }).join();
-    EXPECT_NE(0u, there);
-    EXPECT_NE(tova_thread_id(), there);
-    EXPECT_EQ(getpid(), tova_process_id());
-    tova_thread_yield();
-}
-
 TEST(SafeCounter, LosesNothingWhenIncrementsAndDecrementsMeet)
 {
     uint32_t counter = 7;
@@ -119,9 +101,6 @@ TEST(SafeCounter, LosesNothingWhenIncrementsAndDecrementsMeet)
     for (std::thread& t : threads)
         t.join();
     EXPECT_EQ(7u, counter);
-    counter = 0;
-    tova_safe_decrement(&counter);
-    EXPECT_EQ(UINT32_MAX, counter);
 }
 
 TEST(Sleep, LastsItsTimeUnlessASignalEndsIt)
