@@ -1,5 +1,5 @@
-/* The C headers twice over, as the strictest C99 host may include them, and a use of some of what they declare: that
-   the rest is exported, and what it does, is looked at elsewhere. */
+/* The C headers twice over, as the strictest C99 host may include them, and a use of some of what they declare: how
+   records are laid out, that the rest is exported, and what it does, is looked at elsewhere. */
 #include "analytics.h"
 
 #include "lumo/tova/tova-web.h"
@@ -8,24 +8,6 @@
 #include "analytics.h"
 #include "lumo/tova/tova-web.h"
 #include "lumo/tova/tova.h"
-
-/* The layout of the records is part of the interface: the stamp comes first in each of them. */
-#define STAMP_FIRST(record) typedef char record##_begins_with_its_stamp[offsetof(record, _version) == 0 ? 1 : -1]
-STAMP_FIRST(tova_mutex);
-STAMP_FIRST(tova_event);
-STAMP_FIRST(tova_semaphore);
-STAMP_FIRST(tova_global_event);
-STAMP_FIRST(tova_thread);
-STAMP_FIRST(tova_file);
-STAMP_FIRST(tova_file_find);
-STAMP_FIRST(tova_security);
-STAMP_FIRST(tova_string);
-STAMP_FIRST(tova_http);
-STAMP_FIRST(tova_http_response);
-
-typedef char the_stamp_is_272[tova_version == 272 ? 1 : -1];
-typedef char a_wide_character_has_32_bits[sizeof(wchar_t) == 4 ? 1 : -1];
-typedef char a_time_has_20_bytes_and_a_zone[sizeof(tova_time) == 52 ? 1 : -1];
 
 static tova_event done;
 

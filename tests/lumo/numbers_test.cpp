@@ -48,16 +48,6 @@ TEST(Integers, HaveSignFillAndDigitsInAnyBase)
     EXPECT_EQ(lumo::write(INT_MIN, 16, 12, '0'), "-00080000000");
 }
 
-TEST(Integers, OfADocumentAreThoseOfBaseTen)
-{
-    std::mt19937_64 random(3);
-    for (int i = 0; i < 20000; ++i) {
-        const auto value = static_cast<long long>(random() >> random() % 64) * (i % 2 ? 1 : -1);
-        char text[lumo::number_room];
-        ASSERT_EQ(std::string(text, lumo::put_decimal(text, value)), lumo::write(value, 10, 1, '0'));
-    }
-}
-
 TEST(IntegersDeathTest, NeedAKnownBaseAndAWidth)
 {
     EXPECT_ASSERTION(lumo::write(1LL, 17, 1, '0'), "inc/lumo/common", "base >= 2 && base <= 16");

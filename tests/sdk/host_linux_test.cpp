@@ -147,7 +147,8 @@ TEST(LinuxFacts, SampleLoadsAreThoseOfEveryProcessorAndNotTheirSum)
     EXPECT_EQ(large[0], 300u);
     EXPECT_EQ(large[3], 300 * std::uint64_t{4000000000});
     EXPECT_EQ(read_sums("container"), sums(4));
-    EXPECT_EQ(read_sums("broken"), sums());
+    for (const char* none : {"broken", "no such machine"})
+        EXPECT_EQ(read_sums(none), sums());
 }
 
 TEST(LinuxFacts, SampleMemoryAddsUpToAllOfIt)
@@ -173,15 +174,15 @@ TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
     static const struct
     {
         const char* release;
-        std::array<std::int32_t, 3> numbers; // of a release without any: what was there
+        std::array<std::int32_t, 3> numbers; // noughts: there are none
     } cases[] = {{"6.18.144-13-amd64", {6, 18, 144}},
                  {"5.10-custom", {5, 10, 0}},
                  {"7.x", {7, 0, 0}},
                  {"4.4.0.1", {4, 4, 0}},
-                 {"custom", {9, 9, 9}}};
+                 {"custom", {0, 0, 0}}};
     for (const auto& [release, expected] : cases) {
-        std::int32_t n[3] = {9, 9, 9};
-        EXPECT_EQ(host::parse_version(release, n), expected[0] != 9) << release;
+        std::int32_t n[3];
+        EXPECT_EQ(host::parse_version(release, n), expected[0] != 0) << release;
         EXPECT_EQ(std::to_array(n), expected) << release;
     }
 }
@@ -217,11 +218,8 @@ TEST(LinuxFacts, ProbesLeaveNothingOpen)
             read(reading.probe);
         GenerateUuid();
         IsOnline();
-        const std::filesystem::directory_iterator open("/proc/self/fd");
-        return std::distance(begin(open), end(open));
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     };
     const auto before = open_after_a_round();
-    for (int round = 0; round < 20; ++round)
-        open_after_a_round();
     EXPECT_EQ(open_after_a_round(), before);
 }

@@ -30,9 +30,11 @@ TEST(LogObject, WritesMembersAndElementsOfEveryKindAndCopiesItsChildrenAsTheySta
     auto list = std::make_unique<LogArray>();
     std::unique_ptr<LogObject> child(new LogObject), open(new LogArray);
     LogObject event;
+    LogArray empty;
+    empty.EndObject();
     EXPECT_EQ(child->AddBoolean("b", true) + event.AddObject("unended", child.get()) + child->EndObject(), 3u);
     EXPECT_EQ(list->AddString(nullptr) + list->AddInt(-1) + list->AddInt64(1LL << 40) + list->AddDouble(1e20), 4u);
-    EXPECT_EQ(list->AddBoolean(false) + list->AddObject(child.get()) + list->AddArray(list.get()), 3u);
+    EXPECT_EQ(list->AddBoolean(false) + list->AddObject(child.get()) + list->AddArray(&empty), 3u);
     EXPECT_EQ(event.AddString("k", nullptr) + event.AddInt("n", 5) + event.AddInt64("m", -(1LL << 40)), 3u);
     EXPECT_EQ(event.AddDouble("d", 0.5) + list->EndObject() + event.AddArray("list", list.get()), 3u);
     static_cast<LogArray&>(*open).AddString(std::string(5000, 'x').c_str());
@@ -40,10 +42,9 @@ TEST(LogObject, WritesMembersAndElementsOfEveryKindAndCopiesItsChildrenAsTheySta
     child.reset();
     open.reset(); // an array, by way of the object: a leak checker sees what stays behind
     EXPECT_EQ(event.EndObject(), 1u);
-    EXPECT_EQ(
-        event.ToString(),
-        R"({ "unended": { "b": true, "k": null, "n": 5, "m": -1099511627776, "d": 0.5, "list": [ null, -1, )"
-        R"(1099511627776, 1e+20, false, { "b": true }, [ null, -1, 1099511627776, 1e+20, false, { "b": true } ] })");
+    EXPECT_EQ(event.ToString(),
+              R"({ "unended": { "b": true, "k": null, "n": 5, "m": -1099511627776, "d": 0.5, "list": [ null, -1, )"
+              R"(1099511627776, 1e+20, false, { "b": true }, [ ] ] })");
 }
 
 TEST(LogObject, ConvertsToWideCharactersAndAnArrayItsUnusedObject)
@@ -65,7 +66,7 @@ TEST(LogObject, RefusesWithoutAWriterAndCountsAChildWithoutOneAsDoneWhereAnArray
     LogArray array;
     EXPECT_EQ(bare.AddInt("k", 1) | bare.AddObject("k", &object) | bare.AddArray("k", &array) | bare.EndObject(), 0u);
     EXPECT_EQ(bare_array.AddInt(1) | bare_array.AddObject(&object) | bare_array.EndObject(), 0u);
-    EXPECT_EQ(bare.ToString(), "");
+    EXPECT_EQ(bare.ToWString(), L"");
     EXPECT_EQ(object.AddObject("k", &bare) + object.AddArray("k", &bare_array), 2u);
     EXPECT_EQ(array.AddObject(&bare) | array.AddArray(&bare_array) | array.AddObject(nullptr), 0u);
     EXPECT_EQ(object.ToString() + text(array), "{[");
@@ -73,20 +74,15 @@ TEST(LogObject, RefusesWithoutAWriterAndCountsAChildWithoutOneAsDoneWhereAnArray
 
 TEST(LogObject, BeginsAnewAsIfItWereNew)
 {
-    for (const std::size_t length : {0, 100, 3000, 100000}) {
-        LogObject object;
-        LogArray array;
-        for (int round = 0; round < 3; ++round) {
-            object.AddString("k", std::string(length, 'x').c_str());
-            object.EndObject();
-            array.AddString(std::string(length, 'y').c_str());
-            array.EndObject();
-            EXPECT_EQ(object.ToString(), "{ \"k\": \"" + std::string(length, 'x') + "\" }");
-            EXPECT_EQ(text(array), "[ \"" + std::string(length, 'y') + "\" ]");
-            EXPECT_EQ(array.AddArray(&array), 1u); // makes no sense, and no harm
-            object.Restart();
-            array.Restart();
-        }
-        EXPECT_EQ(object.ToString() + text(array), "{[");
+    LogObject object;
+    LogArray array;
+    for (const std::size_t length : {0, 100, 3000, 100000, 100}) {
+        const std::string value(length, 'x');
+        EXPECT_EQ(object.AddString("k", value.c_str()) + object.EndObject(), 2u);
+        EXPECT_EQ(array.AddString(value.c_str()) + array.EndObject(), 2u);
+        EXPECT_EQ(object.ToString() + text(array), "{ \"k\": \"" + value + "\" }[ \"" + value + "\" ]");
+        EXPECT_EQ(array.AddArray(&array), 1u); // makes no sense, and no harm
+        object.Restart();
+        array.Restart();
     }
 }

@@ -76,8 +76,9 @@ TEST(SystemInfo, TextsNeedRoomForTheirTerminator)
     for (const auto& [probe, text, short_answer] : old_machine_texts) {
         const auto fits = static_cast<unsigned int>(std::strlen(text)) + 1;
         EXPECT_EQ(read(probe, fits), text);
-        if (short_answer)
+        if (short_answer) {
             EXPECT_EQ(read(probe, fits - 1), short_answer) << text;
+        }
     }
     EXPECT_EQ(read(GetTotalRAM, UINT_MAX), "2048 MB"); // more than the formatter counts
     EXPECT_ASSERTION(read(GetOSName, 3), "inc/lumo/tova/text.cpp", "false");

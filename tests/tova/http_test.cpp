@@ -28,13 +28,10 @@ struct Heard
     uint64_t expected = 0, received = 0;
     int32_t go_on = 1;
 
-    static void on_body(void* user, const void* bytes, uint32_t count, tova_http_response*)
+    template <std::string Heard::*text>
+    static void on_bytes(void* user, const void* bytes, uint32_t count, tova_http_response*)
     {
-        static_cast<Heard*>(user)->body.append(static_cast<const char*>(bytes), count);
-    }
-    static void on_header(void* user, const void* bytes, uint32_t count, tova_http_response*)
-    {
-        static_cast<Heard*>(user)->headers.append(static_cast<const char*>(bytes), count);
+        (static_cast<Heard*>(user)->*text).append(static_cast<const char*>(bytes), count);
     }
     static int32_t on_progress(void* user, uint64_t expected, uint64_t received)
     {
@@ -60,7 +57,8 @@ struct Http : testing::Test
         tova_http_initialize(0);
         tova_http_init(&h);
         tova_http_response_create(&r);
-        tova_http_response_callback_set(&r, &heard, Heard::on_body, Heard::on_header, Heard::on_progress);
+        tova_http_response_callback_set(&r, &heard, Heard::on_bytes<&Heard::body>, Heard::on_bytes<&Heard::headers>,
+                                        Heard::on_progress);
         set(tova_http_url, server.url());
     }
     ~Http() override
@@ -99,9 +97,11 @@ TEST_F(Http, GetsABodyAndHeadersAndReportsItsProgressAndKeepsItsHandle)
     for (int round = 1; round <= 2; ++round) {
         heard = {};
         ASSERT_EQ(1, get(server.url("/x?y=1")));
-        EXPECT_EQ(200, tova_http_response_number_get(&r, tova_http_response_status));
-        EXPECT_EQ(3, tova_http_response_number_get(&r, tova_http_response_expected));
-        EXPECT_EQ(3, tova_http_response_number_get(&r, tova_http_response_received));
+        for (const auto& [number, expected] : {std::pair(tova_http_response_status, 200),
+                                               {tova_http_response_expected, 3},
+                                               {tova_http_response_received, 3},
+                                               {tova_http_response_capacity, 1024}})
+            EXPECT_EQ(expected, tova_http_response_number_get(&r, number)) << number;
         EXPECT_EQ(body, heard.body);
         EXPECT_NE(std::string::npos, heard.headers.find("X-Answer: 42\r\n"));
         EXPECT_EQ(std::pair(heard.expected, heard.received), std::pair(uint64_t{3}, uint64_t{3}));

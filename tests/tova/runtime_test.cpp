@@ -40,6 +40,7 @@ TEST(Runtime, OutlivesAHostThatExitsWhileAThreadStillUsesIt)
         support::Child host([]() -> int {
             static uint32_t counter;
             tova_shutdown();
+            tova_shutdown();
             tova_initialize(); // goes down and up again
             tova_thread t;
             tova_thread_create(&t);
