@@ -59,7 +59,6 @@ private:
         if (m_report.finding.empty() && (m_next - 1 < returned || m_next - 1 > returned + 1))
             m_report.finding =
                 "the file ends with " + std::to_string(m_next - 1) + ", the host with " + std::to_string(returned);
-        m_report.closed += closed;
         m_report.events += static_cast<long>(found.numbers.size());
         keep_tail(found, had_tail && !closed);
     }

@@ -72,8 +72,6 @@ TEST(Crash, AHostKilledAtAnyMomentLeavesWholeLinesAndAtMostOneUnfinishedTail)
     const CrashReport report = kill_again_and_again(folder.path().string(), 60, 1);
     EXPECT_EQ(report.finding, "");
     EXPECT_GT(report.events, 60);
-    printf("%d kills, %ld events, %d unfinished tails, %d closed off\n", report.kills, report.events, report.tails,
-           report.closed);
 }
 
 TEST(ThreadsLoad, EveryEventOfSixteenBusySessionsIsAccountedFor)

@@ -18,7 +18,6 @@ struct Account
 {
     std::vector<size_t> read, deleted; // bytes
     std::vector<long> numbers;         // received, then those still waiting
-    long waiting = 0;
 };
 
 size_t line_size(long number)

@@ -9,7 +9,6 @@ struct CrashReport
     int kills = 0;
     long events = 0;     ///< whole lines found
     int tails = 0;       ///< kills that left an unfinished line
-    int closed = 0;      ///< such lines that the next host closed off
     std::string finding; ///< empty: everything was as promised; here and below
 };
 
