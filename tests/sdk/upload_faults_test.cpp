@@ -80,15 +80,8 @@ protected:
     transfers::Network network;
 };
 
-void reset(Connection& client)
-{
-    client.reset();
-}
-
-void hang(Connection& client)
-{
-    client.hang();
-}
+const RawServer::Script reset = [](Connection& client) { client.reset(); };
+const RawServer::Script hang = [](Connection& client) { client.hang(); };
 
 RawServer::Script reset_after(size_t bytes)
 {

@@ -2,7 +2,6 @@
 
 #include "support/child.h"
 
-#include <ctime>
 #include <stdexcept>
 
 namespace support {
@@ -24,15 +23,6 @@ std::string alternative_names(const std::vector<std::string>& hosts)
         list += (list.empty() ? "subjectAltName=" : ",") + std::string(address ? "IP:" : "DNS:") + host;
     }
     return list;
-}
-
-std::string moment(long seconds_from_now)
-{
-    const std::time_t at = std::time(nullptr) + seconds_from_now;
-    tm parts;
-    char text[32];
-    std::strftime(text, sizeof text, "%Y%m%d%H%M%SZ", gmtime_r(&at, &parts));
-    return text;
 }
 
 } // namespace
@@ -66,8 +56,8 @@ Certificate CertificateAuthority::issue(const std::vector<std::string>& hosts, V
     const Certificate asked = make(hosts.at(0), {"-addext", alternative_names(hosts)});
     const Certificate made{asked.file + ".signed", asked.key_file};
     openssl({"ca", "-config", m_folder.file("conf"), "-batch", "-notext", "-cert", m_own.file, "-keyfile",
-             m_own.key_file, "-startdate", moment(validity.from), "-enddate", moment(validity.to), "-in", asked.file,
-             "-out", made.file});
+             m_own.key_file, "-startdate", validity.from, "-enddate", validity.to, "-in", asked.file, "-out",
+             made.file});
     return made;
 }
 

@@ -14,15 +14,15 @@ struct Certificate
     std::string key_file; ///< PEM, without a password
 };
 
-/// When a certificate holds, in seconds from now.
+/// When a certificate holds: YYYYMMDDhhmmssZ.
 struct Validity
 {
-    long from = -3600;
-    long to = 24 * 3600;
+    const char* from = "20200101000000Z";
+    const char* to = "20991231000000Z";
 };
 
-inline constexpr Validity expired{-7200, -3600};
-inline constexpr Validity not_yet_valid{24 * 3600, 48 * 3600};
+inline constexpr Validity expired{"20200101000000Z", "20210101000000Z"};
+inline constexpr Validity not_yet_valid{"20980101000000Z", "20991231000000Z"};
 
 /// A certificate authority of its own. Its files live as long as it does.
 class CertificateAuthority
