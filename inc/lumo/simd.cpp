@@ -255,4 +255,13 @@ const form& best()
     return chosen;
 }
 
+void rest()
+{
+#if defined(__x86_64__) && defined(__GNUC__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) && defined(__GNUC__)
+    __asm__ volatile("yield");
+#endif
+}
+
 } // namespace lumo::simd

@@ -54,4 +54,8 @@ const form* forms();
 /// The first that is usable here; chosen once per process. Any thread.
 const form& best();
 
+/// A rest of some ten nanoseconds for a thread that looks again and again whether a lock is free: without it each look
+/// takes the lock's cache line, and the core's other thread its cycles, from whoever holds the lock.
+void rest();
+
 } // namespace lumo::simd

@@ -13,6 +13,7 @@
 #include "AnalyticsSDK/EventManager.h"
 #include "FileDescriptor.h"
 #include "lumo/large_text.h"
+#include "lumo/simd.h"
 
 namespace AnalyticsSDK {
 
@@ -30,9 +31,12 @@ class LUMO_THREAD_ANNOTATION(scoped_lockable) LogLock
 public:
     LogLock() LUMO_THREAD_ANNOTATION(acquire_capability(EventManager::m_spLogMutex)) LUMO_NO_THREAD_SAFETY_ANALYSIS
     {
-        for (int tries = 0; tries < 100; ++tries)
+        for (int tries = 0; tries < 200; ++tries) {
             if (EventManager::m_spLogMutex.try_lock())
                 return;
+            for (int rests = 0; rests < 4; ++rests)
+                lumo::simd::rest();
+        }
         EventManager::m_spLogMutex.lock();
     }
     ~LogLock() LUMO_THREAD_ANNOTATION(release_capability()) { EventManager::m_spLogMutex.unlock(); }
