@@ -38,7 +38,7 @@ private:
     }
 
     // `told`: the numbers whose analytics_event_end returned, a line each; the kill may have come before the last was
-    // said.
+    // said, or cut it where a page ends.
     void judge(const std::string& told)
     {
         const NumberedLog found = numbered_log(support::read_file(m_log));
@@ -53,7 +53,7 @@ private:
                 m_report.finding =
                     "number " + std::to_string(number) + " where " + std::to_string(m_next - 1) + " belongs";
         }
-        const std::vector<std::string> lines = support::split_lines(told);
+        const std::vector<std::string> lines = support::split_lines(told.substr(0, told.rfind('\n') + 1));
         const long returned =
             lines.empty() ? m_next - 1 - static_cast<long>(found.numbers.size()) : std::stol(lines.back());
         if (m_report.finding.empty() && (m_next - 1 < returned || m_next - 1 > returned + 1))
