@@ -8,7 +8,7 @@ import sys
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 SYSTEM = re.compile(r'^\s*#.*\b(__linux__|__linux|__APPLE__|__MACH__|_WIN32)\b')
 THIRD_PARTY = re.compile(r"^(curl|openssl)/")
-SOURCE_ROOTS = ["inc", "sdk/src", "tests", "cli", "examples", "."]
+SOURCE_ROOTS = ["inc", "sdk/src", "tests", "cli", "collector", "examples", "."]
 
 
 def read_ranks():

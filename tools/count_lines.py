@@ -4,7 +4,7 @@ a source file of 600 lines and more: it is about more than one thing."""
 import subprocess
 import sys
 
-CODE = ("inc/", "sdk/", "cli/", "examples/")
+CODE = ("inc/", "sdk/", "cli/", "collector/", "examples/")
 TESTS = ("tests/",)
 OTHER = ("bench/", "fuzz/", "soak/", "tools/", "cmake/", "dev")
 SOURCES = (".h", ".hpp", ".c", ".cpp")

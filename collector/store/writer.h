@@ -1,0 +1,92 @@
+// The queue in front of a store and the one thread behind it, which commits uploads in groups.
+//
+// The thread never waits for more: it takes what is queued and commits it, in groups that end by GroupLimit. So one
+// upload alone is answered after one commit, and many share one.
+#pragma once
+
+#include "store.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace store {
+
+struct WriterLimits
+{
+    size_t uploads = 2000;            ///< waiting ones; more are refused
+    size_t bytes = 128 * 1024 * 1024; ///< of waiting uploads (Upload::bytes)
+    GroupLimit group;
+};
+
+struct WriterStatus
+{
+    size_t queued = 0; ///< uploads waiting or being written
+    size_t queued_bytes = 0;
+    uint64_t uploads = 0; ///< committed since the start
+    uint64_t groups = 0;
+    uint64_t events = 0, rejects = 0, known = 0;
+    uint64_t failures = 0;                    ///< groups that could not be committed
+    std::optional<Fault> fault;               ///< of the last group, when it failed
+    std::chrono::microseconds last_commit{0}; ///< how long the last group took in all
+};
+
+class Writer
+{
+public:
+    /// Called once for each upload that was taken, on the writer's thread, after the commit or its failure. Must not
+    /// block or throw.
+    using Completion = std::function<void(const Result<Receipt>& receipt)>;
+    using Task = std::function<void(Writing& writing)>;
+
+    /// Starts the thread.
+    Writer(std::unique_ptr<Writing> writing, const WriterLimits& limits = {});
+    /// As stop().
+    ~Writer();
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    /// Queues an upload. Any thread; never waits.
+    /// @return false when the queue is full or stop() was called: then the upload and the completion are left as they
+    /// were
+    bool submit(Upload&& upload, Completion&& completion);
+
+    /// Queues work that is to run on the writer's thread between two groups (retention in steps, forget). Any thread.
+    /// Tasks run in turn with groups, so a row of them does not hold uploads up.
+    /// @return false after stop()
+    bool run(Task&& task);
+
+    /// Takes nothing more, commits what is queued, runs no further task, ends the thread. Any thread but the writer's
+    /// own; a second call waits for the first.
+    void stop();
+
+    WriterStatus status() const;
+
+private:
+    struct Waiting
+    {
+        Upload upload;
+        Completion completion;
+        size_t bytes;
+    };
+
+    void work();
+    std::vector<Waiting> take_group();
+    void write_group(std::vector<Waiting>& group);
+    void count(std::span<const Waiting> written, const Result<std::vector<Receipt>>& receipts,
+               std::chrono::microseconds taken);
+
+    const WriterLimits m_limits;
+    std::unique_ptr<Writing> m_spWriting;
+    mutable std::mutex m_lock;
+    std::condition_variable m_wake;
+    std::deque<Waiting> m_waiting;
+    std::deque<Task> m_tasks;
+    WriterStatus m_status;
+    bool m_stopping = false;
+    std::mutex m_join;
+    std::thread m_thread;
+};
+
+} // namespace store
