@@ -4,15 +4,16 @@
 // For one machine and for looking at what the library sends; a server that faces a network needs more than this.
 #include "AnalyticsSDK/Identity.h"
 #include "form.h"
+#include "repetition.h"
 #include "wire_line.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <httplib.h>
 #include <iostream>
 #include <mutex>
-#include <set>
 #include <thread>
 
 namespace {
@@ -63,11 +64,14 @@ public:
         }
         if (!token_is_good(form.at("g"), form.at("t")))
             return ++m_refused, answer = "the token does not belong to this unique id\n", 403;
+        std::string_view data = form.at("data"), known = data.substr(0, m_repetitions.take(form.at("g"), data));
+        auto repeated = std::count(known.begin(), known.end(), '\n') + (!known.empty() && known.back() != '\n');
         size_t before = m_received;
-        std::string rows = take_lines(form.at("data"));
+        std::string rows = take_lines(data.substr(known.size()));
+        m_repeated += static_cast<size_t>(repeated);
         answer = "taken: " + std::to_string(m_received - before) + " events\n";
-        std::cout << "\nupload " << ++m_uploads << ": " << m_received - before << " events, token good, from version "
-                  << wire::printable(form.at("v")) << "\n\n"
+        std::cout << "\nupload " << ++m_uploads << ": " << m_received - before << " events, " << repeated
+                  << " repeated, token good, from version " << wire::printable(form.at("v")) << "\n\n"
                   << rows << std::flush;
         return 200;
     }
@@ -104,7 +108,6 @@ private:
                 "",       fault->what + " (column " + std::to_string(fault->column) + "): " + wire::printable(text)};
         }
         ++m_received;
-        m_repeated += !m_seen.emplace(text).second;
         m_events << line.event << "\n" << std::flush;
         std::vector<std::string> row;
         for (std::string_view part : {line.time, line.application, line.application_version, line.unique_id, line.name})
@@ -115,7 +118,7 @@ private:
 
     std::mutex m_lock;
     std::ofstream m_events;
-    std::set<std::string, std::less<>> m_seen;
+    collector::Repetitions m_repetitions;
     size_t m_uploads = 0, m_received = 0, m_repeated = 0, m_broken = 0, m_refused = 0;
 };
 
