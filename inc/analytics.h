@@ -243,7 +243,8 @@ ANALYTICS_API uint32_t analytics_property_add(analytics_session* session, const 
 /** @{ */
 
 /**
- * Registers an observer of asynchronous uploads. Before the first send: the lists take no lock.
+ * Registers an observer of asynchronous uploads. Before the first send, as the lists take no lock, or from within an
+ * observer of the same session: what is added there hears from the next time on.
  *
  * | event      | value                                                    | amount           |
  * |------------|----------------------------------------------------------|------------------|

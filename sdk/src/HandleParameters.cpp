@@ -202,12 +202,16 @@ uint32_t HandleParameters::Send(bool synchronous)
     return ANALYTICS_OK;
 }
 
-// Whatever an observer throws would pass through C code: it ends the process here, where it can be seen.
+// Whatever an observer throws would pass through C code: it ends the process here, where it can be seen. One that adds
+// observers moves the records, hence places and copies; those added hear from the next time on.
 void HandleParameters::Notify(const Observers& observers, uint32_t value, double amount) noexcept
 {
-    for (const observerData& observer : observers)
+    const size_t count = observers.size();
+    for (size_t place = 0; place < count; ++place) {
+        const observerData observer = observers[place];
         if (observer.callback != nullptr)
             observer.callback(observer.context, value, amount);
+    }
 }
 
 void HandleParameters::OnDownloadComplete(const char*)
