@@ -47,8 +47,8 @@ public:
     using ThreadHelper::Init;
     /// Stops the worker (waits for an upload under way), then closes the web client.
     void Close() override;
-    /// Starts the worker as "EventManager Thread", then the web client with proxies and credentials of its own. The
-    /// first cycle comes after the first interval.
+    /// Starts the web client with proxies and credentials of its own, then the worker as "EventManager Thread". The
+    /// first cycle comes after the first interval, or at once when StartUpload() was called before.
     virtual void Init();
 
     /// Milliseconds between two upload cycles, 3,600,000 at first.

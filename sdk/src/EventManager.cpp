@@ -38,9 +38,11 @@ EventManager::~EventManager()
 
 void EventManager::Init()
 {
-    ThreadHelper::Init("EventManager Thread"); // waits for its interval before it needs the client
+    // The client first: the worker may begin with a cycle, and the client without proxies of its own would go by the
+    // environment's.
     if (m_pWebClient != nullptr)
         m_pWebClient->Init(true);
+    ThreadHelper::Init("EventManager Thread");
 }
 
 void EventManager::Close()

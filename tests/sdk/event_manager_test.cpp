@@ -9,6 +9,7 @@
 #include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/Utilities.h"
 #include "support/http_server.h"
+#include "support/ports.h"
 #include "support/scratch.h"
 
 using namespace AnalyticsSDK;
@@ -198,6 +199,21 @@ TEST(ThreadsUpload, OfStreamsSendsTheWholeTextAndLeavesTheFileToTheCaller)
     server.answer(500);
     EXPECT_FALSE(manager.UploadData(stream));
     EXPECT_TRUE(std::filesystem::exists(manager.log()));
+}
+
+TEST(ThreadsUpload, AsksItsOwnProxiesFromTheFirstCycleOn)
+{
+    support::HttpServer server;
+    const support::HeldPort dead;
+    setenv("http_proxy", dead.text().c_str(), 1);
+    for (size_t start = 1; start <= 3; ++start) {
+        Manager manager(server.url());
+        manager.LogOne();
+        manager.StartUpload(); // so that the worker begins with a cycle
+        manager.Init();
+        EXPECT_TRUE(server.wait_for(start));
+    }
+    unsetenv("http_proxy");
 }
 
 TEST(ThreadsUpload, RunsOnTheWorkerAtOnceWhenAskedAndAtEveryInterval)
