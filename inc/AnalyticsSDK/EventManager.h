@@ -116,6 +116,7 @@ public:
     /// this has answered true (the server took the text), is the caller's.
     bool UploadData(std::stringstream& stream);
     /// Queues the post; the callback (on the web client's thread, item id "") hears the outcome and deletes the file.
+    /// @return false when nothing was queued, also for want of that thread: nobody hears of it then
     bool UploadDataAsync(std::stringstream& stream, IProgressCallback* callback);
     /// Lets the worker run a cycle now; returns at once. The interval begins anew after that cycle.
     void StartUpload();

@@ -6,6 +6,7 @@
 /// asks the proxy manager for its way and the credential store for its login before every attempt.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <ostream>
 #include <sstream>
@@ -133,7 +134,7 @@ private:
     lumo::mutex certificateLock{true};
     std::string strLastError LUMO_GUARDED_BY(errorLock);
     mutable lumo::mutex errorLock{true};
-    bool bStarted = false;
+    std::atomic<bool> bThreadRefused{false}; ///< the system had no thread left at Init()
 };
 
 } // namespace AnalyticsSDK

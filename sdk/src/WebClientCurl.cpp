@@ -141,13 +141,13 @@ bool WebClient::Init(bool bUseOwnProxySupport)
     }
     // The base answers nothing: whether there is a thread was noted in start(), which it calls.
     ThreadHelper::Init("WebClient Thread");
-    return bStarted;
+    return !bThreadRefused;
 }
 
 bool WebClient::start()
 {
-    bStarted = ThreadHelper::start();
-    return bStarted;
+    bThreadRefused = !ThreadHelper::start();
+    return !bThreadRefused;
 }
 
 void WebClient::Close()
@@ -247,11 +247,12 @@ bool WebClient::QueueFileForDownload(const char* url, const char* filePath, IPro
     });
 }
 
-// A child made by fork() has no thread to perform what it queues.
+// A child made by fork() has no thread to perform what it queues, nor has a client that was refused one: what it kept
+// would never go. Before Init() there is still one to come.
 bool WebClient::Queue(scoped_ptr<CurlEasyHandle>& spHandle, const char* url, IProgressCallback* callback,
                       RequestType type, std::map<std::string, std::string>* params, const char* itemID)
 {
-    if (!IsOwnProcess())
+    if (!IsOwnProcess() || bThreadRefused)
         return false;
     spHandle->SetCallback(callback);
     spHandle->SetItemID(OrEmpty(itemID));
