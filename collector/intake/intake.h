@@ -37,11 +37,12 @@ enum class Encoding
 /// @return 400 for another type than application/x-www-form-urlencoded, 415 for an encoding but gzip and identity
 Refused check_headers(std::string_view content_type, std::string_view content_encoding, Encoding& encoding);
 
-/// Asked before memory is taken for an unpacked or decoded body; false ends the work with 503. May be empty.
+/// Asked before memory is taken for an unpacked body; false ends the work with 503. May be empty.
 using Charge = std::function<bool(size_t bytes)>;
 
 /// Unpacks a body in place. Stops as soon as the limit is passed, however small the packed form is.
-/// @return 400 for broken or cut gzip, or bytes behind its end; 413 past the limit; 503 when `charge` refuses
+/// @return 400 for broken or cut gzip, or bytes behind it that are no gzip; 413 past the limit; 503 when `charge`
+/// refuses
 Refused unpack(std::string& body, Encoding encoding, const Limits& limits, const Charge& charge = {});
 
 /// The fields of the form, decoded.

@@ -54,10 +54,14 @@ struct Event
     std::string_view application, version, installation;
     std::optional<std::string_view> name; ///< a name by number is its digits; none is a null name
     Seconds logged_at = 0;
-    std::string_view members;    ///< member 7 as compact JSON that any parser takes; nan and inf are null
-    uint32_t first_property = 0; ///< its properties in Upload::properties
-    uint32_t properties = 0;
+    std::string_view members;      ///< member 7 as compact JSON that any parser takes; nan and inf are null
+    uint32_t first_property = 0;   ///< its properties in Upload::properties
+    uint32_t properties = 0;       ///< at most `g_event_properties`
+    uint32_t other_properties = 0; ///< further ones, which are only counted
 };
+
+/// The most properties of one event that are counted by key and value.
+inline constexpr uint32_t g_event_properties = 64;
 
 /// A line that is no event.
 struct Reject

@@ -1,0 +1,211 @@
+#include "line_parser.h"
+
+#include "facts.h"
+#include "strict_json.h"
+#include "wire_line.h"
+
+#include <charconv>
+#include <chrono>
+
+#include <simdjson.h>
+
+namespace intake {
+
+namespace {
+
+using simdjson::dom::element;
+using simdjson::dom::element_type;
+
+constexpr int64_t g_layout_version = 3;
+constexpr size_t g_levels = 500; // that an event may nest
+constexpr size_t g_members = 7;
+
+// Number `i` of "YYYY-MM-DD hh:mm:ss"; false when a character is no digit.
+bool digits(std::string_view text, size_t at, size_t count, unsigned& value)
+{
+    auto end = text.data() + at + count;
+    return text[at] >= '0' && text[at] <= '9' && std::from_chars(text.data() + at, end, value).ptr == end;
+}
+
+std::optional<store::Seconds> seconds_of(std::string_view text)
+{
+    using namespace std::chrono;
+    unsigned y = 0, m = 0, d = 0, hour = 0, minute = 0, second = 0;
+    if (text.size() != 19 || text[4] != '-' || text[7] != '-' || text[10] != ' ' || text[13] != ':' || text[16] != ':')
+        return std::nullopt;
+    bool numbers = digits(text, 0, 4, y) && digits(text, 5, 2, m) && digits(text, 8, 2, d) &&
+                   digits(text, 11, 2, hour) && digits(text, 14, 2, minute) && digits(text, 17, 2, second);
+    year_month_day date{year(static_cast<int>(y)), month(m), day(d)};
+    if (!numbers || !date.ok() || hour > 23 || minute > 59 || second > 59)
+        return std::nullopt;
+    return sys_days(date).time_since_epoch() / seconds(1) + hour * 3600 + minute * 60 + second;
+}
+
+// The same text as the event before has mostly stands there already.
+std::string_view keep(std::string_view text, std::string_view before, store::Upload& upload)
+{
+    return text == before ? before : upload.keep(text);
+}
+
+template <class Number>
+std::string_view digits_of(Number number, char (&buffer)[32])
+{
+    return {buffer, static_cast<size_t>(std::to_chars(buffer, buffer + sizeof buffer, number).ptr - buffer)};
+}
+
+// False for an object or an array. The text lives as long as the parser's document and `buffer`.
+bool value_of(element json, char (&buffer)[32], store::Value& value)
+{
+    using store::ValueType;
+    switch (json.type()) {
+    case element_type::STRING:
+        value = {ValueType::text, json.get_string().value_unsafe()};
+        return true;
+    case element_type::INT64:
+        value = {ValueType::number, digits_of(json.get_int64().value_unsafe(), buffer)};
+        return true;
+    case element_type::UINT64:
+        value = {ValueType::number, digits_of(json.get_uint64().value_unsafe(), buffer)};
+        return true;
+    case element_type::DOUBLE:
+        value = {ValueType::number, digits_of(json.get_double().value_unsafe(), buffer)};
+        return true;
+    case element_type::BOOL:
+        value = {ValueType::boolean, json.get_bool().value_unsafe() ? "true" : "false"};
+        return true;
+    case element_type::NULL_VALUE:
+        value = {ValueType::null, "null"};
+        return true;
+    default:
+        return false;
+    }
+}
+
+void add_property(std::string_view key, const store::Value& value, store::Upload& upload)
+{
+    store::Event& event = upload.events.back();
+    auto first = upload.properties.begin() + event.first_property;
+    for (auto known = first; known != upload.properties.end(); ++known) {
+        if (known->key == key)
+            return;
+    }
+    if (upload.properties.size() - event.first_property == store::g_event_properties) {
+        ++event.other_properties;
+        return;
+    }
+    // Most events of an upload have the same keys in the same order.
+    size_t place = upload.properties.size();
+    size_t behind = upload.events.size() > 1 ? upload.events[upload.events.size() - 2].properties : 0;
+    std::string_view before =
+        behind != 0 && behind <= place ? upload.properties[place - behind].key : std::string_view();
+    bool is_same = !before.empty() && before == key;
+    bool fact = is_same ? upload.properties[place - behind].is_fact : is_fact(key);
+    upload.properties.push_back({is_same ? before : upload.keep(key), {value.type, upload.keep(value.text)}, fact});
+}
+
+void add_properties(simdjson::dom::object members, store::Upload& upload)
+{
+    char buffer[32];
+    for (auto [key, json] : members) {
+        store::Value value;
+        if (value_of(json, buffer, value))
+            add_property(key, value, upload);
+    }
+    store::Event& event = upload.events.back();
+    event.properties = static_cast<uint32_t>(upload.properties.size() - event.first_property);
+}
+
+} // namespace
+
+struct LineParser::Json
+{
+    simdjson::dom::parser parser;
+
+    // Empty when the text is an event's line, which then stands in `upload`.
+    std::string read(const char* text, size_t size, bool is_padded, store::Upload& upload);
+    std::string read_members(const element (&members)[g_members], store::Upload& upload);
+};
+
+const size_t LineParser::padding = simdjson::SIMDJSON_PADDING;
+
+LineParser::LineParser() : m_spJson(std::make_unique<Json>())
+{
+    // The line's own array is one level more.
+    if (m_spJson->parser.allocate(65536, g_levels + 1) != simdjson::SUCCESS)
+        throw std::bad_alloc();
+}
+
+LineParser::~LineParser() = default;
+
+std::string LineParser::Json::read(const char* text, size_t size, bool is_padded, store::Upload& upload)
+{
+    element line;
+    if (auto error = parser.parse(text, size, !is_padded).get(line))
+        return simdjson::error_message(error);
+    simdjson::dom::array array;
+    if (line.get_array().get(array))
+        return "the line is no array";
+    element members[g_members];
+    size_t count = 0;
+    for (element member : array) {
+        if (count < g_members)
+            members[count] = member;
+        ++count;
+    }
+    return count == g_members ? read_members(members, upload) : "the line has not seven members";
+}
+
+std::string LineParser::Json::read_members(const element (&members)[g_members], store::Upload& upload)
+{
+    int64_t version = 0;
+    std::string_view time, application, application_version, installation;
+    if (members[0].get_int64().get(version) || version != g_layout_version)
+        return "the layout's version is not 3";
+    if (members[1].get_string().get(time) || members[2].get_string().get(application) ||
+        members[3].get_string().get(application_version) || members[4].get_string().get(installation))
+        return "a member that must be a text is none";
+    std::optional<store::Seconds> logged_at = seconds_of(time);
+    if (!logged_at)
+        return "the time is none";
+    char buffer[32];
+    store::Value name;
+    element_type type = members[5].type();
+    if (!value_of(members[5], buffer, name) || type == element_type::DOUBLE || type == element_type::BOOL)
+        return "the name is no text, integer or null";
+    simdjson::dom::object object;
+    if (members[6].get_object().get(object))
+        return "the event is no object";
+
+    static const store::Event none;
+    upload.events.emplace_back();
+    store::Event& event = upload.events.back();
+    const store::Event& before = upload.events.size() > 1 ? upload.events[upload.events.size() - 2] : none;
+    event.application = keep(application, before.application, upload);
+    event.version = keep(application_version, before.version, upload);
+    event.installation = keep(installation, before.installation, upload);
+    if (type != element_type::NULL_VALUE)
+        event.name = keep(name.text, before.name.value_or(std::string_view()), upload);
+    event.logged_at = *logged_at;
+    event.members = upload.keep(simdjson::minify(members[6]));
+    event.first_property = static_cast<uint32_t>(upload.properties.size());
+    add_properties(object, upload);
+    return "";
+}
+
+std::string LineParser::parse(std::string_view line, store::Upload& upload)
+{
+    if (m_spJson->read(line.data(), line.size(), true, upload).empty())
+        return "";
+    if (line.find('\0') != std::string_view::npos)
+        return "a NUL byte";
+    std::string strict = strict_json(line);
+    std::string fault = m_spJson->read(strict.data(), strict.size(), false, upload);
+    wire::Line parts;
+    if (fault.empty())
+        return "";
+    if (auto place = wire::read_line(line, parts))
+        return "column " + std::to_string(place->column) + ": " + place->what;
+    return fault;
+}
+
+} // namespace intake
