@@ -75,8 +75,8 @@ public:
     /// @param httpCode receives the HTTP status (for https through a proxy: the proxy's answer to CONNECT), 0 if none
     /// @param type how the parameters are sent
     /// @param params as for QueueRequest
-    /// @return true when the server took the request: a status below 400, and after a 303 whatever the page was worth
-    ///     that it led to
+    /// @return true when the server took the request: all of it was sent, and the last page got a status from 200 on
+    ///     and below 400
     virtual bool ExecRequest(const char* url, std::ostream* out, long& httpCode, RequestType type,
                              std::map<std::string, std::string>* params) = 0;
 

@@ -117,6 +117,18 @@ void CurlEasyHandle::CloseStream()
         file->close();
 }
 
+// By libcurl's own count of the bytes that the system took, against the length that it announced.
+void CurlEasyHandle::NoteSentBody()
+{
+    const char* method = nullptr;
+    curl_off_t sent = 0, announced = 0;
+    curl_easy_getinfo(hCurl, CURLINFO_EFFECTIVE_METHOD, &method);
+    curl_easy_getinfo(hCurl, CURLINFO_SIZE_UPLOAD_T, &sent);
+    curl_easy_getinfo(hCurl, CURLINFO_CONTENT_LENGTH_UPLOAD_T, &announced);
+    if (method && std::strcmp(method, "POST") == 0)
+        bBodySent = sent >= announced;
+}
+
 // What curl_easy_perform does, in steps between which the process may leave. With a multi handle of its own, as the one
 // of the queue is the worker's alone.
 CURLcode CurlEasyHandle::Perform()

@@ -104,6 +104,12 @@ public:
     /// Asks the transfer to end; any thread. The stream is left to the thread that may be writing it.
     void CancelDownload() { bCancel.store(1, std::memory_order_relaxed); }
 
+    /// Notes whether the body of the post under way was sent whole, as far as libcurl knows now. Nothing is noted of a
+    /// GET: after a 303, what is known of the post stays.
+    void NoteSentBody();
+    /// What was noted last; true when there was no post.
+    bool WasBodySent() const { return bBodySent; }
+
     /// Whether the chosen proxy is to be used.
     bool UsesProxy() const { return spProxyInfo && spProxyInfo->bUseProxy; }
 
@@ -122,6 +128,7 @@ private:
     scoped_array<char> pErrorBuffer;
     double dTimeout = 60000.0;
     double dLastUpdate = 0.0;
+    bool bBodySent = true;
 
 public:
     std::size_t nTextKept = 0; ///< bytes of body in the string stream

@@ -164,6 +164,15 @@ try {
     return 0;
 }
 
+// The empty line behind an answer's headers is the last that is seen of a post before a 303 turns it into a GET, which
+// sets libcurl's counts back.
+std::size_t HearHeader(char*, std::size_t size, std::size_t count, void* user)
+{
+    if (size * count <= std::size("\r\n") - 1)
+        static_cast<CurlEasyHandle*>(user)->NoteSentBody();
+    return size * count;
+}
+
 void SetHeaderLines(OptionSetter& set, CurlEasyHandle* handle, const char* expectation)
 {
     // Built aside and swapped in: libcurl reads the handle's list until it is told of the new one.
@@ -181,6 +190,7 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
 {
     set(CURLOPT_URL, handle->GetUrl());
     set(CURLOPT_WRITEFUNCTION, bProgress ? WriteWithProgress : WritePlain)(CURLOPT_WRITEDATA, handle);
+    set(CURLOPT_HEADERFUNCTION, HearHeader)(CURLOPT_HEADERDATA, handle);
     set(CURLOPT_FAILONERROR, 1L); // from 400 on; a page that tells of a failure is nobody's body
     set(CURLOPT_NOPROGRESS, 1L)(CURLOPT_FOLLOWLOCATION, 1L)(CURLOPT_MAXREDIRS, 10L);
     set(CURLOPT_CONNECTTIMEOUT_MS, TransferSettings::connect_timeout_ms.load());

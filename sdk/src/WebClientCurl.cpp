@@ -16,7 +16,8 @@ namespace {
 // How late the worker learns what libcurl does not wake it for: a stall, the machine going offline.
 constexpr int wait_ms = 100;
 // What IProgressCallback::OnDownloadError reports beside HTTP statuses.
-constexpr long code_stalled = -3, code_other_proxy = -7, status_proxy_login = 407, status_refused = 400;
+constexpr long code_stalled = -3, code_other_proxy = -7, status_final = 200, status_refused = 400,
+               status_proxy_login = 407;
 
 const char* OrEmpty(const char* text)
 {
@@ -45,25 +46,21 @@ long ReadStatus(const CurlEasyHandle& handle)
     return status;
 }
 
-// libcurl fails on a status from 400 on when it has read the empty line behind the headers. An answer that is cut
-// before that line would pass for a success, and what the server refused would be deleted.
-long JudgeCutHeaders(const CurlEasyHandle& handle, long result)
+// What libcurl's success is worth, since what a server took is deleted. libcurl also calls it a success when the
+// connection ends before a final status came, or between a refusing status and the empty line behind its headers; and
+// when it stopped sending, because the server answered early and closed.
+long JudgeSuccess(CurlEasyHandle& handle, long result)
 {
+    if (result != CURLE_OK)
+        return result;
     long status = 0;
     curl_easy_getinfo(handle.GetHandle(), CURLINFO_RESPONSE_CODE, &status);
-    const bool bRefused = result == CURLE_OK && status >= status_refused;
-    return bRefused ? long{CURLE_HTTP_RETURNED_ERROR} : result;
-}
-
-// A redirected post ends as a GET only after a 303, which says that the post was taken. What became of the page that
-// the 303 led to is not the post's business: sending it again would deliver it twice.
-bool WasTaken(const CurlEasyHandle& handle)
-{
-    long redirects = 0;
-    char* method = nullptr;
-    curl_easy_getinfo(handle.GetHandle(), CURLINFO_REDIRECT_COUNT, &redirects);
-    curl_easy_getinfo(handle.GetHandle(), CURLINFO_EFFECTIVE_METHOD, &method);
-    return handle.bPost && redirects > 0 && method && std::strcmp(method, "GET") == 0;
+    if (status < status_final)
+        return CURLE_GOT_NOTHING;
+    if (status >= status_refused)
+        return CURLE_HTTP_RETURNED_ERROR;
+    handle.NoteSentBody();
+    return handle.WasBodySent() ? CURLE_OK : CURLE_SEND_ERROR;
 }
 
 // libcurl decodes both halves, so that a user name may hold a colon. It keeps copies of its own, out of our reach,
@@ -316,11 +313,11 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
         if (handle->UsesProxy() && std::count(failed.begin(), failed.end(), handle->spProxyInfo->strProxy))
             return false;
         httpCode = 0;
-        const long result = JudgeCutHeaders(*handle, handle->Perform());
+        const long result = JudgeSuccess(*handle, handle->Perform());
         RememberError(handle, result);
         // Whatever the result: after a proxy's refusal libcurl may fail on what follows, and still knows the 407.
         httpCode = ReadStatus(*handle);
-        if (result == CURLE_OK || WasTaken(*handle)) {
+        if (result == CURLE_OK) {
             HandleProxySuccess(CURLE_OK, handle, url);
             return true;
         }
@@ -383,7 +380,7 @@ void WebClient::FinishTransfers()
         // The message dies with the transfer that it is about: everything is read from it before.
         CurlEasyHandle* handle = spMultiHandle->FindEasyHandle(message->easy_handle);
         if (message->msg == CURLMSG_DONE && handle)
-            FinishTransfer(handle, JudgeCutHeaders(*handle, message->data.result));
+            FinishTransfer(handle, JudgeSuccess(*handle, message->data.result));
     }
 }
 
@@ -407,8 +404,7 @@ void WebClient::NotifyEnd(CurlEasyHandle* handle, long result, long status)
     const char* url = handle->GetUrl();
     if (result == CURLE_WRITE_ERROR && handle->IsCancelDownload()) {
         callback.OnDownloadCancel(id);
-    } else if (result == CURLE_OK || WasTaken(*handle)) {
-        // Before the write error: a page too long to keep must not make a post that was taken go out again.
+    } else if (result == CURLE_OK) {
         HandleProxySuccess(CURLE_OK, handle, url);
         callback.OnDownloadComplete(id);
     } else if (result == CURLE_WRITE_ERROR) {

@@ -98,6 +98,15 @@ RawServer::Script reply(
     };
 }
 
+// Answers when it has read the beginning of a post, and serves the page that the answer may lead to.
+RawServer::Script early(const std::string& answer)
+{
+    return [answer](Connection& client) {
+        const bool post = client.read_some(20'000).starts_with("POST");
+        client.send(post ? answer : "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    };
+}
+
 // The same piece again and again for as long as the client takes it.
 RawServer::Script endless(const std::string& start, const std::string& piece)
 {
@@ -131,6 +140,9 @@ TEST_F(ThreadsUploadFaults, HalfAResponseKeepsTheFile)
 {
     expect_each(false, {{"no answer", reply("")},
                         {"nothing read", [](Connection&) {}},
+                        {"cut within 100", reply("HTTP/1.1 100 Continue\r\n")},
+                        {"cut within 103", reply("HTTP/1.1 103 Early Hints\r\nLink: <x>\r\n")},
+                        {"half a status behind 100", reply("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 20")},
                         {"cut behind 400", reply("HTTP/1.1 400 Bad Request\r\n")},
                         {"cut behind 407", reply("HTTP/1.1 407 Proxy Authentication Required\r\n")},
                         {"cut behind 500", reply("HTTP/1.1 500 Internal Server Error\r\n")},
@@ -139,6 +151,16 @@ TEST_F(ThreadsUploadFaults, HalfAResponseKeepsTheFile)
                         {"no last chunk", reply(chunked + "1\r\n1\r\n")},
                         {"a chunk of no size", reply(chunked + "xyz\r\n")},
                         {"a length beyond numbers", reply(ok + "Content-Length: -5\r\n\r\n")}});
+}
+
+// To libcurl, which stops sending then, all of these are successes.
+TEST_F(ThreadsUploadFaults, AnAnswerBeforeTheWholeRequestWasSentKeepsTheFile)
+{
+    const std::string there = "Location: /there\r\nContent-Length: 0\r\n\r\n";
+    expect_each(false, {{"200 without an end", early("HTTP/1.0 200 OK\r\n\r\n"), large},
+                        {"200 that closes", early(ok + "Connection: close\r\nContent-Length: 0\r\n\r\n"), large},
+                        {"303", early("HTTP/1.1 303 See Other\r\n" + there), large},
+                        {"303 that closes", early("HTTP/1.1 303 See Other\r\nConnection: close\r\n" + there), large}});
 }
 
 TEST_F(ThreadsUploadFaults, GarbageIsNoSuccessUnlessItComesAsOne)
