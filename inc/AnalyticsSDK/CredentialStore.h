@@ -8,6 +8,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 #include "lumo/mutex.h"
 #include "lumo/scoped_ptr.h"
@@ -26,6 +27,8 @@ class TOVA_API CUserCredentials
 public:
     /// An empty login.
     CUserCredentials();
+    /// Copies both texts.
+    CUserCredentials(std::string_view userName, std::string_view password);
     /// Copies the password too.
     CUserCredentials(const CUserCredentials&);
     /// Overwrites the password held before.
@@ -53,8 +56,10 @@ public:
     void clear();
 };
 
-/// Logins by proxy. The order of the operations is part of the binary interface. Every operation answers false or null
-/// for a null or empty proxy.
+/// Logins by proxy, of a host's own making or as CCredentialStore keeps them. The order of the virtual operations is
+/// part of the binary interface. Every operation answers false or null for a null or empty proxy.
+///
+/// Transfers ask before each attempt, on the web client's thread or on that of a synchronous request, and hold no lock.
 class TOVA_API ICredentialStore
 {
 public:
@@ -64,25 +69,27 @@ public:
     virtual bool HasCredentials(const char* proxy) = 0;
 
     /// Lends the record, null when there is none. The pointer is valid until the record is replaced or removed, by
-    /// whatever thread: CopyUserCredentials has no such limit.
+    /// whatever thread: of a CCredentialStore, CopyUserCredentials has no such limit.
     virtual CUserCredentials* GetUserCredentials(const char* proxy) = 0;
 
     /// Takes a record over, in place of an older one, which is destroyed.
     ///
     /// @param proxy whose login it is
-    /// @param credentials left empty when the record was taken, left as it is otherwise
+    /// @param credentials the record, given with std::move; destroyed when it is refused
     /// @return false when proxy or record is missing
-    virtual bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials) = 0;
+    virtual bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials> credentials) = 0;
 
     /// Destroys the record, if any. @return true, also when there was none
     virtual bool RemoveCredentials(const char* proxy) = 0;
 
-    /// Copies the record, undisturbed by other threads. This is what transfers ask before each attempt.
+    /// Copies the record: what GetUserCredentials lends when HasCredentials is true. This is what transfers call.
     ///
+    /// Of a CCredentialStore, or a class derived from it, other threads may replace or remove the record meanwhile.
+    /// A record that another kind of store lends must stay as it is until this returns.
     /// @param proxy whose login is wanted
     /// @param out receives the copy, which is the caller's
     /// @return false, and no change, when there is none
-    virtual bool CopyUserCredentials(const char* proxy, CUserCredentials& out) = 0;
+    bool CopyUserCredentials(const char* proxy, CUserCredentials& out);
 };
 
 /// The library's credential store: one recursive lock around a map. Looking up an unknown proxy with HasCredentials or
@@ -96,11 +103,13 @@ public:
 
     bool HasCredentials(const char* proxy) override;
     CUserCredentials* GetUserCredentials(const char* proxy) override;
-    bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials>& credentials) override;
+    bool AddCredentials(const char* proxy, scoped_ptr<CUserCredentials> credentials) override;
     bool RemoveCredentials(const char* proxy) override;
-    bool CopyUserCredentials(const char* proxy, CUserCredentials& out) override;
 
 private:
+    friend class ICredentialStore;
+    bool CopyStored(const std::string& key, CUserCredentials& out);
+
     CUserCredentialsMap mapCredentials LUMO_GUARDED_BY(lock);
     lumo::mutex lock{false};
 };

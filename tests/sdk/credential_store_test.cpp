@@ -8,20 +8,15 @@ using namespace AnalyticsSDK;
 
 scoped_ptr<CUserCredentials> login(const std::string& user, const std::string& password)
 {
-    scoped_ptr<CUserCredentials> made(new CUserCredentials);
-    made->strUserName = user;
-    made->strPassword = password;
-    return made;
+    return scoped_ptr<CUserCredentials>(new CUserCredentials{user, password});
 }
 
 TEST(CredentialStore, KeepsTheLastLoginOfEachProxyUnderItsExactText)
 {
     CCredentialStore store;
-    auto first = login("first", "1"), second = login("second", "2");
     CUserCredentials copy;
-    EXPECT_TRUE(store.AddCredentials("proxy:3128", first));
-    EXPECT_FALSE(first);
-    EXPECT_TRUE(store.AddCredentials("proxy:3128", second));
+    EXPECT_TRUE(store.AddCredentials("proxy:3128", login("first", "1")));
+    EXPECT_TRUE(store.AddCredentials("proxy:3128", login("second", "2")));
     ASSERT_TRUE(store.HasCredentials("proxy:3128"));
     EXPECT_EQ("second", store.GetUserCredentials("proxy:3128")->strUserName);
     EXPECT_TRUE(store.CopyUserCredentials("proxy:3128", copy));
@@ -33,17 +28,9 @@ TEST(CredentialStore, KeepsTheLastLoginOfEachProxyUnderItsExactText)
         EXPECT_EQ(nullptr, store.GetUserCredentials(other));
         EXPECT_FALSE(store.HasCredentials(other) || store.CopyUserCredentials(other, copy));
         EXPECT_EQ(other && *other, store.RemoveCredentials(other)) << "true for what was never there";
+        EXPECT_EQ(other && *other, store.AddCredentials(other, login("user", ""))) << "and for any text";
+        EXPECT_FALSE(store.AddCredentials(other, {}));
     }
-}
-
-TEST(CredentialStore, RefusesWithoutTakingTheRecord)
-{
-    CCredentialStore store;
-    auto kept = login("user", "password");
-    scoped_ptr<CUserCredentials> none;
-    EXPECT_FALSE(store.AddCredentials("", kept) || store.AddCredentials(nullptr, kept));
-    EXPECT_EQ("user", kept->strUserName);
-    EXPECT_FALSE(store.AddCredentials("proxy", none));
 }
 
 TEST(CredentialStore, DescribesALoginWithoutItsPassword)

@@ -118,9 +118,7 @@ TEST(ThreadsHardening, ConnectionsAndFilesAreNotInheritedByProgramsThatTheHostSt
 TEST(Hardening, NoPasswordStaysBehindInMemory)
 {
     const auto add = [](CCredentialStore& store, const char* password) {
-        scoped_ptr<CUserCredentials> credentials(new CUserCredentials);
-        credentials->strPassword = password;
-        EXPECT_TRUE(store.AddCredentials("proxy:1", credentials));
+        EXPECT_TRUE(store.AddCredentials("proxy:1", scoped_ptr<CUserCredentials>(new CUserCredentials{"", password})));
     };
     {
         CCredentialStore store, short_lived;

@@ -37,9 +37,7 @@ protected:
     {
         CProxyManager& manager = static_cast<CProxyManager&>(*client.GetProxyManager());
         ICredentialStore& store = *client.GetCredentialStore();
-        scoped_ptr<CUserCredentials> login(new CUserCredentials);
-        login->strUserName = "user";
-        login->strPassword = number % 2 ? "word" : "wrong";
+        scoped_ptr<CUserCredentials> login(new CUserCredentials{"user", number % 2 ? "word" : "wrong"});
         scoped_ptr<CProxyInfo> record;
         CUserCredentials copy;
         std::string text;
@@ -49,7 +47,7 @@ protected:
             [&] { client.CancelDownloadByID(std::to_string(number % (next + 1)).c_str()); },
             [&] { client.CancelDownload(steady.url().c_str()); },
             [&] { number % 8 ? void() : client.CancelAllDownloads(); },
-            [&] { store.AddCredentials(proxy.c_str(), login); },
+            [&] { store.AddCredentials(proxy.c_str(), std::move(login)); },
             [&] { store.RemoveCredentials(proxy.c_str()); },
             [&] { store.CopyUserCredentials(proxy.c_str(), copy); },
             [&] { manager.AddProxyToBlackList(number % 2 ? proxy.c_str() : "other:1", 5); },

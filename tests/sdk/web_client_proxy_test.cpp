@@ -27,10 +27,8 @@ protected:
     void use(const std::string& proxy) { EXPECT_TRUE(manager().AddProxyToCache("http://127.0.0.1/", proxy.c_str())); }
     void log_in(const std::string& proxy, const std::string& user, const std::string& password)
     {
-        scoped_ptr<CUserCredentials> login(new CUserCredentials);
-        login->strUserName = user;
-        login->strPassword = password;
-        EXPECT_TRUE(client.GetCredentialStore()->AddCredentials(proxy.c_str(), login));
+        scoped_ptr<CUserCredentials> login(new CUserCredentials{user, password});
+        EXPECT_TRUE(client.GetCredentialStore()->AddCredentials(proxy.c_str(), std::move(login)));
     }
     std::string posted(const std::string& url) { return executed(url, RequestTypePost, &event); }
     std::string queued_post(const std::string& url) { return queued(url, RequestTypePost, &event); }
@@ -137,6 +135,46 @@ TEST_F(WebClientProxies, GetTheirLoginWithEveryCharacterAndNoneWhenThereIsNone)
         EXPECT_EQ("true 200", executed(server.url()));
         EXPECT_THAT(proxy.requests().back(),
                     HasSubstr(std::string("Proxy-Authorization: Basic ") + login.base64 + "\r\n"));
+    }
+}
+
+/// A host's own store: what it must have and nothing else.
+struct HostsStore : ICredentialStore
+{
+    explicit HostsStore(bool has_one) : has(has_one) {}
+    bool HasCredentials(const char*) override { return has; }
+    CUserCredentials* GetUserCredentials(const char*) override { return &login; }
+    bool AddCredentials(const char*, scoped_ptr<CUserCredentials>) override { return false; }
+    bool RemoveCredentials(const char*) override { return false; }
+
+    bool has;
+    CUserCredentials login{"user", "word"};
+};
+
+/// Finds the password only when it is asked, as one would that asks the user.
+struct AskingStore : CCredentialStore
+{
+    bool HasCredentials(const char*) override { return true; }
+    CUserCredentials* GetUserCredentials(const char*) override
+    {
+        AddCredentials("all", scoped_ptr<CUserCredentials>(new CUserCredentials{"user", ""}));
+        CUserCredentials* login = CCredentialStore::GetUserCredentials("all");
+        login->strPassword = "word";
+        return login;
+    }
+};
+
+TEST_F(WebClientProxies, GetTheirLoginFromAHostsStore)
+{
+    Squid proxy({"user", "word"});
+    use(proxy.text());
+    HostsStore full(true), empty(false);
+    AskingStore asking;
+    const std::pair<ICredentialStore*, const char*> stores[] = {
+        {&full, "true 200"}, {&empty, "false 407"}, {&asking, "true 200"}};
+    for (const auto& [store, expected] : stores) {
+        client.SetCredentialStore(store);
+        EXPECT_EQ(expected, executed(server.url()));
     }
 }
 
