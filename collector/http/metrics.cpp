@@ -1,0 +1,74 @@
+#include "metrics.h"
+
+namespace http {
+namespace {
+
+struct Row
+{
+    const char* name; ///< without the prefix; with its labels
+    const char* kind;
+    const char* help;
+    uint64_t value;
+};
+
+std::string text_of(const std::vector<Row>& rows)
+{
+    std::string text, family;
+    for (const Row& row : rows) {
+        const std::string name = std::string("analytics_collector_") + row.name;
+        const std::string own = name.substr(0, name.find('{'));
+        if (own != family)
+            text += "# HELP " + own + " " + row.help + "\n# TYPE " + own + " " + row.kind + "\n";
+        family = own;
+        text += name + " " + std::to_string(row.value) + "\n";
+    }
+    return text;
+}
+
+} // namespace
+
+std::string metrics(const ServerCounts& server, const Uploads& uploads, const store::WriterStatus& writer)
+{
+    const UploadCounts& counts = uploads.counts();
+    const char* refused = "Uploads that were refused, by status.";
+    return text_of({
+        {"uploads_total", "counter", "Uploads that were stored.", counts.taken},
+        {"events_total", "counter", "Events that were stored.", counts.events},
+        {"rejected_lines_total", "counter", "Lines that were no events.", counts.rejects},
+        {"repeated_lines_total", "counter", "Lines that were stored before.", counts.known},
+        {"refused_total{status=\"400\"}", "counter", refused, counts.refused_400},
+        {"refused_total{status=\"403\"}", "counter", refused, counts.refused_403},
+        {"refused_total{status=\"413\"}", "counter", refused, counts.refused_413},
+        {"refused_total{status=\"415\"}", "counter", refused, counts.refused_415},
+        {"refused_total{status=\"429\"}", "counter", refused, counts.refused_429},
+        {"refused_total{status=\"503\"}", "counter", refused, counts.refused_503},
+        {"refused_total{status=\"other\"}", "counter", refused, counts.refused_other},
+        {"connections", "gauge", "Open connections.", server.connections},
+        {"connections_total", "counter", "Connections that were accepted.", server.accepted},
+        {"connections_refused_total", "counter", "Connections closed for a limit.", server.refused_connections},
+        {"late_total", "counter", "Requests dropped by a deadline.", server.late},
+        {"cut_total", "counter", "Bodies that made way for others.", server.cut},
+        {"body_bytes", "gauge", "Memory of bodies in flight.", server.memory},
+        {"token_queue", "gauge", "Uploads that wait for their token's check.", uploads.waiting()},
+        {"writer_queue", "gauge", "Uploads that wait to be stored.", writer.queued},
+        {"writer_groups_total", "counter", "Transactions.", writer.groups},
+        {"writer_failures_total", "counter", "Transactions that failed.", writer.failures},
+        {"writer_last_commit_microseconds", "gauge", "How long the last transaction took.",
+         static_cast<uint64_t>(writer.last_commit.count())},
+    });
+}
+
+std::string health_json(const ServerCounts& server, const Uploads& uploads)
+{
+    const UploadCounts& counts = uploads.counts();
+    const auto member = [](const char* name, uint64_t value) {
+        return std::string("\"") + name + "\":" + std::to_string(value);
+    };
+    return member("connections", server.connections) + "," + member("uploads_since_start", counts.taken) + "," +
+           member("refused_since_start", counts.refused_400 + counts.refused_403 + counts.refused_413 +
+                                             counts.refused_415 + counts.refused_429 + counts.refused_503 +
+                                             counts.refused_other) +
+           "," + member("body_bytes", server.memory);
+}
+
+} // namespace http

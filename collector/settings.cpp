@@ -1,0 +1,97 @@
+#include "settings.h"
+
+#include <charconv>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace {
+
+const char* const service_store = "/var/lib/analytics-collector/events.db";
+
+std::string variable_of(const std::string& option)
+{
+    std::string name = "ANALYTICS_COLLECTOR_";
+    for (const char c : option.substr(2))
+        name += c == '-' ? '_' : c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c;
+    return name;
+}
+
+std::string folder_of_state()
+{
+    if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/')
+        return state;
+    const char* home = std::getenv("HOME");
+    return std::string(home != nullptr ? home : "") + "/.local/state";
+}
+
+std::string wrong_age(const std::string& text)
+{
+    return text.empty() || age_of(text) ? "" : "an age is a number and d, h or m, such as 90d";
+}
+
+template <class Value>
+CLI::Option* add(CLI::App& command, const char* option, Value& value, const char* sentence)
+{
+    return command.add_option(option, value, sentence)->envname(variable_of(option))->capture_default_str();
+}
+
+} // namespace
+
+void add_settings(CLI::App& command, Settings& settings)
+{
+    const CLI::Validator age(wrong_age, "AGE");
+    add(command, "--store", settings.store, "the file that keeps the events");
+    add(command, "--listen", settings.listen, "ADDRESS:PORT for uploads, and for the page without --page");
+    add(command, "--page", settings.page, "ADDRESS:PORT for the page alone");
+    add(command, "--keys", settings.keys, "file of lines KEY APPLICATION; uploads then come to /u/KEY alone");
+    add(command, "--users", settings.users, "file of those who may look at the page");
+    add(command, "--tokens", settings.tokens, "file of bearer tokens for programs that read the figures");
+    add(command, "--host", settings.hosts, "a further name of the page (repeatable)");
+    add(command, "--proxy", settings.proxies, "address of a proxy whose X-Forwarded-For counts (repeatable)");
+    add(command, "--tls-cert", settings.tls_certificate, "certificate chain (PEM); read again on SIGHUP");
+    add(command, "--tls-key", settings.tls_key, "its key (PEM)");
+    add(command, "--body-limit", settings.uploads.intake.body, "bytes of an upload, as sent and as unpacked");
+    add(command, "--line-limit", settings.uploads.intake.line, "bytes of an event line");
+    add(command, "--rate-address", settings.uploads.rate_address, "uploads a second of one address")
+        ->check(CLI::NonNegativeNumber);
+    add(command, "--rate-installation", settings.uploads.rate_installation, "uploads a second of one installation")
+        ->check(CLI::NonNegativeNumber);
+    add(command, "--connections", settings.server.connections, "connections at once");
+    add(command, "--connections-address", settings.server.connections_address, "connections at once of one address");
+    add(command, "--header-seconds", settings.header_seconds, "from a request's first byte to its blank line");
+    add(command, "--disk-reserve", settings.uploads.disk_reserve, "free bytes below which uploads wait");
+    add(command, "--token-threads", settings.uploads.token_threads, "threads that check tokens; 0: one a core");
+    add(command, "--retain", settings.retain, "age at which events go, such as 90d")->check(age);
+    add(command, "--retain-rollups", settings.retain_rollups, "age at which the daily figures go")->check(age);
+    add(command, "--log", settings.log, "format of the log on standard error")->check(CLI::IsMember({"text", "json"}));
+    command.set_config("--config", "", "a file with these options, one NAME=VALUE a line")
+        ->envname("ANALYTICS_COLLECTOR_CONFIG");
+}
+
+std::string default_store()
+{
+    if (const char* folder = std::getenv("STATE_DIRECTORY"); folder != nullptr && *folder == '/')
+        return std::string(folder) + "/events.db";
+    return folder_of_state() + "/analytics/events.db";
+}
+
+std::string existing_store()
+{
+    return access(service_store, F_OK) == 0 ? service_store : default_store();
+}
+
+std::optional<int64_t> age_of(const std::string& text)
+{
+    static constexpr struct
+    {
+        char unit;
+        int64_t seconds;
+    } units[] = {{'d', 86400}, {'h', 3600}, {'m', 60}};
+    uint32_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, number);
+    for (const auto& unit : units)
+        if (read.ec == std::errc() && read.ptr + 1 == end && *read.ptr == unit.unit && number > 0)
+            return number * unit.seconds;
+    return std::nullopt;
+}

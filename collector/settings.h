@@ -1,0 +1,38 @@
+/// @file
+/// What `serve` can be told: by options, by variables of the environment, by a file.
+#pragma once
+
+#include "http/server.h"
+#include "http/uploads.h"
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct Settings
+{
+    std::string store;
+    std::string listen = "127.0.0.1:8080", page;
+    std::string keys, users, tokens;
+    std::string tls_certificate, tls_key;
+    std::string log = "text";
+    std::string retain, retain_rollups;
+    std::vector<std::string> proxies, hosts;
+    http::ServerLimits server;
+    http::UploadLimits uploads;
+    unsigned header_seconds = 10;
+};
+
+/// Adds the options of `serve` to a command. Each is also ANALYTICS_COLLECTOR_NAME in the environment, NAME in capitals
+/// with _ for -, and a line of the file that --config names; an option counts before a variable, that before the file.
+void add_settings(CLI::App& command, Settings& settings);
+
+/// The store's file where none is named: that of the service when its folder says so ($STATE_DIRECTORY), else
+/// $XDG_STATE_HOME/analytics/events.db, $HOME/.local/state standing in for that variable.
+std::string default_store();
+/// The store that a command uses where none is named: the service's when there is one, else default_store().
+std::string existing_store();
+
+/// "90d", "12h", "30m" as seconds; none for anything else.
+std::optional<int64_t> age_of(const std::string& text);
