@@ -4,13 +4,14 @@ _analytics() {
     local keys="os_name os_ver mfg model arch cpu cpu_clock cpu_usage ram_total ram_free vm_total vm_free hd_total hd_free
         bios uuid tz"
     case $COMP_CWORD:$word:$previous in
-    1:*) choices="log show send properties --help --version" ;;
+    1:*) choices="log show send properties help --help --version" ;;
     *:--file | *:--id-file | *:--certificates) files=yes ;;
     *:--property) choices=$keys ;;
     *:--url | *:--id | *:--app | *:--app-version) ;;
     *:log:*) choices="--file --id-file --app --app-version --property --help" ;;
     *:show:*) choices="--json --wide --help" files=yes ;;
     *:send:*) choices="--url --id --app-version --certificates --keep --help" files=yes ;;
+    *:help:*) choices="log show send properties" ;;
     *:properties:*) choices="$keys --json --help" ;;
     esac
     # Options only once they are begun: after "show" and "send" a file is meant more often.

@@ -74,6 +74,18 @@ int log_event(const Options& options, const members::Object& event)
     return result == analytics::result::ok ? done : failed;
 }
 
+// Before anything is written: an event that lacks a fact is not what was asked for.
+bool has_properties(const std::vector<std::string>& keys)
+{
+    char value[200];
+    for (const std::string& key : keys) {
+        uint32_t code = analytics_property_get(nullptr, key.c_str(), value, sizeof value);
+        if (code != ANALYTICS_OK)
+            return terminal::error(key + ": " + analytics_result_text(code)), false;
+    }
+    return true;
+}
+
 int run(const Options& options)
 {
     members::Object event;
@@ -82,7 +94,7 @@ int run(const Options& options)
         if (!what.empty())
             return terminal::error(what), usage;
     }
-    return can_append(options.file) ? log_event(options, event) : failed;
+    return has_properties(options.properties) && can_append(options.file) ? log_event(options, event) : failed;
 }
 
 } // namespace

@@ -4,17 +4,41 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 
 namespace {
 
-int refuse(const CLI::App& program, const CLI::ParseError& error, const char* word)
+int refuse(const std::string& what, const std::string& help)
 {
-    std::string what = error.what();
-    if (program.get_subcommands().empty())
-        what = word ? "there is no word \"" + std::string(word) + "\"" : "it takes a word that says what to do";
     terminal::error(what);
-    std::cerr << "The words are log, show, send and properties; \"analytics WORD --help\" explains one." << std::endl;
+    std::cerr << help << std::endl;
     return commands::usage;
+}
+
+// The command line leaves off before any word: `first` is what stands where the word should.
+int refuse_word(const std::string& first)
+{
+    std::string what = "it takes a word that says what to do";
+    if (!first.empty())
+        what = (first[0] == '-' ? "there is no option \"" : "there is no word \"") + first + "\"";
+    return refuse(what, "The words are log, show, send, properties and help; \"analytics help WORD\" explains one.");
+}
+
+void add_help(CLI::App& program, int& status)
+{
+    auto name = std::make_shared<std::string>();
+    CLI::App* word = program.add_subcommand("help", "Explain a word, or say in short what each does.");
+    word->add_option("WORD", *name, "the word");
+    word->callback([&program, &status, name] {
+        const auto words = program.get_subcommands([&](const CLI::App* one) { return one->get_name() == *name; });
+        program.clear(); // of the word "help", which the program would explain otherwise
+        if (name->empty())
+            std::cout << program.help();
+        else if (words.empty())
+            status = refuse_word(*name);
+        else
+            std::cout << words[0]->help(program.get_name());
+    });
 }
 
 int run(int argc, char** argv)
@@ -28,11 +52,18 @@ int run(int argc, char** argv)
     commands::add_show(program, status);
     commands::add_send(program, status);
     commands::add_properties(program, status);
+    add_help(program, status);
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         // Help and version come here as well, and are no error.
-        status = error.get_exit_code() == 0 ? program.exit(error) : refuse(program, error, argv[1]);
+        const auto words = program.get_subcommands();
+        if (error.get_exit_code() == 0)
+            status = program.exit(error);
+        else if (words.empty() || argv[1][0] == '-')
+            status = refuse_word(argc > 1 ? argv[1] : "");
+        else
+            status = refuse(error.what(), "\"analytics help " + words[0]->get_name() + "\" explains this word.");
     }
     if (std::cout.flush())
         return status;

@@ -60,18 +60,20 @@ std::string as_type(std::string_view type, std::string_view text, Value& value)
     return {};
 }
 
-// One step of a dotted key: up to the next dot that no backslash protects.
-std::string next_step(std::string_view& key)
+// One step of a dotted key: up to the next dot that no backslash protects. Answers what is wrong with it.
+std::string next_step(std::string_view& key, std::string& step)
 {
-    std::string step;
+    step.clear();
     size_t at = 0;
     for (; at < key.size() && key[at] != '.'; ++at) {
+        if (key.substr(at, 2) == "[]")
+            return "[] can only end a key: an array's elements are single values";
         if (key[at] == '\\' && at + 1 < key.size())
             ++at;
         step += key[at];
     }
     key.remove_prefix(at);
-    return step;
+    return step.empty() ? "has an empty part" : "";
 }
 
 Node* find(Object& object, const std::string& name)
@@ -105,9 +107,9 @@ std::string put_at(Object& event, std::string_view key, bool element, Value valu
 {
     Object* object = &event;
     for (;;) {
-        std::string step = next_step(key);
-        if (step.empty())
-            return "has an empty part";
+        std::string step, what = next_step(key, step);
+        if (!what.empty())
+            return what;
         if (key.empty())
             return put(*object, step, element, std::move(value));
         key.remove_prefix(1);

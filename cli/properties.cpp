@@ -1,6 +1,7 @@
 // analytics properties: the facts of this machine that an event can carry.
 #include "analytics.h"
 #include "commands.h"
+#include "table.h"
 #include "terminal.h"
 #include "wire_line.h"
 
@@ -32,10 +33,10 @@ std::string quoted(const std::string& text)
     return wire::to_json(json + '"');
 }
 
-void print(const std::vector<wire::Row>& rows, bool json)
+void print(const std::vector<table::Row>& rows, bool json)
 {
     if (!json) {
-        std::cout << wire::table(rows);
+        std::cout << table::lines(rows);
         return;
     }
     std::cout << "{";
@@ -50,7 +51,7 @@ int run(const Options& options)
     std::vector<std::string> keys = options.keys;
     if (keys.empty())
         keys.assign(std::begin(all_keys), std::end(all_keys));
-    std::vector<wire::Row> rows;
+    std::vector<table::Row> rows;
     int status = done;
     for (const std::string& key : keys) {
         char value[200];

@@ -1,9 +1,11 @@
 // analytics send: uploads an event log file now, and says how it went.
 #include "commands.h"
+#include "table.h"
 #include "terminal.h"
 #include "wire_line.h"
 
 #include "AnalyticsSDK/Identity.h"
+#include "AnalyticsSDK/ProxyUtilities.h"
 #include "AnalyticsSDK/Utilities.h"
 #include "AnalyticsSDK/WebClient.h"
 
@@ -27,7 +29,7 @@ namespace {
 
 struct Options
 {
-    std::string file;
+    std::string file = "events.log";
     std::string url;
     std::string unique_id;
     std::string application_version;
@@ -43,7 +45,7 @@ public:
     {
         if (unsigned columns = terminal::error_width()) {
             // A longer line would wrap and stay; " 123456 s" fits behind.
-            m_what = what.substr(0, std::max(columns, 20u) - 10);
+            m_what = table::cut(what, std::max(columns, 20u) - 10);
             show(0);
             m_thread = std::thread([this] { count(); });
         } else {
@@ -156,20 +158,22 @@ std::string reason(long http_status, const std::string& network)
     return network.empty() ? "no reason is known" : network;
 }
 
-// What is printed ends up in logs: no login is to be among it.
+// What is printed ends up in logs: no login is to be among it. A password may hold any character, "/" and "@" included,
+// so all before the last "@" is left out, but for a scheme.
 std::string without_login(std::string url)
 {
-    size_t start = url.find("://");
-    start = start == url.npos ? 0 : start + 3;
-    size_t at = url.substr(0, url.find_first_of("/?#", start)).rfind('@');
+    const size_t at = url.rfind('@'), colon = url.find_first_of(":/@");
+    const size_t start = url.compare(std::min(colon, url.size()), 3, "://") == 0 ? colon + 3 : 0;
     return at == url.npos || at < start ? url : url.replace(start, at - start, "*****");
 }
 
 int send(const Options& options, const std::string& text)
 {
     auto form = form_of(options, text);
-    std::string what = amount(text) + " to " + without_login(options.url);
+    std::string what = amount(text) + " to " + wire::printable(without_login(options.url));
+    AnalyticsSDK::CProxyManager no_proxies; // without a manager libcurl would obey http_proxy
     AnalyticsSDK::WebClient client;
+    client.SetProxyManager(&no_proxies);
     client.SetCertificateFile(options.certificate_file.c_str());
     long http_status = 0;
     bool taken;
@@ -189,7 +193,7 @@ int run(Options options)
     if (!terminal::read_file(options.file, text))
         return failed;
     if (text.empty()) {
-        std::cout << options.file << " holds no events" << std::endl;
+        std::cout << wire::printable(options.file) << " holds no events" << std::endl;
         return done;
     }
     if (text.find('\0') != text.npos)
@@ -205,7 +209,7 @@ void add_send(CLI::App& program, int& status)
 {
     auto options = std::make_shared<Options>();
     CLI::App* word = program.add_subcommand("send", "Upload an event log file, and remove it once the server took it.");
-    word->add_option("FILE", options->file, "the event log file; - is standard input")->required();
+    word->add_option("FILE", options->file, "the event log file; - is standard input")->capture_default_str();
     word->add_option("--url", options->url, "the collection server's address")->required();
     word->add_option("--id", options->unique_id, "the unique id (default: the first event's)");
     word->add_option("--app-version", options->application_version, "the version (default: the first event's)");

@@ -1,5 +1,6 @@
 // analytics show: a log file as a table or as JSON, and where it breaks the wire format.
 #include "commands.h"
+#include "table.h"
 #include "terminal.h"
 #include "wire_line.h"
 
@@ -12,22 +13,10 @@ namespace {
 
 struct Options
 {
-    std::string file;
+    std::string file = "events.log";
     bool json = false;
     bool wide = false;
 };
-
-// The first `columns` characters of a line; a character is never cut in two.
-std::string cut(const std::string& line, unsigned columns)
-{
-    size_t end = 0;
-    unsigned count = 0;
-    for (; end < line.size(); ++end) {
-        if ((line[end] & 0xC0) != 0x80 && count++ == columns)
-            break;
-    }
-    return line.substr(0, end);
-}
 
 void ignore(size_t, const wire::Fault&) {}
 
@@ -53,9 +42,9 @@ size_t each_line(std::string_view text, Event event, Broken broken)
     return number;
 }
 
-wire::Row heading_of(const wire::Line& line)
+table::Row heading_of(const wire::Line& line)
 {
-    wire::Row row;
+    table::Row row;
     for (auto part : {line.time, line.application, line.application_version, line.unique_id, line.name})
         row.push_back(wire::printable(wire::unquoted(part)));
     return row;
@@ -63,21 +52,21 @@ wire::Row heading_of(const wire::Line& line)
 
 void print_table(std::string_view text, bool wide)
 {
-    const wire::Row headings = {"TIME (UTC)", "APP", "VERSION", "ID", "NAME", "EVENT"};
-    wire::Columns columns;
+    const table::Row headings = {"TIME (UTC)", "APP", "VERSION", "ID", "NAME", "EVENT"};
+    table::Columns columns;
     columns.fit(headings);
     each_line(
         text, [&](const wire::Line& line) { columns.fit(heading_of(line)); }, ignore);
 
     const unsigned width = wide ? 0 : terminal::width();
-    auto fitting = [&](const wire::Row& row) {
+    auto fitting = [&](const table::Row& row) {
         std::string line = columns.line(row);
         line.pop_back();
-        return width ? cut(line, width) : line;
+        return width ? std::string(table::cut(line, width)) : line;
     };
     std::cout << terminal::bold(fitting(headings)) << "\n";
     auto print = [&](const wire::Line& line) {
-        wire::Row row = heading_of(line);
+        table::Row row = heading_of(line);
         row.push_back(wire::printable(line.event));
         std::cout << fitting(row) << "\n";
     };
@@ -132,7 +121,7 @@ void add_show(CLI::App& program, int& status)
     auto options = std::make_shared<Options>();
     CLI::App* word =
         program.add_subcommand("show", "Print an event log file, and point at lines that break its format.");
-    word->add_option("FILE", options->file, "the event log file; - is standard input")->required();
+    word->add_option("FILE", options->file, "the event log file; - is standard input")->capture_default_str();
     word->add_flag("--json", options->json, "as a JSON array that any JSON reader takes");
     word->add_flag("--wide", options->wide, "do not cut lines at the width of the terminal");
     word->callback([options, &status] { status = run(*options); });

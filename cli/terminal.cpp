@@ -1,5 +1,7 @@
 #include "terminal.h"
 
+#include "wire_line.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -55,7 +57,8 @@ std::string bold(std::string_view text)
 void error(std::string_view text)
 {
     bool red = takes_colours(STDERR_FILENO);
-    std::cerr << (red ? "\x1b[31m" : "") << "analytics: " << text << (red ? "\x1b[0m" : "") << std::endl;
+    std::cerr << (red ? "\x1b[31m" : "") << "analytics: " << wire::printable(text) << (red ? "\x1b[0m" : "")
+              << std::endl;
 }
 
 static bool read_all(int file, std::string& text)

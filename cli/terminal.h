@@ -15,7 +15,8 @@ unsigned error_width();
 
 std::string bold(std::string_view text);
 
-/// One line on standard error, "analytics: ..." in front, in red on a terminal.
+/// One line on standard error, "analytics: ..." in front, in red on a terminal. What a terminal would obey of the text,
+/// which may hold names of files and addresses, is made printable.
 void error(std::string_view text);
 
 /// The whole file, or standard input for "-". False, with the reason reported, when it cannot be read.

@@ -219,6 +219,12 @@ bool is_control(char c)
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
 }
 
+// U+0080 to U+009F, which terminals may obey as they do the escape byte.
+bool is_long_control(std::string_view piece)
+{
+    return piece.size() == 2 && piece[0] == '\xC2' && piece[1] < '\xA0';
+}
+
 } // namespace
 
 std::optional<Fault> read_line(std::string_view text, Line& line)
@@ -247,8 +253,7 @@ std::string printable(std::string_view text)
     std::string shown;
     while (!text.empty()) {
         size_t size = utf8_sequence(text);
-        bool hidden =
-            size == 0 || (size == 1 && is_control(text[0])) || (size == 2 && text[0] == '\xC2' && text[1] < '\xA0');
+        bool hidden = size == 0 || (size == 1 && is_control(text[0])) || is_long_control(text.substr(0, size));
         size = std::max<size_t>(size, 1);
         for (char c : text.substr(0, size))
             hidden ? shown += hexadecimal("\\x", c) : shown += c;
@@ -275,43 +280,13 @@ std::string to_json(std::string_view text)
             json += "\\ufffd";
         else if (is_control(piece[0]))
             json += hexadecimal("\\u00", piece[0]);
+        else if (is_long_control(piece))
+            json += hexadecimal("\\u00", piece[1]);
         else
             json += piece;
         text.remove_prefix(size);
     }
     return json;
-}
-
-// How many columns of a terminal a text takes, counting every character as one.
-static size_t width(const std::string& text)
-{
-    return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
-}
-
-void Columns::fit(const Row& row)
-{
-    m_widths.resize(std::max(m_widths.size(), row.size()));
-    for (size_t i = 0; i < row.size(); ++i)
-        m_widths[i] = std::max(m_widths[i], width(row[i]));
-}
-
-std::string Columns::line(const Row& row) const
-{
-    std::string text;
-    for (size_t i = 0; i < row.size(); ++i)
-        text += row[i] + (i + 1 < row.size() ? std::string(m_widths[i] - width(row[i]) + 2, ' ') : "\n");
-    return text;
-}
-
-std::string table(const std::vector<Row>& rows)
-{
-    Columns columns;
-    std::string text;
-    for (const Row& row : rows)
-        columns.fit(row);
-    for (const Row& row : rows)
-        text += columns.line(row);
-    return text;
 }
 
 } // namespace wire

@@ -7,7 +7,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace wire {
 
@@ -34,23 +33,5 @@ std::string printable(std::string_view text);
 /// The same value for any JSON reader: control bytes escaped, broken UTF-8 as U+FFFD, numbers that are not finite as
 /// texts ("nan").
 std::string to_json(std::string_view text);
-
-using Row = std::vector<std::string>;
-
-/// Texts in columns, counting every character as one. The last text of a row is as wide as it needs.
-class Columns
-{
-public:
-    /// Makes the columns wide enough for a row, of which the last texts may be missing.
-    void fit(const Row& row);
-    /// The row as a line, with its line feed.
-    std::string line(const Row& row) const;
-
-private:
-    std::vector<size_t> m_widths;
-};
-
-/// Rows in columns, the first of them the headings.
-std::string table(const std::vector<Row>& rows);
 
 } // namespace wire

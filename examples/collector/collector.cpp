@@ -5,6 +5,7 @@
 #include "AnalyticsSDK/Identity.h"
 #include "form.h"
 #include "repetition.h"
+#include "table.h"
 #include "wire_line.h"
 
 #include <CLI/CLI.hpp>
@@ -88,16 +89,16 @@ public:
 private:
     std::string take_lines(std::string_view data)
     {
-        std::vector<std::vector<std::string>> rows = {{"TIME (UTC)", "APP", "VERSION", "ID", "NAME", "EVENT"}};
+        std::vector<table::Row> rows = {{"TIME (UTC)", "APP", "VERSION", "ID", "NAME", "EVENT"}};
         while (!data.empty()) {
             std::string_view text = data.substr(0, data.find('\n'));
             data.remove_prefix(std::min(text.size() + 1, data.size()));
             rows.push_back(take_line(text));
         }
-        return wire::table(rows);
+        return table::lines(rows);
     }
 
-    std::vector<std::string> take_line(std::string_view text)
+    table::Row take_line(std::string_view text)
     {
         wire::Line line;
         if (auto fault = wire::read_line(text, line)) {
@@ -109,7 +110,7 @@ private:
         }
         ++m_received;
         m_events << line.event << "\n" << std::flush;
-        std::vector<std::string> row;
+        table::Row row;
         for (std::string_view part : {line.time, line.application, line.application_version, line.unique_id, line.name})
             row.push_back(wire::printable(wire::unquoted(part)));
         row.push_back(wire::printable(line.event));
@@ -178,7 +179,7 @@ int serve(const Options& options)
     if (announced)
         wait_for_the_end(signals, requests, options.idle_seconds);
     else
-        std::cerr << "collector: cannot write " << options.url_file << "\n";
+        std::cerr << "collector: cannot write " << wire::printable(options.url_file) << "\n";
     server.stop();
     serving.join();
     bool clean = collector.summary();

@@ -1,4 +1,5 @@
 // The reader of log lines: takes all that the library writes, and nothing that it does not.
+#include "table.h"
 #include "wire_line.h"
 
 #include <gtest/gtest.h>
@@ -106,9 +107,20 @@ TEST(WireLine, MakesOfEveryEventAJsonThatAnyReaderTakes)
     EXPECT_EQ(json["l"], (nlohmann::json{"-inf", "-nan", "inf"}));
     EXPECT_EQ(json["x"], -1.5e20);
     EXPECT_TRUE(json["ä"].is_null());
+    EXPECT_EQ(wire::to_json("\"\xc2\x9b\""), "\"\\u009b\"") << "a terminal would obey it";
 }
 
-TEST(WireLine, LinesUpTheColumnsOfATableByCharacters)
+TEST(Table, MeasuresItsTextsAsATerminalShowsThem)
 {
-    EXPECT_EQ(wire::table({{"A", "NAME"}, {"äöü", "x"}, {"a", "longer"}}), "A    NAME\näöü  x\na    longer\n");
+    const std::string long_name(1000, 'n');
+    EXPECT_EQ(table::lines({{"A", "NAME"}, {"äöü", "x"}, {"a", "longer"}}), "A    NAME\näöü  x\na    longer\n");
+    EXPECT_EQ(table::lines({{"A", "NAME"}, {"中文", "x"}, {"e\u0301", "x"}}), "A     NAME\n中文  x\ne\u0301     x\n");
+    EXPECT_EQ(table::lines({{"A", "B"}, {long_name, "x"}}), "A" + std::string(41, ' ') + "B\n" + long_name + "  x\n");
+    EXPECT_EQ(table::lines({{"A", "B"}, {"a\xff", "x"}}), "A   B\na\xff  x\n");
+    const struct
+    {
+        const char *text, *start;
+    } cases[] = {{"abc", "ab"}, {"ab", "ab"}, {"", ""}, {"a中", "a"}, {"中a", "中"}, {"aé\u0301x", "aé\u0301"}};
+    for (const auto& [text, start] : cases)
+        EXPECT_EQ(table::cut(text, 2), start) << text;
 }
