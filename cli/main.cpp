@@ -1,4 +1,5 @@
 // analytics: log, show and send events from a shell.
+#include "analytics.h"
 #include "commands.h"
 #include "terminal.h"
 

@@ -34,8 +34,25 @@ string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
 configure_file(cmake/analytics.pc.in ${PROJECT_BINARY_DIR}/analytics.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/analytics.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-install(FILES NOTICE.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
-install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+# The documents lie as they do here, so that their links hold. Where a link leads to a header it is turned to where that is
+# installed; where it leads to what is not installed, its words stay.
+file(RELATIVE_PATH include_from_documents /${CMAKE_INSTALL_DOCDIR} /${CMAKE_INSTALL_INCLUDEDIR})
+file(GLOB documents CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} *.md docs/*.md)
+foreach(document ${documents})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${document})
+  file(READ ${document} text)
+  string(REGEX REPLACE "\\[([^]]*)\\]\\((\\.\\./)?(sdk/|tools/|inc/[^)]*platform)[^)]*\\)" "\\1" text "${text}")
+  string(REGEX REPLACE "\\]\\(((\\.\\./)?)inc/" "](\\1${include_from_documents}/" text "${text}")
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/documents/${document} CONTENT "${text}" @ONLY)
+  get_filename_component(folder ${document} DIRECTORY)
+  set(component dev)
+  if(document STREQUAL "NOTICE.md")
+    set(component runtime)
+  endif()
+  install(FILES ${PROJECT_BINARY_DIR}/documents/${document} DESTINATION ${CMAKE_INSTALL_DOCDIR}/${folder}
+          COMPONENT ${component})
+endforeach()
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev PATTERN CMakeLists.txt EXCLUDE)
 
 # --- Debian packages: `cpack -G DEB`, or ./dev package ---------------------------------------------------------------
 set(CPACK_GENERATOR TGZ)

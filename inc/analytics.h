@@ -44,6 +44,20 @@
 #include <stddef.h>
 #include <stdint.h>
 
+/** @name The version of this header. The build, the packages and the library's own version take it from here. */
+/** @{ */
+#define ANALYTICS_VERSION_MAJOR 1 /**< a host must be compiled anew for another one */
+#define ANALYTICS_VERSION_MINOR 0 /**< calls were added */
+#define ANALYTICS_VERSION_PATCH 0 /**< faults were mended */
+/** The three as text, such as "1.0.0". */
+#define ANALYTICS_VERSION                                                                                              \
+    ANALYTICS_VERSION_TEXT(ANALYTICS_VERSION_MAJOR, ANALYTICS_VERSION_MINOR, ANALYTICS_VERSION_PATCH)
+/** @} */
+/** @cond */
+#define ANALYTICS_VERSION_TEXT(major, minor, patch) ANALYTICS_VERSION_JOIN(major, minor, patch)
+#define ANALYTICS_VERSION_JOIN(major, minor, patch) #major "." #minor "." #patch
+/** @endcond */
+
 /** Marks what the shared library exports. */
 #if defined(__GNUC__)
 #define ANALYTICS_API __attribute__((visibility("default")))
@@ -142,6 +156,9 @@ ANALYTICS_API void analytics_shutdown(analytics_session* session);
 
 /** The sentence that belongs to a code, static text, never null; other numbers get one sentence of their own. */
 ANALYTICS_API const char* analytics_result_text(uint32_t code);
+
+/** The version of the library that runs; ANALYTICS_VERSION is that of the header. Static text; any thread. */
+ANALYTICS_API const char* analytics_version(void);
 
 /** @} */
 /** @name Building events

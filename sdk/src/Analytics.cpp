@@ -257,6 +257,11 @@ uint32_t analytics_send(analytics_session* session, int synchronous)
     return With(session, [=](HandleParameters& handle) { return handle.Send(synchronous != 0); });
 }
 
+const char* analytics_version(void)
+{
+    return ANALYTICS_VERSION;
+}
+
 // A table rather than an array by code: the codes leave gaps. Never null, so that hosts may print what they get.
 const char* analytics_result_text(uint32_t code)
 {

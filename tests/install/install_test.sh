@@ -65,6 +65,8 @@ pkg-config)
     LD_LIBRARY_PATH=$(dirname "$(find "$tree" -name libanalytics.so)")
     export LD_LIBRARY_PATH
     run_consumers "$work"
+    [ "$("$tree/bin/analytics" --version)" = "analytics $(pkg-config --modversion analytics)" ] ||
+        fail "the command and the package file tell different versions"
     ;;
 part)
     build_consumer -DWAY=part -DSOURCE="$source"
@@ -86,7 +88,7 @@ static)
     ;;
 headers)
     install_and_move "$build"
-    stray=$(find "$tree" -name '*.cpp' -o -path '*platform*')
+    stray=$(find "$tree/include" -name '*.cpp' -o -path '*platform*')
     [ -z "$stray" ] || fail "these have no business among what is installed: $stray"
     cd "$tree/include"
     find . -name '*.h' -o -name '*.hpp' | while read -r header; do
@@ -116,6 +118,10 @@ deb)
         fail "what links the library would not depend on its package: $(dpkg-deb -I "$runtime" shlibs)"
     for package in *.deb; do
         dpkg-deb -x "$package" "$work/root"
+    done
+    cd "$work/root/usr/share/doc/analytics"
+    for link in $(grep -oE '\]\([^)#:]+' README.md | cut -c3-); do
+        [ -e "$link" ] || fail "README's link to $link leads nowhere in the packages"
     done
     tree=$work/root with_pkg_config
     LD_LIBRARY_PATH=$(dirname "$(find "$work/root" -name libanalytics.so)")

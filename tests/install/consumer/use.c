@@ -17,7 +17,8 @@ int main(int argc, char** argv)
     if (analytics_event_begin(session, "c") != ANALYTICS_OK || analytics_event_end(session) != ANALYTICS_OK)
         return 1;
     analytics_log_get(session, text, sizeof text - 1);
-    if (strcmp(text, "{ }") != 0 || analytics_send(session, 1) != ANALYTICS_SEND_FAILED)
+    if (strcmp(text, "{ }") != 0 || strcmp(analytics_version(), ANALYTICS_VERSION) != 0 ||
+        analytics_send(session, 1) != ANALYTICS_SEND_FAILED)
         return 2;
     analytics_shutdown(session);
     return tova_time_ms(tova_time_units()) > 0 ? 0 : 3;
