@@ -13,64 +13,40 @@
 ///         auto window = launch.open_object("window");
 ///         window.add("width", 1280);
 ///     }                                          // window and launch end here, and the event is a line of the file
+///     session.log("click", {{"button", "ok"}, {"count", 3}, {"modifiers", {"shift", "alt"}}}); // a whole event
 ///     session.send();
 ///
 /// **An event cannot be left half built.** Sessions, events, objects and arrays end when they leave their scope, also
 /// by an exception. What is still open in them ends first, whatever the order: an event that ends, ends its objects;
 /// adding to an object ends what was opened in it. What has ended refuses everything with result::no_event.
 ///
-/// **Cost.** A scope is four pointers; an add is one comparison and the C call. Nothing is allocated but for settings,
-/// observers and string views.
+/// **Values.** bool, any integer, float or double, any text, nullptr; a duration, which is told in whole milliseconds;
+/// an optional of these, null without a value; a range of these (vector, array, span, braces), which becomes an array,
+/// and a range of pairs of a name and a value (map, braces), which becomes an object. Whatever else is refused by the
+/// compiler, in one sentence.
 ///
-/// **Text, threads, ownership of names** are as analytics.h says: UTF-8, one thread at a time per session, and the name
-/// of an event, object or array must outlive it.
+/// **Names** are texts, too: const char*, std::string or std::string_view. That of an event, object or array must
+/// outlive it when it is a const char*; the others are kept.
+///
+/// **Cost.** A scope is four pointers and an empty string; an add is one comparison and the C call. Nothing is
+/// allocated but for settings, observers, string views and names that are kept.
+///
+/// **Text and threads** are as analytics.h says: UTF-8, one thread at a time per session.
 #pragma once
 
-#include "analytics.h"
+#include "analytics_values.hpp"
 
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
 namespace analytics {
-
-/// What every call answers: the codes of #analytics_result.
-enum class result : std::uint32_t
-{
-    ok = ANALYTICS_OK,
-    unsupported = ANALYTICS_UNSUPPORTED,
-    query_failed = ANALYTICS_QUERY_FAILED,
-    no_session = ANALYTICS_NO_SESSION,
-    no_memory = ANALYTICS_NO_MEMORY,
-    unknown_property = ANALYTICS_UNKNOWN_PROPERTY,
-    send_failed = ANALYTICS_SEND_FAILED,
-    send_not_found = ANALYTICS_SEND_NOT_FOUND,
-    send_proxy_login = ANALYTICS_SEND_PROXY_LOGIN,
-    send_timeout = ANALYTICS_SEND_TIMEOUT,
-    send_address_too_long = ANALYTICS_SEND_ADDRESS_TOO_LONG,
-    unknown_observer_event = ANALYTICS_UNKNOWN_OBSERVER_EVENT,
-    event_open = ANALYTICS_EVENT_OPEN,
-    no_event = ANALYTICS_NO_EVENT,
-    nested_open = ANALYTICS_NESTED_OPEN,
-    no_object_open = ANALYTICS_NO_OBJECT_OPEN,
-    no_array_open = ANALYTICS_NO_ARRAY_OPEN,
-    name_required = ANALYTICS_NAME_REQUIRED,
-    name_refused = ANALYTICS_NAME_REFUSED,
-    system_version_unreadable = ANALYTICS_SYSTEM_VERSION_UNREADABLE
-};
-
-/// The sentence that belongs to a result. Static text, never null.
-inline const char* text(result code) noexcept
-{
-    return analytics_result_text(static_cast<std::uint32_t>(code));
-}
 
 /// What a session is opened with; see #analytics_config for what each field means and how long it may be.
 struct settings
@@ -100,11 +76,6 @@ class array;
 
 namespace detail {
 
-inline result as_result(std::uint32_t code) noexcept
-{
-    return static_cast<result>(code);
-}
-
 /// One open object or array, the event's root included. The session knows the innermost one, and each knows the one
 /// around it, by address: a scope stays where it was made, `auto o = event.open_object("o")` makes it in place.
 class scope
@@ -123,82 +94,43 @@ public:
 protected:
     using end_call = std::uint32_t (*)(analytics_session*);
 
-    inline scope(session* owner, scope* parent, end_call how, result opened) noexcept;
+    scope(scope* parent, end_call how) noexcept : m_parent(parent), m_end(how) {}
     ~scope() { end(); }
 
     /// The C session, with nothing open in this scope any more; null when this scope has ended itself.
     inline analytics_session* innermost() noexcept;
+    /// Opens this scope: makes it the innermost one of its session when `opened` says so.
+    inline void begin(session* owner, result opened) noexcept;
+    /// Opens it in another one, by a call of the C interface.
+    template <typename Call, typename... Name>
+    void begin_in(scope& within, Call call, Name... name) noexcept
+    {
+        analytics_session* session = within.innermost();
+        begin(within.m_session, session ? as_result(call(session, name...)) : result::no_event);
+    }
 
-    session* m_session;
+    /// The name as C text, valid for as long as this scope is open.
+    template <typename Name>
+    const char* keep(const Name& name)
+    {
+        if constexpr (is_c_text<Name>)
+            return name;
+        with_c_text(name, [&](const char* text) {
+            m_name = text;
+            return result::ok;
+        });
+        return m_name.c_str();
+    }
 
 private:
     friend class analytics::session;
 
+    session* m_session = nullptr;
     scope* m_parent;
     end_call m_end;
-    result m_opened;
+    result m_opened = result::no_event;
+    std::string m_name;
 };
-
-/// Chooses how the C interface takes a value: hands `call` the two functions for its type, and the value as they want
-/// it.
-template <typename Call>
-result add_value(const Call& call, const char* value)
-{
-    return call(analytics_name_string_add, analytics_string_add, value);
-}
-
-template <typename Call>
-result add_value(const Call& call, std::nullptr_t)
-{
-    return add_value(call, static_cast<const char*>(nullptr));
-}
-
-template <typename Call>
-result add_value(const Call& call, std::nullopt_t)
-{
-    return add_value(call, nullptr);
-}
-
-template <typename Call>
-result add_value(const Call& call, const std::string& value)
-{
-    return add_value(call, value.c_str());
-}
-
-// A view has no terminator, so it is copied for one.
-template <typename Call>
-result add_value(const Call& call, std::string_view value)
-{
-    return add_value(call, std::string(value).c_str());
-}
-
-template <typename T>
-inline constexpr bool is_character =
-    std::is_same_v<T, char> || std::is_same_v<T, wchar_t> || std::is_same_v<T, char16_t> || std::is_same_v<T, char32_t>;
-
-template <typename Call, typename T, std::enable_if_t<std::is_arithmetic_v<T>, int> = 0>
-result add_value(const Call& call, T value)
-{
-    static_assert(!is_character<T>, "a single character is neither a text nor a number here: say which you mean");
-    if constexpr (std::is_same_v<T, bool>) {
-        return call(analytics_name_bool_add, analytics_bool_add, value);
-    } else if constexpr (std::is_floating_point_v<T>) {
-        return call(analytics_name_float64_add, analytics_float64_add, static_cast<double>(value));
-    } else if constexpr (sizeof(T) < 4 || (sizeof(T) == 4 && std::is_signed_v<T>)) {
-        return call(analytics_name_int32_add, analytics_int32_add, static_cast<std::int32_t>(value));
-    } else {
-        // Integers of an event have 63 bits. What is larger keeps its magnitude and six of its digits.
-        if (std::is_unsigned_v<T> && value > static_cast<T>(INT64_MAX))
-            return call(analytics_name_float64_add, analytics_float64_add, static_cast<double>(value));
-        return call(analytics_name_int64_add, analytics_int64_add, static_cast<std::int64_t>(value));
-    }
-}
-
-template <typename Call, typename T>
-result add_value(const Call& call, const std::optional<T>& value)
-{
-    return value ? add_value(call, *value) : add_value(call, nullptr);
-}
 
 // Ends, too, what the host has opened through session::handle() and left open: the event would stay open with it.
 inline std::uint32_t end_event(analytics_session* session) noexcept
@@ -215,23 +147,34 @@ inline std::uint32_t end_event(analytics_session* session) noexcept
 class members : public scope
 {
 public:
-    /// Adds a member: bool, any integer, float or double, any text, nullptr, or an optional of these (null without a
-    /// value). Ends what is still open in this scope.
+    /// Adds a member, a value of any kind that this file's first words list. Ends what is still open in this scope.
     /// @param name not null; copied
-    template <typename T>
-    result add(const char* name, const T& value)
+    /// @return the first refusal, when a range met one
+    template <typename Name, typename T>
+    result add(const Name& name, const T& value)
     {
         analytics_session* session = innermost();
-        if (!session)
-            return result::no_event;
-        auto by_name = [&](auto named, auto, auto plain) { return as_result(named(session, name, plain)); };
-        return add_value(by_name, value);
+        return session ? add_named(session, name, value) : result::no_event;
+    }
+    /// Adds an array from braces: `add("ids", {1, 2})`.
+    template <typename Name, typename T>
+    result add(const Name& name, std::initializer_list<T> elements)
+    {
+        return add<Name, std::initializer_list<T>>(name, elements);
+    }
+    /// Adds an object from braces: `add("size", {{"width", 640}, {"height", 480}})`.
+    template <typename Name>
+    result add(const Name& name, std::initializer_list<member> object)
+    {
+        return add<Name, std::initializer_list<member>>(name, object);
     }
 
-    /// Opens a member that is an object. @param name not null; must outlive the object
-    [[nodiscard]] inline object open_object(const char* name) noexcept;
-    /// Opens a member that is an array. @param name not null; must outlive the array
-    [[nodiscard]] inline array open_array(const char* name) noexcept;
+    /// Opens a member that is an object. @param name not null
+    template <typename Name>
+    [[nodiscard]] object open_object(const Name& name);
+    /// Opens a member that is an array. @param name not null
+    template <typename Name>
+    [[nodiscard]] array open_array(const Name& name);
 
     /// Adds a property of the machine under its own key; see analytics_property_add().
     result add_property(const char* key) noexcept
@@ -252,7 +195,11 @@ protected:
 class event : public detail::members
 {
     friend class session;
-    event(session* owner, result opened) noexcept : members(owner, nullptr, detail::end_event, opened) {}
+    template <typename Name>
+    event(session* owner, analytics_session* handle, const Name& name) : members(nullptr, detail::end_event)
+    {
+        begin(owner, detail::as_result(analytics_event_begin(handle, keep(name))));
+    }
 };
 
 /// An object in an event or in an array. Ends when it leaves its scope.
@@ -260,37 +207,44 @@ class object : public detail::members
 {
     friend class detail::members;
     friend class array;
-    object(session* owner, scope* parent, result opened) noexcept : members(owner, parent, analytics_object_end, opened)
-    {}
+    explicit object(scope& within) noexcept : members(&within, analytics_object_end)
+    {
+        begin_in(within, analytics_object_begin);
+    }
+    template <typename Name>
+    object(scope& within, const Name& name) : members(&within, analytics_object_end)
+    {
+        begin_in(within, analytics_name_object_begin, keep(name));
+    }
 };
 
 /// An array in an event, an object or an array. Ends when it leaves its scope.
 class array : public detail::scope
 {
 public:
-    /// Adds an element, of the same types as detail::members::add(). Ends what is still open in this array.
+    /// Adds an element, of the same kinds as detail::members::add(). Ends what is still open in this array.
     template <typename T>
     result add(const T& value)
     {
         analytics_session* session = innermost();
-        if (!session)
-            return result::no_event;
-        auto unnamed = [&](auto, auto element, auto plain) { return detail::as_result(element(session, plain)); };
-        return detail::add_value(unnamed, value);
+        return session ? detail::add_element(session, value) : result::no_event;
+    }
+    /// Adds an array from braces.
+    template <typename T>
+    result add(std::initializer_list<T> elements)
+    {
+        return add<std::initializer_list<T>>(elements);
+    }
+    /// Adds an object from braces.
+    result add(std::initializer_list<detail::member> object)
+    {
+        return add<std::initializer_list<detail::member>>(object);
     }
 
     /// Opens an element that is an object.
-    [[nodiscard]] object open_object() noexcept
-    {
-        analytics_session* session = innermost();
-        return {m_session, this, session ? detail::as_result(analytics_object_begin(session)) : result::no_event};
-    }
+    [[nodiscard]] object open_object() noexcept { return object(*this); }
     /// Opens an element that is an array.
-    [[nodiscard]] array open_array() noexcept
-    {
-        analytics_session* session = innermost();
-        return {m_session, this, session ? detail::as_result(analytics_array_begin(session)) : result::no_event};
-    }
+    [[nodiscard]] array open_array() noexcept { return array(static_cast<scope&>(*this)); }
 
     /// Adds a property of the machine as a text; see analytics_property_add().
     result add_property(const char* key) noexcept
@@ -301,7 +255,15 @@ public:
 
 private:
     friend class detail::members;
-    array(session* owner, scope* parent, result opened) noexcept : scope(owner, parent, analytics_array_end, opened) {}
+    explicit array(scope& within) noexcept : scope(&within, analytics_array_end)
+    {
+        begin_in(within, analytics_array_begin);
+    }
+    template <typename Name>
+    array(scope& within, const Name& name) : scope(&within, analytics_array_end)
+    {
+        begin_in(within, analytics_name_array_begin, keep(name));
+    }
 };
 
 /// An open session, which closes itself. It stays where it was made.
@@ -329,10 +291,22 @@ public:
     /// and arrays that are opened through it in an event of this face, and left open, end with the event.
     analytics_session* handle() const noexcept { return m_handle; }
 
-    /// Opens an event; one at a time. @param name must outlive the event
-    [[nodiscard]] event open_event(const char* name) noexcept
+    /// Opens an event; one at a time.
+    template <typename Name>
+    [[nodiscard]] event open_event(const Name& name)
     {
-        return {this, detail::as_result(analytics_event_begin(m_handle, name))};
+        return {this, m_handle, name};
+    }
+
+    /// Logs a whole event: `log("click", {{"button", "ok"}, {"count", 3}, {"size", {{"width", 640}}}})`.
+    /// @return as open_event(), else the first refusal of a member; the event is logged without that one
+    template <typename Name>
+    result log(const Name& name, std::initializer_list<detail::member> members = {})
+    {
+        return detail::with_c_text(name, [&](const char* text) {
+            event whole(this, m_handle, text);
+            return whole ? detail::add_all(m_handle, members) : whole.opened();
+        });
     }
 
     /// Uploads the event log file and waits for the outcome.
@@ -398,11 +372,13 @@ private:
 
 namespace detail {
 
-inline scope::scope(session* owner, scope* parent, end_call how, result opened) noexcept
-    : m_session(opened == result::ok ? owner : nullptr), m_parent(parent), m_end(how), m_opened(opened)
+inline void scope::begin(session* owner, result opened) noexcept
 {
-    if (m_session)
-        m_session->m_innermost = this;
+    m_opened = opened;
+    if (opened == result::ok) {
+        m_session = owner;
+        owner->m_innermost = this;
+    }
 }
 
 inline analytics_session* scope::innermost() noexcept
@@ -424,16 +400,16 @@ inline result scope::end() noexcept
     return as_result(m_end(handle));
 }
 
-inline object members::open_object(const char* name) noexcept
+template <typename Name>
+object members::open_object(const Name& name)
 {
-    analytics_session* handle = innermost();
-    return {m_session, this, handle ? as_result(analytics_name_object_begin(handle, name)) : result::no_event};
+    return object(*this, name);
 }
 
-inline array members::open_array(const char* name) noexcept
+template <typename Name>
+array members::open_array(const Name& name)
 {
-    analytics_session* handle = innermost();
-    return {m_session, this, handle ? as_result(analytics_name_array_begin(handle, name)) : result::no_event};
+    return array(*this, name);
 }
 
 } // namespace detail

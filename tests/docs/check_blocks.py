@@ -109,7 +109,7 @@ def check_tables():
     must_name(re.findall(r"^ANALYTICS_API .*?(analytics_\w+)\(", header, re.M), "README.md")
     codes = re.findall(r"^    (ANALYTICS_\w+) = (\d+)", header, re.M)
     must_name([number for _, number in codes], "README.md")
-    must_name([name for name, _ in codes], "inc/analytics.hpp")
+    must_name([name for name, _ in codes], "inc/analytics_values.hpp")
     keys = re.findall(r'^ *{"(\w+)"', (source / "sdk/src/Properties.cpp").read_text(), re.M)
     for place in ("README.md", "inc/analytics.h", "cli/properties.cpp", "cli/completion.bash"):
         must_name(keys, place)

@@ -1,11 +1,14 @@
 // The C++ face: what it makes of C++ values and scopes, seen in the lines of the event log file. Compiled as C++17.
 #include "analytics.hpp"
 
+#include "support/child.h"
 #include "support/http_server.h"
 #include "support/scratch.h"
 
+#include <array>
 #include <atomic>
 #include <gtest/gtest.h>
+#include <map>
 #include <stdexcept>
 
 using analytics::result;
@@ -73,12 +76,71 @@ TEST_F(Face, AddsEveryTypeByItsKind)
         event.add("o0", std::optional<std::string>());
         event.add("o", std::nullopt);
         event.add("p", static_cast<const char*>(nullptr));
+        event.add(std::string("name"), std::chrono::microseconds(1600));
+        event.add(std::string_view("cut", 2), std::chrono::duration<double>(1e300));
+        event.add("vector", std::vector<std::optional<int>>{1, {}});
+        event.add("bools", std::vector<bool>{true, false});
+        event.add("nested", std::array<std::vector<long>, 2>{{{1}, {}}});
+        event.add("braces", {"a", "bc"});
+        event.add("map", std::map<std::string, double>{{"x", 0.5}});
+        event.open_array("l").add({{"k", 1}});
     }
     EXPECT_EQ(events(),
               Events{R"("e", { "b": true, "i8": -8, "u8": 200, "i16": -7, "i": -2147483648, "u": 4294967295, )"
                      R"("l": -9223372036854775808, "ul": 9223372036854775807, "big": 1.84467e+19, "f": 0.5, )"
                      R"("d": 1e+20, "c": "text", "s": "string", "v": "view", "n": null, "o1": 1, "o0": null, )"
-                     R"("o": null, "p": null } ])"});
+                     R"("o": null, "p": null, "name": 2, "cu": 1e+303, "vector": [ 1, null ], )"
+                     R"("bools": [ true, false ], "nested": [ [ 1 ], [ ] ], "braces": [ "a", "bc" ], )"
+                     R"("map": { "x": 0.5 }, "l": [ { "k": 1 } ] } ])"});
+}
+
+TEST_F(Face, LogsAWholeEventInOneLineAndKeepsNames)
+{
+    analytics::session session(settings());
+    const std::string key = "size";
+    EXPECT_EQ(session.log("click", {{"button", "ok"}, {"count", 3}}), result::ok);
+    EXPECT_EQ(session.log(key, {{key, {{"width", 640}}}, {"ids", {1, 2}}, {nullptr, 1}, {"last", true}}),
+              result::name_required);
+    {
+        auto event = session.open_event(key + ", a name that nobody else keeps");
+        auto object = event.open_object(key + ", another one of those");
+        EXPECT_EQ(session.log("second"), result::event_open);
+    }
+    EXPECT_EQ(events(), (Events{R"("click", { "button": "ok", "count": 3 } ])",
+                                R"("size", { "size": { "width": 640 }, "ids": [ 1, 2 ], "last": true } ])",
+                                R"("size, a name that nobody else keeps", { "size, another one of those": { } } ])"}));
+}
+
+TEST_F(Face, IsCompiledOrRefusedInOneSentence)
+{
+    const std::string wrong = "static assertion failed: ", value = wrong + "an event holds", name = wrong + "a name is";
+    const struct
+    {
+        const char *language, *line;
+        std::string expected;
+    } cases[] = {
+        {"-std=c++20", "int raw[2] = {}; event.add(\"k\", std::span(raw));", ""},
+        {"-std=c++20", "event.add(\"k\", u8\"text\");", value},
+        {"-std=c++17", "event.add(\"k\", 'c');", value},
+        {"-std=c++17", "session.log(\"e\", {{\"k\", std::tm()}});", value},
+        {"-std=c++17", "event.add(\"k\", std::vector<std::pair<int, int>>());", value},
+        {"-std=c++17", "event.open_array(\"k\").add(&event);", wrong + "an array holds"},
+        {"-std=c++17", "(void)session.open_event(1);", name},
+        {"-std=c++17", "event.add(1, 1);", name},
+    };
+    for (const auto& [language, line, expected] : cases) {
+        const support::ChildOptions code{
+            {"LC_ALL=C"},
+            {},
+            std::string("#include <analytics.hpp>\n#include <ctime>\n#include <version>\n#ifdef __cpp_lib_span\n"
+                        "#include <span>\n#endif\nvoid f(analytics::session& session, analytics::event& event)\n{\n") +
+                line + "\n(void)session, (void)event;\n}\n"};
+        const std::string said =
+            support::run({"g++", language, "-fsyntax-only", "-I" TEST_SOURCE_DIR "/inc", "-xc++", "-"}, code).errors;
+        const size_t first = said.find("error: ");
+        EXPECT_EQ(first == std::string::npos ? said : said.substr(first + 7, expected.size()), expected) << line;
+        EXPECT_EQ(said.find("error: ", first == std::string::npos ? first : first + 7), std::string::npos) << said;
+    }
 }
 
 TEST_F(Face, EndsScopesFromTheInnermostOutwards)
