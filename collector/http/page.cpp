@@ -2,6 +2,7 @@
 
 #include "feed.h"
 
+#include "intake/percent.h"
 #include "web/assets.h"
 
 #include <algorithm>
@@ -99,21 +100,15 @@ void add_safeguards(Answer& answer)
     answer.fields.emplace_back("Cache-Control", "no-store");
 }
 
-/// Some characters of a form's value; a login's name and password are short.
-std::string form_value(const std::string& body, const std::string& name)
+/// A value of a login's form; empty when it is missing or broken.
+std::string form_value(std::string_view body, std::string_view name)
 {
     std::string value;
-    for (size_t at = 0; at < body.size(); at = std::min(body.find('&', at), body.size() - 1) + 1) {
-        if (body.compare(at, name.size() + 1, name + "=") != 0)
-            continue;
-        for (size_t i = at + name.size() + 1; i < body.size() && body[i] != '&'; ++i) {
-            const bool escaped = body[i] == '%' && i + 2 < body.size();
-            value += escaped          ? static_cast<char>(std::strtol(body.substr(i + 1, 2).c_str(), nullptr, 16))
-                     : body[i] == '+' ? ' '
-                                      : body[i];
-            i += escaped ? 2 : 0;
-        }
-        break;
+    while (!body.empty()) {
+        const std::string_view field = body.substr(0, body.find('&'));
+        body.remove_prefix(std::min(field.size() + 1, body.size()));
+        if (field.substr(0, field.find('=')) == name && field.size() > name.size())
+            intake::percent_decode(field.substr(name.size() + 1), value);
     }
     return value;
 }

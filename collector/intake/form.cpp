@@ -1,6 +1,6 @@
 #include "intake.h"
 
-#include "lumo/tova/tova-web.h"
+#include "percent.h"
 
 #include <algorithm>
 #include <charconv>
@@ -33,25 +33,6 @@ std::string word(std::string_view value)
 bool is_hexadecimal(char c)
 {
     return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'f');
-}
-
-// False when an escape is broken. tova_uri_decode takes such escapes as they come, so they are judged before.
-bool decode(std::string_view text, std::string& out)
-{
-    for (size_t at = text.find('%'); at != std::string_view::npos; at = text.find('%', at + 3)) {
-        if (at + 2 >= text.size() || !is_hexadecimal(text[at + 1]) || !is_hexadecimal(text[at + 2]))
-            return false;
-    }
-    std::string blanks;
-    if (text.find('+') != std::string_view::npos) {
-        blanks = text;
-        std::replace(blanks.begin(), blanks.end(), '+', ' ');
-        text = blanks;
-    }
-    out.resize(text.size() + 1); // and the terminator
-    out.resize(static_cast<size_t>(tova_uri_decode(out.data(), static_cast<unsigned>(out.size()), text.data(),
-                                                   static_cast<unsigned>(text.size()))));
-    return true;
 }
 
 // A plain decimal below 2^31, without a sign.
@@ -145,7 +126,7 @@ Refused read_form(std::string&& body, Form& form)
         size_t equals = std::min(pair.find('='), pair.size());
         const Field* field = std::find_if(std::begin(fields), std::end(fields),
                                           [&](const Field& known) { return known.name == pair.substr(0, equals); });
-        if (!decode(pair.substr(std::min(equals + 1, pair.size())), text))
+        if (!percent_decode(pair.substr(std::min(equals + 1, pair.size())), text))
             return bad("The form holds a broken escape.");
         if (field == std::end(fields))
             continue;

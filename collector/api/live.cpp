@@ -1,0 +1,137 @@
+#include "api.h"
+
+#include "rows.h"
+#include "words.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace api {
+
+struct Live::State
+{
+    struct Listener
+    {
+        store::Query query;
+        std::weak_ptr<void> alive;
+        Push push;
+    };
+
+    std::unique_ptr<store::Reading> reading;
+    store::Cursor at = 0;
+    std::mutex lock;
+    std::condition_variable woken;
+    bool has_news = false, stopping = false;
+    std::vector<Listener> listeners;
+    std::thread thread;
+
+    void work();
+    bool wait();
+    void pass_on(const std::vector<store::EventRow>& rows);
+};
+
+static bool matches(const store::Query& query, const store::EventRow& row)
+{
+    const auto is = [](const std::optional<std::string>& wanted, const std::string& text) {
+        return !wanted || *wanted == text;
+    };
+    return row.logged_at >= query.from && row.logged_at < query.to && is(query.application, row.application) &&
+           is(query.version, row.version) && is(query.installation, row.installation) &&
+           (!query.name || (row.name && *query.name == *row.name));
+}
+
+/// Until something was stored while somebody listens. False when it is over.
+bool Live::State::wait()
+{
+    std::unique_lock hold(lock);
+    woken.wait(hold, [this] { return stopping || has_news; });
+    has_news = false;
+    std::erase_if(listeners, [](const Listener& listener) { return listener.alive.expired(); });
+    return !stopping;
+}
+
+void Live::State::pass_on(const std::vector<store::EventRow>& rows)
+{
+    std::lock_guard hold(lock);
+    for (const store::EventRow& row : rows) {
+        std::string message;
+        for (const Listener& listener : listeners)
+            if (matches(listener.query, row)) {
+                if (message.empty())
+                    message = "data: " + json_of(row) + "\n\n"; // JSON has no raw line feed
+                listener.push(message);
+            }
+    }
+}
+
+// Nobody listening costs one look at the store's end. A burst is read in pieces; a reader that is too slow loses the
+// oldest, which its feed counts.
+void Live::State::work()
+{
+    store::Query all;
+    all.limit = 1000;
+    while (wait()) {
+        bool nobody;
+        {
+            std::lock_guard hold(lock);
+            nobody = listeners.empty();
+        }
+        if (nobody) {
+            if (const auto end = reading->end({}))
+                at = *end;
+            continue;
+        }
+        for (bool more = true; more;) {
+            const auto receipts = reading->receipts(all, at, {});
+            if (!receipts)
+                break; // looked at again when more is stored
+            pass_on(receipts->rows);
+            at = receipts->next;
+            more = !receipts->at_end;
+        }
+    }
+}
+
+Live::Live(store::Store& store) : m_state(std::make_unique<State>())
+{
+    auto reading = store.reading();
+    if (!reading)
+        throw std::runtime_error(reading.fault().text);
+    m_state->reading = std::move(*reading);
+    if (const auto end = m_state->reading->end({}))
+        m_state->at = *end;
+    m_state->thread = std::thread([state = m_state.get()] { state->work(); });
+}
+
+Live::~Live()
+{
+    {
+        std::lock_guard hold(m_state->lock);
+        m_state->stopping = true;
+    }
+    m_state->woken.notify_all();
+    m_state->thread.join();
+}
+
+void Live::wake()
+{
+    {
+        std::lock_guard hold(m_state->lock);
+        m_state->has_news = true;
+    }
+    m_state->woken.notify_one();
+}
+
+bool Live::listen(std::string_view query, std::weak_ptr<void> alive, Push push)
+{
+    Words words;
+    if (!read_words(query, words).empty())
+        return false;
+    std::lock_guard hold(m_state->lock);
+    m_state->listeners.push_back({words.query, std::move(alive), std::move(push)});
+    return true;
+}
+
+} // namespace api
