@@ -5,11 +5,10 @@
 #include <string_view>
 #include <utility>
 
-#include <fcntl.h>
-
 #include "AnalyticsSDK/Utilities.h"
 #include "lumo/large_text.h"
 #include "lumo/percent.h"
+#include "lumo/tova/platform/curl_safeguards.h"
 
 namespace AnalyticsSDK {
 namespace {
@@ -201,18 +200,12 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
     set(CURLOPT_ERRORBUFFER, handle->GetErrorBuffer());
 }
 
-// A program that the host starts must not inherit the library's connections.
-int CloseOnExec(void*, curl_socket_t connection, curlsocktype)
-{
-    return fcntl(connection, F_SETFD, FD_CLOEXEC) == -1 ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
-}
-
 // What keeps a transfer safe whatever a server answers. A post that is redirected stays a post: libcurl would make it a
 // GET, as RFC 9110 allows after 301 and 302, whose success would look like a delivery. After 303 it may be a GET,
 // because 303 says that the post was taken. TLS before 1.2 is what RFC 8996 forbids.
 void SetSafeguards(OptionSetter& set)
 {
-    set(CURLOPT_SOCKOPTFUNCTION, CloseOnExec);
+    set(CURLOPT_OPENSOCKETFUNCTION, tova::open_connection);
     set(CURLOPT_PROTOCOLS_STR, allowed_protocols)(CURLOPT_REDIR_PROTOCOLS_STR, allowed_protocols);
     set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));

@@ -2,6 +2,7 @@
 // handle is kept, and what an earlier request set must not linger.
 #include "lumo/tova/tova-web.h"
 #include "lumo/tova/file.h"
+#include "lumo/tova/platform/curl_safeguards.h"
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/thread.h"
 
@@ -254,16 +255,10 @@ static void set_proxy_login(tova_http* h)
     wipe(&login);
 }
 
-// A program that the host starts must not inherit a request's connection.
-static int close_on_exec(void*, curl_socket_t connection, curlsocktype)
-{
-    return fcntl(connection, F_SETFD, FD_CLOEXEC) == -1 ? CURL_SOCKOPT_ERROR : CURL_SOCKOPT_OK;
-}
-
 // What keeps a request an HTTP one, and one that ends, whatever the server answers.
 static void set_safeguards(CURL* curl)
 {
-    curl_easy_setopt(curl, CURLOPT_SOCKOPTFUNCTION, close_on_exec);
+    curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, tova::open_connection);
     // Without a scheme libcurl would guess by the host's name and speak FTP with "ftp.example.com".
     curl_easy_setopt(curl, CURLOPT_DEFAULT_PROTOCOL, "http");
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");

@@ -34,6 +34,9 @@ bool application_support_directory(char* buffer, size_t size);
 /// result.
 void expect_large_use(void* memory, size_t size);
 
+/// As socket(), but closed in programs that the host starts, from the first moment on where the system can do that.
+int open_socket(int family, int type, int protocol);
+
 } // namespace tova::platform
 
 #endif
