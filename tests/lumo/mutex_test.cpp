@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 // What locks do among threads is tested one layer below, and runnable_thread by way of the SDK's worker.
-TEST(Mutex, IsTakenAgainByItsHolderOnlyWhenNotFastAndGivenBackByItsGuard)
+TEST(Mutex, IsTakenAgainByItsHolderUnlessFast)
 {
     for (const bool fast : {false, true}) {
         lumo::mutex mutex(fast);

@@ -28,14 +28,15 @@ TEST(Uri, GivesSchemeAndHost)
     EXPECT_EQ(lumo::uri(nullptr).scheme(), "");
 }
 
-TEST(Uri, OwnsItsTextWhenCopiedAndAssigned)
+TEST(Uri, OwnsItsTextWhenCopied)
 {
     std::string text = "http://first/";
     lumo::uri original(text.c_str());
     const lumo::uri copy(original);
     text.assign(text.size(), '!');
     original = "ftp://second/";
-    EXPECT_EQ(copy.host() + original.host(), "firstsecond");
+    EXPECT_EQ(copy.host(), "first");
+    EXPECT_EQ(original.host(), "second");
     original = copy;
     EXPECT_EQ(original.host(), "first");
 }
@@ -67,7 +68,7 @@ std::string encoded_by_rule(std::string_view text)
 
 // Each form that this processor can run, whichever it would choose; what is unsafe in a URL is a matter of
 // EscapeParams.
-TEST(PercentEncoding, FollowsTheRuleForTextOfAnyLengthAndKindInEveryForm)
+TEST(PercentEncoding, FollowsTheRuleInEveryForm)
 {
     static constexpr lumo::simd::byte_class odd = lumo::simd::make_byte_class([](char c) { return c % 2 != 0; });
     std::mt19937 random(5);

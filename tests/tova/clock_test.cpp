@@ -10,7 +10,7 @@
 
 namespace {
 
-TEST(Clock, TakesTicksPerSecondFromTheTimeBaseIn32Bits)
+TEST(Clock, TakesTicksPerSecondFromTheTimeBase)
 {
     EXPECT_EQ(1'000'000'000u, tova::ticks_per_second(1, 1));
     EXPECT_EQ(24'000'000u, tova::ticks_per_second(125, 3));
@@ -18,7 +18,7 @@ TEST(Clock, TakesTicksPerSecondFromTheTimeBaseIn32Bits)
     EXPECT_EQ(g_resolution, tova_time_resolution());
 }
 
-TEST(Clock, ScalesTicksToMillisecondsMicrosecondsAndNanoseconds)
+TEST(Clock, ScalesTicksToMsUsNs)
 {
     const uint64_t before = g_resolution;
     static const struct
@@ -36,8 +36,9 @@ TEST(Clock, ScalesTicksToMillisecondsMicrosecondsAndNanoseconds)
     };
     for (const auto& c : cases) {
         tova::set_resolution(c.per_second);
-        EXPECT_EQ(std::tuple(c.ms, c.us, c.ns),
-                  std::tuple(tova_time_ms(c.units), tova_time_us(c.units), tova_time_ns(c.units)));
+        EXPECT_EQ(c.ms, tova_time_ms(c.units));
+        EXPECT_EQ(c.us, tova_time_us(c.units));
+        EXPECT_EQ(c.ns, tova_time_ns(c.units));
     }
     tova::set_resolution(before);
 }
@@ -49,27 +50,22 @@ std::string full(const tova_time& t)
     return text;
 }
 
-TEST(LocalTime, AndUniversalTimeAreNow)
+TEST(LocalTime, IsUniversalTimeLessItsBias)
 {
-    const support::Zone zone("America/New_York");
-    const time_t before = time(nullptr);
-    tova_time local, utc;
-    tova_time_local(&local);
-    tova_time_gmt(&utc);
-    const time_t after = time(nullptr);
+    const support::Zone zone("EAST-3");
+    tova_time local, utc, later;
+    do {
+        tova_time_gmt(&utc);
+        tova_time_local(&local);
+        tova_time_gmt(&later);
+    } while (utc.hour != later.hour);
     EXPECT_STREQ("GMT", utc.zone);
-    for (const tova_time* t : {&local, &utc}) {
-        tm parts{};
-        strptime(full(*t).c_str(), "%Y-%m-%d %H:%M:%S", &parts);
-        const time_t moment = timegm(&parts);
-        EXPECT_GE(moment + t->bias * 60, before);
-        EXPECT_LE(moment + t->bias * 60, after);
-        EXPECT_EQ((moment / 86400 + 4) % 7, t->week_day);
-    }
+    EXPECT_EQ(-180, local.bias);
+    EXPECT_EQ((utc.hour + 3) % 24, local.hour);
 }
 
 // The files' times stand for all local times: they alone can be chosen.
-TEST(FileInfo, TellsTimesInTheZoneInForceWithABiasWestOfGreenwichAndTheSize)
+TEST(FileInfo, TellsLocalTimesWithTheirBiasWestOfGreenwich)
 {
     support::ScratchFolder folder;
     const std::string path = folder.file("told");
@@ -97,7 +93,8 @@ TEST(FileInfo, TellsTimesInTheZoneInForceWithABiasWestOfGreenwichAndTheSize)
         EXPECT_EQ(5u, info.size);
     }
     EXPECT_EQ(0, tova_file_info_get(folder.file("missing").c_str(), &info));
-    EXPECT_EQ(0u, info.size + info.modified.year + info.accessed.year);
+    EXPECT_EQ(0u, info.size);
+    EXPECT_EQ(0, info.modified.year);
     tova::time_local_from(INT64_MAX, &info.accessed); // a file system may hold a time beyond any calendar
     EXPECT_EQ("0-00-00 00:00:00.000", full(info.accessed));
 }

@@ -70,7 +70,7 @@ TEST(Event, IsConsumedByAWaitOnlyWithAutoReset)
     }
 }
 
-TEST(Event, LetsOneWaiterThroughPerSetWithAutoResetAndAllWithout)
+TEST(Event, LetsOneWaiterThroughPerSetOrAll)
 {
     for (int auto_reset : {0, 1, 0, 1, 0, 1}) { // so often that waiters are seen asleep
         tova_event e;
@@ -97,7 +97,7 @@ TEST(Event, LetsOneWaiterThroughPerSetWithAutoResetAndAllWithout)
     }
 }
 
-TEST(Semaphore, CountsUpToItsBoundAndDownToNothing)
+TEST(Semaphore, CountsBetweenItsBoundAndNothing)
 {
     tova_semaphore s;
     tova_semaphore_create(&s, 1, 2);

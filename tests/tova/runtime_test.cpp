@@ -14,7 +14,7 @@ void remember(int32_t level, const char* message)
     logged.emplace_back(level, message);
 }
 
-TEST(Log, HandsWholeMessagesToTheRegisteredCallbackAndEmptiesLongerOnes)
+TEST(Log, HandsWholeMessagesOverOrEmptyOnes)
 {
     tova_log(2, "nobody %s", "hears");
     tova_log_register(remember);

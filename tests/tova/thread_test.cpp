@@ -24,14 +24,18 @@ void wait_for_event(void* event)
 
 TEST(Priority, MapsMinusTwoToTwoOntoTheSystemsRange)
 {
-    using tova::platform_priority;
-    EXPECT_EQ((std::vector{0, 15, 31, 47, 63, 94}), // what is outside the range goes on along the line
-              (std::vector{platform_priority(-2, 0, 63), platform_priority(-1, 0, 63), platform_priority(0, 0, 63),
-                           platform_priority(1, 0, 63), platform_priority(2, 0, 63), platform_priority(4, 0, 63)}));
-    EXPECT_EQ((std::pair{-20, 0}), (std::pair{platform_priority(-2, -20, 19), platform_priority(0, -20, 19)}));
+    static constexpr struct
+    {
+        int32_t priority;
+        int least, most, expected;
+    } cases[] = {
+        {-2, 0, 63, 0},     {-1, 0, 63, 15}, {0, 0, 63, 31}, {1, 0, 63, 47}, {2, 0, 63, 63},
+        {-2, -20, 19, -20}, {0, -20, 19, 0}, {4, 0, 63, 94}}; // what is outside the range goes on along the line
+    for (const auto& c : cases)
+        EXPECT_EQ(c.expected, tova::platform_priority(c.priority, c.least, c.most)) << c.priority;
 }
 
-TEST(Thread, GoesOnByItselfWhenDetachedAtOnceAndItsRecordGone)
+TEST(Thread, GoesOnByItselfWhenItsRecordIsGone)
 {
     std::atomic<int> calls{0};
     for (int i = 0; i < 200; ++i) {
@@ -45,7 +49,7 @@ TEST(Thread, GoesOnByItselfWhenDetachedAtOnceAndItsRecordGone)
     EXPECT_TRUE(support::wait_until([] { return tova::living_threads == 0; }));
 }
 
-TEST(Thread, MayBeStartedAgainAfterAJoinAndKeepsItsNumberAndPriority)
+TEST(Thread, KeepsItsPriorityWhenStartedAgain)
 {
     std::atomic<int> calls{0};
     tova_thread before, t;
@@ -65,7 +69,7 @@ TEST(Thread, MayBeStartedAgainAfterAJoinAndKeepsItsNumberAndPriority)
     tova_thread_destroy(&t);
 }
 
-TEST(Thread, ThatTheSystemCannotStartIsAResultAndLeavesTheRecordStartable)
+TEST(Thread, ThatTheSystemRefusesMayBeStartedLater)
 {
 #ifdef ANALYTICS_SANITIZED
     GTEST_SKIP() << "a limit on address space stops the sanitizers too";
@@ -89,7 +93,7 @@ TEST(Thread, ThatTheSystemCannotStartIsAResultAndLeavesTheRecordStartable)
     EXPECT_EQ(0, crowded.status()) << crowded.errors();
 }
 
-TEST(SafeCounter, LosesNothingWhenIncrementsAndDecrementsMeet)
+TEST(SafeCounter, LosesNothingBetweenThreads)
 {
     uint32_t counter = 7, there = 0;
     std::vector<std::thread> threads;

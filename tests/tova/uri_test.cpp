@@ -35,7 +35,7 @@ TEST(Uri, IsSplitIntoItsParts)
     }
 }
 
-TEST(Decode, ReplacesPercentAndTwoDigitsWithinTheBounds)
+TEST(Decode, ReplacesSequencesWithinTheBounds)
 {
     static const struct
     {
@@ -54,23 +54,6 @@ TEST(Decode, ReplacesPercentAndTwoDigitsWithinTheBounds)
         ASSERT_EQ(c.out.size(), static_cast<size_t>(written)) << c.in;
         EXPECT_EQ(c.out + '\0' + '#', out.substr(0, c.out.size() + 2)) << c.in;
     }
-}
-
-TEST(Decode, TakesNoTextAndNoRoom)
-{
-    char out[4] = "xxx";
-    EXPECT_EQ(0, tova_uri_decode(out, sizeof out, nullptr, 5));
-    EXPECT_STREQ("", out);
-    out[0] = 'k';
-    EXPECT_EQ(0, tova_uri_decode(out, 0, "abc", 3));
-    EXPECT_EQ('k', out[0]);
-}
-
-TEST(SystemProxy, IsNeverFound)
-{
-    tova_proxy proxy = {"left", "over"};
-    EXPECT_EQ(0, tova_proxy_get_for_url("http://example.org/", &proxy));
-    EXPECT_EQ(std::string(), std::string(proxy.proxies) + proxy.bypass);
 }
 
 } // namespace
