@@ -74,7 +74,7 @@ private:
 
 } // namespace
 
-TEST_F(SmallDisk, ThatFillsUpKeepsWholeLinesAndWorksAgainWhenThereIsRoom)
+TEST_F(SmallDisk, ThatFillsUpKeepsWholeLines)
 {
     for (const size_t fill : {300, 9000}) { // within a page; and over several, so that a write is cut
         for (long number = 1; number <= 400; ++number)

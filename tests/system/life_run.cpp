@@ -19,14 +19,14 @@ const struct Way
     std::vector<std::string> steps;
     int status;
     const char* says = "";
-} ways[] = {
-    {{"exit=3"}, 3},
-    {{"abort"}, 128 + SIGABRT},
-    {{"say=returns"}, 0, "returns\n"},
+} ways[] = {{{"exit=3"}, 3},
+            {{"abort"}, 128 + SIGABRT},
+            {{"say=returns"}, 0, "returns\n"},
 #ifndef ANALYTICS_SANITIZED // the sanitizers' own locks are not safe in a child of a process with busy threads
-    {{"fork=5", "numbered=1000:1000", "send", "send_async", "close", "exit=0", "numbered=1001:1001", "quick_exit=3"},
-     3,
-     "send 200\nstarted 200\nchild 0\n"}
+            {{"fork=8", "numbered=1000:1000", "send", "send_async", "close", "open", "numbered=1002:1002", "close",
+              "exit=0", "numbered=1001:1001", "quick_exit=3"},
+             3,
+             "send 200\nstarted 200\nchild 0\n"}
 #endif
 };
 

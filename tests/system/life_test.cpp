@@ -53,20 +53,9 @@ std::string sorted_lines(const std::string& text)
     return all;
 }
 
-/// Answers when the test is over.
-struct SlowServer
-{
-    support::Reply operator()(const support::Request&) const
-    {
-        support::wait_until([this] { return over.load(); });
-        return {};
-    }
-    std::atomic<bool> over{false};
-};
-
 } // namespace
 
-TEST(Crash, AHostKilledAtAnyMomentLeavesWholeLinesAndAtMostOneUnfinishedTail)
+TEST(Crash, AKilledHostLeavesWholeLinesAndAtMostOneTail)
 {
     ScratchFolder folder;
     const CrashReport report = kill_again_and_again(folder.path().string(), 60, 1);
@@ -84,32 +73,7 @@ TEST(ThreadsLoad, EveryEventOfSixteenBusySessionsIsAccountedFor)
     EXPECT_LE(report.descriptors[3], report.descriptors[0] + 16) << "beyond one idle connection for each session";
 }
 
-TEST(ThreadsHost, MayLeaveInAnyWayAlsoWhileUploadsAreUnderWay)
-{
-    support::CertificateAuthority authority;
-    const support::Certificate certificate = authority.issue({"127.0.0.1"});
-    for (const bool tls : {false, true})
-        for (const auto& [send, ending] : {std::pair("send_async", "exit=0"), std::pair("send_async", "quick_exit=0"),
-                                           std::pair("send_async", "close"), std::pair("send_in_background", "exit=0"),
-                                           std::pair("send_in_background", "quick_exit=0")}) {
-            SCOPED_TRACE(std::string(send) + ' ' + ending + (tls ? " over TLS" : ""));
-            ScratchFolder folder;
-            SlowServer slow;
-            std::unique_ptr<support::HttpServer> server(tls ? new support::HttpsServer(certificate, std::ref(slow))
-                                                            : new support::HttpServer(std::ref(slow)));
-            Child host(host_steps(folder, server->url(),
-                                  {"certificates=" + authority.file(), "open", "numbered=1:1", send, "begin=open",
-                                   "wait_for_file=" + folder.file("go"), ending}));
-            EXPECT_TRUE(send[5] == 'a' || server->wait_for(1));
-            support::write_file(folder.file("go"), "");
-            EXPECT_TRUE(host.wait());
-            EXPECT_EQ(std::to_string(host.status()) + host.errors(), "0");
-            EXPECT_EQ(numbers_of(read_file(folder.file("log"))), LongNumbers{1});
-            slow.over = true;
-        }
-}
-
-TEST(ThreadsHost, ThatForksKeepsItsUploadsAndItsChildSendsNothingOfItsOwn)
+TEST(ThreadsHost, ThatForksSendsInTheParentOnly)
 {
     ScratchFolder folder;
     support::HttpServer server;
@@ -122,28 +86,7 @@ TEST(ThreadsHost, ThatForksKeepsItsUploadsAndItsChildSendsNothingOfItsOwn)
     EXPECT_EQ(numbers_of(server.requests()[0].form.at("data")), (LongNumbers{1, 2}));
 }
 
-TEST(ThreadsHost, MayForkWhileAnUploadIsUnderWayAndItsChildMayOpenASessionOfItsOwn)
-{
-#if defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "the thread sanitizer cannot follow threads that are started in a forked child";
-#endif
-    ScratchFolder folder;
-    SlowServer slow;
-    support::HttpServer server(std::ref(slow)), quick;
-    Child host(host_steps(folder, server.url(),
-                          {"open", "numbered=1:1", "send_in_background", "wait_for_file=" + folder.file("go"), "fork=6",
-                           "close", "url=" + quick.url(), "open", "numbered=2:2", "send", "close", "exit=0"}),
-               forking_host());
-    EXPECT_TRUE(server.wait_for(1));
-    support::write_file(folder.file("go"), "");
-    EXPECT_TRUE(host.wait_for_output("child 0\n")) << host.output();
-    EXPECT_EQ(host.output(), "send 0\nchild 0\n");
-    slow.over = true;
-    EXPECT_TRUE(host.wait());
-    EXPECT_EQ(host.status(), 0) << host.errors();
-}
-
-TEST(ThreadsHost, OfEightSessionsOnEightThreadsInSeveralProcessesLosesNoLine)
+TEST(ThreadsHost, OfManyThreadsAndProcessesLosesNoLine)
 {
     constexpr long processes = 3, threads = 8, count = 100;
     ScratchFolder folder;
@@ -173,21 +116,7 @@ TEST(ThreadsHost, ShutsAnIdleSessionDownAtOnce)
     EXPECT_LT(quickest, std::chrono::seconds(1)) << "nothing waits for an interval or a poll";
 }
 
-TEST(ThreadsTls, DeliversOnlyToAServerThatTheGivenAuthoritiesVouchFor)
-{
-    support::CertificateAuthority authority, stranger("Stranger");
-    support::HttpsServer server(authority.issue({"127.0.0.1"}));
-    Session trusting(server.url(), authority.file()), wary(server.url(), stranger.file()), bare(server.url());
-    for (Session* session : {&wary, &bare, &trusting}) { // the bare one has no file beside the program
-        session->log_one();
-        const std::string before = read_file(session->log());
-        EXPECT_EQ(analytics_send(*session, 1), session == &trusting ? 0u : 200u);
-        EXPECT_EQ(read_file(session->log()), session == &trusting ? "" : before);
-        EXPECT_EQ(server.count(), session == &trusting ? 1u : 0u);
-    }
-}
-
-TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMomentWithTransfersUnderWay)
+TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMoment)
 {
     const LifeReport report = leave_again_and_again(6, 1);
     EXPECT_EQ(report.finding, "");
@@ -195,7 +124,7 @@ TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMomentWithTransfersUnderWay)
     EXPECT_GT(report.requests, report.hosts) << "uploads were under way";
 }
 
-TEST(ThreadsLife, TheLibraryCanBeLoadedAndUnloadedAHundredTimesAndUnderAnOpenSession)
+TEST(ThreadsLife, TheLibraryCanBeUnloadedUnderAnOpenSession)
 {
     ScratchFolder folder;
     support::HttpServer server;
@@ -214,7 +143,7 @@ TEST(ThreadsLife, TheLibraryCanBeLoadedAndUnloadedAHundredTimesAndUnderAnOpenSes
 #endif
 }
 
-TEST(ThreadsLife, AHostMayUseLibcurlItselfBeforeDuringAndAfter)
+TEST(ThreadsLife, AHostMayUseLibcurlItself)
 {
     ScratchFolder folder;
     support::HttpServer server;

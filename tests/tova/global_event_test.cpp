@@ -1,8 +1,6 @@
 #include "lumo/tova/global_event.h"
-#include "support/child.h"
 #include "support/death.h"
 
-#include <sys/time.h>
 #include <unistd.h>
 
 namespace {
@@ -43,24 +41,6 @@ TEST_F(GlobalEvent, ThatTheSystemRefusesCountsAsExisting)
     EXPECT_EQ(0, tova_global_event_create(&event, longest.c_str()));
     EXPECT_EQ(1, tova_global_event_exists(longest.c_str()));
     EXPECT_ASSERTION(tova_global_event_set(&event), "inc/lumo/tova/global_event", "ge->_sem != (sem_t *) SEM_FAILED");
-}
-
-TEST_F(GlobalEvent, AbortsWhenASignalInterruptsTheWait)
-{
-    support::Child waiter([&] {
-        struct sigaction action = {}; // without SA_RESTART, which signal() would set
-        action.sa_handler = [](int) {};
-        sigaction(SIGALRM, &action, nullptr);
-        const itimerval soon = {{0, 10'000}, {0, 10'000}};
-        setitimer(ITIMER_REAL, &soon, nullptr);
-        if (tova_global_event_create(&event, name.c_str()))
-            tova_global_event_wait(&event);
-        return 0;
-    });
-    ASSERT_TRUE(waiter.wait());
-    EXPECT_EQ(128 + SIGABRT, waiter.status());
-    EXPECT_NE(std::string::npos, waiter.errors().find("failed assertion `false'")) << waiter.errors();
-    ASSERT_EQ(1, tova_global_event_create(&event, name.c_str())); // so that it is removed
 }
 
 } // namespace

@@ -1,25 +1,15 @@
-#include "lumo/tova/event.h"
 #include "lumo/tova/platform/internal.h"
 #include "lumo/tova/thread.h"
-#include "support/child.h"
+#include "support/wait.h"
 
 #include <atomic>
-#include <csignal>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 namespace {
 
 void add_one(void* counter)
 {
     ++*static_cast<std::atomic<int>*>(counter);
-}
-
-void wait_for_event(void* event)
-{
-    tova_event_wait(static_cast<tova_event*>(event));
 }
 
 TEST(Priority, MapsMinusTwoToTwoOntoTheSystemsRange)
@@ -69,30 +59,6 @@ TEST(Thread, KeepsItsPriorityWhenStartedAgain)
     tova_thread_destroy(&t);
 }
 
-TEST(Thread, ThatTheSystemRefusesMayBeStartedLater)
-{
-#ifdef ANALYTICS_SANITIZED
-    GTEST_SKIP() << "a limit on address space stops the sanitizers too";
-#endif
-    support::Child crowded([] {
-        static tova_thread threads[1000];
-        tova_event stop;
-        tova_event_create(&stop, 0);
-        const rlimit room = {256 << 20, 256 << 20}; // for some stacks, not for a thousand
-        setrlimit(RLIMIT_AS, &room);
-        tova_thread* t = threads;
-        for (tova_thread_create(t); tova_thread_start(t, wait_for_event, &stop); tova_thread_create(++t)) {
-        }
-        const bool as_it_was = t != threads && !t->_target;
-        tova_event_set(&stop);
-        for (tova_thread* started = threads; started != t; ++started)
-            tova_thread_join(started);
-        return as_it_was && tova_thread_start(t, wait_for_event, &stop) ? 0 : 1;
-    });
-    ASSERT_TRUE(crowded.wait());
-    EXPECT_EQ(0, crowded.status()) << crowded.errors();
-}
-
 TEST(SafeCounter, LosesNothingBetweenThreads)
 {
     uint32_t counter = 7, there = 0;
@@ -108,22 +74,6 @@ TEST(SafeCounter, LosesNothingBetweenThreads)
         t.join();
     EXPECT_EQ(7u, counter);
     EXPECT_NE(tova_thread_id(), there);
-}
-
-TEST(Sleep, LastsItsTimeUnlessASignalEndsIt)
-{
-    support::Child sleeper([] {
-        const auto start = std::chrono::steady_clock::now();
-        tova_sleep(20);
-        const bool lasted = std::chrono::steady_clock::now() - start >= std::chrono::milliseconds(20);
-        signal(SIGALRM, [](int) {});
-        const itimerval soon = {{0, 10'000}, {0, 10'000}};
-        setitimer(ITIMER_REAL, &soon, nullptr);
-        tova_sleep(3'600'000);
-        return lasted ? 0 : 1;
-    });
-    EXPECT_TRUE(sleeper.wait());
-    EXPECT_EQ(0, sleeper.status());
 }
 
 } // namespace

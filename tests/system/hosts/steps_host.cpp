@@ -191,7 +191,6 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
          analytics_shutdown(session);
          session = nullptr;
      }},
-    {"begin", [](const std::string& value) { Check(analytics_event_begin(session, value.c_str()), "begin"); }},
     {"threads", LogFromThreads},
     {"observe", [](const std::string&) { Observe(); }},
     {"wait_until_heard",
@@ -201,13 +200,7 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
      }},
     {"send", [](const std::string&) { Say("send " + std::to_string(analytics_send(session, 1)) + '\n'); }},
     {"send_async", [](const std::string&) { Say("started " + std::to_string(analytics_send(session, 0)) + '\n'); }},
-    {"send_in_background", [](const std::string&) { std::thread([] { analytics_send(session, 1); }).detach(); }},
     {"say", [](const std::string& value) { Say(value + '\n'); }},
-    {"wait_for_file",
-     [](const std::string& value) {
-         while (!std::filesystem::exists(value))
-             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-     }},
     {"interrupt", [](const std::string&) { InterruptEverything(); }},
     {"sigpipe", TreatSigpipe},
     {"check_sigpipe", [](const std::string&) { CheckSigpipe(); }},
