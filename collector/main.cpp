@@ -1,4 +1,5 @@
 // analytics-collector: takes uploads, keeps the events, shows them.
+#include "analytics.h"
 #include "commands.h"
 
 #include <cstdio>

@@ -1,4 +1,5 @@
 // analytics-collector serve: puts the rooms together, and takes them apart again when it is told to end.
+#include "analytics.h"
 #include "commands.h"
 #include "log.h"
 #include "settings.h"
