@@ -12,8 +12,8 @@
 
 #include "AnalyticsSDK/EventManager.h"
 #include "FileDescriptor.h"
+#include "LogLock.h"
 #include "lumo/large_text.h"
-#include "lumo/simd.h"
 
 namespace AnalyticsSDK {
 
@@ -23,26 +23,6 @@ lumo::mutex& EventManager::m_spLogMutex = *new (logMutexStorage) lumo::mutex(fal
 
 namespace EventLog {
 namespace {
-
-/// Holds m_spLogMutex. Appends take a few microseconds, so a waiting thread first tries for about as long: putting it
-/// to sleep and waking it again would cost more than the append itself.
-class LUMO_THREAD_ANNOTATION(scoped_lockable) LogLock
-{
-public:
-    LogLock() LUMO_THREAD_ANNOTATION(acquire_capability(EventManager::m_spLogMutex)) LUMO_NO_THREAD_SAFETY_ANALYSIS
-    {
-        for (int tries = 0; tries < 200; ++tries) {
-            if (EventManager::m_spLogMutex.try_lock())
-                return;
-            for (int rests = 0; rests < 4; ++rests)
-                lumo::simd::rest();
-        }
-        EventManager::m_spLogMutex.lock();
-    }
-    ~LogLock() LUMO_THREAD_ANNOTATION(release_capability()) { EventManager::m_spLogMutex.unlock(); }
-    LogLock(const LogLock&) = delete;
-    LogLock& operator=(const LogLock&) = delete;
-};
 
 /// Where the last append of this process left the end of its file: while it is still there, nobody else has written and
 /// the file ends with our line feed. Guarded by m_spLogMutex.

@@ -1,0 +1,105 @@
+// One run through the outbox: which batch is next, and what an answer does to it. Knows no socket.
+#ifndef ANALYTICSSDK_CYCLE_H
+#define ANALYTICSSDK_CYCLE_H
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Answers.h"
+#include "Batch.h"
+#include "Ledger.h"
+#include "Options.h"
+#include "Outbox.h"
+
+namespace AnalyticsSDK {
+
+/// What one request carries.
+struct BatchRequest
+{
+    std::string id;        ///< "b"
+    uint64_t first = 0;    ///< "o"
+    uint64_t lines = 0;    ///< "n"
+    uint64_t dropped = 0;  ///< "d"
+    std::string data = {}; ///< the lines as they lie in the file
+    bool compressed = false;
+};
+
+/// How a run ended.
+struct CycleOutcome
+{
+    bool allTaken = true; ///< nothing of what waited is left
+    long status = 0;      ///< of the first failure
+};
+
+/// Puts the folder in order, keeps the limits, and forces onto the disk what the options ask for.
+OutboxContents KeepInOrder(const Outbox& outbox, const Options& options, Ledger& ledger);
+
+class Cycle
+{
+public:
+    /// Sends a request and waits for what comes of it.
+    using Send = std::function<Answer(const BatchRequest&)>;
+    struct Terms
+    {
+        bool asked = false;      ///< by a host: batches that are set behind are tried as well, claimed ones waited for
+        bool mayTakeOver = true; ///< the default mode's file
+        std::function<bool()> isOver = [] { return false; }; ///< the time is over, or the session ends
+    };
+
+    Cycle(const Outbox& outbox, const Options& options, Ledger& ledger, Terms terms);
+
+    /// Seals, puts in order, keeps the limits, then sends oldest first until nothing is left or a failure ends it.
+    CycleOutcome Run(const Send& send);
+
+private:
+    enum class After
+    {
+        onward, ///< to the batch's next part
+        leave,  ///< on to the next batch
+        end     ///< of the cycle
+    };
+    void Prepare();
+    void DeleteTaken();
+    void SendBatches(const Send& send);
+    std::unique_ptr<Batch> ClaimNext();
+    std::unique_ptr<Batch> ClaimPlanned();
+    bool PlanAgain();
+    After SendBatch(const Send& send, Batch& batch);
+    After SendPart(const Send& send, Batch& batch, uint64_t& lines);
+    bool Fill(const Batch& batch, BatchRequest& request) const;
+    Answer Ask(const Send& send, BatchRequest& request);
+    void Finish(Batch& batch, uint64_t lines);
+    bool Divide(Batch& batch);
+    bool IsWhole(const Batch& batch) const;
+    After Shrink(Batch& batch, const Answer& answer);
+    After TryLater(Batch& batch, const Answer& answer);
+    After SetAside(const Batch& batch, const Answer& answer);
+    After Fail(const Batch& batch, const Answer& answer);
+    void NoteFailure(long status);
+    void TellDropped(const Send& send);
+    bool MustStop() const;
+
+    const Outbox& m_outbox;
+    const Options& m_options;
+    Ledger& m_ledger;
+    const Terms m_terms;
+    CycleOutcome m_outcome;
+    std::deque<BatchName> m_plan;
+    std::deque<BatchPart> m_parts;            ///< of the batch in hand, what is still to be sent
+    std::deque<BatchName> m_busy;             ///< claimed by others
+    std::set<BatchName> m_tried;              ///< by this run
+    std::set<std::string, std::less<>> m_ids; ///< of the batches that were there at the start
+    std::vector<BatchName> m_dropped;
+    std::optional<DeliveryClock::time_point> m_busyEnd;
+    bool m_sawOthers = false; ///< another process has changed what was planned
+    long m_asideStatus = 0;   ///< of the last answer when that set its batch behind; else 0
+};
+
+} // namespace AnalyticsSDK
+
+#endif

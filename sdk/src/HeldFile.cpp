@@ -1,0 +1,125 @@
+#include "HeldFile.h"
+
+#include <chrono>
+#include <thread>
+
+#include <pthread.h>
+#include <sys/file.h>
+
+#include "FileDescriptor.h"
+#include "LogLock.h"
+
+namespace AnalyticsSDK {
+
+static HeldFile* heldFiles = nullptr; // guarded by the log's lock, which every fork waits for
+
+// In the child, whose only thread is this one. No lock is given up: it is the parent's as well.
+void CloseHeldFilesInChild()
+{
+    for (HeldFile* file = heldFiles; file != nullptr; file = file->m_next) {
+        struct stat now;
+        if (::fstat(file->m_file, &now) == 0 && file->IsOurs(now))
+            ::close(file->m_file);
+        file->m_file = -1;
+    }
+    heldFiles = nullptr;
+}
+[[maybe_unused]] static const int forkHandler = pthread_atfork(nullptr, nullptr, CloseHeldFilesInChild);
+
+bool HeldFile::Open(const std::string& path, int flags, mode_t mode)
+{
+    Close();
+    LogLock hold;
+    const int file =
+        Uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode); });
+    struct stat now;
+    if (file == -1)
+        return false;
+    if (::fstat(file, &now) != 0) {
+        ::close(file);
+        return false;
+    }
+    m_file = file;
+    m_device = now.st_dev;
+    m_inode = now.st_ino;
+    m_next = heldFiles;
+    m_link = &heldFiles;
+    if (m_next != nullptr)
+        m_next->m_link = &m_next;
+    heldFiles = this;
+    return true;
+}
+
+void HeldFile::Unlist()
+{
+    *m_link = m_next;
+    if (m_next != nullptr)
+        m_next->m_link = m_link;
+    m_file = -1;
+}
+
+// Unlocked by itself first: a child that is being born may hold a copy for a moment, and with it the lock.
+void HeldFile::Close()
+{
+    LogLock hold;
+    struct stat now;
+    if (m_file == -1 || !Look(now))
+        return;
+    Unlock();
+    const int file = m_file;
+    Unlist();
+    ::close(file);
+}
+
+bool HeldFile::Look(struct stat& now)
+{
+    if (::fstat(m_file, &now) == 0 && IsOurs(now))
+        return true;
+    LogLock hold;
+    Unlist();
+    return false;
+}
+
+HeldFile::Lock HeldFile::TryLock()
+{
+    if (Uninterrupted([this] { return ::flock(m_file, LOCK_EX | LOCK_NB); }) == 0)
+        return Lock::held;
+    return errno == EWOULDBLOCK ? Lock::refused : Lock::unsupported;
+}
+
+HeldFile::Lock HeldFile::WaitForLock(int wait_ms)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(wait_ms);
+    for (;;) {
+        const Lock lock = TryLock();
+        if (lock != Lock::refused || std::chrono::steady_clock::now() >= end)
+            return lock;
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+}
+
+void HeldFile::Unlock()
+{
+    static_cast<void>(Uninterrupted([this] { return ::flock(m_file, LOCK_UN); }));
+}
+
+bool HeldFile::IsAt(const std::string& path) const
+{
+    struct stat there;
+    return ::lstat(path.c_str(), &there) == 0 && IsOurs(there);
+}
+
+bool HeldFile::ReadAt(off_t offset, char* buffer, size_t size) const
+{
+    while (size > 0) {
+        const ssize_t got = Uninterrupted([&] { return ::pread(m_file, buffer, size, offset); });
+        if (got <= 0)
+            return false;
+        buffer += got;
+        size -= static_cast<size_t>(got);
+        offset += got;
+    }
+    return true;
+}
+
+} // namespace AnalyticsSDK

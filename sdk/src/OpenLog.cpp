@@ -1,0 +1,166 @@
+#include "OpenLog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "FileDescriptor.h"
+#include "LogLock.h"
+
+namespace AnalyticsSDK {
+
+using Clock = std::chrono::steady_clock;
+
+static constexpr auto patience = std::chrono::milliseconds(90); // of the 100: the rest is for the line's own file
+static constexpr int quickTries = 4;
+static constexpr auto rest = std::chrono::microseconds(50);
+
+OpenLog::Written OpenLog::Append(std::string_view line)
+{
+    Clock::time_point start{};
+    for (int tries = 1;; ++tries) {
+        Step step;
+        bool sealed, waits;
+        {
+            LogLock hold;
+            step = TryAppend(line);
+            sealed = m_sealed;
+            // The first rounds need no clock, and are mostly enough: one meets the sealed file, one opens the next.
+            waits = step == Step::again && (tries < quickTries || (!m_wasStuck && Clock::now() - start < patience));
+            if (!waits) {
+                m_wasStuck = step == Step::again;
+                m_sealed = false;
+            }
+        }
+        if (step == Step::written)
+            return sealed ? Written::andSealed : Written::yes;
+        if (step == Step::failed)
+            return Written::no;
+        if (!waits) // the line is a batch of its own then
+            return WriteAside(line) ? Written::andSealed : Written::no;
+        if (tries == 1)
+            start = Clock::now();
+        else
+            std::this_thread::sleep_for(rest);
+    }
+}
+
+// Whether the handle is still the file that is written to. Without a link, or sealed, it is not, whoever did it; and
+// what a host has put in its place is not ours to touch.
+bool OpenLog::LooksOpen(struct stat& now)
+{
+    return m_file.Look(now) && now.st_nlink > 0 && !IsSealed(now);
+}
+
+OpenLog::Step OpenLog::TryAppend(std::string_view line)
+{
+    struct stat now;
+    if (!m_file) {
+        if (const Step step = OpenAnew(); step != Step::written)
+            return step;
+    }
+    if (!LooksOpen(now)) {
+        m_file.Close();
+        return Step::again;
+    }
+    const HeldFile::Lock lock = m_file.TryLock();
+    if (lock == HeldFile::Lock::refused)
+        return Step::again; // the next look tells whether that was a sealing
+    if (!LooksOpen(now)) {
+        m_file.Close();
+        return Step::again;
+    }
+    const Step step = WriteLocked(line, now);
+    if (m_file && lock == HeldFile::Lock::held)
+        m_file.Unlock();
+    return step;
+}
+
+// Answers `written` when there is a file to write to.
+OpenLog::Step OpenLog::OpenAnew()
+{
+    struct stat log;
+    if (m_outbox.Log().empty() || (::stat(m_outbox.Log().c_str(), &log) == 0 && !S_ISREG(log.st_mode)))
+        return Step::failed;
+    const std::string path = m_outbox.OpenPath();
+    constexpr int append = O_APPEND | O_CREAT;
+    m_end = -1;
+    if (!m_file.Open(path, O_RDWR | append) && errno == EACCES)
+        m_file.Open(path, O_WRONLY | append);
+    if (!m_file) {
+        if (errno != EACCES)
+            return Step::aside;
+        m_outbox.SealOpen(0); // sealed, and its sealer may have died before the rename
+        return Step::again;
+    }
+    struct stat now;
+    if (!m_file.Look(now) || !S_ISREG(now.st_mode)) {
+        m_file.Close();
+        return Step::aside;
+    }
+    if (!IsSealed(now))
+        return Step::written;
+    m_file.Close(); // opened all the same, as root may
+    m_outbox.SealOpen(0);
+    return Step::again;
+}
+
+// What cannot be read counts as whole.
+bool OpenLog::EndsInMidLine(off_t end) const
+{
+    char last = '\n';
+    return end > 0 && end != m_end && m_file.ReadAt(end - 1, &last, 1) && last != '\n';
+}
+
+OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now)
+{
+    const off_t end = now.st_size;
+    const bool midLine = EndsInMidLine(end);
+    const auto size = static_cast<off_t>(line.size() + midLine);
+    if (m_maySeal && end > 0 && end + size > m_options[Option::batch_bytes] && now.st_uid == ::geteuid()) {
+        if (!m_file.IsAt(m_outbox.OpenPath())) { // moved away by somebody: what stands there now is not this
+            m_file.Close();
+            return Step::again;
+        }
+        m_maySeal = SealHeld(m_file, now, m_outbox.OpenPath(), m_outbox.Log());
+        if (m_maySeal) {
+            m_sealed = true;
+            m_file.Close();
+            return Step::again;
+        }
+    }
+    const std::string closing = midLine ? std::string("\n").append(line) : std::string();
+    const std::string_view text = midLine ? closing : line;
+    const ssize_t written = Uninterrupted([&] { return ::write(m_file.Get(), text.data(), text.size()); });
+    if (written != size) {
+        if (written > 0) // nobody else has written since: the lock is held
+            static_cast<void>(Uninterrupted([&] { return ::ftruncate(m_file.Get(), end); }));
+        return Step::failed;
+    }
+    m_end = end + size;
+    if (m_options.Is(Option::sync, "event"))
+        static_cast<void>(Uninterrupted([this] { return ::fsync(m_file.Get()); }));
+    return Step::written;
+}
+
+bool OpenLog::WriteAside(std::string_view line) const
+{
+    const std::string id = BatchName::NewId();
+    return !m_outbox.Log().empty() && !id.empty() &&
+           Batch::Make(m_outbox.Log(), {id, 0}, BatchKind::batch, line, !m_options.Is(Option::sync, "none"));
+}
+
+void OpenLog::Refresh()
+{
+    LogLock hold;
+    m_maySeal = true;
+    m_wasStuck = false;
+    if (m_file && !m_file.IsAt(m_outbox.OpenPath()))
+        m_file.Close();
+}
+
+} // namespace AnalyticsSDK
