@@ -1,16 +1,20 @@
 #!/usr/bin/env python3
-"""SOURCE_DIR BUILD_DIR: compiles or runs every code block of every document, as a reader would.
+"""SOURCE_DIR BUILD_DIR: walks through every document, block by block, as a newcomer types it.
 
-c, cpp    compiled; with a main() also linked and run. One that opens with a comment naming a file is written to it.
-sh        run by one bash per document, in a folder that looks like a built clone, with a home of its own.
-          Of "./dev WORD" only the word is checked: this runs in one of them.
-cmake     written to the file that it names, for the shell blocks that use it.
+c, cpp    compiled without a warning. A block that opens with a comment naming a file is saved under that name, in the
+          folder where the shell stands by then.
+sh        typed as it stands, in one shell per document that begins in a fresh clone in a fresh home. The clone is built
+          already: of "./dev WORD" only the word is checked, as this runs in one of them.
+cmake     saved to the file that it names.
 json      lines of an event log file, judged by the analytics command.
 text      not code.
 Links to files of the repository, and names of files in it, must lead somewhere, and README's tables must tell what the
 sources and the bench do.
+
+SOURCE_DIR DOCUMENT --script: prints the walk through one document instead, "./dev WORD" included, for a shell that stands
+in a clone on a bare machine.
 """
-import os, pathlib, re, subprocess, sys, tempfile
+import os, pathlib, re, shutil, subprocess, sys, tempfile
 
 source, build = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
 failures, counts = [], {}
@@ -22,72 +26,62 @@ fragment = {"c": "#include <analytics.h>\nvoid fragment(analytics_session* sessi
 
 
 def run(command, where, folder, **more):
-    environment = dict(os.environ, HOME=str(folder / "home"), LD_LIBRARY_PATH=str(build))
-    done = subprocess.run(command, cwd=folder, env=environment, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                          text=True, errors="replace", timeout=300, **more)
+    mine = ("LD_LIBRARY_PATH", "PKG_CONFIG_PATH", "CMAKE_PREFIX_PATH")
+    environment = {name: value for name, value in os.environ.items() if name not in mine}
+    done = subprocess.run(command, cwd=folder, env=dict(environment, HOME=str(home)), stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, text=True, errors="replace", timeout=300, **more)
     if done.returncode != 0:
         failures.append(f"{where}: status {done.returncode}\n{done.stdout}")
 
 
-def clone_in(folder):
-    """A folder that looks like the root of a built clone."""
-    for entry in source.iterdir():
-        if entry.name not in ("build", ".git"):
-            (folder / entry.name).symlink_to(entry)
-    (folder / "build").mkdir()
-    (folder / "build" / "release").symlink_to(build)
-    (folder / "home").mkdir()
+def blocks(path):
+    text = path.read_text()
+    for match in re.finditer(r"^```(\w*)\n(.*?)^```$", text, re.M | re.S):
+        yield f"{path.relative_to(source)}:{text.count(chr(10), 0, match.start()) + 1}", *match.groups()
 
 
-def compile_block(language, text, where, folder):
-    program = folder / "home" / "program"
-    whole = re.search(r"\bmain\(", text)
-    code = text if whole else fragment[language].format(text)
-    command = compilers[language] + ["-Wall", "-Wextra", "-Werror", f"-I{source}/inc", "-"]
-    command += ["-o", str(program), f"-L{build}", "-lanalytics"] if whole else ["-fsyntax-only"]
-    run(command, where, folder, input=code)
-    if whole and program.exists():
-        run([str(program)], where, folder)
-        program.unlink()
+def walk(path):
+    """The shell script of a document: its files saved, its commands typed."""
+    yield "set -euo pipefail; trap 'kill $(jobs -p) 2>/dev/null || true' EXIT"
+    for where, language, block in blocks(path):
+        named = re.match(r"(?:/\*|//|#) (\S+\.\w+)(?: \*/)?$", block.splitlines()[0])
+        if named:
+            yield f"cat >{named[1]} <<'END OF THE BLOCK'\n{block}END OF THE BLOCK"
+        elif language == "sh":
+            yield f"echo '== {where}'\n{block}"
 
 
-def shell_lines(text, where):
+def without_dev(script):
     words = subprocess.run([str(source / "dev"), "help"], stdout=subprocess.PIPE, text=True).stdout.split()
-    for line in text.splitlines():
-        if line.startswith("./dev "):
-            if line.split()[1] not in words:
-                failures.append(f"{where}: ./dev has no word {line.split()[1]}")
-        else:
-            yield line
+    failures.extend(f"./dev has no word {word}" for word in re.findall(r"^\./dev (\w+)", script, re.M) if word not in words)
+    return re.sub(r"^\./dev .*$", "", script, flags=re.M)
+
+
+def check_block(where, language, block):
+    counts[language] = counts.get(language, 0) + 1
+    if language in compilers:
+        code = block if re.search(r"\bmain\(", block) else fragment[language].format(block)
+        run(compilers[language] + ["-Wall", "-Wextra", "-Werror", f"-I{source}/inc", "-fsyntax-only", "-"], where, home,
+            input=code)
+    elif language == "json":
+        run([str(build / "cli" / "analytics"), "show", "-"], where, home, input=block)
+    elif language not in ("sh", "cmake", "text"):
+        failures.append(f"{where}: a block of a kind that nothing checks: '{language}'")
+
+
+def clone():
+    """What stands in the clone, but for what was built."""
+    files = (path.relative_to(home / "analytics") for path in (home / "analytics").rglob("*") if path.is_file())
+    return {name: (home / "analytics" / name).read_bytes() for name in files if name.parts[0] != "build"}
 
 
 def check_document(path):
-    text = path.read_text()
-    shell = ["set -euo pipefail"]
-    with tempfile.TemporaryDirectory() as scratch:
-        folder = pathlib.Path(scratch)
-        clone_in(folder)
-        for match in re.finditer(r"^```(\w*)\n(.*?)^```$", text, re.M | re.S):
-            language, block = match.groups()
-            where = f"{path.relative_to(source)}:{text.count(chr(10), 0, match.start()) + 1}"
-            counts[language] = counts.get(language, 0) + 1
-            named = re.match(r"(?:/\*|//|#) (\S+\.\w+)(?: \*/)?$", block.splitlines()[0])
-            if named:
-                target = folder / named[1]
-                target.unlink(missing_ok=True)
-                target.write_text(block)
-            if language in compilers:
-                compile_block(language, block, where, folder)
-            elif language == "sh":
-                shell += shell_lines(block, where)
-            elif language == "json":
-                run([str(build / "cli" / "analytics"), "show", "-"], where, folder, input=block)
-            elif language == "cmake" and named or language == "text":
-                pass
-            else:
-                failures.append(f"{where}: a block of a kind that nothing checks: '{language}'")
-        if len(shell) > 1:
-            run(["bash", "-c", "\n".join(shell)], f"{path.relative_to(source)}: the shell blocks", folder)
+    text, before = path.read_text(), clone()
+    for block in blocks(path):
+        check_block(*block)
+    run(["bash", "-c", without_dev("\n".join(walk(path)))], f"{path.relative_to(source)}: the walk", home / "analytics")
+    for name in {name for name, _ in before.items() ^ clone().items()}:
+        failures.append(f"{path.relative_to(source)}: the walk writes to {name} of the clone")
     for link in re.findall(r"\]\(([^)#:]+)(?:#[^)]*)?\)", text):
         if not (path.parent / link).exists():
             failures.append(f"{path.relative_to(source)}: the link to {link} leads nowhere")
@@ -132,10 +126,18 @@ def check_header(name, language, margin):
         input=f"#include <string.h>\n#include <{name}>\nint main(void)\n{{\n{example}\nreturn session ? 0 : 1;\n}}\n")
 
 
-check_tables()
-check_header("analytics.h", "c", " * ")
-check_header("analytics.hpp", "cpp", "/// ")
-for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
-    check_document(document)
+if sys.argv[3:] == ["--script"]:
+    print("\n".join(walk(source / sys.argv[2])))
+    sys.exit()
+with tempfile.TemporaryDirectory() as scratch:
+    home = pathlib.Path(scratch)
+    shutil.copytree(source, home / "analytics", symlinks=True, ignore=shutil.ignore_patterns("build", ".git", ".cache"))
+    (home / "analytics" / "build").mkdir()
+    (home / "analytics" / "build" / "release").symlink_to(build)
+    check_tables()
+    check_header("analytics.h", "c", " * ")
+    check_header("analytics.hpp", "cpp", "/// ")
+    for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
+        check_document(document)
 print("\n".join(failures) or "every block holds: " + ", ".join(f"{n} {kind}" for kind, n in sorted(counts.items())))
 sys.exit(1 if failures else 0)
