@@ -54,7 +54,7 @@ public:
     virtual bool QueueFileForDownload(const char* url, const char* filePath, IProgressCallback* callback,
                                       const char* itemID) = 0;
 
-    /// Queues a request whose body is kept in memory, 16 MB at most: more ends the transfer as an error.
+    /// Queues a request whose body is kept in memory, 16 MB at most: the rest is dropped.
     ///
     /// @param url what to request
     /// @param callback told how it goes; not owned, may be null
@@ -68,10 +68,10 @@ public:
 
     /// Makes a request on the calling thread and waits for its end, 60 seconds per attempt at most.
     ///
-    /// A proxy that cannot be reached is banned and the next one tried within the same call.
+    /// A proxy that cannot be reached is banned and the next one tried within the same call, in ten attempts at most.
     /// @param url what to request
     /// @param out receives the body when it is a file stream that is open or a string stream; any other stream, like
-    ///     `std::ostream(nullptr)`, or null discards the body, which then costs no memory
+    ///     std::cout or `std::ostream(nullptr)`, or null discards the body, which then costs no memory
     /// @param httpCode receives the HTTP status (for https through a proxy: the proxy's answer to CONNECT), 0 if none
     /// @param type how the parameters are sent
     /// @param params as for QueueRequest

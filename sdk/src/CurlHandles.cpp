@@ -38,6 +38,8 @@ CurlHttpHeaders::~CurlHttpHeaders()
 
 bool CurlHttpHeaders::AddHeader(const char* line)
 {
+    if (line == nullptr)
+        return true;
     // Null means that memory ran out; the list is then as it was, and still ours.
     curl_slist* grown = curl_slist_append(pList, line);
     if (grown)
@@ -48,7 +50,7 @@ bool CurlHttpHeaders::AddHeader(const char* line)
 // A line without a value would say something else: that libcurl is to leave out its own header of that name.
 void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 {
-    if (*name != '\0' && *value != '\0')
+    if (name && value && *name != '\0' && *value != '\0')
         AddHeader((std::string(name) + ": " + value).c_str());
 }
 
@@ -81,6 +83,12 @@ curl_slist** CurlEasyHandle::GetHttpHeaders()
     if (!spHttpHeaders)
         spHttpHeaders.Reset(new CurlHttpHeaders);
     return &spHttpHeaders->pList;
+}
+
+bool CurlEasyHandle::AddHeader(const char* line)
+{
+    GetHttpHeaders();
+    return spHttpHeaders->AddHeader(line);
 }
 
 CurlPostData* CurlEasyHandle::GetPostData()

@@ -48,9 +48,9 @@ public:
     CurlHttpHeaders& operator=(const CurlHttpHeaders&) = delete;
     ~CurlHttpHeaders();
 
-    /// Appends a line as it is. @return false when memory ran out
+    /// Appends a line as it is; nothing for null. @return false when memory ran out
     bool AddHeader(const char* line);
-    /// Appends "name: value"; nothing when either is empty.
+    /// Appends "name: value"; nothing when either is empty or null.
     void SetHeader(const char* name, const char* value);
 
     curl_slist* pList = nullptr;
@@ -91,6 +91,8 @@ public:
     char* GetErrorBuffer();
     /// The list inside the transfer's headers, for appending in place.
     curl_slist** GetHttpHeaders();
+    /// As CurlHttpHeaders::AddHeader.
+    bool AddHeader(const char* line);
     CurlPostData* GetPostData();
 
     /// Gives the transfer a stream that keeps the body in memory, in place of an earlier one.
@@ -133,6 +135,7 @@ private:
 public:
     std::size_t nTextKept = 0; ///< bytes of body in the string stream
     bool bPost = false;        ///< whether the request started as a post
+    char* pAskLine = nullptr;  ///< among the header lines the one of AskBeforeBody, null before there are options
 };
 
 /// Transfers, owned.

@@ -1,5 +1,6 @@
 #include "TransferOptions.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <string_view>
@@ -22,10 +23,10 @@ constexpr const char* request_header_lines[] = {
     "Cache-Control: no-cache",
 };
 
-// A line without a value sends nothing: it keeps libcurl from adding the header to a large post, which costs a whole
-// second against every server that ignores it.
-constexpr const char* line_send_at_once = "Expect:";
+// Cut behind its name, the line sends nothing: it keeps libcurl from adding the header to a large post, which costs a
+// whole second against every server that ignores it.
 constexpr const char* line_ask_first = "Expect: 100-continue";
+constexpr std::size_t ask_name_length = std::string_view("Expect:").size();
 
 // Without a limit an answer could lead to file:, ftp: and whatever else the system's libcurl was built with.
 constexpr const char* allowed_protocols = "http,https";
@@ -78,16 +79,21 @@ struct Amounts
     double expected, received;
 };
 
-// By its buffer, not its type: a host may hand over any kind of stream that has a file behind it.
+// By its type, not its buffer: the std::cout of a host that has switched off the synchronisation with stdio has an open
+// file behind it, which must not be closed.
 std::filebuf* OpenFileOf(std::ostream* out)
 {
-    auto* file = out ? dynamic_cast<std::filebuf*>(out->rdbuf()) : nullptr;
+    std::filebuf* file = nullptr;
+    if (auto* written = dynamic_cast<std::ofstream*>(out))
+        file = written->rdbuf();
+    else if (auto* both_ways = dynamic_cast<std::fstream*>(out))
+        file = both_ways->rdbuf();
     return file && file->is_open() ? file : nullptr;
 }
 
 bool IsText(std::ostream* out)
 {
-    return out && dynamic_cast<std::stringbuf*>(out->rdbuf());
+    return dynamic_cast<std::ostringstream*>(out) || dynamic_cast<std::stringstream*>(out);
 }
 
 // A file that cannot be written loses its data in silence, which is meant. It is closed with its last block, so that
@@ -111,6 +117,15 @@ bool WriteToText(std::ostream& out, std::string_view block, bool bWhole)
     return !out.bad();
 }
 
+// What is past the limit is dropped and counts as taken: a long answer must not fail the upload that it answers.
+bool KeepText(CurlEasyHandle& handle, std::string_view block, bool bWhole)
+{
+    const std::size_t limit = TransferSettings::text_body_limit;
+    const std::string_view kept = block.substr(0, limit - std::min(limit, handle.nTextKept));
+    handle.nTextKept += kept.size();
+    return WriteToText(*handle.GetStream(), kept, bWhole);
+}
+
 // For queued transfers. Whatever is not the block's size makes libcurl end the transfer with its write error.
 bool TakeBlock(CurlEasyHandle& handle, std::string_view block)
 {
@@ -121,8 +136,7 @@ bool TakeBlock(CurlEasyHandle& handle, std::string_view block)
         WriteToFile(*out, *file, block, amounts.IsWhole());
         handle.SetLastUpdate(TransferSettings::Now());
     } else if (IsText(out)) {
-        handle.nTextKept += block.size();
-        if (handle.nTextKept > TransferSettings::text_body_limit || !WriteToText(*out, block, amounts.IsWhole()))
+        if (!KeepText(handle, block, amounts.IsWhole()))
             return false;
         handle.SetLastUpdate(TransferSettings::Now());
     }
@@ -172,16 +186,18 @@ std::size_t HearHeader(char*, std::size_t size, std::size_t count, void* user)
     return size * count;
 }
 
-void SetHeaderLines(OptionSetter& set, CurlEasyHandle* handle, const char* expectation)
+void SetHeaderLines(OptionSetter& set, CurlEasyHandle* handle)
 {
-    // Built aside and swapped in: libcurl reads the handle's list until it is told of the new one.
-    CurlHttpHeaders lines;
     for (const char* line : request_header_lines)
-        set.Require(lines.AddHeader(line));
-    set.Require(lines.AddHeader(expectation));
+        set.Require(handle->AddHeader(line));
+    set.Require(handle->AddHeader(line_ask_first));
     if (!set.Ok())
         return;
-    std::swap(*handle->GetHttpHeaders(), lines.pList);
+    curl_slist* last = *handle->GetHttpHeaders();
+    while (last->next)
+        last = last->next;
+    handle->pAskLine = last->data;
+    AskBeforeBody(handle, false);
     set(CURLOPT_HTTPHEADER, *handle->GetHttpHeaders());
 }
 
@@ -196,7 +212,7 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
     set(CURLOPT_TIMEOUT_MS, TransferSettings::total_timeout_ms.load());
     // Without NOSIGNAL libcurl may time name look-ups by SIGALRM, which is the host's.
     set(CURLOPT_NOSIGNAL, 1L)(CURLOPT_HTTPAUTH, -1L);
-    SetHeaderLines(set, handle, line_send_at_once);
+    SetHeaderLines(set, handle);
     set(CURLOPT_ERRORBUFFER, handle->GetErrorBuffer());
 }
 
@@ -285,11 +301,11 @@ bool ApplyTransferOptions(CurlEasyHandle* handle, RequestType type, const FormPa
     return set.Ok();
 }
 
-bool AskBeforeBody(CurlEasyHandle* handle, bool bAsk)
+// In place, between two attempts: nothing that needs memory can fail then, and libcurl goes on reading the same list.
+void AskBeforeBody(CurlEasyHandle* handle, bool bAsk)
 {
-    OptionSetter set(handle->GetHandle());
-    SetHeaderLines(set, handle, bAsk ? line_ask_first : line_send_at_once);
-    return set.Ok();
+    if (handle->pAskLine)
+        handle->pAskLine[ask_name_length] = bAsk ? line_ask_first[ask_name_length] : '\0';
 }
 
 bool IsHttps(const char* url)

@@ -42,10 +42,9 @@ std::string BuildFormBody(const FormParameters& params);
 bool ApplyTransferOptions(CurlEasyHandle* handle, RequestType type, const FormParameters* params, bool bProgress,
                           const std::string& certificateFile);
 
-/// Makes a post wait for the go-ahead ("Expect: 100-continue", a second at most) before it sends its body, or not wait.
-///
-/// @return false when memory is short
-bool AskBeforeBody(CurlEasyHandle* handle, bool bAsk);
+/// Makes a post wait for the go-ahead ("Expect: 100-continue", a second at most) before it sends its body, or not wait,
+/// as at first. Nothing for a transfer without options.
+void AskBeforeBody(CurlEasyHandle* handle, bool bAsk);
 
 /// Whether a URL is an https one by its first letters, exactly as they stand.
 bool IsHttps(const char* url);

@@ -1,6 +1,5 @@
 #include "AnalyticsSDK/WebClient.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -15,6 +14,8 @@ namespace {
 
 // How late the worker learns what libcurl does not wake it for: a stall, the machine going offline.
 constexpr int wait_ms = 100;
+// A cache answers a dead proxy even while it is banned, so that it would come round for ever.
+constexpr int most_attempts = 10;
 // What IProgressCallback::OnDownloadError reports beside HTTP statuses.
 constexpr long code_stalled = -3, code_other_proxy = -7, status_final = 200, status_refused = 400,
                status_proxy_login = 407;
@@ -305,13 +306,8 @@ std::string WebClient::GetLastError() const
 
 bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode)
 {
-    std::vector<std::string> failed;
-    for (;;) {
+    for (int attempt = 1;; ++attempt) {
         SetProxyToNextValidProxy(handle, url, pProxyManager, pCredentialStore);
-        // The cache answers a proxy even while it is banned, so a dead one would come round for ever. A proxy gets one
-        // chance per request.
-        if (handle->UsesProxy() && std::count(failed.begin(), failed.end(), handle->spProxyInfo->strProxy))
-            return false;
         httpCode = 0;
         const long result = JudgeSuccess(*handle, handle->Perform());
         RememberError(handle, result);
@@ -325,9 +321,8 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
             HandleProxySuccess(result, handle, url);
             return false;
         }
-        if (!HandleProxyError(result, handle, url))
+        if (!HandleProxyError(result, handle, url) || attempt == most_attempts)
             return false;
-        failed.push_back(handle->spProxyInfo->strProxy);
     }
 }
 

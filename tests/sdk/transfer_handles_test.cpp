@@ -11,9 +11,23 @@ TEST(HttpHeaders, SkipALineWithoutANameOrAValue)
     CurlHttpHeaders headers;
     headers.SetHeader("X", "");
     headers.SetHeader("", "1");
+    headers.SetHeader(nullptr, "1");
+    headers.SetHeader("X", nullptr);
+    headers.AddHeader(nullptr);
     EXPECT_EQ(nullptr, headers.pList);
     headers.SetHeader("X", EscapeParams(nullptr, " _a").c_str());
     EXPECT_STREQ("X: %20%5fa", headers.pList->data);
+}
+
+TEST(HttpHeaders, OfARequestComeBehindThoseOfWhoeverMadeTheTransfer)
+{
+    CurlEasyHandle handle;
+    *handle.GetHttpHeaders() = curl_slist_append(nullptr, "X: 1");
+    EXPECT_TRUE(ApplyTransferOptions(&handle, RequestTypeGet, nullptr, false, ""));
+    std::string first_letters;
+    for (const curl_slist* line = *handle.GetHttpHeaders(); line; line = line->next)
+        first_letters += line->data[0];
+    EXPECT_EQ("XACCE", first_letters);
 }
 
 class TransferList : public ::testing::Test

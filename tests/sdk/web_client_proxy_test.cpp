@@ -203,7 +203,7 @@ TEST_F(WebClientProxies, ThatFailAreReportedAndBannedOnlyWhenTheyCannotBeReached
         {"breaks off", sends("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nbr"), "false 200", "error 200", "error 200",
          false},
     };
-    TransferSettings::total_timeout_ms = 300;
+    TransferSettings::total_timeout_ms = 200;
     for (const auto& rule : cases) {
         SCOPED_TRACE(rule.name);
         RawServer proxy(rule.script);
@@ -211,7 +211,7 @@ TEST_F(WebClientProxies, ThatFailAreReportedAndBannedOnlyWhenTheyCannotBeReached
         const auto expected = [&](std::string end) { return end + (end.back() == ' ' ? text : ""); };
         use(text);
         EXPECT_EQ(rule.executed, posted(server.url()));
-        EXPECT_EQ(1, proxy.connections()) << "one chance per request";
+        EXPECT_EQ(rule.banned ? 10 : 1, proxy.connections());
         EXPECT_EQ(rule.banned, manager().IsProxyInBlackList(text.c_str()));
         manager().RemoveProxyFromBlackList(text.c_str());
         EXPECT_EQ(expected(rule.queued), queued_post(server.url()));
@@ -339,6 +339,33 @@ TEST_F(WebClientProxies, AreBlamedForThreeResultsOnly)
     std::string known;
     EXPECT_TRUE(manager().FindProxyInCache(url, known));
     EXPECT_EQ("p:1", known) << "the one that is known stays";
+}
+
+/// Names one dead proxy, and then none.
+struct Stubborn : CProxyManager
+{
+    bool GetProxy(const char*, scoped_ptr<CProxyInfo>& record) override
+    {
+        record.Reset(new CProxyInfo);
+        record->SetProxy(dead.text().c_str());
+        record->bUseProxy = asked++ < times;
+        return record->bUseProxy;
+    }
+
+    HeldPort dead;
+    int times = 0, asked = 0;
+};
+
+TEST_F(WebClientProxies, AreTriedTenTimesAtMostHoweverOftenOneIsNamed)
+{
+    Stubborn manager;
+    client.SetProxyManager(&manager);
+    for (const int times : {0, 3, 9, 10, 1000}) {
+        manager.times = times, manager.asked = 0;
+        EXPECT_EQ(times < 10 ? "true 200" : "false 0", posted(server.url())) << times;
+        EXPECT_EQ(std::min(times + 1, 10), manager.asked);
+    }
+    client.Close(); // before the manager goes
 }
 
 /// Promises a proxy and gives none.
