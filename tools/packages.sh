@@ -17,6 +17,22 @@ missing_packages() { # PACKAGE...: those that dpkg does not hold installed
     done
 }
 
+# squid and tinyproxy start a system service when they are installed, and at every start of the machine from then on; the
+# tests want their programs only. A policy that the machine has already stays as it is; ours goes, also after a failure.
+install_without_services() ( # PACKAGE...: as root; a subshell, whose end cleans up
+    policy=/usr/sbin/policy-rc.d status=0
+    if [ ! -e "$policy" ] && [ ! -L "$policy" ]; then
+        trap 'rm -f "$policy"' EXIT
+        trap 'exit 130' HUP INT TERM
+        printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod 755 "$policy" || exit 1
+    fi
+    DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@" || status=$?
+    for package in squid tinyproxy; do
+        [[ " $* " != *" $package "* ]] || [ ! -e "/etc/init.d/$package" ] || update-rc.d "$package" disable || status=$?
+    done
+    exit "$status"
+)
+
 need_packages() { # GROUP...: installs what the groups lack; says which command to run where that is not allowed
     local group wanted="" missing runner=()
     for group in "$@"; do
@@ -46,7 +62,7 @@ need_packages() { # GROUP...: installs what the groups lack; says which command 
     echo "installing: $missing"
     mkdir -p build
     if ! { "${runner[@]}" apt-get update &&
-        "${runner[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing; } \
+        "${runner[@]}" bash -c "$(declare -f install_without_services); install_without_services $missing"; } \
         >build/apt.log 2>&1; then
         tail -n 20 build/apt.log >&2
         echo "apt-get could not install them; the whole output is in build/apt.log" >&2
