@@ -2,6 +2,7 @@
 
 #include "rows.h"
 
+#include "table.h"
 #include "wire_line.h"
 
 #include <algorithm>
@@ -40,7 +41,7 @@ std::string tiles(const store::Summary& now, const store::Summary& before)
     for (const auto& row : rows)
         table.push_back(
             {row.what, std::to_string(row.now), std::to_string(row.before), percent_since(row.now, row.before)});
-    return wire::table(table);
+    return table::lines(table);
 }
 
 std::string names(const store::Table<store::NameRow>& names)
@@ -49,7 +50,7 @@ std::string names(const store::Table<store::NameRow>& names)
     for (const store::NameRow& row : names.rows)
         table.push_back({row.name ? wire::printable(*row.name) : "null", std::to_string(row.events),
                          std::to_string(row.installations)});
-    return wire::table(table);
+    return table::lines(table);
 }
 
 std::string versions(const store::Table<store::VersionRow>& versions)
@@ -58,7 +59,7 @@ std::string versions(const store::Table<store::VersionRow>& versions)
     for (const store::VersionRow& row : versions.rows)
         table.push_back({wire::printable(row.application), wire::printable(row.version), std::to_string(row.events),
                          std::to_string(row.installations)});
-    return wire::table(table);
+    return table::lines(table);
 }
 
 std::string properties(const store::Table<store::PropertyRow>& properties)
@@ -66,7 +67,7 @@ std::string properties(const store::Table<store::PropertyRow>& properties)
     Rows table = {{"PROPERTY", "VALUE", "EVENTS"}};
     for (const store::PropertyRow& row : properties.rows)
         table.push_back({wire::printable(row.key), wire::printable(value_of(row.value)), std::to_string(row.events)});
-    return wire::table(table);
+    return table::lines(table);
 }
 
 std::string drawn(const std::vector<store::Point>& points)
