@@ -96,7 +96,7 @@ public:
 
     /// Sets the file of certificate authorities (PEM) that https servers are judged by, and nothing else. Empty, as at
     /// first: "cacert.pem" beside the program. Holds for requests made from now on; the file is read for each
-    /// connection, so that one that is replaced counts at once.
+    /// connection, so that one that is replaced counts from the next connection on.
     virtual void SetCertificateFile(const char* path) = 0;
 
     /// Use Release.
