@@ -1,11 +1,17 @@
 #include "CurlInit.h"
 
 #include <atomic>
+#include <new>
 
 #include <curl/curl.h>
 #include <openssl/crypto.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
 
 #include "lumo/tova/thread.h"
+
+struct CRYPTO_dynlock_value : AnalyticsSDK::CurlInit::Lock
+{};
 
 namespace AnalyticsSDK {
 namespace {
@@ -27,6 +33,15 @@ void WaitUntilNobodyIsInside()
         tova_sleep(1);
 }
 
+// Between two calls of OpenSSL's, which no analysis sees as one.
+void LockOrUnlock(lumo::mutex& mutex, int mode) LUMO_NO_THREAD_SAFETY_ANALYSIS
+{
+    if (mode & CRYPTO_LOCK)
+        mutex.lock();
+    else
+        mutex.unlock();
+}
+
 } // namespace
 
 // OpenSSL's own exit handler would pull the TLS state from under a transfer that is under way when the host exits. It
@@ -37,14 +52,71 @@ CurlInit::CurlInit()
 {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     curl_global_init(CURL_GLOBAL_ALL);
+    InitOpenSSLCallbacks();
+    SSL_load_error_strings();
+    SSL_library_init();
 }
 
 CurlInit::~CurlInit()
 {
-    if (g_nUsers == 0)
-        curl_global_cleanup();
-    else
+    const bool bThreadsLeft = g_nUsers != 0;
+    if (bThreadsLeft)
         WaitUntilNobodyIsInside();
+    CloseOpenSSLCallbacks();
+    ERR_free_strings();
+    if (!bThreadsLeft)
+        curl_global_cleanup();
+}
+
+bool CurlInit::InitOpenSSLCallbacks()
+{
+    locks.Reset(new (std::nothrow) Lock[CRYPTO_num_locks()]);
+    if (!locks)
+        return false;
+    CRYPTO_set_locking_callback(locking_function);
+    CRYPTO_set_id_callback(id_function);
+    CRYPTO_set_dynlock_create_callback(dyn_create_function);
+    CRYPTO_set_dynlock_lock_callback(dyn_lock_function);
+    CRYPTO_set_dynlock_destroy_callback(dyn_destroy_function);
+    return true;
+}
+
+bool CurlInit::CloseOpenSSLCallbacks()
+{
+    if (!locks)
+        return false;
+    CRYPTO_set_dynlock_create_callback(nullptr);
+    CRYPTO_set_dynlock_lock_callback(nullptr);
+    CRYPTO_set_dynlock_destroy_callback(nullptr);
+    CRYPTO_set_locking_callback(nullptr);
+    CRYPTO_set_id_callback(nullptr);
+    locks.Reset();
+    return true;
+}
+
+void CurlInit::locking_function(int mode, int n, const char*, int)
+{
+    LockOrUnlock(g_curlInit.locks[static_cast<size_t>(n)], mode);
+}
+
+unsigned long CurlInit::id_function()
+{
+    return tova_thread_id();
+}
+
+CRYPTO_dynlock_value* CurlInit::dyn_create_function(const char*, int)
+{
+    return new (std::nothrow) CRYPTO_dynlock_value; // OpenSSL's until it calls for its end
+}
+
+void CurlInit::dyn_lock_function(int mode, CRYPTO_dynlock_value* lock, const char*, int)
+{
+    LockOrUnlock(*lock, mode);
+}
+
+void CurlInit::dyn_destroy_function(CRYPTO_dynlock_value* lock, const char*, int)
+{
+    const lumo::scoped_ptr<CRYPTO_dynlock_value> ended(lock);
 }
 
 void CurlInit::AddUser()

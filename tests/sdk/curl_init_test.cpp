@@ -1,0 +1,46 @@
+#include "CurlInit.h"
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+#include <thread>
+
+#include "lumo/tova/thread.h"
+
+using AnalyticsSDK::CurlInit;
+
+TEST(ThreadsCurlInit, GivesOpenSslLocksThatExcludeOtherThreadsOnly)
+{
+    CRYPTO_dynlock_value* const made = CurlInit::dyn_create_function("", 0);
+    const std::function<void(int)> locks[] = {
+        [](int mode) { CurlInit::locking_function(mode, CRYPTO_num_locks() - 1, "", 0); },
+        [=](int mode) { CurlInit::dyn_lock_function(mode, made, "", 0); }};
+    for (const auto& lock : locks) {
+        int count = 0;
+        const auto add = [&] {
+            for (int i = 0; i < 20'000; ++i) {
+                for (const int mode : {CRYPTO_LOCK | CRYPTO_READ, CRYPTO_LOCK | CRYPTO_WRITE})
+                    lock(mode);
+                ++count;
+                for (const int mode : {CRYPTO_UNLOCK | CRYPTO_READ, CRYPTO_UNLOCK | CRYPTO_WRITE})
+                    lock(mode);
+            }
+        };
+        std::thread other(add);
+        add();
+        other.join();
+        EXPECT_EQ(count, 40'000);
+    }
+    CurlInit::dyn_destroy_function(made, "", 0);
+    EXPECT_EQ(CurlInit::id_function(), tova_thread_id());
+}
+
+TEST(CurlInit, ClosesTheCallbacksOnceAndInstallsThemAnew)
+{
+    CurlInit init;
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_TRUE(init.GetLocks() && init.CloseOpenSSLCallbacks());
+        EXPECT_FALSE(init.GetLocks() || init.CloseOpenSSLCallbacks());
+        EXPECT_TRUE(init.InitOpenSSLCallbacks());
+    }
+}
