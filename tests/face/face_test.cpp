@@ -136,7 +136,9 @@ TEST_F(Face, IsCompiledOrRefusedInOneSentence)
                         "#include <span>\n#endif\nvoid f(analytics::session& session, analytics::event& event)\n{\n") +
                 line + "\n(void)session, (void)event;\n}\n"};
         const std::string said =
-            support::run({"g++", language, "-fsyntax-only", "-I" TEST_SOURCE_DIR "/inc", "-xc++", "-"}, code).errors;
+            support::run({"g++", language, "-fsyntax-only", std::string("-I") + TEST_SOURCE_DIR + "/inc", "-xc++", "-"},
+                         code)
+                .errors;
         const size_t first = said.find("error: ");
         EXPECT_EQ(first == std::string::npos ? said : said.substr(first + 7, expected.size()), expected) << line;
         EXPECT_EQ(said.find("error: ", first == std::string::npos ? first : first + 7), std::string::npos) << said;
