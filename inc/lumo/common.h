@@ -112,12 +112,11 @@ inline digits digits_of(unsigned long long magnitude, int base)
     return result;
 }
 
-// The messages of the two assertions name their lines, 119 and 120, and reports are matched by them: keep them there.
 template <class T>
 std::string write(T value, int base, int width, char fill)
 {
-    tova_assert(base >= 2 && base <= 16);
-    tova_assert(width >= 1);
+    tova_assert_at(119, base >= 2 && base <= 16);
+    tova_assert_at(120, width >= 1);
     const digits number = digits_of(magnitude_of(value), base);
     const bool negative = value < 0;
     const std::size_t room = static_cast<std::size_t>(width) - (negative ? 1 : 0);

@@ -138,6 +138,27 @@ inline void append_hexadecimal(const unsigned char* bytes, std::size_t count, st
     }
 }
 
+/// What utf8_to_wide() does, for any kind of wide string and any decoder: `decode` takes a place, its size and a text
+/// as tova_utf8_to_wide() does. Two assertions guard against one that answers wrongly, and a string that does not grow.
+template <class Wide, class Decoder>
+Wide decoded(const std::string& utf8, Decoder decode)
+{
+    Wide utf16;
+    if (*utf8.c_str() == '\0')
+        return utf16;
+    const std::size_t size = decode(nullptr, 0, utf8.c_str());
+    if (size != 0) {
+        utf16.resize(size - 1);
+        // clang-format off
+        tova_assert_at(177, utf16.capacity() >= size-1);
+        // clang-format on
+        const std::size_t written = decode(utf16.data(), static_cast<unsigned>(size), utf8.c_str());
+        utf16.resize(written - 1);
+    } else
+        tova_assert_at(182, false);
+    return utf16;
+}
+
 /// Decodes UTF-8 into wide characters of 32 bits, one per code point.
 ///
 /// | lead byte  | length | payload bits of the lead byte |
@@ -162,25 +183,9 @@ inline void append_hexadecimal(const unsigned char* bytes, std::size_t count, st
 /// The text ends at its first NUL. The result's length counts no terminator; a text that ends at once is empty here
 /// too. Room is asked for once and exactly. What is no UTF-8 in other ways (overlong forms, surrogates, values above
 /// U+10FFFF) is U+FFFD as well.
-///
-/// Two assertions guard against a decoder that answers wrongly. Their messages name their lines, 177 and 182, and
-/// reports are matched by them: keep them there.
 inline std::wstring utf8_to_wide(const std::string& utf8)
 {
-    std::wstring utf16;
-    if (*utf8.c_str() == '\0')
-        return utf16;
-    const std::size_t size = tova_utf8_to_wide(nullptr, 0, utf8.c_str());
-    if (size != 0) {
-        utf16.resize(size - 1);
-        // clang-format off
-        tova_assert(utf16.capacity() >= size-1);
-        // clang-format on
-        const std::size_t written = tova_utf8_to_wide(utf16.data(), static_cast<unsigned>(size), utf8.c_str());
-        utf16.resize(written - 1);
-    } else
-        tova_assert(false);
-    return utf16;
+    return decoded<std::wstring>(utf8, tova_utf8_to_wide);
 }
 
 } // namespace lumo

@@ -236,7 +236,7 @@ uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t leng
 // nowhere to put even an empty text, so that is a fault to be found, not a result.
 uint32_t analytics_property_get(analytics_session*, const char* key, char* buffer, unsigned int size)
 {
-    tova_assert(buffer);
+    tova_assert_at(190, buffer);
     return Guarded([=] { return GetProperty(key, buffer, size); });
 }
 

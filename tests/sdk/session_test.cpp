@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "host/host.h"
-#include "support/death.h"
 #include "support/session.h"
 
 using namespace AnalyticsSDK;
@@ -204,9 +203,4 @@ TEST(Properties, OfTheProcessorAreAskedForOnceAndThenCopied)
     };
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(ask(), testing::ExitedWithCode(0), "");
-}
-
-TEST(PropertiesDeathTest, NeedABuffer)
-{
-    EXPECT_ASSERTION(analytics_property_get(nullptr, "os_name", nullptr, 10), "sdk/src/Analytics.cpp", "buffer");
 }

@@ -1,4 +1,7 @@
 // One death for each kind of assertion of the layer, with its exact words.
+#include "analytics.h"
+#include "lumo/common.h"
+#include "lumo/strings.h"
 #include "lumo/tova/platform/internal.h"
 #include "lumo/tova/tova-web.h"
 #include "lumo/tova/tova.h"
@@ -92,10 +95,34 @@ const struct
     {"security", "false", [] { tova_security_set(made(tova_security_init), 4, 1); }},
 };
 
+// A string that stays as it is.
+struct rigid
+{
+    void resize(std::size_t) {}
+    std::size_t capacity() const { return 0; }
+    wchar_t* data() { return wide; }
+};
+
+// Those that reports of crashes are matched by: the number stays, wherever the line goes.
+const struct
+{
+    const char *file, *text;
+    void (*action)();
+} numbered[] = {
+    {"inc/lumo/common.h:119", "base >= 2 && base <= 16", [] { lumo::write(1LL, 17, 1, '0'); }},
+    {"inc/lumo/common.h:120", "width >= 1", [] { lumo::write(1, 10, 0, '0'); }},
+    {"inc/lumo/strings.h:177", "utf16.capacity() >= size-1", [] { lumo::decoded<rigid>("ab", tova_utf8_to_wide); }},
+    {"inc/lumo/strings.h:182", "false",
+     [] { lumo::decoded<rigid>("ab", [](wchar_t*, unsigned, const char*) { return 0; }); }},
+    {"sdk/src/Analytics.cpp:190", "buffer", [] { analytics_property_get(nullptr, "tz", nullptr, 0); }},
+};
+
 } // namespace
 
 TEST(Assertion, NamesFileLineAndExpressionAndAborts)
 {
     for (const auto& [file, text, action] : misuses)
         EXPECT_ASSERTION(action(), std::string("inc/lumo/tova/") + file + ".cpp", text);
+    for (const auto& [file, text, action] : numbered)
+        EXPECT_ASSERTION(action(), file, text);
 }

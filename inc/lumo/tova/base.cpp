@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-void tova_assert_failed(const char* file, unsigned line, const char* expression)
+void tova_assert_failed(const char* file, unsigned number, const char* expression)
 {
-    fprintf(stderr, "%s:%u: failed assertion `%s'\n", file, line, expression);
+    fprintf(stderr, "%s:%u: failed assertion `%s'\n", file, number, expression);
     abort();
 }

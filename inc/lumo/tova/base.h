@@ -35,8 +35,8 @@ enum
     tova_version = 0x110
 };
 
-/// Prints "file:line: failed assertion `expression'" to standard error and aborts. Called by tova_assert.
-TOVA_API void tova_assert_failed(const char* file, unsigned line, const char* expression)
+/// Prints "file:number: failed assertion `expression'" to standard error and aborts. Called by the two macros below.
+TOVA_API void tova_assert_failed(const char* file, unsigned number, const char* expression)
     __attribute__((noreturn, cold));
 
 TOVA_C_END
@@ -46,5 +46,9 @@ TOVA_C_END
 /// For misuse and for platform errors that cannot be; an expected failure is a result, never an assertion. The file is
 /// named by its path in the repository, wherever it was built. The expression is evaluated once.
 #define tova_assert(expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, __LINE__, #expr))
+
+/// The same under a number of its own in place of the line: reports of crashed hosts are matched by file and number,
+/// and editing a file must not move it.
+#define tova_assert_at(number, expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, number, #expr))
 
 #endif
