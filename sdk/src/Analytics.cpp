@@ -94,7 +94,7 @@ analytics_session* analytics_initialize(const analytics_config* config)
 {
     if (config == nullptr)
         return nullptr;
-    tova_http_initialize(0); // counted: the host may use these requests itself, before and after the session
+    tova_http_initialize(); // counted: the host may use these requests itself, before and after the session
     try {
         return Open(*config);
     } catch (const std::exception&) {

@@ -1,12 +1,16 @@
 #include "AnalyticsSDK/Utilities.h"
 
+#include "lumo/common.h"
 #include "lumo/dir.h"
 #include "lumo/strings.h"
 #include "lumo/tova/clock.h"
 #include "lumo/tova/file.h"
+#include "lumo/tova/platform/internal.h"
 #include "lumo/uri.h"
 
+#include <algorithm>
 #include <ctime>
+#include <iterator>
 
 namespace AnalyticsSDK {
 
@@ -94,20 +98,47 @@ bool GetHostFromUrl(const char* url, std::string& host)
     return has_scheme;
 }
 
+// The time of an event goes this way, past strftime(): that reads the locale, and on some systems the time zone under
+// the C library's lock, which a forked child may find held for ever. False when there is more in `format`.
+static bool FormatNumbers(const std::tm& time, const char* format, std::string& text)
+{
+    static constexpr struct
+    {
+        char directive;
+        int std::tm::*field;
+        int first, width;
+    } numbers[] = {{'Y', &std::tm::tm_year, 1900, 1}, {'m', &std::tm::tm_mon, 1, 2}, {'d', &std::tm::tm_mday, 0, 2},
+                   {'H', &std::tm::tm_hour, 0, 2},    {'M', &std::tm::tm_min, 0, 2}, {'S', &std::tm::tm_sec, 0, 2}};
+    for (; *format != '\0'; ++format) {
+        if (*format != '%') {
+            text += *format;
+            continue;
+        }
+        ++format;
+        const auto number = std::find_if(std::begin(numbers), std::end(numbers),
+                                         [=](const auto& each) { return each.directive == *format; });
+        if (number == std::end(numbers))
+            return false;
+        text += lumo::write(time.*number->field + number->first, 10, number->width, '0');
+    }
+    return true;
+}
+
 bool GetCurrentDateTime(std::string& out, const char* format)
 {
-    const std::time_t now = std::time(nullptr);
-    // gmtime() would share its record with the host's other threads.
+    constexpr std::size_t longest = 21; // characters, as promised
     std::tm utc;
-    if (gmtime_r(&now, &utc) == nullptr)
+    if (!tova::time_utc_from(std::time(nullptr), &utc))
         return false;
-    // The 21 characters that are promised, and a terminator.
-    char text[22] = {};
+    std::string text;
+    if (!FormatNumbers(utc, format, text)) {
+        char formatted[longest + 1] = {};
+        text.assign(formatted, std::strftime(formatted, sizeof formatted, format, &utc));
+    }
     // A result that does not fit counts as none, and so does an empty one: strftime() tells both by 0.
-    const std::size_t length = std::strftime(text, sizeof text, format, &utc);
-    if (length == 0)
+    if (text.empty() || text.size() > longest)
         return false;
-    out.assign(text, length);
+    out = std::move(text);
     return true;
 }
 

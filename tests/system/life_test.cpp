@@ -86,6 +86,21 @@ TEST(ThreadsHost, ThatForksSendsInTheParentOnly)
     EXPECT_EQ(numbers_of(server.requests()[0].form.at("data")), (LongNumbers{1, 2}));
 }
 
+TEST(ThreadsHost, MayForkWhileAThreadAsksForTheTimeAndItsChildrenLog)
+{
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer cannot follow threads that are started in a forked child";
+#endif
+    ScratchFolder folder;
+    std::vector<std::string> steps = {"tell_the_time"};
+    for (int child = 0; child < 20; ++child)
+        for (const char* step : {"fork=3", "open", "numbered=1:1", "quick_exit=0"})
+            steps.push_back(step);
+    const auto ended = support::run(host_steps(folder, "http://127.0.0.1:1/", steps), forking_host());
+    EXPECT_EQ(ended.errors, "");
+    EXPECT_EQ(numbers_of(read_file(folder.file("log"))).size(), 20u);
+}
+
 TEST(ThreadsHost, OfManyThreadsAndProcessesLosesNoLine)
 {
     constexpr long processes = 3, threads = 8, count = 100;

@@ -50,6 +50,27 @@ std::string full(const tova_time& t)
     return text;
 }
 
+std::string described(const tm& t)
+{
+    char text[64];
+    return {text, strftime(text, sizeof text, "%F %T %w %j %Z %z ", &t)};
+}
+
+TEST(UniversalTime, IsReckonedAsTheCLibraryReckonsIt)
+{
+    constexpr time_t day = 86400, century = 36525 * day;
+    tm ours, theirs;
+    for (time_t moment = -20 * century; moment < 100 * century; moment += 33 * day + 4321) { // every month and hour
+        ASSERT_TRUE(tova::time_utc_from(moment, &ours));
+        ASSERT_EQ(described(*gmtime_r(&moment, &theirs)), described(ours)) << moment;
+    }
+    // The last second of a year and the day that only some years have.
+    for (const time_t moment : {-1L, 0L, 951'782'399L, 951'868'800L, 4'107'542'400L, 1'230'767'999L})
+        EXPECT_EQ(described(*gmtime_r(&moment, &theirs)), (tova::time_utc_from(moment, &ours), described(ours)));
+    for (const time_t moment : {INT64_MAX, INT64_MIN})
+        EXPECT_FALSE(tova::time_utc_from(moment, &ours));
+}
+
 TEST(LocalTime, IsUniversalTimeLessItsBias)
 {
     const support::Zone zone("EAST-3");
@@ -65,7 +86,7 @@ TEST(LocalTime, IsUniversalTimeLessItsBias)
 }
 
 // The files' times stand for all local times: they alone can be chosen.
-TEST(FileInfo, TellsLocalTimesWithTheirBiasWestOfGreenwich)
+TEST(FileInfo, TellsLocalTimesWithTheirBiasEastOfGreenwich)
 {
     support::ScratchFolder folder;
     const std::string path = folder.file("told");
@@ -80,8 +101,8 @@ TEST(FileInfo, TellsLocalTimesWithTheirBiasWestOfGreenwich)
         const char *zone, *accessed, *modified;
     } cases[] = {
         {"UTC0", "2010-01-01 00:00:00.000 0 0 UTC", "2010-06-17 09:05:03.000 0 0 UTC"},
-        {"America/New_York", "2009-12-31 19:00:00.000 300 0 EST", "2010-06-17 05:05:03.000 240 1 EDT"},
-        {"Australia/Lord_Howe", "2010-01-01 11:00:00.000 -660 1 +11", "2010-06-17 19:35:03.000 -630 0 +1030"},
+        {"America/New_York", "2009-12-31 19:00:00.000 -300 0 EST", "2010-06-17 05:05:03.000 -240 1 EDT"},
+        {"Australia/Lord_Howe", "2010-01-01 11:00:00.000 660 1 +11", "2010-06-17 19:35:03.000 630 0 +1030"},
     };
     tova_file_info info;
     for (const auto& [name, accessed, modified] : cases) {

@@ -59,6 +59,11 @@ TEST(Security, OfNewFilesIgnoresTheMaskThatDirectoriesObey)
         EXPECT_EQ(1, tova_file_remove(path.c_str()));
     }
     umask(mask);
+    support::write_file(path, "another's");
+    const mode_t another_s = bits();
+    ASSERT_EQ(0, symlink(path.c_str(), folder.file("link").c_str()));
+    EXPECT_EQ(0, tova_file_create(&f, folder.file("link").c_str(), &s));
+    EXPECT_EQ(std::pair(another_s, std::string("another's")), std::pair(bits(), support::read_file(path)));
     EXPECT_EQ(0, tova_file_create(&f, nowhere.c_str(), &s));
     EXPECT_EQ(0, tova_security_file_set(&s, nowhere.c_str()));
     EXPECT_EQ(ENOENT, f._error);

@@ -54,7 +54,7 @@ struct Http : testing::Test
     {
         logged.clear();
         tova_log_register([](int32_t, const char* message) { logged.emplace_back(message); });
-        tova_http_initialize(0);
+        tova_http_initialize();
         tova_http_init(&h);
         tova_http_response_create(&r);
         tova_http_response_callback_set(&r, &heard, Heard::on_bytes<&Heard::body>, Heard::on_bytes<&Heard::headers>,

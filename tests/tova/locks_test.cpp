@@ -11,6 +11,18 @@
 
 using support::wait_until;
 
+static std::atomic<bool> clock_read;
+
+// The layer's readings of the wall clock come through here.
+extern "C" int gettimeofday(timeval* now, void*) noexcept
+{
+    timespec precise;
+    clock_gettime(CLOCK_REALTIME, &precise);
+    *now = {precise.tv_sec, precise.tv_nsec / 1000};
+    clock_read = true;
+    return 0;
+}
+
 namespace {
 
 TEST(Deadline, AddsMillisecondsToTheWallClockWithCarry)
@@ -95,6 +107,19 @@ TEST(Event, LetsOneWaiterThroughPerSetOrAll)
         EXPECT_EQ(!auto_reset, tova_event_wait_time(&e, 0));
         tova_event_destroy(&e);
     }
+}
+
+TEST(Event, TakesTheDeadlineOfAWaitBeforeItsLock)
+{
+    tova_event e;
+    tova_event_create(&e, 0);
+    pthread_mutex_lock(&e._mutex);
+    clock_read = false;
+    std::thread waiter([&] { EXPECT_EQ(0, tova_event_wait_time(&e, 1)); });
+    EXPECT_TRUE(wait_until([] { return clock_read.load(); }));
+    pthread_mutex_unlock(&e._mutex);
+    waiter.join();
+    tova_event_destroy(&e);
 }
 
 TEST(Semaphore, CountsBetweenItsBoundAndNothing)

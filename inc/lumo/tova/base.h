@@ -21,9 +21,12 @@
 #define TOVA_C_BEGIN extern "C" {
 /// Closes it.
 #define TOVA_C_END }
+/// What a parameter is when a C++ caller leaves it out; C callers name it.
+#define TOVA_DEFAULT(value) = value
 #else
 #define TOVA_C_BEGIN
 #define TOVA_C_END
+#define TOVA_DEFAULT(value)
 #endif
 
 TOVA_C_BEGIN

@@ -6,6 +6,7 @@
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/text.h"
 
+#include <chrono>
 #include <cstring>
 
 uint64_t tova_time_units(void)
@@ -67,18 +68,50 @@ static void tova_time_unix_from_tm(const tm& from, tova_time* t)
     tova_strcpy(t->zone, sizeof t->zone, from.tm_zone);
 }
 
+// By the calendar of the C++ library ([time.cal] of the C++20 standard: the Gregorian one, carried on into the past),
+// which is plain arithmetic. gmtime_r would take the C library's lock of the time zone: a child that was forked while
+// another thread held that lock would wait for it for ever. Days have 86,400 seconds, as POSIX counts them.
+bool tova::time_utc_from(time_t moment, tm* utc)
+{
+    using namespace std::chrono;
+    constexpr seconds range = days(365 * 32'000); // well inside the years that the calendar can name
+    const seconds since{moment};
+    if (since > range || since < -range)
+        return false;
+    const sys_days day{floor<days>(since)};
+    const year_month_day date{day};
+    const hh_mm_ss time{since - floor<days>(since)};
+    *utc = {};
+    utc->tm_year = static_cast<int>(date.year()) - 1900;
+    utc->tm_mon = static_cast<int>(static_cast<unsigned>(date.month())) - 1;
+    utc->tm_mday = static_cast<int>(static_cast<unsigned>(date.day()));
+    utc->tm_wday = static_cast<int>(weekday(day).c_encoding());
+    utc->tm_yday = (day - sys_days(date.year() / January / 1)).count();
+    utc->tm_hour = static_cast<int>(time.hours().count());
+    utc->tm_min = static_cast<int>(time.minutes().count());
+    utc->tm_sec = static_cast<int>(time.seconds().count());
+    utc->tm_zone = const_cast<char*>("GMT"); // by this name on every system; some declare it without const
+    return true;
+}
+
+// localtime_r alone would not see a TZ that the host changed since; localtime itself shares its buffer.
+static bool local_from(time_t moment, tm* local)
+{
+    tzset();
+    return localtime_r(&moment, local) != nullptr;
+}
+
 void tova::time_local_from(time_t moment, tova_time* t)
 {
-    // localtime_r alone would not see a TZ that the host changed since; localtime itself shares its buffer.
-    tzset();
-    tm local{};
     // A file's time may lie in a year that no calendar here can name; its record stays zero, as for no time at all.
-    if (!localtime_r(&moment, &local))
-        return;
-    tova_time_unix_from_tm(local, t);
-    // Local times count west of Greenwich, the opposite of what the conversion gives; that is meant. The zone record
-    // of gettimeofday is no source for it: on Linux it is always zero, elsewhere it knows the offset of today only.
-    t->bias = static_cast<int16_t>(-t->bias);
+    if (tm local{}; local_from(moment, &local))
+        tova_time_unix_from_tm(local, t);
+}
+
+int32_t tova::minutes_east()
+{
+    tm local{};
+    return local_from(time(nullptr), &local) ? static_cast<int32_t>(local.tm_gmtoff / 60) : 0;
 }
 
 void tova_time_local(tova_time* t)
@@ -88,6 +121,9 @@ void tova_time_local(tova_time* t)
     timeval now;
     gettimeofday(&now, nullptr);
     tova::time_local_from(now.tv_sec, t);
+    // Local time counts west of Greenwich, the opposite of what the conversion gives; that is meant. The zone record
+    // of gettimeofday is no source for it: on Linux it is always zero, elsewhere it knows the offset of today only.
+    t->bias = static_cast<int16_t>(-t->bias);
     t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
 }
 
@@ -98,12 +134,10 @@ void tova_time_gmt(tova_time* t)
     timeval now;
     gettimeofday(&now, nullptr);
     tm utc{};
-    // Unlike a file's time, now is a moment that every calendar can name.
-    gmtime_r(&now.tv_sec, &utc);
+    // Unlike a file's time, now is a moment that the calendar can name.
+    tova::time_utc_from(now.tv_sec, &utc);
     tova_time_unix_from_tm(utc, t);
     t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
-    // By this name on every system; C libraries differ.
-    tova_strcpy(t->zone, sizeof t->zone, "GMT");
 }
 
 static int32_t header_form(const tova_time* t, char* buffer, int32_t size)

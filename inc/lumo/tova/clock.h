@@ -28,7 +28,8 @@ typedef struct tova_time
     uint16_t second;
     /// 0 to 999.
     uint16_t millisecond;
-    /// Minutes from local time to UTC: positive west of Greenwich, 300 for UTC-5.
+    /// Minutes between local time and UTC. Of tova_time_local positive west of Greenwich, 300 for UTC-5; of a file's
+    /// times positive east of it, -300 for UTC-5.
     int16_t bias;
     /// Daylight saving: positive in effect, 0 not, negative unknown.
     int16_t daylight;

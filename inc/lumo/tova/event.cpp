@@ -82,11 +82,11 @@ void tova_event_wait(tova_event* e)
 
 int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
 {
+    // Taken before the lock: the time that others hold it counts as waiting. Who does not want to wait need neither ask
+    // for the time nor enter the system, which would give the processor away for nothing.
+    const timespec deadline = wait_ms != 0 ? tova::deadline_in(wait_ms) : timespec{};
     lock(e);
-    // An event that is set needs no deadline, and reading the wall clock would cost more than all the rest. Who does
-    // not want to wait need not enter the system: it would give the processor away for nothing.
     if (!e->_signalled && wait_ms != 0) {
-        const timespec deadline = tova::deadline_in(wait_ms);
         int result = 0;
         while (!e->_signalled && result == 0)
             result = pthread_cond_timedwait(&e->_condition, &e->_mutex, &deadline);

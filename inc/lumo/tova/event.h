@@ -44,8 +44,8 @@ TOVA_API void tova_event_wait(tova_event* e);
 
 /// Waits until the event is set, at most `wait_ms` milliseconds: 1 when it was set, 0 on time-out.
 ///
-/// The deadline is taken from the wall clock, so setting the clock during a wait moves it; that is meant and the same
-/// for semaphores. 0 tests the event without waiting.
+/// The time that others hold the event's lock counts. The deadline is taken from the wall clock, so setting the clock
+/// during a wait moves it; that is meant and the same for semaphores. 0 tests the event without waiting.
 TOVA_API int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms);
 
 TOVA_C_END

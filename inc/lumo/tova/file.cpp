@@ -84,10 +84,12 @@ int32_t tova_file_create(tova_file* f, const char* path, tova_security* security
     check(f);
     tova_assert(f->_file == INVALID_FILE);
     // The bits twice, here and by the object: in between, the file must not be open to more than the object says.
+    // Neither by way of a link nor by name a second time: somebody else's file would be given the permissions.
     const mode_t mode = security ? tova_security_get(security) : 0666;
-    if (!outcome(f, open_with(f, path, O_RDWR | O_CREAT | O_TRUNC, mode)))
+    const int no_link = security ? O_NOFOLLOW : 0;
+    if (!outcome(f, open_with(f, path, O_RDWR | O_CREAT | O_TRUNC | no_link, mode)))
         return 0;
-    if (!security || tova_security_file_set(security, path))
+    if (!security || tova::security_descriptor_set(security, f->_file))
         return 1;
     // A file that could not be protected as asked counts as not made.
     tova_file_close(f);

@@ -51,6 +51,9 @@ TOVA_API void tova_file_init(tova_file* f);
 TOVA_API int32_t tova_file_open(tova_file* f, const char* path, int32_t mode);
 
 /// Makes `path`, or empties it, and gives it the permissions of `security` (null: 0666): 1, or 0 and `_error`.
+///
+/// With `security` a symbolic link at `path` is refused (ELOOP), and the file that was opened gets the permissions,
+/// whatever takes its name meanwhile. Where they cannot be given, the file stays, made or emptied, and is closed.
 TOVA_API int32_t tova_file_create(tova_file* f, const char* path, tova_security* security);
 
 /// Closes the file; a closed record may be closed again, or opened. A record that goes out of scope open leaks its
@@ -87,8 +90,8 @@ TOVA_API int32_t tova_file_remove(const char* path);
 /// The destination is emptied first, so a copy that fails leaves it partial, and a file copied onto itself is lost.
 TOVA_API int32_t tova_file_copy(const char* source, const char* destination);
 
-/// What tova_file_info_get tells; local time, `bias` as in tova_time_local, no milliseconds. A time beyond the calendar
-/// is all zero.
+/// What tova_file_info_get tells; local time, no milliseconds. `bias` counts minutes east of Greenwich, unlike that of
+/// tova_time_local; that is meant. A time beyond the calendar is all zero.
 typedef struct tova_file_info
 {
     /// Last change of status.

@@ -1,5 +1,6 @@
 // Permissions gathered level by level and applied at the end.
 #include "lumo/tova/security.h"
+#include "lumo/tova/platform/internal.h"
 
 #include <cerrno>
 #include <cstring>
@@ -86,13 +87,25 @@ uint16_t tova_security_get(const tova_security* s)
     return s->_mode;
 }
 
-int32_t tova_security_file_set(tova_security* s, const char* path)
+// The bits before the owner: a file given away can no longer be changed by who gave it.
+// An id of -1 turns into all ones, which chown leaves as it is.
+template <class Chmod, class Chown, class File>
+static int32_t apply(tova_security* s, Chmod set_bits, Chown set_owner, File file)
 {
     check(s);
-    // The bits before the owner: a file given away can no longer be changed by who gave it.
-    // An id of -1 turns into all ones, which chown leaves as it is.
-    if (chmod(path, s->_mode) == 0 && chown(path, static_cast<uid_t>(s->_user), static_cast<gid_t>(s->_group)) == 0)
+    if (set_bits(file, s->_mode) == 0 &&
+        set_owner(file, static_cast<uid_t>(s->_user), static_cast<gid_t>(s->_group)) == 0)
         return 1;
     s->_error = errno;
     return 0;
+}
+
+int32_t tova_security_file_set(tova_security* s, const char* path)
+{
+    return apply(s, chmod, chown, path);
+}
+
+int32_t tova::security_descriptor_set(tova_security* s, int32_t descriptor)
+{
+    return apply(s, fchmod, fchown, descriptor);
 }

@@ -146,9 +146,9 @@ enum
     tova_http_response_error = 0
 };
 
-/// Prepares libcurl for this process. `reserved` is ignored; pass 0. Once per tova_http_shutdown, and neither of the
-/// two while another thread is inside libcurl.
-TOVA_API void tova_http_initialize(int32_t reserved);
+/// Prepares libcurl for this process. `reserved` is ignored; pass 0, or in C++ nothing. Once per tova_http_shutdown,
+/// and neither of the two while another thread is inside libcurl.
+TOVA_API void tova_http_initialize(int32_t reserved TOVA_DEFAULT(0));
 
 /// Releases what tova_http_initialize prepared.
 TOVA_API void tova_http_shutdown(void);

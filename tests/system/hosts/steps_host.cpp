@@ -156,6 +156,17 @@ void HoldDescriptors(int count)
     }
 }
 
+/// A thread that asks for the time again and again, for which the C library has a lock.
+void TellTheTime()
+{
+    std::thread([] {
+        for (tm now;;) {
+            const time_t moment = time(nullptr);
+            localtime_r(&moment, &now);
+        }
+    }).detach();
+}
+
 /// A transfer of this host's own.
 void Fetch()
 {
@@ -208,6 +219,7 @@ const std::map<std::string, std::function<void(const std::string&)>> words = {
     {"numbered", [](const std::string& value) { LogNumbers(session, Numbers(value).first, Numbers(value).second); }},
     {"log_and_tell", LogAndTell},
     {"work", Work},
+    {"tell_the_time", [](const std::string&) { TellTheTime(); }},
     {"fetch", [](const std::string&) { Fetch(); }},
     {"fetch_beside", [](const std::string&) { FetchBeside(); }},
     {"curl_start", [](const std::string&) { curl_global_init(CURL_GLOBAL_ALL); }},

@@ -8,6 +8,7 @@
 #include <sys/time.h>
 
 struct tova_mutex;
+struct tova_security;
 struct tova_time;
 
 extern tova_mutex g_increment_mutex;
@@ -62,8 +63,17 @@ constexpr int32_t platform_priority(int32_t priority, int32_t lowest, int32_t hi
     return static_cast<int32_t>(((2 - p) * lowest + (p + 2) * highest) / 4);
 }
 
-/// Fills `t`, which must be zeroed, with a moment in the zone in force, without milliseconds.
+/// What gmtime_r gives, without a lock; false for a moment in a year of more than about 32,000 of them.
+bool time_utc_from(time_t moment, tm* utc);
+
+/// Minutes that local time is east of Greenwich now, whatever the zone's name, for which tova_time has 32 characters.
+int32_t minutes_east();
+
+/// Fills `t`, which must be zeroed, with a moment in the zone in force, without milliseconds; `bias` counts east.
 void time_local_from(time_t moment, tova_time* t);
+
+/// What tova_security_file_set does, to the open file itself, whatever stands at its path by now.
+int32_t security_descriptor_set(tova_security* s, int32_t descriptor);
 
 } // namespace tova
 
