@@ -1,6 +1,6 @@
 #include "UniqueIdFile.h"
 
-#include <cstdio>
+#include <cstring>
 
 #include "AnalyticsSDK/Utilities.h"
 #include "FileDescriptor.h"
@@ -18,7 +18,7 @@ bool WriteAll(const FileDescriptor& file, const std::string& text)
            Uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
 }
 
-/// Makes a file beside `path` that holds the id; empty when that cannot be done.
+/// Makes a file beside `path` that holds the id; empty, and errno tells why, when that cannot be done.
 std::string WriteNeighbour(const std::string& path, const std::string& id)
 {
     // Bounded, as a folder full of such leftovers is somebody's fault or attack: the id then lives in memory.
@@ -35,7 +35,8 @@ std::string WriteNeighbour(const std::string& path, const std::string& id)
     return {};
 }
 
-/// For file systems without hard links: never replaces anything either, but a death in between leaves an empty file.
+/// For file systems without hard links, and names too long to have a neighbour: never replaces anything either, but a
+/// death in between leaves an empty file.
 bool WriteInPlace(const std::string& path, const std::string& id)
 {
     const FileDescriptor file(path.c_str(), createNew);
@@ -47,6 +48,24 @@ bool WriteInPlace(const std::string& path, const std::string& id)
     return false;
 }
 
+/// Reads up to the first NUL, the end, or the bound, which no id reaches: a file system's damage can leave a file of
+/// any size, and the id stands in every line.
+bool ReadId(const FileDescriptor& file, std::string& id)
+{
+    constexpr size_t mostBytes = 64 * 1024;
+    char piece[4096];
+    while (id.size() < mostBytes) {
+        const ssize_t got = file.Read(piece, sizeof piece);
+        if (got <= 0)
+            return got == 0 && !id.empty(); // of an empty file nothing, not even the end, tells an id
+        const size_t length = strnlen(piece, static_cast<size_t>(got));
+        id.append(piece, length);
+        if (length < static_cast<size_t>(got))
+            break;
+    }
+    return true;
+}
+
 } // namespace
 
 bool Load(const std::string& path, std::string& id)
@@ -55,14 +74,9 @@ bool Load(const std::string& path, std::string& id)
     if (!CheckFileExists(path.c_str()))
         return false;
     const FileDescriptor file(path.c_str(), O_RDONLY);
-    const off_t size = file ? ::lseek(file.Get(), 0, SEEK_END) : -1;
-    if (size <= 0 || ::lseek(file.Get(), 0, SEEK_SET) != 0)
+    std::string text;
+    if (!file || !ReadId(file, text))
         return false;
-    // Filled with NULs, where the id ends: a file that is cut while it is read gives what was left of it.
-    std::string text(static_cast<size_t>(size), '\0');
-    if (file.Read(text.data(), text.size()) < 0)
-        return false;
-    text.resize(text.find('\0') == std::string::npos ? text.size() : text.find('\0'));
     // Assigned only when it differs: a worker may look at an empty id while the host does.
     if (id != text)
         id = text;
@@ -76,7 +90,7 @@ bool Create(const std::string& path, const std::string& id)
         return false;
     const std::string neighbour = WriteNeighbour(path, id);
     if (neighbour.empty())
-        return false;
+        return errno == ENAMETOOLONG && WriteInPlace(path, id);
     // Linked, not renamed: a rename would replace the id that another start of the host has made meanwhile.
     const bool made = ::link(neighbour.c_str(), path.c_str()) == 0;
     const bool taken = !made && errno == EEXIST;

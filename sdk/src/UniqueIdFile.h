@@ -6,7 +6,8 @@
 
 namespace AnalyticsSDK::UniqueIdFile {
 
-/// Reads the id as it stands, up to the first NUL: a line feed in the file is part of the id.
+/// Reads the id as it stands, up to the first NUL: a line feed in the file is part of the id. A file that begins with a
+/// NUL holds the empty id; of one without any, 64 KiB count.
 ///
 /// False, and `id` unchanged, when the file is missing, empty or cannot be read.
 bool Load(const std::string& path, std::string& id);

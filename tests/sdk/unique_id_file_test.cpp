@@ -66,6 +66,10 @@ TEST(UniqueIdFile, IsMadeOnceAndNeverRewrittenWhateverADeadProcessOfTheSameNumbe
 TEST(UniqueIdFile, IsMadeInItsPlaceWithoutHardLinksButNeverInPart)
 {
     ScratchFolder folder;
+    const std::string longest = folder.file(std::string(255, 'n')); // what stands beside it would have a longer name
+    EXPECT_TRUE(UniqueIdFile::Create(longest, "id"));
+    EXPECT_EQ(read_file(longest), "id");
+    std::filesystem::remove(longest);
     hardLinks = false;
     EXPECT_TRUE(MakesFirstAndNotSecond(folder));
     signal(SIGXFSZ, SIG_IGN);
@@ -77,6 +81,25 @@ TEST(UniqueIdFile, IsMadeInItsPlaceWithoutHardLinksButNeverInPart)
     setrlimit(RLIMIT_FSIZE, &limit);
     hardLinks = true;
     EXPECT_EQ(FilesIn(folder), 1u);
+}
+
+TEST(UniqueIdFile, OfAnySizeIsReadUpToItsFirstNulWithinABound)
+{
+    ScratchFolder folder;
+    static constexpr struct
+    {
+        size_t characters;
+        off_t size; // with the NULs behind them
+        size_t loaded;
+    } files[] = {
+        {0, off_t{1} << 40, 0}, {5000, off_t{1} << 40, 5000}, {5000, 5001, 5000}, {50'000'000, 50'000'000, 65536}};
+    for (const auto& [characters, size, loaded] : files) {
+        write_file(folder.file("id"), std::string(characters, 'i'));
+        std::filesystem::resize_file(folder.file("id"), static_cast<uintmax_t>(size));
+        std::string id = "before";
+        EXPECT_TRUE(UniqueIdFile::Load(folder.file("id"), id));
+        EXPECT_EQ(id.size(), loaded);
+    }
 }
 
 TEST(UniqueIdFile, IsNotMadeWhereSomethingElseStandsOrNothingCan)
