@@ -18,27 +18,40 @@ bool TestHash(const char* text, const unsigned char* record, long length)
     return lumo::test_hash(text, record, length);
 }
 
+namespace {
+
+constexpr std::size_t uuid_length = 36;
+
+// Writes the text of a fresh identifier, or the empty one. Allocates nothing: a probe must answer without memory too.
+void WriteUuid(char (&text)[uuid_length + 1])
+{
+    char* out = text;
+    // No identifier rather than a guessable one: two machines with the same would count as one.
+    if (host::uuid_bytes bytes{}; host::facts().uuid(bytes) == host::answer::found)
+        for (std::size_t at = 0; at < bytes.size(); ++at) {
+            // 8-4-4-4-12 digits, as RFC 4122 writes them, in lower case: servers compare identifiers byte by byte.
+            if (at == 4 || at == 6 || at == 8 || at == 10)
+                *out++ = '-';
+            *out++ = lumo::hexadecimal_digits[bytes[at] >> 4];
+            *out++ = lumo::hexadecimal_digits[bytes[at] & 15];
+        }
+    *out = '\0';
+}
+
+} // namespace
+
 std::string GenerateUuid()
 {
-    host::uuid_bytes bytes{};
-    // No identifier rather than a guessable one: two machines with the same would count as one.
-    if (host::facts().uuid(bytes) != host::answer::found)
-        return {};
-    // In lower case, because servers compare identifiers byte by byte.
-    std::string text;
-    text.reserve(36);
-    for (std::size_t at = 0; at < bytes.size(); ++at) {
-        // 8-4-4-4-12 digits, as RFC 4122 writes them.
-        if (at == 4 || at == 6 || at == 8 || at == 10)
-            text += '-';
-        lumo::append_hexadecimal(&bytes[at], 1, text);
-    }
+    char text[uuid_length + 1];
+    WriteUuid(text);
     return text;
 }
 
 std::int32_t GetUUID(char* buffer, unsigned int size)
 {
-    lumo::sprintf_safe(buffer, size, "%s", GenerateUuid().c_str());
+    char text[uuid_length + 1];
+    WriteUuid(text);
+    lumo::sprintf_safe(buffer, size, "%s", text);
     return PROBE_DONE;
 }
 

@@ -7,6 +7,7 @@
 
 #include "host/host.h"
 #include "lumo/strings.h"
+#include "lumo/tova/platform/internal.h"
 #include "lumo/tova/tova.h"
 
 namespace AnalyticsSDK {
@@ -258,10 +259,10 @@ std::int32_t GetFreeHardDrive(char* buffer, unsigned int size)
 std::int32_t GetTimeZone(char* buffer, unsigned int size)
 {
     // The zone in force for this process, daylight saving included, as the time stamps of its files have it.
-    tova_time now;
-    tova_time_local(&now);
-    const int hours = now.bias / 60; // the bias counts minutes west of Greenwich
-    const int minutes = std::abs(now.bias - hours * 60);
+    // The zone's name may be too long for tova_time, and is not wanted.
+    const int bias = -tova::minutes_east();
+    const int hours = bias / 60;
+    const int minutes = std::abs(bias - hours * 60);
     // The hours alone choose the sign, so half an hour west prints as "+00:30": meant.
     lumo::sprintf_safe(buffer, size, -hours >= 0 ? "+%2.2d:%2.2d" : "%2.2d:%2.2d", -hours, minutes);
     return PROBE_DONE;

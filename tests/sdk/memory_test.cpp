@@ -4,6 +4,7 @@
 #include <new>
 #include <nlohmann/json.hpp>
 
+#include "AnalyticsSDK/SystemInfo.h"
 #include "support/http_server.h"
 #include "support/session.h"
 
@@ -99,6 +100,19 @@ TEST(ThreadsMemory, ThatRunsOutWhileASessionIsOpenedGivesNoSession)
         session = Open(folder, "", allocations);
     EXPECT_GT(allocations, 5);
     analytics_shutdown(session);
+}
+
+TEST(Memory, ThatIsNotThereIsNothingToTheProbes)
+{
+    for (const auto probe :
+         {AnalyticsSDK::GetUUID, AnalyticsSDK::GetTimeZone, AnalyticsSDK::GetCPUType, AnalyticsSDK::GetTotalHardDrive,
+          AnalyticsSDK::GetTotalVirtualMemory, AnalyticsSDK::GetCPUUsage, AnalyticsSDK::GetModel}) {
+        char text[300] = "untouched";
+        allowed = 0;
+        const std::int32_t status = probe(text, sizeof text);
+        allowed = -1;
+        EXPECT_EQ(status == 0, strcmp(text, "untouched") != 0);
+    }
 }
 
 TEST(ThreadsMemory, ThatRunsOutForAMomentOrForLongCostsTheCallInHandAndNothingMore)
