@@ -181,7 +181,7 @@ try {
 // sets libcurl's counts back.
 std::size_t HearHeader(char*, std::size_t size, std::size_t count, void* user)
 {
-    if (size * count <= std::size("\r\n") - 1)
+    if (size * count <= std::string_view("\r\n").size())
         static_cast<CurlEasyHandle*>(user)->NoteSentBody();
     return size * count;
 }
@@ -217,8 +217,8 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
 }
 
 // What keeps a transfer safe whatever a server answers. A post that is redirected stays a post: libcurl would make it a
-// GET, as RFC 9110 allows after 301 and 302, whose success would look like a delivery. After 303 it may be a GET,
-// because 303 says that the post was taken. TLS before 1.2 is what RFC 8996 forbids.
+// GET, as RFC 9110 allows after 301 and 302, whose success would look like a delivery. After 303 it is a GET,
+// for which 303 asks. TLS before 1.2 is what RFC 8996 forbids.
 void SetSafeguards(OptionSetter& set)
 {
     set(CURLOPT_OPENSOCKETFUNCTION, tova::open_connection);
