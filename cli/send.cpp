@@ -4,10 +4,9 @@
 #include "terminal.h"
 #include "wire_line.h"
 
-#include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/ProxyUtilities.h"
-#include "AnalyticsSDK/Utilities.h"
 #include "AnalyticsSDK/WebClient.h"
+#include "UploadForm.h"
 
 #include <algorithm>
 #include <atomic>
@@ -104,14 +103,13 @@ bool complete(Options& options, const std::string& text)
     return !options.unique_id.empty();
 }
 
-std::map<std::string, std::string> form_of(const Options& options, const std::string& text)
+AnalyticsSDK::UploadFields form_of(const Options& options, const std::string& text)
 {
-    AnalyticsSDK::scoped_array<unsigned char> record;
-    long length = 0;
-    std::string token;
-    if (AnalyticsSDK::GenerateHash(options.unique_id.c_str(), record, length))
-        AnalyticsSDK::BytesToString(record.Get(), length, token);
-    return {{"data", text}, {"g", options.unique_id}, {"t", token}, {"v", options.application_version}};
+    namespace field = AnalyticsSDK::UploadField;
+    return {{field::data, text},
+            {field::uniqueId, options.unique_id},
+            {field::token, AnalyticsSDK::UploadToken(options.unique_id.c_str())},
+            {field::version, options.application_version}};
 }
 
 bool append(const std::string& path, std::string_view text)

@@ -1,5 +1,6 @@
 #include "intake.h"
 
+#include "UploadForm.h"
 #include "percent.h"
 
 #include <algorithm>
@@ -87,15 +88,22 @@ struct Field
     const char* rule;
 };
 
+namespace name = AnalyticsSDK::UploadField;
+
 const Field fields[] = {
-    {"b", false, [](std::string& text, Form& form) { return batch(text, form); }, "must be 32 hexadecimal digits"},
-    {"d", false, [](std::string& text, Form& form) { return number(text, form.dropped); }, "must be a number"},
-    {"data", true, [](std::string& text, Form& form) { return form.data = std::move(text), true; }, ""},
-    {"g", true, [](std::string& text, Form& form) { return short_text(text, form.sender); }, "is over 1,024 bytes"},
-    {"n", false, [](std::string& text, Form& form) { return lines(text, form); }, "must be a number"},
-    {"o", false, [](std::string& text, Form& form) { return number(text, form.first_line); }, "must be a number"},
-    {"t", true, [](std::string& text, Form& form) { return form.token = std::move(text), true; }, ""},
-    {"v", true, [](std::string& text, Form& form) { return short_text(text, form.version); }, "is over 1,024 bytes"},
+    {name::batch, false, [](std::string& text, Form& form) { return batch(text, form); },
+     "must be 32 hexadecimal digits"},
+    {name::dropped, false, [](std::string& text, Form& form) { return number(text, form.dropped); },
+     "must be a number"},
+    {name::data, true, [](std::string& text, Form& form) { return form.data = std::move(text), true; }, ""},
+    {name::uniqueId, true, [](std::string& text, Form& form) { return short_text(text, form.sender); },
+     "is over 1,024 bytes"},
+    {name::lines, false, [](std::string& text, Form& form) { return lines(text, form); }, "must be a number"},
+    {name::firstLine, false, [](std::string& text, Form& form) { return number(text, form.first_line); },
+     "must be a number"},
+    {name::token, true, [](std::string& text, Form& form) { return form.token = std::move(text), true; }, ""},
+    {name::version, true, [](std::string& text, Form& form) { return short_text(text, form.version); },
+     "is over 1,024 bytes"},
 };
 
 Refused bad(std::string sentence)

@@ -1,5 +1,6 @@
 #include "line_parser.h"
 
+#include "UploadForm.h"
 #include "facts.h"
 #include "strict_json.h"
 #include "wire_line.h"
@@ -16,7 +17,6 @@ namespace {
 using simdjson::dom::element;
 using simdjson::dom::element_type;
 
-constexpr int64_t g_layout_version = 3;
 constexpr size_t g_levels = 500; // that an event may nest
 constexpr size_t g_members = 7;
 
@@ -159,8 +159,8 @@ std::string LineParser::Json::read_members(const element (&members)[g_members], 
 {
     int64_t version = 0;
     std::string_view time, application, application_version, installation;
-    if (members[0].get_int64().get(version) || version != g_layout_version)
-        return "the layout's version is not 3";
+    if (members[0].get_int64().get(version) || version != AnalyticsSDK::lineLayoutVersion)
+        return "the layout's version is not " + std::to_string(AnalyticsSDK::lineLayoutVersion);
     if (members[1].get_string().get(time) || members[2].get_string().get(application) ||
         members[3].get_string().get(application_version) || members[4].get_string().get(installation))
         return "a member that must be a text is none";

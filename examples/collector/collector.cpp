@@ -3,6 +3,7 @@
 //
 // For one machine and for looking at what the library sends; a server that faces a network needs more than this.
 #include "AnalyticsSDK/Identity.h"
+#include "UploadForm.h"
 #include "form.h"
 #include "repetition.h"
 #include "table.h"
@@ -19,6 +20,7 @@
 
 namespace {
 
+namespace field = AnalyticsSDK::UploadField;
 using collector::Form;
 using collector::hex_digit;
 using collector::parse_form;
@@ -59,20 +61,21 @@ public:
     int take(const Form& form, std::string& answer)
     {
         std::lock_guard hold(m_lock);
-        for (const char* field : {"data", "g", "t", "v"}) {
-            if (form.count(field) == 0)
-                return ++m_refused, answer = std::string("the field ") + field + " is missing\n", 400;
+        for (const char* name : {field::data, field::uniqueId, field::token, field::version}) {
+            if (form.count(name) == 0)
+                return ++m_refused, answer = std::string("the field ") + name + " is missing\n", 400;
         }
-        if (!token_is_good(form.at("g"), form.at("t")))
+        if (!token_is_good(form.at(field::uniqueId), form.at(field::token)))
             return ++m_refused, answer = "the token does not belong to this unique id\n", 403;
-        std::string_view data = form.at("data"), known = data.substr(0, m_repetitions.take(form.at("g"), data));
+        std::string_view data = form.at(field::data),
+                         known = data.substr(0, m_repetitions.take(form.at(field::uniqueId), data));
         auto repeated = std::count(known.begin(), known.end(), '\n') + (!known.empty() && known.back() != '\n');
         size_t before = m_received;
         std::string rows = take_lines(data.substr(known.size()));
         m_repeated += static_cast<size_t>(repeated);
         answer = "taken: " + std::to_string(m_received - before) + " events\n";
         std::cout << "\nupload " << ++m_uploads << ": " << m_received - before << " events, " << repeated
-                  << " repeated, token good, from version " << wire::printable(form.at("v")) << "\n\n"
+                  << " repeated, token good, from version " << wire::printable(form.at(field::version)) << "\n\n"
                   << rows << std::flush;
         return 200;
     }

@@ -8,6 +8,7 @@
 
 #include "HandleParameters.h"
 #include "Properties.h"
+#include "UploadForm.h"
 #include "lumo/tova/base.h"
 #include "lumo/tova/tova-web.h"
 
@@ -61,10 +62,9 @@ static std::string FieldText(const char (&field)[size])
 /// The order matters: an id is saved to, or loaded from, the file that was named before.
 static void Configure(EventManager& manager, const analytics_config& config)
 {
-    static constexpr int logVersion = 3; // of the line as docs/wire-format.md has it; servers tell layouts apart by it
     manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
     manager.SetPidFilePath(FieldText(config.pid_file).c_str());
-    manager.SetLogVersion(logVersion);
+    manager.SetLogVersion(lineLayoutVersion);
     if (config.unique_id[0] != '\0') {
         manager.SetUniqueId(FieldText(config.unique_id).c_str());
         manager.SaveUniqueIdToFile();

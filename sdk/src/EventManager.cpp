@@ -1,15 +1,14 @@
 #include "AnalyticsSDK/EventManager.h"
 
 #include <limits>
-#include <map>
 #include <ostream>
 
 #include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/Utilities.h"
-#include "CurlInit.h"
 #include "EventLine.h"
 #include "EventLog.h"
 #include "UniqueIdFile.h"
+#include "UploadForm.h"
 
 namespace AnalyticsSDK {
 
@@ -273,22 +272,6 @@ void EventManager::LoadDataToSend(std::stringstream& stream, unsigned long& size
 void EventManager::DeleteEventLogFile()
 {
     EventLog::Delete(m_strEventLogFilePath);
-}
-
-/// The fields of an upload: "t" proves to the server that the sender knows how "g" is to be hashed.
-static std::map<std::string, std::string> UploadForm(const char* id, const std::string& version, std::string&& text)
-{
-    scoped_array<unsigned char> hash;
-    long length = 0;
-    std::map<std::string, std::string> form;
-    std::string& token = form["t"]; // there also when it stays empty: servers expect four fields
-    const CurlUse use;              // hashing is OpenSSL's work, which a process that is leaving may have torn down
-    if (use && GenerateHash(id, hash, length))
-        BytesToString(hash.Get(), length, token);
-    form["v"] = version;
-    form["g"] = id;
-    form["data"] = std::move(text); // it may be large: moved all the way, never copied
-    return form;
 }
 
 // A forked child's copy of the client shares connections with the parent: a request of its own would garble theirs.
