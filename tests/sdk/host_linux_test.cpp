@@ -1,15 +1,10 @@
 // The Linux facts: on this machine against independent readings, and on samples of what other machines' kernels write.
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <array>
 #include <cmath>
-#include <filesystem>
 #include <sstream>
 
-#include "AnalyticsSDK/Identity.h"
 #include "AnalyticsSDK/SystemInfo.h"
 #include "host/linux/files.h"
 #include "host/linux/readers.h"
@@ -103,7 +98,7 @@ TEST(LinuxFacts, AgreeWithWhatTheMachinesOwnToolsSay)
     }
 }
 
-TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsAndFirmwareTell)
+TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsTell)
 {
     const struct
     {
@@ -130,7 +125,7 @@ TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsAndFirmwareTell)
         EXPECT_EQ(readers::architecture_code(machine), code) << machine;
 }
 
-TEST(LinuxFacts, SampleLoadsAreThoseOfEveryProcessorAndNotTheirSum)
+TEST(LinuxFacts, SampleLoadsAreThoseOfEveryProcessor)
 {
     using sums = std::vector<std::uint64_t>; // processors, user, system, idle; none when there is no answer
     const auto read_sums = [](const char* machine) {
@@ -187,7 +182,7 @@ TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
     }
 }
 
-TEST(LinuxFacts, LinesLongerThanTheBufferAreCutAndTheNextOneIsWhole)
+TEST(LinuxFacts, LinesLongerThanTheBufferAreCut)
 {
     support::ScratchFolder folder;
     const std::string long_line(10000, 'x');
@@ -197,29 +192,4 @@ TEST(LinuxFacts, LinesLongerThanTheBufferAreCutAndTheNextOneIsWhole)
     for (std::string_view line; file.next(line);)
         lines.emplace_back(line.substr(0, 5));
     EXPECT_EQ(lines, (std::vector<std::string>{"first", "xxxxx", "", "yyyyy", "last"}));
-}
-
-TEST(LinuxFacts, AMachineWithoutARouteIsOffline)
-{
-    const int status = support::run({"unshare", "-n", "true"}).status;
-    if (status != 0)
-        GTEST_SKIP() << "making a network without routes needs root";
-    support::Child child([] { return unshare(CLONE_NEWNET) == 0 && !IsOnline() ? 0 : 1; });
-    ASSERT_TRUE(child.wait());
-    EXPECT_EQ(child.status(), 0);
-    const bool default_route = !shell("ip route show default; ip -6 route show default").empty();
-    EXPECT_EQ(IsOnline(), default_route);
-}
-
-TEST(LinuxFacts, ProbesLeaveNothingOpen)
-{
-    const auto open_after_a_round = [] {
-        for (const auto& reading : readings)
-            read(reading.probe);
-        GenerateUuid();
-        IsOnline();
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    const auto before = open_after_a_round();
-    EXPECT_EQ(open_after_a_round(), before);
 }

@@ -1,23 +1,15 @@
 // Hashes, identifiers, reachability.
 
-// A generator without entropy can only be made with the calls that OpenSSL 3 calls old.
-#define OPENSSL_SUPPRESS_DEPRECATED
-
 #include "AnalyticsSDK/Identity.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
-#include <openssl/rand.h>
-#include <sched.h>
 
 #include <cstring>
 #include <regex>
 #include <set>
 
-#include "AnalyticsSDK/SystemInfo.h"
 #include "made_up_facts.h"
-#include "support/child.h"
-#include "support/death.h"
 
 using namespace AnalyticsSDK;
 
@@ -32,28 +24,9 @@ struct Hash
     bool made;
 };
 
-// A generator without entropy, as OpenSSL sees it: what it was seeded with, and whether it gives bytes all the same.
-int seeded_bytes;
-bool draws_succeed;
-
-int draw(unsigned char* bytes, int count)
-{
-    std::memset(bytes, 7, static_cast<std::size_t>(count));
-    return draws_succeed ? 1 : 0;
-}
-
-const RAND_METHOD unseeded = {
-    [](const void*, int count) { return seeded_bytes += count; }, draw, nullptr, nullptr, draw, [] { return 0; }};
-
-void with_unseeded_generator(bool succeed)
-{
-    draws_succeed = succeed;
-    RAND_set_rand_method(&unseeded);
-}
-
 } // namespace
 
-TEST(Identity, AHashIsItsSaltAndTheDerivedKey)
+TEST(Identity, AHashIsItsSaltThenTheDerivedKey)
 {
     for (const char* text :
          {"", "a text of \xC3\xBCsual length, with more bytes than the block of the digest has: 64 of them"}) {
@@ -69,7 +42,7 @@ TEST(Identity, AHashIsItsSaltAndTheDerivedKey)
     }
 }
 
-TEST(Identity, EveryByteOfARecordCountsAndSoDoesItsLength)
+TEST(Identity, EveryByteOfARecordCounts)
 {
     Hash hash("text");
     const std::string first(reinterpret_cast<char*>(hash.record.Get()), 56);
@@ -86,28 +59,8 @@ TEST(Identity, EveryByteOfARecordCountsAndSoDoesItsLength)
     ASSERT_TRUE(GenerateHash("text", hash.record, hash.length));   // the old record goes
     const std::string second(reinterpret_cast<char*>(hash.record.Get()), 56);
     EXPECT_NE(first.substr(0, 8), second.substr(0, 8)); // another salt
-    EXPECT_TRUE(accepted(first) && accepted(second));
-}
-
-TEST(Identity, AnUnseededGeneratorIsSeededBeforeItIsUsed)
-{
-    const RAND_METHOD* before = RAND_get_rand_method();
-    with_unseeded_generator(true);
-    const Hash hash("text");
-    RAND_set_rand_method(before);
-    EXPECT_TRUE(hash.made);
-    EXPECT_EQ(seeded_bytes, 256); // once
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(hash.record.Get()), 8), std::string(8, '\7'));
-}
-
-TEST(IdentityDeathTest, WithoutARandomSaltTheProcessAborts)
-{
-    EXPECT_ASSERTION(
-        {
-            with_unseeded_generator(false);
-            Hash("text");
-        },
-        "inc/lumo/crypt", "result == 1");
+    EXPECT_TRUE(accepted(first));
+    EXPECT_TRUE(accepted(second));
 }
 
 TEST(Identity, IdentifiersAreRandomLowerCaseVersion4)

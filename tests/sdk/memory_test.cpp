@@ -115,7 +115,7 @@ TEST(Memory, ThatIsNotThereIsNothingToTheProbes)
     }
 }
 
-TEST(ThreadsMemory, ThatRunsOutForAMomentOrForLongCostsTheCallInHandAndNothingMore)
+TEST(ThreadsMemory, ThatRunsOutCostsTheCallInHandOnly)
 {
     support::HttpServer server;
     const std::string text(20'000, 't');

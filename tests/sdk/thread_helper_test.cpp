@@ -38,7 +38,7 @@ public:
 
 } // namespace
 
-TEST(ThreadsWorker, WaitsFirstThenWorksAtEveryIntervalWhateverBecomesOfACycle)
+TEST(ThreadsWorker, WorksAtEveryIntervalWhateverBecomesOfACycle)
 {
     Worker patient, quick, never;
     EXPECT_EQ(patient.m_nWaitInterval, 30'000u) << "unless told otherwise";
@@ -56,7 +56,7 @@ TEST(ThreadsWorker, WaitsFirstThenWorksAtEveryIntervalWhateverBecomesOfACycle)
     EXPECT_TRUE(never.IsShuttingDown());
 }
 
-TEST(ThreadsWorker, WorksAtOnceWhenWokenAndMergesWakesDuringACycle)
+TEST(ThreadsWorker, MergesWakesDuringACycle)
 {
     Worker worker;
     worker.BeginACycle();
@@ -68,7 +68,7 @@ TEST(ThreadsWorker, WorksAtOnceWhenWokenAndMergesWakesDuringACycle)
     EXPECT_EQ(worker.started, 2);
 }
 
-TEST(ThreadsWorker, FinishesTheCycleInHandWhileASecondCloserDoesNotWait)
+TEST(ThreadsWorker, FinishesTheCycleInHandForItsFirstCloser)
 {
     Worker worker;
     worker.BeginACycle();

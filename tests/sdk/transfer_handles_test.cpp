@@ -55,7 +55,7 @@ protected:
     CurlMultiHandle multi;
 };
 
-TEST_F(TransferList, FindsTheFirstMatchAndOnlyExactOnes)
+TEST_F(TransferList, FindsTheFirstOfTheExactMatches)
 {
     CurlEasyHandle* one = add("http://a/", "1");
     CurlEasyHandle* two = add("http://a/", "2");
@@ -92,7 +92,7 @@ TEST_F(TransferList, RestartsATransferWithNewOptions)
     EXPECT_EQ(1u, second.count());
 }
 
-TEST_F(TransferList, CallsATransferStalledAfterMoreThanAMinuteOfSilenceSinceTheFirstCheck)
+TEST_F(TransferList, CallsATransferStalledAfterAMinuteOfSilence)
 {
     CurlEasyHandle* one = add("http://a/", "1");
     EXPECT_EQ(0u, stalled_at(1000)) << "the first check starts the clock";

@@ -15,25 +15,42 @@ using tokens = std::vector<std::string>;
 
 } // namespace
 
-// Each function has a form for wide texts; the rules stand once for both.
+// Each function has a form for wide texts, too.
 TEST(Trim, RemovesTheGivenCharactersOnly)
 {
-    text all = "   ", left = " x ", right = " x ", both = "\r\n x \r\n", inner = "xax", none;
-    EXPECT_EQ(&TrimLeft(left, " "), &left);
-    EXPECT_EQ((tokens{TrimLeft(all, " "), left, TrimRight(right, " "), Trim(both, " \r\n"), Trim(inner, "x"),
-                      Trim(none, "")}),
-              (tokens{"", "x ", " x", "x", "a", ""}));
-    std::wstring first = L"- x -", last = first, whole = first;
-    EXPECT_EQ(TrimLeft(first, L"-") + TrimRight(last, L"-") + Trim(whole, L"-"), L" x -- x  x ");
+    static const struct
+    {
+        const char *given, *characters, *left, *right, *both;
+    } cases[] = {{"   ", " ", "", "", ""},
+                 {"\r\n x \r\n", " \r\n", "x \r\n", "\r\n x", "x"},
+                 {"xax", "x", "ax", "xa", "a"},
+                 {" x ", "", " x ", " x ", " x "}};
+    for (const auto& c : cases) {
+        text left = c.given, right = c.given, both = c.given;
+        EXPECT_EQ(TrimLeft(left, c.characters), c.left);
+        EXPECT_EQ(TrimRight(right, c.characters), c.right);
+        EXPECT_EQ(Trim(both, c.characters), c.both);
+    }
+    std::wstring wide = L"- x -";
+    EXPECT_EQ(Trim(wide, L"-"), L" x ");
 }
 
 TEST(StartsAndEndsWith, LookAtOnePlace)
 {
-    const text s = "abcbc";
-    EXPECT_TRUE(StartsWith(s, "abc") && !StartsWith(s, "bc") && EndsWith(s, "bc") && !EndsWith(s, "abc"));
-    EXPECT_TRUE(StartsWith(text(), "") && EndsWith(text(), "") && !StartsWith("bc", s) && !EndsWith("bc", s));
-    const std::wstring w = L"abcbc";
-    EXPECT_TRUE(StartsWith(w, L"abc") && !StartsWith(w, L"bc") && EndsWith(w, L"bc") && !EndsWith(w, L"abc"));
+    static const struct
+    {
+        const char *given, *part;
+        bool starts, ends;
+    } cases[] = {{"abcbc", "abc", true, false},
+                 {"abcbc", "bc", false, true},
+                 {"bc", "abcbc", false, false},
+                 {"", "", true, true}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(StartsWith(text(c.given), c.part), c.starts) << c.part;
+        EXPECT_EQ(EndsWith(text(c.given), c.part), c.ends) << c.part;
+    }
+    EXPECT_TRUE(StartsWith(std::wstring(L"abc"), L"ab"));
+    EXPECT_FALSE(EndsWith(std::wstring(L"abc"), L"ab"));
 }
 
 TEST(Tokenize, AppendsTheStretchesBetweenDelimiters)
@@ -85,24 +102,16 @@ TEST(GetHostFromUrl, NeedsAScheme)
 TEST(GetCurrentDateTime, GivesUtcInAtMost21Characters)
 {
     const support::Zone elsewhere("XYZ+11");
-    text out;
-    const std::time_t before = std::time(nullptr);
-    ASSERT_TRUE(GetCurrentDateTime(out, "%Y-%m-%d %H:%M:%S"));
-    const std::time_t after = std::time(nullptr);
-    std::tm parsed = {};
-    ASSERT_NE(strptime(out.c_str(), "%Y-%m-%d %H:%M:%S", &parsed), nullptr);
-    EXPECT_TRUE(before <= timegm(&parsed) && timegm(&parsed) <= after) << out;
+    text hour, out;
+    do {
+        ASSERT_TRUE(GetCurrentDateTime(hour, "%H"));
+        out = std::to_string(std::time(nullptr) / 3600 % 24);
+    } while (std::time(nullptr) % 3600 == 0);
+    EXPECT_EQ(std::stoi(hour), std::stoi(out));
     EXPECT_TRUE(GetCurrentDateTime(out, "123456789012345678901"));
     EXPECT_FALSE(GetCurrentDateTime(out, "1234567890123456789012"));
     EXPECT_FALSE(GetCurrentDateTime(out, ""));
     EXPECT_EQ(out, "123456789012345678901");
-}
-
-TEST(GetCurrentTimeInMillis, RunsForward)
-{
-    const double start = GetCurrentTimeInMillis();
-    for (double last = start, now = start; now < start + 3; last = now)
-        ASSERT_GE(now = GetCurrentTimeInMillis(), last); // a clock that stands still meets the test's time limit
 }
 
 TEST(GetMacAddresses, AreNotCollected)
