@@ -1,4 +1,5 @@
 // The analytics command as its users meet it: a process, its output, its exit status.
+// Labels: network
 #include "support/child.h"
 #include "support/http_server.h"
 #include "support/ports.h"

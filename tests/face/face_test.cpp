@@ -1,4 +1,5 @@
 // The C++ face: what it makes of C++ values and scopes, seen in the lines of the event log file. Compiled as C++17.
+// Labels: network
 #include "analytics.hpp"
 
 #include "support/child.h"

@@ -1,3 +1,4 @@
+// Labels: threads
 #include "lumo/mutex.h"
 
 #include <gtest/gtest.h>

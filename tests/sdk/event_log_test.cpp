@@ -1,4 +1,5 @@
 // What a full disk, a failing one, a killed writer and several writers do to the file is tested in tests/system.
+// Labels: threads
 #include "EventLog.h"
 
 #include <atomic>

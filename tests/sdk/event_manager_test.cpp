@@ -1,3 +1,4 @@
+// Labels: threads, network
 #include "AnalyticsSDK/EventManager.h"
 
 #include <filesystem>

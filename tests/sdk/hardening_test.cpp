@@ -1,5 +1,6 @@
 // What the library does for a host's safety beyond its own work: nothing is inherited by programs that the host starts,
 // nothing secret stays behind in memory.
+// Labels: network
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,5 @@
 // What running out of memory does to a host: every allocation fails in turn.
+// Labels: threads, faults
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <new>

@@ -1,4 +1,5 @@
 // What writers in several processes do to one file, killed or not, is run in tests/system.
+// Labels: threads
 #include "OpenLog.h"
 
 #include <atomic>

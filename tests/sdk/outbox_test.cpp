@@ -1,4 +1,5 @@
 // The files of the outbox: their names, what a scan makes of a folder, splitting, limits, claims.
+// Labels: threads
 #include "Outbox.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Labels: threads, network
 #include "HandleParameters.h"
 
 #include <cmath>

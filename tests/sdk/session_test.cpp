@@ -1,3 +1,4 @@
+// Labels: threads
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>

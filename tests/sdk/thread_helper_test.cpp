@@ -1,3 +1,4 @@
+// Labels: threads
 #include "AnalyticsSDK/ThreadHelper.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 // Many threads at one client: meant for a run under ThreadSanitizer, and true without it.
+// Labels: threads, network
 #include "support/proxies.h"
 #include "transfers.h"
 

@@ -1,3 +1,4 @@
+// Labels: network
 #include "CurlHandles.h"
 
 #include "transfers.h"

@@ -1,5 +1,6 @@
 // Servers that fail in every way: unless the transfer ended with libcurl's success, the event log file is byte for byte
 // what it was, nothing hangs beyond the time-outs (short ones here), and memory stays bounded.
+// Labels: threads, network, faults
 
 #include "support/certificates.h"
 #include "support/cutting_relay.h"

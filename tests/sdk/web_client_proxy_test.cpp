@@ -1,3 +1,4 @@
+// Labels: network
 #include "CurlHandles.h"
 #include "lumo/tova/runtime.h"
 #include "support/death.h"

@@ -1,3 +1,4 @@
+// Labels: network
 #include "support/death.h"
 #include "support/ports.h"
 #include "support/scratch.h"

@@ -1,3 +1,4 @@
+// Labels: network
 #include "support/child.h"
 #include "support/ports.h"
 #include "support/scratch.h"

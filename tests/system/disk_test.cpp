@@ -1,5 +1,6 @@
 // Disks that fill up, turn read-only, fail in the middle of a line or go away: earlier lines stay whole, no line is
 // torn, the host lives on, and logging works again when the fault is gone.
+// Labels: faults
 
 #include "support/child.h"
 #include "support/scratch.h"

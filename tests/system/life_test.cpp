@@ -1,5 +1,6 @@
 // The library in a host's life: being killed, leaving in every way, forking, loading and unloading, several hosts at
 // once, libcurl beside it, and the habits that a process may have.
+// Labels: threads, network, faults
 
 #include <algorithm>
 #include <atomic>

@@ -1,3 +1,4 @@
+// Labels: threads
 #include "lumo/tova/global_event.h"
 #include "support/death.h"
 

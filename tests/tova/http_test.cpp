@@ -1,4 +1,5 @@
 // One blocking transfer at a time, against real servers on loopback.
+// Labels: network
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/tova-web.h"
 #include "support/http_server.h"

@@ -1,4 +1,5 @@
 // Mutexes, events and semaphores between threads, and the deadline arithmetic that timed waits share.
+// Labels: threads
 #include "lumo/tova/event.h"
 #include "lumo/tova/mutex.h"
 #include "lumo/tova/platform/internal.h"

@@ -1,3 +1,4 @@
+// Labels: threads
 #include "lumo/tova/platform/internal.h"
 #include "lumo/tova/thread.h"
 #include "support/wait.h"
