@@ -2,13 +2,12 @@
 
 #include "UploadForm.h"
 #include "facts.h"
+#include "store/members.h"
 #include "strict_json.h"
 #include "wire_line.h"
 
 #include <charconv>
 #include <chrono>
-
-#include <simdjson.h>
 
 namespace intake {
 
@@ -47,72 +46,17 @@ std::string_view keep(std::string_view text, std::string_view before, store::Upl
     return text == before ? before : upload.keep(text);
 }
 
-template <class Number>
-std::string_view digits_of(Number number, char (&buffer)[32])
-{
-    return {buffer, static_cast<size_t>(std::to_chars(buffer, buffer + sizeof buffer, number).ptr - buffer)};
-}
-
-// False for an object or an array. The text lives as long as the parser's document and `buffer`.
-bool value_of(element json, char (&buffer)[32], store::Value& value)
-{
-    using store::ValueType;
-    switch (json.type()) {
-    case element_type::STRING:
-        value = {ValueType::text, json.get_string().value_unsafe()};
-        return true;
-    case element_type::INT64:
-        value = {ValueType::number, digits_of(json.get_int64().value_unsafe(), buffer)};
-        return true;
-    case element_type::UINT64:
-        value = {ValueType::number, digits_of(json.get_uint64().value_unsafe(), buffer)};
-        return true;
-    case element_type::DOUBLE:
-        value = {ValueType::number, digits_of(json.get_double().value_unsafe(), buffer)};
-        return true;
-    case element_type::BOOL:
-        value = {ValueType::boolean, json.get_bool().value_unsafe() ? "true" : "false"};
-        return true;
-    case element_type::NULL_VALUE:
-        value = {ValueType::null, "null"};
-        return true;
-    default:
-        return false;
-    }
-}
-
+// Most events of an upload have the same keys in the same order, so a key mostly stands there already.
 void add_property(std::string_view key, const store::Value& value, store::Upload& upload)
 {
-    store::Event& event = upload.events.back();
-    auto first = upload.properties.begin() + event.first_property;
-    for (auto known = first; known != upload.properties.end(); ++known) {
-        if (known->key == key)
-            return;
-    }
-    if (upload.properties.size() - event.first_property == store::g_event_properties) {
-        ++event.other_properties;
-        return;
-    }
-    // Most events of an upload have the same keys in the same order.
     size_t place = upload.properties.size();
     size_t behind = upload.events.size() > 1 ? upload.events[upload.events.size() - 2].properties : 0;
-    std::string_view before =
-        behind != 0 && behind <= place ? upload.properties[place - behind].key : std::string_view();
-    bool is_same = !before.empty() && before == key;
-    bool fact = is_same ? upload.properties[place - behind].is_fact : is_fact(key);
-    upload.properties.push_back({is_same ? before : upload.keep(key), {value.type, upload.keep(value.text)}, fact});
-}
-
-void add_properties(simdjson::dom::object members, store::Upload& upload)
-{
-    char buffer[32];
-    for (auto [key, json] : members) {
-        store::Value value;
-        if (value_of(json, buffer, value))
-            add_property(key, value, upload);
-    }
-    store::Event& event = upload.events.back();
-    event.properties = static_cast<uint32_t>(upload.properties.size() - event.first_property);
+    const store::Property* before = behind != 0 && behind <= place ? &upload.properties[place - behind] : nullptr;
+    store::Property property{key, {value.type, upload.keep(value.text)}, false};
+    bool is_same = before != nullptr && before->key == key;
+    property.key = is_same ? before->key : upload.keep(key);
+    property.is_fact = is_same ? before->is_fact : is_fact(key);
+    upload.properties.push_back(property);
 }
 
 } // namespace
@@ -167,10 +111,10 @@ std::string LineParser::Json::read_members(const element (&members)[g_members], 
     std::optional<store::Seconds> logged_at = seconds_of(time);
     if (!logged_at)
         return "the time is none";
-    char buffer[32];
+    store::Digits digits_of_name;
     store::Value name;
     element_type type = members[5].type();
-    if (!value_of(members[5], buffer, name) || type == element_type::DOUBLE || type == element_type::BOOL)
+    if (!store::scalar(members[5], digits_of_name, name) || type == element_type::DOUBLE || type == element_type::BOOL)
         return "the name is no text, integer or null";
     simdjson::dom::object object;
     if (members[6].get_object().get(object))
@@ -188,7 +132,9 @@ std::string LineParser::Json::read_members(const element (&members)[g_members], 
     event.logged_at = *logged_at;
     event.members = upload.keep(simdjson::minify(members[6]));
     event.first_property = static_cast<uint32_t>(upload.properties.size());
-    add_properties(object, upload);
+    event.other_properties = store::for_each_property(
+        object, [&](std::string_view key, const store::Value& value) { add_property(key, value, upload); });
+    event.properties = static_cast<uint32_t>(upload.properties.size() - event.first_property);
     return "";
 }
 

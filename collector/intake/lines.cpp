@@ -71,7 +71,7 @@ Refused read_lines(Form&& form, const std::optional<std::string>& application, s
     read_text(std::move(form.data), limits, upload);
     upload.count_differs = form.lines && *form.lines != upload.lines.size();
     if (!form.batch)
-        chain(form.sender, upload);
+        chain(upload.sender, upload);
     for (const store::Event& event : upload.events) {
         if (application && event.application != *application)
             return Refusal{403, "The key is not for this application."};

@@ -114,7 +114,7 @@ public:
     virtual Result<std::vector<PropertyPoint>> property_series(const Query& query, std::string_view key, Step step,
                                                                const Limit& limit) = 0;
 
-    /// Installations that logged in the period, one row for each application of theirs. Latest first.
+    /// Installations that logged in the period, one row for each application of theirs.
     virtual Result<Table<InstallationRow>> installations(const Query& query, const Limit& limit) = 0;
     /// The newest events by `logged_at`, newest first; of equal ones the one received last first.
     virtual Result<std::vector<EventRow>> timeline(const Query& query, const Limit& limit) = 0;

@@ -1,0 +1,75 @@
+// Which members of an event can be counted, and as what: one rule for the intake, which hands them to a store, and for
+// questions that read them again from stored events.
+#pragma once
+
+#include "upload.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <simdjson.h>
+
+namespace store {
+
+/// Memory for the digits of a number.
+using Digits = char[32];
+
+template <class Number>
+std::string_view digits_of(Number number, Digits& digits)
+{
+    return {digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits)};
+}
+
+/// A text, number, boolean or null; false for an object or an array. The text lives as long as the parser's document
+/// and `digits`.
+inline bool scalar(simdjson::dom::element json, Digits& digits, Value& value)
+{
+    using simdjson::dom::element_type;
+    switch (json.type()) {
+    case element_type::STRING:
+        value = {ValueType::text, json.get_string().value_unsafe()};
+        return true;
+    case element_type::INT64:
+        value = {ValueType::number, digits_of(json.get_int64().value_unsafe(), digits)};
+        return true;
+    case element_type::UINT64:
+        value = {ValueType::number, digits_of(json.get_uint64().value_unsafe(), digits)};
+        return true;
+    case element_type::DOUBLE:
+        value = {ValueType::number, digits_of(json.get_double().value_unsafe(), digits)};
+        return true;
+    case element_type::BOOL:
+        value = {ValueType::boolean, json.get_bool().value_unsafe() ? "true" : "false"};
+        return true;
+    case element_type::NULL_VALUE:
+        value = {ValueType::null, "null"};
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// Calls `use(key, value)` for the first `g_event_properties` properties of an event and gives the number of the
+/// others.
+template <class Use>
+uint32_t for_each_property(simdjson::dom::object members, Use&& use)
+{
+    std::string_view keys[g_event_properties];
+    size_t count = 0;
+    uint32_t others = 0;
+    Digits digits;
+    for (auto [key, json] : members) {
+        Value value;
+        if (!scalar(json, digits, value) || std::find(keys, keys + count, key) != keys + count)
+            continue;
+        if (count == g_event_properties) {
+            ++others;
+            continue;
+        }
+        keys[count++] = key;
+        use(key, value);
+    }
+    return others;
+}
+
+} // namespace store
