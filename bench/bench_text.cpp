@@ -28,7 +28,7 @@ void with_classes(long times)
         ClassSink sink;
         write_event(sink);
         sink.root.EndObject();
-        keep(*sink.root.GetWriter()->text().data());
+        keep(*sink.root.GetWriter()->text.data());
     }
 }
 

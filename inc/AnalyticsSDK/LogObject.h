@@ -68,11 +68,11 @@ public:
     std::wstring ToWString() const;
 
     /// The writer, still owned here, or null when there is none: for whoever copies the text elsewhere.
-    const lumo::json_writer* GetWriter() const noexcept { return m_writer ? &*m_writer : nullptr; }
+    const lumo::json_writer* GetWriter() const noexcept { return writer ? &*writer : nullptr; }
 
 protected:
     /// Held in place, not allocated: a document is made and dropped for every event and every nested value.
-    std::optional<lumo::json_writer> m_writer;
+    std::optional<lumo::json_writer> writer;
 };
 
 /// A JSON array under construction, compact: `[ 1, 2 ]`.
@@ -107,10 +107,10 @@ public:
     void Restart();
 
     /// The array's writer, still owned here, or null when there is none.
-    const lumo::json_writer_array* GetArrayWriter() const noexcept { return m_arrayWriter ? &*m_arrayWriter : nullptr; }
+    const lumo::json_writer_array* GetArrayWriter() const noexcept { return array_writer ? &*array_writer : nullptr; }
 
 protected:
-    std::optional<lumo::json_writer_array> m_arrayWriter; ///< writes the brackets and what is between them
+    std::optional<lumo::json_writer_array> array_writer; ///< writes the brackets and what is between them
 };
 
 } // namespace AnalyticsSDK

@@ -22,76 +22,13 @@ namespace lumo {
 /// one addition away from its beginning: the next member waits for that sum, and for nothing else of this one.
 struct json_elements
 {
-    /// What is always left behind a name or an encoded string: the closing of a name, the longest number, and what
-    /// follows a value. So the fixed pieces of a member need no check of their own.
+    /// What the short way leaves behind a name or an encoded string: the closing of a name, the longest number, and
+    /// what follows a value. So the fixed pieces of a member need no check of their own.
     static constexpr std::size_t value_room = 48;
     static_assert(value_room >= number_room + 8);
 
     /// Separator, the quote before a name, and the least that encoding it goes on with.
     static constexpr std::size_t prefix_room = 8 + escape_stride;
-
-    /// A member under construction: where it begins, and how much of it there is. Handed around by value, so that it
-    /// stays in registers.
-    struct cursor
-    {
-        char* begin;
-        std::size_t size;
-
-        char* end() const { return begin + size; }
-    };
-
-    /// Fixed pieces are copied in whole fours, one store each; only `count` bytes count.
-    LUMO_ALWAYS_INLINE static cursor put(cursor member, const char (&text)[5], std::size_t count)
-    {
-        std::memcpy(member.end(), text, 4);
-        return {member.begin, member.size + count};
-    }
-
-    /// Makes room and writes what comes before every value: the separator and, unless null, the name.
-    LUMO_ALWAYS_INLINE static cursor begin(json_writer& writer, const char* name)
-    {
-        const cursor member = {writer._text.reserve(prefix_room + value_room), writer._next.size};
-        std::memcpy(member.begin, writer._next.text, sizeof writer._next.text);
-        writer._next = writer._later;
-        return name == nullptr ? member : put(put_string(writer, member, name), "\":  ", 3);
-    }
-
-    /// A quote and the text escaped. The closing quote is the caller's, together with what follows it.
-    LUMO_ALWAYS_INLINE static cursor put_string(json_writer& writer, cursor member, const char* text)
-    {
-        *member.end() = '"';
-        const auto room = static_cast<std::size_t>(writer._text.limit() - member.begin) - value_room;
-        const escaped copy = copy_escaped(text, member.begin, member.size + 1, room);
-        member.size = copy.size;
-        if (__builtin_expect(copy.rest != nullptr, 0))
-            return encode_rest(writer, member, copy.rest);
-        return member;
-    }
-
-    /// Goes on with a string for which there was too little room.
-    static cursor encode_rest(json_writer& writer, cursor member, const char* text);
-
-    /// A value of each kind, behind the name; here and in the next three. What needs no growing needs no writer.
-    LUMO_ALWAYS_INLINE static cursor put_value(json_writer& writer, cursor member, const char* value)
-    {
-        return value == nullptr ? put(member, "null", 4) : put(put_string(writer, member, value), "\"   ", 1);
-    }
-
-    LUMO_ALWAYS_INLINE static cursor put_value(json_writer&, cursor member, double value)
-    {
-        return {member.begin, member.size + put_general(member.end(), value)};
-    }
-
-    LUMO_ALWAYS_INLINE static cursor put_value(json_writer&, cursor member, bool value)
-    {
-        return value ? put(member, "true", 4) : put(put(member, "fals", 4), "e   ", 1);
-    }
-
-    template <class Integer>
-    LUMO_ALWAYS_INLINE static cursor put_value(json_writer&, cursor member, Integer value)
-    {
-        return {member.begin, member.size + put_decimal(member.end(), value)};
-    }
 
     /// The size of a value that was written at `out`, or too_long. A text and its escapes may go up to `limit`, behind
     /// which there is value_room left.
@@ -129,10 +66,10 @@ struct json_elements
     /// A child's text of moderate length, in whole sixteens.
     LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char*, const json_writer* child)
     {
-        if (child == nullptr || child->_text.size() > child_room)
+        if (child == nullptr || child->text.size() > child_room)
             return too_long;
-        const char* const text = child->_text.begin();
-        const std::size_t size = child->_text.size();
+        const char* const text = child->text.begin();
+        const std::size_t size = child->text.size();
         for (std::size_t at = 0; at < size; at += 16)
             std::memcpy(out + at, text + at, 16);
         return size;
@@ -150,8 +87,8 @@ struct json_elements
     template <class Value>
     LUMO_ALWAYS_INLINE static bool try_add(json_writer& writer, const char* name, Value value)
     {
-        char* const begin = writer._text.end();
-        if (static_cast<std::size_t>(writer._text.limit() - begin) < prefix_room + room_for<Value>)
+        char* const begin = writer.text.end();
+        if (static_cast<std::size_t>(writer.text.limit() - begin) < prefix_room + room_for<Value>)
             return false;
         std::memcpy(begin, writer._next.text, sizeof writer._next.text);
         std::size_t size = writer._next.size;
@@ -163,47 +100,68 @@ struct json_elements
             size += length + 4;
             std::memcpy(begin + size - 3, "\":  ", 4);
         }
-        const std::size_t value_size = try_value(begin + size, writer._text.limit() - value_room, value);
+        const std::size_t value_size = try_value(begin + size, writer.text.limit() - value_room, value);
         if (value_size == too_long)
             return false;
         // Nothing counted until here, so whoever gave up above left the writer as it was.
         writer._next = writer._later;
-        writer._text.commit(begin + (size + value_size));
+        writer.text.commit(begin + (size + value_size));
         return true;
     }
 
-    /// One member, or element with a null name: the general way.
-    template <class Value>
-    LUMO_ALWAYS_INLINE static void add(json_writer& writer, const char* name, Value value)
+    /// A value of each kind behind its name, the general way; here and in the next two.
+    static void add_value(json_writer& writer, const char* value)
     {
-        writer._text.commit(put_value(writer, begin(writer, name), value).end());
+        if (value == nullptr) {
+            writer.text.append("null");
+            return;
+        }
+        writer._put('"');
+        writer._write_encode(value);
+        writer._put('"');
     }
 
-    /// The same for a child of any length.
-    static void add(json_writer& writer, const char* name, const json_writer* child)
+    static void add_value(json_writer& writer, const json_writer* child)
     {
-        writer._text.commit(begin(writer, name).end());
         if (child == nullptr)
             return;
         // Room first and only then the text, which moves with it when a document is added to itself.
-        writer._text.reserve(child->_text.size());
-        writer._text.append(child->text());
+        writer.text.reserve(child->text.size());
+        writer.text.append(child->text);
     }
 
-    /// The same, whole or not at all: a document that cannot grow is then as it was, and can still be read.
-    template <class Value>
-    static void add_whole(json_writer& writer, const char* name, Value value)
+    template <class Number>
+    static void add_value(json_writer& writer, Number value)
     {
-        const std::size_t size = writer._text.size();
+        char* const out = writer.text.reserve(value_room);
+        writer.text.commit(out + try_value(out, nullptr, value));
+    }
+
+    /// One member, or element with a null name, the general way: whole or not at all. A document that cannot grow is
+    /// then as it was, and can still be read.
+    template <class Value>
+    __attribute__((noinline)) static void add_whole(json_writer& writer, const char* name, Value value)
+    {
+        const std::size_t size = writer.text.size();
         const json_writer::separator next = writer._next;
         try {
-            add(writer, name, value);
+            writer._write_name(name);
+            add_value(writer, value);
         } catch (...) {
             // The text may have moved and grown since, but what stood in it stands there still.
-            writer._text.commit(writer._text.end() - (writer._text.size() - size));
+            writer.text.commit(writer.text.end() - (writer.text.size() - size));
             writer._next = next;
             throw;
         }
+    }
+
+    /// One member, in whichever way. Room first: most that the short way refuses lack nothing else.
+    template <class Value>
+    static void add(json_writer& writer, const char* name, Value value)
+    {
+        writer.text.reserve(prefix_room + room_for<Value>);
+        if (!try_add(writer, name, value))
+            add_whole(writer, name, value);
     }
 };
 

@@ -33,7 +33,7 @@ json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(
     if (name != nullptr) {
         // Still outside of any level: the name stands on a line without indentation.
         _put('{');
-        _text.commit(json_elements::begin(*this, name).end());
+        _write_name(name);
         _wrapped = true;
     }
     _put('{');
@@ -50,16 +50,16 @@ void json_writer::restart()
 void json_writer::_restart(char bracket)
 {
     // Back to where the constructor of an unnamed writer leaves off, but with the room of the last text.
-    _text.clear();
+    text.clear();
     _put(bracket);
     _set_level(1, true);
 }
 
 // The lines of one second begin alike; that beginning is written once and taken up from here for each of them.
-void json_writer::_resume(std::string_view text)
+void json_writer::_resume(std::string_view begun)
 {
-    _text.clear();
-    _text.append(text);
+    text.clear();
+    text.append(begun);
     _set_level(1, false);
 }
 
@@ -67,68 +67,92 @@ void json_writer::_resume(std::string_view text)
 // come here with what it refuses.
 void json_writer::element(const char* name, const char* value)
 {
-    json_elements::add_whole(*this, name, value);
+    json_elements::add(*this, name, value);
 }
 void json_writer::element(const char* name, const json_writer* child)
 {
-    json_elements::add_whole(*this, name, child);
+    json_elements::add(*this, name, child);
 }
 void json_writer::element(const char* name, double value)
 {
-    json_elements::add_whole(*this, name, value);
+    json_elements::add(*this, name, value);
 }
 void json_writer::element(const char* name, bool value)
 {
-    json_elements::add_whole(*this, name, value);
+    json_elements::add(*this, name, value);
 }
 void json_writer::element(const char* name, long long value)
 {
-    json_elements::add_whole(*this, name, value);
+    json_elements::add(*this, name, value);
 }
 void json_writer::element(const char* name, int value)
 {
-    json_elements::add_whole(*this, name, value);
+    json_elements::add(*this, name, value);
 }
 
 void json_writer::finish()
 {
     if (_depth < 1)
         return;
-    json_elements::cursor end = {_text.reserve(json_elements::value_room), 0}; // first: it may find no memory
+    char* const out = text.reserve(4); // first: it may find no memory
     // A member that comes too late lands behind the brace, with a comma unless the object was empty; nobody checks.
     _set_level(0, _is_first());
-    end = _compact ? json_elements::put(end, " }  ", 2) : json_elements::put(end, "\r\n} ", 3);
+    if (_compact) { // in one piece: an event ends several times
+        std::memcpy(out, " }  ", 4);
+        text.commit(out + 2);
+    } else {
+        _break();
+        _put('}');
+    }
     if (_wrapped)
-        end = json_elements::put(end, "}   ", 1);
-    _text.commit(end.end());
+        _put('}');
 }
 
 void json_writer::_put(char c)
 {
-    char* out = _text.reserve(1);
+    char* out = text.reserve(1);
     *out = c;
-    _text.commit(out + 1);
+    text.commit(out + 1);
 }
 
-// Round by round, as a text's length is known only when its end is reached. What was written counts before room is
-// made, for growing moves it; and each round finds room for more than it needs to begin with, so it gets on.
-json_elements::cursor json_elements::encode_rest(json_writer& writer, cursor member, const char* text)
+// The separators hold all that comes before a name in one piece.
+void json_writer::_write_name(const char* name)
 {
-    while (text != nullptr) {
-        writer._text.commit(member.end());
-        member.begin = writer._text.reserve(value_room + 2 * escape_stride);
-        const auto room = static_cast<std::size_t>(writer._text.limit() - member.begin) - value_room;
-        const escaped copy = copy_escaped(text, member.begin, 0, room);
-        member.size = copy.size;
-        text = copy.rest;
+    char* const out = text.reserve(sizeof _next.text);
+    std::memcpy(out, _next.text, sizeof _next.text);
+    text.commit(out + _next.size);
+    _next = _later;
+    if (name == nullptr)
+        return;
+    _put('"');
+    _write_encode(name);
+    text.append("\": ");
+}
+
+// Round by round, as a text's length is known only when its end is reached. Each round finds room for more than it
+// needs to begin with, so it gets on.
+void json_writer::_write_encode(const char* s)
+{
+    while (s != nullptr) {
+        char* const out = text.reserve(2 * escape_stride);
+        const escaped copy = copy_escaped(s, out, 0, static_cast<std::size_t>(text.limit() - out));
+        text.commit(out + copy.size);
+        s = copy.rest;
     }
-    return member;
+}
+
+void json_writer::_break()
+{
+    if (_compact)
+        text.append(" ");
+    else
+        text.append("\r\n");
 }
 
 json_writer_array::json_writer_array(const char* name, bool compact) : json_writer(unopened(), compact)
 {
     if (name != nullptr)
-        _text.commit(json_elements::begin(*this, name).end());
+        _write_name(name);
     _put('[');
     // Behind a name the array counts as begun, hence the comma before its first element.
     _set_level(1, name == nullptr);
@@ -143,8 +167,8 @@ void json_writer_array::finish()
 {
     if (_depth < 1)
         return;
-    // Never on a line of its own, unlike an object's brace; four bytes are stored for two that count.
-    _text.commit(json_elements::put({_text.reserve(4), 0}, " ]  ", 2).end());
+    // Never on a line of its own, unlike an object's brace.
+    text.append(" ]");
     _set_level(0, _is_first());
 }
 

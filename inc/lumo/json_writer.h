@@ -10,7 +10,7 @@
 //     lumo::json_writer event(nullptr, true);
 //     event.element("n", 5);
 //     event.finish();
-//     event.text();                        // { "n": 5 }
+//     std::string line = event.text;       // { "n": 5 }
 #pragma once
 
 #include "lumo/text_buffer.h"
@@ -65,8 +65,16 @@ public:
     /// kind.
     void restart();
 
-    /// The text so far: complete after finish(). Valid until the writer changes or goes.
-    std::string_view text() const noexcept { return _text.view(); }
+    /// The text so far: complete after finish().
+    text_buffer text;
+
+    /// The steps of the general way to write a member, for writers that derive from this one: what stands before it
+    /// (the comma unless it is the first, a line break, the indentation) and, unless null, its name.
+    void _write_name(const char* name);
+    /// A text, escaped; the quotes are the caller's.
+    void _write_encode(const char* s);
+    /// A line break, which is a blank in compact text. The next name brings its own.
+    void _break();
 
 protected:
     friend struct json_elements;
@@ -93,9 +101,8 @@ protected:
     /// Begins anew with an opening bracket.
     void _restart(char bracket);
     /// Starts over with the text of an unfinished document, its first members already in it.
-    void _resume(std::string_view text);
+    void _resume(std::string_view begun);
 
-    text_buffer _text;
     /// Before the next member, and before those after it.
     separator _next, _later;
     /// Open levels: 1 from construction to finish(), then 0; also the indentation in spaces.

@@ -23,11 +23,11 @@ void text_buffer::grow(std::size_t count)
     const std::size_t doubled = 2 * static_cast<std::size_t>(_limit - begin());
     // Doubling keeps the copying linear however long the text gets. The old block goes last: if there is no new one,
     // the text is as it was.
-    const std::size_t capacity = std::max({first_block, doubled, old.size() + count});
+    const std::size_t capacity = std::max({first_block, doubled, old.size() + count + 1});
     scoped_array<char> block(new char[capacity]);
     std::memcpy(block.Get(), old.data(), old.size());
     _end = block.Get() + old.size();
-    _limit = block.Get() + capacity;
+    _limit = block.Get() + capacity - 1;
     _heap = std::move(block);
 }
 

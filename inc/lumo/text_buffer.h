@@ -12,29 +12,59 @@
 #include "lumo/tova/base.h"
 
 #include <cstddef>
+#include <cstring>
+#include <string>
 #include <string_view>
 
 namespace lumo {
 
 /// Text that only grows. Owned and used by one thread at a time. Growing may throw std::bad_alloc; the text is then as
 /// it was.
+///
+/// It reads like a string: it turns into a std::string or a view of one, compares with both, and has a terminator for
+/// whoever asks for one.
 class TOVA_API text_buffer
 {
 public:
-    /// The room of a text that has not grown yet: enough for most nested objects and arrays, and two such buffers (an
-    /// array document has both) stay a small object.
-    static constexpr std::size_t inline_room = 232;
+    /// The room of a text that has not grown yet, its terminator not counted: enough for most nested objects and
+    /// arrays, and two such buffers (an array document has both) stay a small object.
+    static constexpr std::size_t inline_room = 231;
 
     /// The most room that outlives clear().
     static constexpr std::ptrdiff_t kept_room = 64 << 10;
 
     /// Empty, without any memory from the heap.
-    text_buffer() noexcept : _end(_inline), _limit(_inline + sizeof _inline) {}
+    text_buffer() noexcept : _end(_inline), _limit(_inline + inline_room) {}
     text_buffer(const text_buffer&) = delete;
     text_buffer& operator=(const text_buffer&) = delete;
 
     /// The text so far; valid until the next change.
     std::string_view view() const noexcept { return {begin(), size()}; }
+
+    /// The same, by itself.
+    operator std::string_view() const noexcept { return view(); }
+    /// A copy.
+    operator std::string() const { return std::string(view()); }
+    /// The text with a terminator; valid until the next change.
+    const char* c_str() const noexcept
+    {
+        *_end = '\0';
+        return begin();
+    }
+    /// The same without one.
+    const char* data() const noexcept { return begin(); }
+    /// Whether there is none.
+    bool empty() const noexcept { return size() == 0; }
+    /// Where `part` stands first from a place on, or std::string_view::npos.
+    std::size_t find(std::string_view part, std::size_t from = 0) const noexcept { return view().find(part, from); }
+
+    /// By their bytes, here and below.
+    friend bool operator==(const text_buffer& a, const text_buffer& b) noexcept { return a.view() == b.view(); }
+    friend bool operator==(const text_buffer& a, std::string_view b) noexcept { return a.view() == b; }
+    friend bool operator==(std::string_view a, const text_buffer& b) noexcept { return a == b.view(); }
+    friend bool operator!=(const text_buffer& a, const text_buffer& b) noexcept { return a.view() != b.view(); }
+    friend bool operator!=(const text_buffer& a, std::string_view b) noexcept { return a.view() != b; }
+    friend bool operator!=(std::string_view a, const text_buffer& b) noexcept { return a != b.view(); }
 
     /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on; all
     /// pointers and views from before are void when the text had to grow.
@@ -61,6 +91,15 @@ public:
     /// Appends a copy of `text`, which may be part of this buffer only when there is room for it already.
     void append(std::string_view text);
 
+    /// Appends a literal, its NUL left out: a few bytes that the compiler stores without a call.
+    template <std::size_t size>
+    void append(const char (&literal)[size])
+    {
+        char* const out = reserve(size - 1);
+        std::memcpy(out, literal, size - 1);
+        commit(out + size - 1);
+    }
+
     /// Empties the text and keeps the room, unless that is more than kept_room: one giant among the documents must not
     /// hold its memory for good. The next text of usual size then allocates nothing.
     void clear() noexcept
@@ -77,9 +116,9 @@ private:
     void grow(std::size_t count);
 
     char* _end;   // where the text ends
-    char* _limit; // where the room ends
+    char* _limit; // where the room ends, and a terminator still fits
     scoped_array<char> _heap;
-    char _inline[inline_room]; // the room until the text is on the heap
+    char _inline[inline_room + 1]; // the room until the text is on the heap
 };
 
 } // namespace lumo

@@ -14,15 +14,15 @@ class EventLine : public lumo::json_writer_array
 public:
     EventLine() : json_writer_array(nullptr, true) {}
 
-    /// Starts over with the text of an unfinished array, as Text() gave it.
-    void Restart(std::string_view text) { _resume(text); }
+    /// Starts over with the text of an unfinished array, as its text was then.
+    void Restart(std::string_view begun) { _resume(begun); }
 
     /// Closes the array and the line. @return the whole line, valid until the next change
     std::string_view FinishLine()
     {
         finish();
-        _text.append("\n");
-        return text();
+        text.append("\n");
+        return text;
     }
 };
 

@@ -220,7 +220,7 @@ void EventManager::RefreshCommonFields()
         return;
     m_pCurrentEvent.Reset(new EventLine);
     AddCommonEventFields();
-    m_strCommonFields = m_pCurrentEvent->text();
+    m_strCommonFields = m_pCurrentEvent->text;
     m_nCommonFieldsTime = now;
 }
 
@@ -242,7 +242,7 @@ void EventManager::FinishLine(LogObject* event)
 {
     if (const lumo::json_writer* writer = event->GetWriter()) {
         m_pCurrentEvent->element(nullptr, writer);
-        m_strLastLoggedEvent = writer->text();
+        m_strLastLoggedEvent = writer->text;
     }
     EventLog::Append(m_strEventLogFilePath, m_pCurrentEvent->FinishLine());
 }

@@ -43,64 +43,64 @@ static std::uint32_t finish(std::optional<Writer>& writer)
 // Unnamed and compact: every event has to end up on one line of the log file.
 LogObject::LogObject()
 {
-    m_writer.emplace(nullptr, true);
+    writer.emplace(nullptr, true);
 }
 
 LogObject::~LogObject() = default;
 
 std::uint32_t LogObject::AddString(const char* name, const char* value)
 {
-    return add(m_writer, name, value);
+    return add(writer, name, value);
 }
 
 std::uint32_t LogObject::AddInt(const char* name, int value)
 {
-    return add(m_writer, name, value);
+    return add(writer, name, value);
 }
 
 std::uint32_t LogObject::AddInt64(const char* name, long long value)
 {
-    return add(m_writer, name, value);
+    return add(writer, name, value);
 }
 
 std::uint32_t LogObject::AddDouble(const char* name, double value)
 {
-    return add(m_writer, name, value);
+    return add(writer, name, value);
 }
 
 std::uint32_t LogObject::AddBoolean(const char* name, bool value)
 {
-    return add(m_writer, name, value);
+    return add(writer, name, value);
 }
 
 // An own writer that is missing refuses whatever the child is like, so it is looked at first; here and below.
 std::uint32_t LogObject::AddObject(const char* name, LogObject* child)
 {
-    const lumo::json_writer* writer = child->GetWriter();
-    return m_writer && writer == nullptr ? 1 : add_child(m_writer, name, writer);
+    const lumo::json_writer* childs = child->GetWriter();
+    return writer && childs == nullptr ? 1 : add_child(writer, name, childs);
 }
 
 // The array's own writer: the one of the object that an array also is has no text of any use.
 std::uint32_t LogObject::AddArray(const char* name, LogArray* child)
 {
-    const lumo::json_writer* writer = child->GetArrayWriter();
-    return m_writer && writer == nullptr ? 1 : add_child(m_writer, name, writer);
+    const lumo::json_writer* childs = child->GetArrayWriter();
+    return writer && childs == nullptr ? 1 : add_child(writer, name, childs);
 }
 
 std::uint32_t LogObject::EndObject()
 {
-    return finish(m_writer);
+    return finish(writer);
 }
 
 void LogObject::Restart()
 {
-    if (m_writer)
-        m_writer->restart();
+    if (writer)
+        writer->restart();
 }
 
 std::string LogObject::ToString() const
 {
-    return m_writer ? std::string(m_writer->text()) : std::string();
+    return writer ? writer->text : std::string();
 }
 
 // By way of a copy, as the decoder wants a terminator and the writer's text has none.
@@ -112,7 +112,7 @@ std::wstring LogObject::ToWString() const
 // The object writer underneath is made as well and stays unused: who holds an array as an object finds one there.
 LogArray::LogArray()
 {
-    m_arrayWriter.emplace(nullptr, true);
+    array_writer.emplace(nullptr, true);
 }
 
 LogArray::~LogArray() = default;
@@ -120,53 +120,53 @@ LogArray::~LogArray() = default;
 // Elements are members without a name; the rest is the same.
 std::uint32_t LogArray::AddString(const char* value)
 {
-    return add(m_arrayWriter, nullptr, value);
+    return add(array_writer, nullptr, value);
 }
 
 std::uint32_t LogArray::AddInt(int value)
 {
-    return add(m_arrayWriter, nullptr, value);
+    return add(array_writer, nullptr, value);
 }
 
 std::uint32_t LogArray::AddInt64(long long value)
 {
-    return add(m_arrayWriter, nullptr, value);
+    return add(array_writer, nullptr, value);
 }
 
 std::uint32_t LogArray::AddDouble(double value)
 {
-    return add(m_arrayWriter, nullptr, value);
+    return add(array_writer, nullptr, value);
 }
 
 std::uint32_t LogArray::AddBoolean(bool value)
 {
-    return add(m_arrayWriter, nullptr, value);
+    return add(array_writer, nullptr, value);
 }
 
 // Unlike an object's, a child that is missing is refused; that is meant.
 std::uint32_t LogArray::AddObject(LogObject* child)
 {
-    const lumo::json_writer* writer = child != nullptr ? child->GetWriter() : nullptr;
-    return writer == nullptr ? 0 : add_child(m_arrayWriter, nullptr, writer);
+    const lumo::json_writer* childs = child != nullptr ? child->GetWriter() : nullptr;
+    return childs == nullptr ? 0 : add_child(array_writer, nullptr, childs);
 }
 
 std::uint32_t LogArray::AddArray(LogArray* child)
 {
-    const lumo::json_writer* writer = child != nullptr ? child->GetArrayWriter() : nullptr;
-    return writer == nullptr ? 0 : add_child(m_arrayWriter, nullptr, writer);
+    const lumo::json_writer* childs = child != nullptr ? child->GetArrayWriter() : nullptr;
+    return childs == nullptr ? 0 : add_child(array_writer, nullptr, childs);
 }
 
 std::uint32_t LogArray::EndObject()
 {
-    return finish(m_arrayWriter);
+    return finish(array_writer);
 }
 
 void LogArray::Restart()
 {
     // Both writers: the unused one may have been ended or added to by way of a LogObject pointer.
     LogObject::Restart();
-    if (m_arrayWriter)
-        m_arrayWriter->restart();
+    if (array_writer)
+        array_writer->restart();
 }
 
 } // namespace AnalyticsSDK

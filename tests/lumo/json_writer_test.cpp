@@ -22,7 +22,7 @@ std::string finished(bool compact, Members members, const char* name = nullptr)
     Writer writer(name, compact);
     members(writer);
     writer.finish();
-    return std::string(writer.text());
+    return writer.text;
 }
 
 // The text of the one value that `value` gives as an array element.
@@ -94,7 +94,20 @@ TEST(JsonWriter, TakesMembersUncheckedOnceFinished)
     writer.finish();
     writer.finish();
     writer.element("late", 1);
-    EXPECT_EQ(writer.text(), R"({ } "late": 1)");
+    EXPECT_EQ(writer.text, R"({ } "late": 1)");
+}
+
+TEST(JsonWriter, HasItsStepsAndATextThatReadsLikeAString)
+{
+    json_writer writer(nullptr, false);
+    writer._write_name("a\"");
+    writer._write_encode("x\n");
+    writer._break();
+    writer._write_name(nullptr);
+    const std::string text = writer.text;
+    EXPECT_EQ(text, "{\r\n \"a\\\"\": x\\n\r\n,\r\n ");
+    EXPECT_STREQ(writer.text.c_str(), text.c_str());
+    EXPECT_TRUE(writer.text == text && !(writer.text != text) && writer.text.find("x") == 11);
 }
 
 TEST(JsonWriter, DoesNotCareForTheHostsLocale)

@@ -10,17 +10,17 @@ namespace {
 // Documents whose writer can be taken away, as nothing in the library does.
 struct BareObject : LogObject
 {
-    BareObject() { m_writer.reset(); }
+    BareObject() { writer.reset(); }
 };
 
 struct BareArray : LogArray
 {
-    BareArray() { m_arrayWriter.reset(); }
+    BareArray() { array_writer.reset(); }
 };
 
 std::string text(const LogArray& array)
 {
-    return std::string(array.GetArrayWriter()->text());
+    return array.GetArrayWriter()->text;
 }
 
 } // namespace
