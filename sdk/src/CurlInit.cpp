@@ -8,6 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
+#include "lumo/tova/platform/internal.h"
 #include "lumo/tova/thread.h"
 
 struct CRYPTO_dynlock_value : AnalyticsSDK::CurlInit::Lock
@@ -24,7 +25,7 @@ constinit std::atomic<int> g_nInside{0}; // uses under way
 constinit std::atomic<bool> g_bLeaving{false};
 constinit thread_local int t_nInside = 0; // those of this thread: a host may call exit() from a callback
 
-CurlInit g_curlInit;
+CurlInit g_curlInit TOVA_BEFORE_THE_HOST;
 
 void WaitUntilNobodyIsInside()
 {

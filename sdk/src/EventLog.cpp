@@ -14,12 +14,23 @@
 #include "FileDescriptor.h"
 #include "LogLock.h"
 #include "lumo/large_text.h"
+#include "lumo/tova/platform/internal.h"
 
 namespace AnalyticsSDK {
 
 // Never destroyed: a host may leave main() while workers still append, and while its own static destructors log.
-alignas(lumo::mutex) static unsigned char logMutexStorage[sizeof(lumo::mutex)];
-lumo::mutex& EventManager::m_spLogMutex = *new (logMutexStorage) lumo::mutex(false);
+static constinit union LogMutex
+{
+    constexpr LogMutex() : none() {}
+    ~LogMutex() {}
+    char none;
+    lumo::mutex mutex;
+} logMutex;
+constinit lumo::mutex& EventManager::m_spLogMutex = logMutex.mutex;
+[[maybe_unused]] static const struct LogMutexStart
+{
+    LogMutexStart() { new (&logMutex.mutex) lumo::mutex(false); }
+} logMutexStart TOVA_BEFORE_THE_HOST;
 
 namespace EventLog {
 namespace {
@@ -44,7 +55,7 @@ void UnlockInParent() LUMO_NO_THREAD_SAFETY_ANALYSIS
 }
 void RenewInChild()
 {
-    new (logMutexStorage) lumo::mutex(false);
+    new (&logMutex.mutex) lumo::mutex(false);
 }
 [[maybe_unused]] const int forkHandlers = pthread_atfork(LockBeforeFork, UnlockInParent, RenewInChild);
 

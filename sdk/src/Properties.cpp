@@ -8,6 +8,7 @@
 #include "AnalyticsSDK/SystemInfo.h"
 #include "analytics.h"
 #include "lumo/mutex.h"
+#include "lumo/tova/platform/internal.h"
 #include "lumo/tova/text.h"
 
 namespace AnalyticsSDK {
@@ -47,9 +48,23 @@ private:
 };
 
 // Never destroyed: a property may be read while the process exits.
-alignas(CachedText) unsigned char storage[2][sizeof(CachedText)];
-CachedText& cpu = *new (storage[0]) CachedText;
-CachedText& cpuClock = *new (storage[1]) CachedText;
+constinit union Caches
+{
+    constexpr Caches() : none() {}
+    ~Caches() {}
+    char none;
+    CachedText texts[2];
+} caches;
+[[maybe_unused]] const struct CachesStart
+{
+    CachesStart()
+    {
+        for (CachedText& text : caches.texts)
+            new (&text) CachedText;
+    }
+} cachesStart TOVA_BEFORE_THE_HOST;
+constinit CachedText& cpu = caches.texts[0];
+constinit CachedText& cpuClock = caches.texts[1];
 
 // A child forked while another thread was asking would find the lock held by nobody, for ever.
 [[maybe_unused]] const int forkHandlers = pthread_atfork(
@@ -67,7 +82,7 @@ CachedText& cpuClock = *new (storage[1]) CachedText;
     });
 
 // "uuid" is no fact of the machine: every read makes a new one, so it must not be cached.
-const struct
+constinit const struct
 {
     const char* key;
     Probe probe;

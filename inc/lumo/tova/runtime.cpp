@@ -91,6 +91,6 @@ struct module_lifetime
         if (tova::living_threads.load() == 0)
             tova_shutdown();
     }
-} lifetime;
+} lifetime TOVA_BEFORE_THE_HOST;
 
 } // namespace

@@ -4,8 +4,31 @@
 #include <AnalyticsSDK/LogObject.h>
 #include <AnalyticsSDK/WebClient.h>
 #include <analytics.hpp>
+#include <lumo/tova/tova.h>
 
 static_assert(__cplusplus == 201703L, "what is installed must not need more than C++17");
+
+// Objects of the host's may use the library before main().
+static struct EarlyUse
+{
+    EarlyUse()
+    {
+        tova_thread_create(&thread);
+        tova_thread_start(
+            &thread, [](void*) {}, nullptr);
+        tova_thread_join(&thread);
+        char cpu[256] = "";
+        analytics_property_get(nullptr, "cpu", cpu, sizeof cpu);
+        analytics::settings settings;
+        settings.unique_id = "U";
+        settings.event_log_file = "/dev/null";
+        analytics::session session(settings);
+        logged = session.open_event("early").end() == analytics::result::ok;
+    }
+
+    tova_thread thread;
+    bool logged;
+} early;
 
 int main(int argc, char** argv)
 {
@@ -20,5 +43,5 @@ int main(int argc, char** argv)
     object.AddInt("n", 1);
     object.EndObject();
     bool good = object.ToString() == "{ \"n\": 1 }" && AnalyticsSDK::GenerateUuid().size() == 36;
-    return good && session.send() == analytics::result::send_failed ? 0 : 1;
+    return early.logged && good && session.send() == analytics::result::send_failed ? 0 : 1;
 }

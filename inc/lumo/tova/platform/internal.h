@@ -7,6 +7,14 @@
 #include <ctime>
 #include <sys/time.h>
 
+/// On an object of the library at namespace scope: made before those of the host, which in a statically linked program
+/// come in any order otherwise and may open sessions. Where the system's format knows no order (Darwin), nothing.
+#if __has_attribute(init_priority)
+#define TOVA_BEFORE_THE_HOST __attribute__((init_priority(101)))
+#else
+#define TOVA_BEFORE_THE_HOST
+#endif
+
 struct tova_mutex;
 struct tova_security;
 struct tova_time;
