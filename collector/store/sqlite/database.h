@@ -4,8 +4,8 @@
 // or writes a row goes straight on and whoever began the transaction asks once, at its end.
 #pragma once
 
-#include "../result.h"
-#include "../store.h"
+#include "store/result.h"
+#include "store/store.h"
 
 #include <map>
 #include <memory>

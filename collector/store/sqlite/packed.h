@@ -2,7 +2,7 @@
 // byte, the lowest first, the eighth bit set on all but the last.
 #pragma once
 
-#include "../upload.h"
+#include "store/upload.h"
 
 #include <bitset>
 #include <cstdint>

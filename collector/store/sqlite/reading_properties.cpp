@@ -1,7 +1,7 @@
 // Questions about what events hold: facts, properties, their numbers and their course.
 #include "reading.h"
 
-#include "../members.h"
+#include "store/members.h"
 
 #include <cmath>
 #include <numeric>

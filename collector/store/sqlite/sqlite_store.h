@@ -1,7 +1,7 @@
 // A store in one SQLite file.
 #pragma once
 
-#include "../store.h"
+#include "store/store.h"
 
 namespace store::sqlite {
 
