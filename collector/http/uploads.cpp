@@ -55,7 +55,7 @@ Uploads::Uploads(store::Writer& writer, Keys& keys, const UploadLimits& limits, 
 
 bool Uploads::is_upload(const std::string& path)
 {
-    return path == "/events" || path.compare(0, key_path.size(), key_path) == 0;
+    return path == "/events" || path.compare(0, 8, "/events/") == 0 || path.compare(0, key_path.size(), key_path) == 0;
 }
 
 static std::string text_of(const Request& head, const char* name)
@@ -99,7 +99,7 @@ std::optional<Answer> Uploads::look(const Request& head)
 std::optional<Answer> Uploads::look_at_key(const Request& head)
 {
     const bool has_key = head.path.compare(0, key_path.size(), key_path) == 0;
-    if (has_key != m_keys.configured())
+    if (has_key != m_keys.configured() || (!has_key && head.path != "/events"))
         return sentence(404, "there is nothing at this address");
     if (has_key && !m_keys.application(head.path.substr(key_path.size())))
         return sentence(403, "this key is not known");
