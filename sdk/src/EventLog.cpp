@@ -10,33 +10,23 @@
 #include <pthread.h>
 #include <sys/stat.h>
 
-#include "AnalyticsSDK/EventManager.h"
 #include "FileDescriptor.h"
 #include "LogLock.h"
 #include "lumo/large_text.h"
 #include "lumo/tova/platform/internal.h"
 
-namespace AnalyticsSDK {
+namespace AnalyticsSDK::EventLog {
 
-// Never destroyed: a host may leave main() while workers still append, and while its own static destructors log.
-static constinit union LogMutex
+constinit LastingMutex lock;
+[[maybe_unused]] static const struct LockStart
 {
-    constexpr LogMutex() : none() {}
-    ~LogMutex() {}
-    char none;
-    lumo::mutex mutex;
-} logMutex;
-constinit lumo::mutex& EventManager::m_spLogMutex = logMutex.mutex;
-[[maybe_unused]] static const struct LogMutexStart
-{
-    LogMutexStart() { new (&logMutex.mutex) lumo::mutex(false); }
-} logMutexStart TOVA_BEFORE_THE_HOST;
+    LockStart() { new (&lock.mutex) lumo::mutex(false); }
+} lockStart TOVA_BEFORE_THE_HOST;
 
-namespace EventLog {
 namespace {
 
 /// Where the last append of this process left the end of its file: while it is still there, nobody else has written and
-/// the file ends with our line feed. Guarded by m_spLogMutex.
+/// the file ends with our line feed. Guarded by the lock.
 struct
 {
     size_t path = 0; ///< hash of the path: two that share it and their length would only miss a torn tail
@@ -47,15 +37,15 @@ struct
 // child's only thread is a new one to the system, so it could not unlock what its parent locked: it starts afresh.
 void LockBeforeFork() LUMO_NO_THREAD_SAFETY_ANALYSIS
 {
-    EventManager::m_spLogMutex.lock();
+    lock.mutex.lock();
 }
 void UnlockInParent() LUMO_NO_THREAD_SAFETY_ANALYSIS
 {
-    EventManager::m_spLogMutex.unlock();
+    lock.mutex.unlock();
 }
 void RenewInChild()
 {
-    new (&logMutex.mutex) lumo::mutex(false);
+    new (&lock.mutex) lumo::mutex(false);
 }
 [[maybe_unused]] const int forkHandlers = pthread_atfork(LockBeforeFork, UnlockInParent, RenewInChild);
 
@@ -182,5 +172,4 @@ void Delete(const std::string& path)
     lastAppend.end = -1;
 }
 
-} // namespace EventLog
-} // namespace AnalyticsSDK
+} // namespace AnalyticsSDK::EventLog

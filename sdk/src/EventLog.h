@@ -1,6 +1,6 @@
 // The event log file: one line per event, appended by any number of threads and processes, read and deleted whole.
 //
-// Every function takes EventManager::m_spLogMutex by itself. A path is opened for each operation and never kept open,
+// Every function takes the log's lock by itself. A path is opened for each operation and never kept open,
 // so the host may move or delete the file at any time.
 #ifndef ANALYTICSSDK_EVENTLOG_H
 #define ANALYTICSSDK_EVENTLOG_H
@@ -8,7 +8,23 @@
 #include <string>
 #include <string_view>
 
+#include "lumo/mutex.h"
+
 namespace AnalyticsSDK::EventLog {
+
+/// Never destroyed: a host may leave main() while workers still append, and while its own static destructors log.
+union LastingMutex
+{
+    constexpr LastingMutex() : none() {}
+    ~LastingMutex() {}
+
+    char none; ///< until the mutex is made, before any global object of the host's
+    lumo::mutex mutex;
+};
+
+/// Guards every append to, read of and deletion of event log files in this process. Recursive. Hosts know it as
+/// EventManager::m_spLogMutex; the library takes it by LogLock.
+extern LastingMutex lock;
 
 /// Appends a line, which brings its line feed, in one write. A line is written whole or not at all.
 ///

@@ -15,6 +15,8 @@ namespace AnalyticsSDK {
 static constexpr uint32_t uploadInterval_ms = 3'600'000;
 static constexpr time_t never = -1;
 
+constinit lumo::mutex& EventManager::m_spLogMutex = EventLog::lock.mutex;
+
 // Hosts use the class directly, too; a null would be undefined in the string's assignment.
 static const char* TextOf(const char* text)
 {
