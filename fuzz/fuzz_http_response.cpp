@@ -6,7 +6,7 @@
 
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/WebClient.h"
-#include "TransferOptions.h"
+#include "TransferSettings.h"
 #include "fuzz.h"
 #include "host/host.h"
 

@@ -7,7 +7,7 @@
 
 #include "AnalyticsSDK/Identity.h"
 #include "CurlInit.h"
-#include "TransferOptions.h"
+#include "TransferSettings.h"
 #include "host/streams.h"
 #include "lumo/percent.h"
 

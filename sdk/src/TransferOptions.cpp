@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "AnalyticsSDK/Utilities.h"
+#include "TransferSettings.h"
 #include "lumo/large_text.h"
 #include "lumo/percent.h"
 #include "lumo/tova/platform/curl_safeguards.h"
@@ -262,12 +263,6 @@ void SetCertificateOptions(OptionSetter& set, const std::string& certificateFile
 }
 
 } // namespace
-
-double TransferSettings::Now()
-{
-    double (*made_up)() = clock;
-    return made_up ? made_up() : GetCurrentTimeInMillis();
-}
 
 // Measured first: a body that grew step by step would cost a large log's upload twice its memory.
 std::string BuildFormBody(const FormParameters& params)

@@ -2,8 +2,6 @@
 /// The options that every transfer gets, and what becomes of the data that arrives.
 #pragma once
 
-#include <atomic>
-#include <cstddef>
 #include <map>
 #include <string>
 
@@ -11,20 +9,6 @@
 #include "CurlHandles.h"
 
 namespace AnalyticsSDK {
-
-/// The limits of transfers. Fixed in practice: tests put smaller ones, and a clock of their own, in their place.
-struct TransferSettings
-{
-    static inline std::atomic<long> connect_timeout_ms{30'000};
-    /// From the start of a transfer to its end, the upload included.
-    static inline std::atomic<long> total_timeout_ms{60'000};
-    /// Bytes of body that a queued request keeps in memory.
-    static inline std::atomic<std::size_t> text_body_limit{16 * 1024 * 1024};
-    /// The clock of stall detection, in milliseconds; null for GetCurrentTimeInMillis.
-    static inline std::atomic<double (*)()> clock{nullptr};
-
-    static double Now();
-};
 
 using FormParameters = std::map<std::string, std::string>;
 

@@ -4,6 +4,7 @@
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/WebClient.h"
 #include "TransferOptions.h"
+#include "TransferSettings.h"
 #include "host/host.h"
 #include "support/http_server.h"
 #include "support/raw_server.h"
