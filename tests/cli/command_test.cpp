@@ -122,7 +122,7 @@ TEST_F(Command, LogsValuesByTheirLooksOrByTheTypeGiven)
     EXPECT_EQ(run({"show"}).status, 0);
 }
 
-TEST_F(Command, RefusesWordsThatMakeNoEventAndLogsNothing)
+TEST_F(Command, RefusesWordsThatMakeNoEvent)
 {
     for (std::vector<std::string> words : std::vector<std::vector<std::string>>{{"plain"},
                                                                                 {"=1"},
@@ -145,7 +145,7 @@ TEST_F(Command, RefusesWordsThatMakeNoEventAndLogsNothing)
     EXPECT_FALSE(exists(log));
 }
 
-TEST_F(Command, LogsUnderOneIdThatItKeepsAndTheApplicationGiven)
+TEST_F(Command, LogsUnderOneIdThatItKeeps)
 {
     ASSERT_EQ(run({"log", "one", "--app", "me", "--app-version", "7"}).status, 0);
     std::string id = support::read_file(log + ".id");
@@ -170,7 +170,7 @@ TEST_F(Command, SaysWhyAnEventCannotBeWritten)
     EXPECT_THAT(ended.errors, HasSubstr("missing/id: the unique id could not be kept"));
 }
 
-TEST_F(Command, ShowsATableWithoutColoursOrControlBytesAndPointsAtBrokenLines)
+TEST_F(Command, ShowsATableThatPointsAtBrokenLines)
 {
     logged({"c=\x1b[31m\xff", "n:float=-inf"});
     Ended ended = run({"show", log});
@@ -202,7 +202,7 @@ TEST_F(Command, ShowsJsonThatAReaderTakes)
     EXPECT_EQ(json[1]["name"], "e");
 }
 
-TEST_F(Command, ColoursAndCutsItsLinesOnATerminalOnly)
+TEST_F(Command, ColoursItsLinesOnATerminalOnly)
 {
     logged({"long=" + std::string(300, 'x')});
     const std::vector<std::vector<const char*>> plain = {{}, {"TERM=dumb"}, {"TERM=xterm", "NO_COLOR=1"}};
@@ -232,7 +232,7 @@ TEST_F(Command, EndsAsPipesAndFullDisksMakeItEnd)
     }
 }
 
-TEST_F(Command, SendsTheWholeFileAsTheLibraryDoesAndRemovesIt)
+TEST_F(Command, SendsTheWholeFileAsTheLibraryDoes)
 {
     log_events(3);
     std::string text = support::read_file(log), id = support::read_file(log + ".id");
@@ -303,7 +303,7 @@ TEST_F(Command, ShowsThatItIsWorkingOnOneLineOfATerminal)
     EXPECT_EQ(output.rfind(working, 0), 0u) << output;
 }
 
-TEST_F(Command, TellsTheServersStatusOrTheNetworksReasonAndKeepsTheFile)
+TEST_F(Command, TellsTheReasonAndKeepsTheFile)
 {
     log_events(1);
     std::string text = support::read_file(log);
@@ -355,7 +355,7 @@ TEST_F(Command, PrintsThePropertiesOfThisMachine)
     EXPECT_THAT(ended.errors, HasSubstr("nosuch: "));
 }
 
-TEST_F(Command, ExplainsItselfAndItsUsage)
+TEST_F(Command, ExplainsItsUsage)
 {
     const struct
     {
@@ -387,7 +387,7 @@ TEST_F(Command, ExplainsItselfAndItsUsage)
     }
 }
 
-TEST_F(Command, CompletesWordsOptionsAndKeysInBash)
+TEST_F(Command, CompletesWhatIsTypedInBash)
 {
     const struct
     {

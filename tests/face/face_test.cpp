@@ -95,7 +95,7 @@ TEST_F(Face, AddsEveryTypeByItsKind)
                      R"("map": { "x": 0.5 }, "l": [ { "k": 1 } ] } ])"});
 }
 
-TEST_F(Face, LogsAWholeEventInOneLineAndKeepsNames)
+TEST_F(Face, LogsAWholeEventInOneLine)
 {
     analytics::session session(settings());
     const std::string key = "size";
@@ -216,18 +216,6 @@ TEST_F(Face, ASessionThatClosesEndsItsEventFirst)
     EXPECT_EQ(events(), Events{R"("e", { "o": { } } ])"});
 }
 
-TEST_F(Face, RefusesASecondEventAndKeepsTheFirst)
-{
-    analytics::session session(settings());
-    auto first = session.open_event("first");
-    auto second = session.open_event("second");
-    EXPECT_EQ(second.opened(), result::event_open);
-    EXPECT_EQ(second.add("k", 1), result::no_event);
-    EXPECT_EQ(first.add("k", 1), result::ok);
-    EXPECT_EQ(first.add(nullptr, 1), result::name_required);
-    EXPECT_EQ(first.open_object(nullptr).opened(), result::name_required);
-}
-
 TEST_F(Face, RefusesSettingsThatDoNotFit)
 {
     analytics::settings given = settings();
@@ -241,7 +229,7 @@ TEST_F(Face, RefusesSettingsThatDoNotFit)
     EXPECT_STREQ(analytics::text(result::no_session), analytics_result_text(100));
 }
 
-TEST_F(Face, AddsAndReadsPropertiesOfTheMachine)
+TEST_F(Face, AddsPropertiesOfTheMachine)
 {
     analytics::session session(settings());
     std::string name;
@@ -260,7 +248,7 @@ TEST_F(Face, AddsAndReadsPropertiesOfTheMachine)
     EXPECT_EQ(events(), Events{R"("e", { "l": [ ")" + name + R"(" ], "os_name": ")" + name + R"(" } ])"});
 }
 
-TEST_F(Face, SendsAndTellsTheObserversThatItWasGiven)
+TEST_F(Face, TellsTheObserversThatItWasGiven)
 {
     support::HttpServer server([](const support::Request&) { return support::Reply{200, "12345"}; });
     analytics::session session(settings(server.url()));

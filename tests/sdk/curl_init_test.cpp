@@ -9,7 +9,7 @@
 
 using AnalyticsSDK::CurlInit;
 
-TEST(ThreadsCurlInit, GivesOpenSslLocksThatExcludeOtherThreadsOnly)
+TEST(CurlInit, GivesOpenSslLocksThatExcludeOtherThreadsOnly)
 {
     CRYPTO_dynlock_value* const made = CurlInit::dyn_create_function("", 0);
     const std::function<void(int)> locks[] = {
@@ -35,7 +35,7 @@ TEST(ThreadsCurlInit, GivesOpenSslLocksThatExcludeOtherThreadsOnly)
     EXPECT_EQ(CurlInit::id_function(), tova_thread_id());
 }
 
-TEST(CurlInit, ClosesTheCallbacksOnceAndInstallsThemAnew)
+TEST(CurlInit, InstallsTheCallbacksAnewOnceClosed)
 {
     CurlInit init;
     EXPECT_TRUE(init.GetLocks() && init.CloseOpenSSLCallbacks());

@@ -79,7 +79,7 @@ struct CycleTest : testing::Test
 
 } // namespace
 
-TEST_F(CycleTest, AnswersDecideWhatBecomesOfABatchAndOfTheCycle)
+TEST_F(CycleTest, AnswersDecideWhatBecomesOfABatch)
 {
     const Answer none{.connected = true}, unreachable{}, cut{.status = 200, .connected = true};
     const struct
@@ -177,7 +177,7 @@ TEST_F(CycleTest, SendsPlainToAServerThatRefusesPackedBodies)
     EXPECT_EQ(run({answer(200), answer(400), answer(200)}), "b0+2z c0+2z c0+2 a0+2");
 }
 
-TEST_F(CycleTest, TellsWhatWasDroppedAfterAllBatchesAndLetsNoAnswerToItCount)
+TEST_F(CycleTest, TellsWhatWasDroppedAfterAllBatches)
 {
     put("b");
     write_file(path('a', 3, BatchKind::dropped), "7\n");
@@ -210,7 +210,7 @@ TEST_F(CycleTest, WhoAsksWaitsForWhatOthersHaveClaimed)
     EXPECT_TRUE(outcome.allTaken);
 }
 
-TEST_F(CycleTest, WithoutAPlaceToWriteItSendsPartsAndDoesNotRepeatWhatWasTaken)
+TEST_F(CycleTest, WithoutAPlaceToWriteItSendsPartsOnce)
 {
     put("a", std::string(5000, 'x') + "\n" + std::string(5000, 'y') + "\n");
     support::Child child([&] {
@@ -229,7 +229,7 @@ TEST_F(CycleTest, WithoutAPlaceToWriteItSendsPartsAndDoesNotRepeatWhatWasTaken)
     EXPECT_EQ(child.status(), 0);
 }
 
-TEST_F(CycleTest, WaitsGrowFromFirstToMostAndStartAnewWithASuccess)
+TEST_F(CycleTest, WaitsGrowUntilASuccess)
 {
     options.Set(Option::retry_first_ms, "1000");
     options.Set(Option::retry_most_ms, "3000");

@@ -114,7 +114,7 @@ TEST(EventLogFile, TellsAMissingFileFromAnUnreadableOne)
     EventLog::Append(folder.file("fifo"), std::string(1'000'000, 'x')); // more than a pipe holds: it must not wait
 }
 
-TEST(ThreadsEventLogFile, LosesNothingToAReadWithDeletion)
+TEST(EventLogFile, LosesNothingToAReadWithDeletion)
 {
     ScratchFolder folder;
     const std::string path = folder.file("log");
@@ -140,7 +140,7 @@ TEST(ThreadsEventLogFile, LosesNothingToAReadWithDeletion)
     EXPECT_EQ(received + read_file(path), expected);
 }
 
-TEST(ThreadsEventLogFile, CanBeUsedInAChildForkedWhileOthersAppend)
+TEST(EventLogFile, CanBeUsedInAChildForkedWhileOthersAppend)
 {
     ScratchFolder folder;
     std::atomic<bool> done{false};

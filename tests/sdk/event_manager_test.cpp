@@ -56,7 +56,7 @@ std::string WithoutTime(const std::string& log)
 
 } // namespace
 
-TEST(EventManager, TakesNullTextsForEmptyOnesAndNoIntervalForAShortOne)
+TEST(EventManager, TakesNullTextsForEmptyOnes)
 {
     EventManager manager(nullptr);
     manager.SetApplicationId("text");
@@ -65,15 +65,16 @@ TEST(EventManager, TakesNullTextsForEmptyOnesAndNoIntervalForAShortOne)
     manager.SetPidFilePath(nullptr);
     manager.SetApplicationVersion(nullptr);
     manager.SetCertificateFile(nullptr);
-    EXPECT_EQ(manager.GetEventLogFilePath() + manager.GetPidFilePath() + manager.GetApplicationId() +
-                  manager.GetApplicationVersion(),
-              "");
+    EXPECT_EQ(manager.GetEventLogFilePath(), "");
+    EXPECT_EQ(manager.GetPidFilePath(), "");
+    EXPECT_STREQ(manager.GetApplicationId(), "");
+    EXPECT_EQ(manager.GetApplicationVersion(), "");
     EXPECT_EQ(manager.GetTimeout(), 3'600'000u);
     manager.SetTimeout(std::numeric_limits<unsigned long>::max());
     EXPECT_EQ(manager.GetTimeout(), std::numeric_limits<uint32_t>::max());
 }
 
-TEST(EventLine, HoldsTheCommonFieldsAsTheyAreNowTheNameAndTheEvent)
+TEST(EventLine, HoldsTheCommonFieldsAsTheyAreNow)
 {
     Manager manager;
     LogObject event;
@@ -121,7 +122,7 @@ TEST(EventLine, TellsTheTimeOfLoggingInUtc)
     }
 }
 
-TEST(EventLine, IsNotWrittenForANullEventAndItsTextSurvivesALostLine)
+TEST(EventLine, IsNotWrittenForANullEvent)
 {
     Manager manager;
     manager.LogEvent("none", nullptr);
@@ -140,7 +141,7 @@ TEST(EventLine, IsNotWrittenForANullEventAndItsTextSurvivesALostLine)
     EXPECT_EQ(WithoutTime(read_file(manager.log())), line + line);
 }
 
-TEST(ThreadsUpload, SendsTheFormThatTheServerUnderstands)
+TEST(Upload, SendsTheFormThatTheServerUnderstands)
 {
     support::HttpServer server;
     Manager manager(server.url());
@@ -161,7 +162,7 @@ TEST(ThreadsUpload, SendsTheFormThatTheServerUnderstands)
     EXPECT_EQ(request.form, (support::Form{{"data", data}, {"g", id}, {"v", "1.0"}}));
 }
 
-TEST(ThreadsUpload, OffersTheFileUntilTheServerTakesItAndMakesNoRequestForAnEmptyOne)
+TEST(Upload, OffersTheFileUntilTheServerTakesIt)
 {
     support::HttpServer server;
     Manager manager(server.url());
@@ -185,7 +186,7 @@ TEST(ThreadsUpload, OffersTheFileUntilTheServerTakesItAndMakesNoRequestForAnEmpt
     EXPECT_EQ(server.count(), 3u) << "what cannot be read whole is neither sent nor deleted";
 }
 
-TEST(ThreadsUpload, OfStreamsSendsTheWholeTextAndLeavesTheFileToTheCaller)
+TEST(Upload, OfStreamsLeavesTheFileToTheCaller)
 {
     support::HttpServer server;
     Manager manager(server.url());
@@ -202,7 +203,7 @@ TEST(ThreadsUpload, OfStreamsSendsTheWholeTextAndLeavesTheFileToTheCaller)
     EXPECT_TRUE(std::filesystem::exists(manager.log()));
 }
 
-TEST(ThreadsUpload, RunsOnTheWorkerAtOnceWhenAskedAndAtEveryInterval)
+TEST(Upload, RunsOnTheWorkerAtEveryInterval)
 {
     support::HttpServer server;
     const support::HeldPort dead;

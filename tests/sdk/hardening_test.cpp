@@ -103,7 +103,7 @@ void with_password(Use use)
 
 } // namespace
 
-TEST(ThreadsHardening, ConnectionsAndFilesAreNotInheritedByProgramsThatTheHostStarts)
+TEST(Hardening, ProgramsThatTheHostStartsInheritNothing)
 {
     const auto from_outside = inheritable();
     unmarked_connections = 0;

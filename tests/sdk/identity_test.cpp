@@ -1,15 +1,20 @@
 // Hashes, identifiers, reachability.
 
+// A generator without entropy can only be made with the calls that OpenSSL 3 calls old.
+#define OPENSSL_SUPPRESS_DEPRECATED
+
 #include "AnalyticsSDK/Identity.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <openssl/rand.h>
 
 #include <cstring>
 #include <regex>
 #include <set>
 
 #include "made_up_facts.h"
+#include "support/death.h"
 
 using namespace AnalyticsSDK;
 
@@ -61,6 +66,18 @@ TEST(Identity, EveryByteOfARecordCounts)
     EXPECT_NE(first.substr(0, 8), second.substr(0, 8)); // another salt
     EXPECT_TRUE(accepted(first));
     EXPECT_TRUE(accepted(second));
+}
+
+TEST(IdentityDeathTest, WithoutARandomSaltTheProcessAborts)
+{
+    static const auto draw_nothing = [](unsigned char*, int) { return 0; };
+    static const RAND_METHOD exhausted = {nullptr, draw_nothing, nullptr, nullptr, draw_nothing, [] { return 1; }};
+    EXPECT_ASSERTION(
+        {
+            RAND_set_rand_method(&exhausted);
+            Hash("text");
+        },
+        "inc/lumo/crypt", "result == 1");
 }
 
 TEST(Identity, IdentifiersAreRandomLowerCaseVersion4)

@@ -92,7 +92,7 @@ int Refusals(analytics_session* session, const std::string& text, bool first)
 
 } // namespace
 
-TEST(ThreadsMemory, ThatRunsOutWhileASessionIsOpenedGivesNoSession)
+TEST(Memory, ThatRunsOutWhileASessionIsOpenedGivesNoSession)
 {
     support::ScratchFolder folder;
     analytics_session* session = nullptr;
@@ -116,7 +116,7 @@ TEST(Memory, ThatIsNotThereIsNothingToTheProbes)
     }
 }
 
-TEST(ThreadsMemory, ThatRunsOutCostsTheCallInHandOnly)
+TEST(Memory, ThatRunsOutCostsTheCallInHandOnly)
 {
     support::HttpServer server;
     const std::string text(20'000, 't');

@@ -6,7 +6,7 @@
 
 using namespace AnalyticsSDK;
 
-TEST(SessionOptions, TakeTheirOwnValuesAndRefuseOthersWithoutAChange)
+TEST(SessionOptions, RefuseOtherValuesWithoutAChange)
 {
     const struct
     {

@@ -129,7 +129,7 @@ TEST_F(OutboxTest, TidyPutsInOrderWhatACrashLeaves)
               "log." + idA + ".2.dropped=1\n;log." + idA + ".3.batch=kept\n;log." + idB + ".0.tmp=in the making;");
 }
 
-TEST_F(OutboxTest, SealsWhatHoldsLinesAndFinishesWhatWasBegun)
+TEST_F(OutboxTest, FinishesTheSealingThatWasBegun)
 {
     const struct
     {
@@ -192,7 +192,7 @@ TEST_F(OutboxTest, SplitsAtTheLineEndNearestBelowHalf)
     EXPECT_EQ(all(), "");
 }
 
-TEST_F(OutboxTest, LimitsDropTheOldestAndKeepTheirNumbers)
+TEST_F(OutboxTest, LimitsDropTheOldest)
 {
     const BatchName young{BatchName::NewId(), 0}, future{"f" + idA.substr(1), 0}, ancient{std::string(32, '0'), 0};
     for (const auto& name : {BatchName{idA, 0}, BatchName{idA, 2}, BatchName{idB, 0}, young, future, ancient})

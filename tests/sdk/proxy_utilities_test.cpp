@@ -55,7 +55,7 @@ TEST(ProxyCache, KnowsTheNewestProxyOfAHost)
     EXPECT_EQ("", proxy) << "what the text held before is no answer";
 }
 
-TEST(ProxyBans, EndByThemselvesAndAreNotExtended)
+TEST(ProxyBans, EndByThemselvesAtTheirFirstEnd)
 {
     CProxyManager manager;
     const auto banned = [&] { return manager.IsProxyInBlackList("p"); };

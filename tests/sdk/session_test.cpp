@@ -92,7 +92,7 @@ const struct
 } // namespace
 
 // What events look like is for fuzz_event and the tests of the C++ face to say.
-TEST(ThreadsSession, AnswersEveryCallInEveryStateByTheTable)
+TEST(OneSession, AnswersEveryCallInEveryStateByTheTable)
 {
     const char* const untouched[states] = {"", "{ }", R"({ "o": { } })", R"({ "a": [ ] })"};
     for (const auto& row : matrix)
@@ -110,7 +110,7 @@ TEST(ThreadsSession, AnswersEveryCallInEveryStateByTheTable)
         }
 }
 
-TEST(ThreadsSession, NestsToAnyDepthAndDropsWhatIsStillOpenAtShutdown)
+TEST(OneSession, NestsToAnyDepth)
 {
     Session s;
     for (const int depth : {40, 3, 300}) { // frames are used again, up to a depth
@@ -139,7 +139,7 @@ TEST(ThreadsSession, NestsToAnyDepthAndDropsWhatIsStillOpenAtShutdown)
     EXPECT_EQ(support::split_lines(read_file(s.log())).size(), 3u);
 }
 
-TEST(ThreadsSession, ReadsFieldsWithoutATerminatorToTheirSize)
+TEST(OneSession, ReadsFieldsWithoutATerminatorToTheirSize)
 {
     analytics_config config;
     memset(&config, 'x', sizeof config);
@@ -157,7 +157,7 @@ TEST(ThreadsSession, ReadsFieldsWithoutATerminatorToTheirSize)
     EXPECT_EQ(line.substr(line.find(", \"x") + 2), text(100) + text(50) + text(40) + "\"e\", { } ]\n");
 }
 
-TEST(ThreadsSession, HasASentenceForEveryCodeAndForOthers)
+TEST(OneSession, HasASentenceForEveryCode)
 {
     const std::string other = analytics_result_text(0xffffffff);
     std::map<std::string, uint32_t> codes; // no two share a sentence
@@ -184,7 +184,7 @@ TEST(Properties, AreAnsweredByKeyExactly)
     }
 }
 
-TEST(Properties, OfTheProcessorAreAskedForOnceAndThenCopied)
+TEST(Properties, OfTheProcessorAreAskedForOnce)
 {
     // Its own process: what is remembered is remembered for good.
     const auto ask = [] {

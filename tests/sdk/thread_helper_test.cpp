@@ -39,7 +39,7 @@ public:
 
 } // namespace
 
-TEST(ThreadsWorker, WorksAtEveryIntervalWhateverBecomesOfACycle)
+TEST(WorkerThread, WorksAtEveryIntervalWhateverBecomesOfACycle)
 {
     Worker patient, quick, never;
     EXPECT_EQ(patient.m_nWaitInterval, 30'000u) << "unless told otherwise";
@@ -57,7 +57,7 @@ TEST(ThreadsWorker, WorksAtEveryIntervalWhateverBecomesOfACycle)
     EXPECT_TRUE(never.IsShuttingDown());
 }
 
-TEST(ThreadsWorker, MergesWakesDuringACycle)
+TEST(WorkerThread, MergesWakesDuringACycle)
 {
     Worker worker;
     worker.BeginACycle();
@@ -69,7 +69,7 @@ TEST(ThreadsWorker, MergesWakesDuringACycle)
     EXPECT_EQ(worker.started, 2);
 }
 
-TEST(ThreadsWorker, FinishesTheCycleInHandForItsFirstCloser)
+TEST(WorkerThread, FinishesTheCycleInHandForItsFirstCloser)
 {
     Worker worker;
     worker.BeginACycle();

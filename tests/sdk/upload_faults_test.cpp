@@ -26,10 +26,10 @@ struct Upload
 };
 
 // A machine with a route, and time-outs that a test can wait for.
-class ThreadsUploadFaults : public testing::Test
+class UploadFaults : public testing::Test
 {
 protected:
-    ThreadsUploadFaults()
+    UploadFaults()
     {
         TransferSettings::total_timeout_ms = shortened_ms;
         TransferSettings::connect_timeout_ms = shortened_ms;
@@ -122,7 +122,7 @@ const std::string ten_bytes = ok + "Content-Length: 10\r\n\r\n", chunked = ok + 
 
 } // namespace
 
-TEST_F(ThreadsUploadFaults, AResetAtAnyStageKeepsTheFile)
+TEST_F(UploadFaults, AResetAtAnyStageKeepsTheFile)
 {
     expect_each(false, {{"at once", reset},
                         {"within the request", reset_after(20)},
@@ -137,7 +137,7 @@ TEST_F(ThreadsUploadFaults, AResetAtAnyStageKeepsTheFile)
                         {"between chunks", reply(chunked + "1\r\n1\r\n", reset)}});
 }
 
-TEST_F(ThreadsUploadFaults, HalfAResponseKeepsTheFile)
+TEST_F(UploadFaults, HalfAResponseKeepsTheFile)
 {
     expect_each(false, {{"no answer", reply("")},
                         {"nothing read", [](Connection&) {}},
@@ -155,7 +155,7 @@ TEST_F(ThreadsUploadFaults, HalfAResponseKeepsTheFile)
 }
 
 // To libcurl, which stops sending then, all of these are successes.
-TEST_F(ThreadsUploadFaults, AnAnswerBeforeTheWholeRequestWasSentKeepsTheFile)
+TEST_F(UploadFaults, AnAnswerBeforeTheWholeRequestWasSentKeepsTheFile)
 {
     const std::string there = "Location: /there\r\nContent-Length: 0\r\n\r\n";
     expect_each(false, {{"200 without an end", early("HTTP/1.0 200 OK\r\n\r\n"), large},
@@ -164,7 +164,7 @@ TEST_F(ThreadsUploadFaults, AnAnswerBeforeTheWholeRequestWasSentKeepsTheFile)
                         {"303 that closes", early("HTTP/1.1 303 See Other\r\nConnection: close\r\n" + there), large}});
 }
 
-TEST_F(ThreadsUploadFaults, GarbageIsNoSuccessUnlessItComesAsOne)
+TEST_F(UploadFaults, GarbageIsNoSuccessUnlessItComesAsOne)
 {
     expect_each(false, {{"no HTTP at all", reply(std::string("\0\1\2garbage\xff\r\n\r\n", 14))},
                         {"an unknown version", reply("HTTP/7.7 200 OK\r\n\r\n")},
@@ -174,7 +174,7 @@ TEST_F(ThreadsUploadFaults, GarbageIsNoSuccessUnlessItComesAsOne)
                        {"a 3xx without a target", reply("HTTP/1.1 302 Found\r\nContent-Length: 0\r\n\r\n")}});
 }
 
-TEST_F(ThreadsUploadFaults, WhatNeverEndsIsEndedWithinTheTimeOutAndWithinBounds)
+TEST_F(UploadFaults, WhatNeverEndsIsEndedWithinBounds)
 {
     const std::string line = "X-Filling: " + std::string(1000, 'x') + "\r\n", block(60'000, 'x');
     const auto drip = [](Connection& client) { client.drip(std::string(100, 'x'), milliseconds(shortened_ms / 10)); };
@@ -194,7 +194,7 @@ TEST_F(ThreadsUploadFaults, WhatNeverEndsIsEndedWithinTheTimeOutAndWithinBounds)
                         {"an endless trailer", endless(chunked + "0\r\n", line)}});
 }
 
-TEST_F(ThreadsUploadFaults, ARedirectNeverLeavesHttp)
+TEST_F(UploadFaults, ARedirectNeverLeavesHttp)
 {
     RawServer elsewhere([](Connection& client) { client.send("220 welcome\r\n"); });
     ScratchFolder folder;
@@ -210,7 +210,7 @@ TEST_F(ThreadsUploadFaults, ARedirectNeverLeavesHttp)
     EXPECT_EQ(elsewhere.connections(), 0);
 }
 
-TEST_F(ThreadsUploadFaults, TlsCutInMidHandshakeKeepsTheFile)
+TEST_F(UploadFaults, TlsCutInMidHandshakeKeepsTheFile)
 {
     TransferSettings::total_timeout_ms = 5000; // the last row is a whole upload
     CertificateAuthority authority;
@@ -227,7 +227,7 @@ TEST_F(ThreadsUploadFaults, TlsCutInMidHandshakeKeepsTheFile)
     EXPECT_GE(server.count(), 2u); // a cut behind the handshake may let a request through whose answer is lost
 }
 
-TEST_F(ThreadsUploadFaults, AServerThatSpeaksNoTlsOrFallsSilentKeepsTheFile)
+TEST_F(UploadFaults, AServerThatSpeaksNoTlsOrFallsSilentKeepsTheFile)
 {
     CertificateAuthority authority;
     const auto says = [](std::string text) { return [text](Connection& client) { client.send(text); }; };

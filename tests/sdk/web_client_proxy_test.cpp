@@ -112,7 +112,7 @@ TEST_P(RealProxies, AskForALoginWithWhichTheNextRequestPasses)
 }
 
 // Basic authentication as the proxy sees it, which is what no real proxy's log tells.
-TEST_F(WebClientProxies, GetTheirLoginWithEveryCharacterAndNoneWhenThereIsNone)
+TEST_F(WebClientProxies, GetTheirLoginWithEveryCharacter)
 {
     const struct
     {
@@ -179,7 +179,7 @@ TEST_F(WebClientProxies, GetTheirLoginFromAHostsStore)
     }
 }
 
-TEST_F(WebClientProxies, ThatFailAreReportedAndBannedOnlyWhenTheyCannotBeReached)
+TEST_F(WebClientProxies, ThatFailAreBannedOnlyWhenOutOfReach)
 {
     const auto sends = [](const char* reply) {
         return [reply](Connection& peer) {
@@ -222,7 +222,7 @@ TEST_F(WebClientProxies, ThatFailAreReportedAndBannedOnlyWhenTheyCannotBeReached
     EXPECT_EQ(0u, server.count() + secure.count()) << "no way around the proxy";
 }
 
-TEST_F(WebClientProxies, ThatAreDeadAndCachedDoNotTrapARequest)
+TEST_F(WebClientProxies, ThatAreDeadDoNotTrapARequest)
 {
     HeldPort dead;
     const std::string away = dead.text(), unknown = "no-such-proxy.invalid:3128";
@@ -284,7 +284,7 @@ TEST_F(ProxyChains, AreWalkedWithinASynchronousRequest)
     EXPECT_EQ(alive.text(), remembered());
 }
 
-TEST_F(ProxyChains, AreWalkedByQueueingOnceMoreAndRememberWhoAskedForALogin)
+TEST_F(ProxyChains, AreWalkedByQueueingOnceMore)
 {
     RawServer asking{std::string(who)};
     walk({dead.text(), asking.text()});
@@ -375,7 +375,7 @@ struct Liar : CProxyManager
     bool GetProxy(const char*, scoped_ptr<CProxyInfo>&) override { return true; }
 };
 
-TEST(WebClientProxiesDeathTest, AbortWhenTheManagerPromisesAProxyAndGivesNone)
+TEST(WebClientProxiesDeathTest, AbortWhenAPromisedProxyIsNotGiven)
 {
     Liar manager;
     CurlEasyHandle handle;

@@ -64,7 +64,7 @@ TEST(Crash, AKilledHostLeavesWholeLinesAndAtMostOneTail)
     EXPECT_GT(report.events, 60);
 }
 
-TEST(ThreadsLoad, EveryEventOfSixteenBusySessionsIsAccountedFor)
+TEST(Load, EveryEventOfSixteenBusySessionsIsAccountedFor)
 {
     ScratchFolder folder;
     const LoadReport report = load(folder.path().string(), 16, 1000);
@@ -74,7 +74,7 @@ TEST(ThreadsLoad, EveryEventOfSixteenBusySessionsIsAccountedFor)
     EXPECT_LE(report.descriptors[3], report.descriptors[0] + 16) << "beyond one idle connection for each session";
 }
 
-TEST(ThreadsHost, ThatForksSendsInTheParentOnly)
+TEST(Host, ThatForksSendsInTheParentOnly)
 {
     ScratchFolder folder;
     support::HttpServer server;
@@ -87,7 +87,7 @@ TEST(ThreadsHost, ThatForksSendsInTheParentOnly)
     EXPECT_EQ(numbers_of(server.requests()[0].form.at("data")), (LongNumbers{1, 2}));
 }
 
-TEST(ThreadsHost, MayForkWhileAThreadAsksForTheTimeAndItsChildrenLog)
+TEST(Host, MayForkWhileAThreadAsksForTheTime)
 {
 #if defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the thread sanitizer cannot follow threads that are started in a forked child";
@@ -102,7 +102,7 @@ TEST(ThreadsHost, MayForkWhileAThreadAsksForTheTimeAndItsChildrenLog)
     EXPECT_EQ(numbers_of(read_file(folder.file("log"))).size(), 20u);
 }
 
-TEST(ThreadsHost, OfManyThreadsAndProcessesLosesNoLine)
+TEST(Host, OfManyThreadsAndProcessesLosesNoLine)
 {
     constexpr long processes = 3, threads = 8, count = 100;
     ScratchFolder folder;
@@ -120,7 +120,7 @@ TEST(ThreadsHost, OfManyThreadsAndProcessesLosesNoLine)
     EXPECT_EQ(logged, LongNumbers(processes * threads, count));
 }
 
-TEST(ThreadsHost, ShutsAnIdleSessionDownAtOnce)
+TEST(Host, ShutsAnIdleSessionDownAtOnce)
 {
     auto quickest = std::chrono::steady_clock::duration::max();
     for (int round = 0; round < 5; ++round) {
@@ -132,7 +132,7 @@ TEST(ThreadsHost, ShutsAnIdleSessionDownAtOnce)
     EXPECT_LT(quickest, std::chrono::seconds(1)) << "nothing waits for an interval or a poll";
 }
 
-TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMoment)
+TEST(Life, AHostMayExitAbortReturnOrForkAtAnyMoment)
 {
     const LifeReport report = leave_again_and_again(6, 1);
     EXPECT_EQ(report.finding, "");
@@ -140,7 +140,7 @@ TEST(ThreadsLife, AHostMayExitAbortReturnOrForkAtAnyMoment)
     EXPECT_GT(report.requests, report.hosts) << "uploads were under way";
 }
 
-TEST(ThreadsLife, TheLibraryCanBeUnloadedUnderAnOpenSession)
+TEST(Life, TheLibraryCanBeUnloadedUnderAnOpenSession)
 {
     ScratchFolder folder;
     support::HttpServer server;
@@ -159,7 +159,7 @@ TEST(ThreadsLife, TheLibraryCanBeUnloadedUnderAnOpenSession)
 #endif
 }
 
-TEST(ThreadsLife, AHostMayUseLibcurlItself)
+TEST(Life, AHostMayUseLibcurlItself)
 {
     ScratchFolder folder;
     support::HttpServer server;
@@ -177,7 +177,7 @@ TEST(ThreadsLife, AHostMayUseLibcurlItself)
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST(ThreadsLife, TwoThousandOpenDescriptorsAreNoObstacle)
+TEST(Life, TwoThousandOpenDescriptorsAreNoObstacle)
 {
     ScratchFolder folder;
     support::HttpServer server;
@@ -188,7 +188,7 @@ TEST(ThreadsLife, TwoThousandOpenDescriptorsAreNoObstacle)
     EXPECT_EQ(server.count(), 2u);
 }
 
-TEST(ThreadsLife, SigpipeIsNeitherCausedNorTouched)
+TEST(Life, SigpipeIsNeitherCausedNorTouched)
 {
     support::CertificateAuthority authority;
     const support::Certificate certificate = authority.issue({"127.0.0.1"});
@@ -213,7 +213,7 @@ TEST(ThreadsLife, SigpipeIsNeitherCausedNorTouched)
     }
 }
 
-TEST(ThreadsLife, SignalsMayArriveInEveryWait)
+TEST(Life, SignalsMayArriveInEveryWait)
 {
     ScratchFolder folder;
     support::HttpServer server;

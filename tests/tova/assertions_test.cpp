@@ -119,7 +119,7 @@ const struct
 
 } // namespace
 
-TEST(Assertion, NamesFileLineAndExpressionAndAborts)
+TEST(Assertion, NamesFileLineExpression)
 {
     for (const auto& [file, text, action] : misuses)
         EXPECT_ASSERTION(action(), std::string("inc/lumo/tova/") + file + ".cpp", text);

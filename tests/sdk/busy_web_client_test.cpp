@@ -18,10 +18,10 @@ using Connection = RawServer::Connection;
 
 constexpr int host_threads = 8;
 
-class ThreadsWebClient : public TransferTest
+class BusyWebClient : public TransferTest
 {
 protected:
-    ThreadsWebClient()
+    BusyWebClient()
     {
         ends.reads_text = false;
         ends.on_end = [this](const char*) { ++ended; };
@@ -112,7 +112,7 @@ protected:
     std::atomic<std::size_t> next{0}, ended{0};
 };
 
-TEST_F(ThreadsWebClient, EndsEveryTransferExactlyOnce)
+TEST_F(BusyWebClient, EndsEveryTransferExactlyOnce)
 {
     support::Squid proxy({"user", "word"});
     client.GetProxyManager()->AddProxyToCache("http://localhost/", proxy.text().c_str());
@@ -127,7 +127,7 @@ TEST_F(ThreadsWebClient, EndsEveryTransferExactlyOnce)
     EXPECT_LT(0u, by_proxy.requests().size()) << "and some had the right one";
 }
 
-TEST_F(ThreadsWebClient, ClosesUnderFire)
+TEST_F(BusyWebClient, ClosesUnderFire)
 {
     std::size_t heard = 0;
     std::thread closer([&] {
