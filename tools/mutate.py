@@ -58,7 +58,7 @@ def sample_of(files, seed):
     """Every change of the files, in the order that the seed deals them."""
     dealt = []
     for name in files:
-        text = open(name, encoding="utf-8").read()
+        text = open(os.path.join(TREE, name), encoding="utf-8").read()
         lines, seen = text.split("\n"), {}
         for number, code in enumerate(code_alone(text).split("\n")):
             for kind, begin, end, instead in changes_of(code.rstrip()):
@@ -192,11 +192,11 @@ def main():
     for _, name, number, kind, changed in sample_of(options.files, options.seed):
         if len(results) == options.count:
             break
-        original = open(name, encoding="utf-8").read()
+        target = os.path.join(TREE, name)
+        original = open(target, encoding="utf-8").read()
         lines = original.split("\n")
         told = f"{name}:{number + 1}: {kind}: {(lines[number] if kind == 'call left out' else changed).strip()}"
         lines[number] = changed
-        target = os.path.join(TREE, name)
         open(target, "w", encoding="utf-8").write("\n".join(lines))
         try:
             if not programs.build()[0] or programs.fingerprint() == whole:

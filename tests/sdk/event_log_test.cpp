@@ -3,9 +3,11 @@
 #include "EventLog.h"
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -29,6 +31,26 @@ TEST(EventLogFile, ClosesOffATailThatSomebodyLeft)
     std::ofstream(folder.file("log"), std::ios::app) << "torn"; // after an append of our own
     EventLog::Append(folder.file("log"), "newer\n");
     EXPECT_EQ(read_file(folder.file("log")), "old\nto\nnew\ntorn\nnewer\n");
+}
+
+TEST(EventLogFile, TakesALineBackThatFailedInItsMiddle)
+{
+    signal(SIGXFSZ, SIG_IGN);
+    ScratchFolder folder;
+    const std::string log = folder.file("log"), line = "a line of some bytes\n";
+    EventLog::Append(log, line);
+    std::string kept = line;
+    for (const size_t part : {size_t{1}, size_t{2}, line.size() / 2, line.size() - 1}) {
+        rlimit limit;
+        getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit small = {kept.size() + part, limit.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        EventLog::Append(log, line);
+        setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(read_file(log), kept) << "cut after " << part << " bytes";
+        EventLog::Append(log, line);
+        EXPECT_EQ(read_file(log), kept += line);
+    }
 }
 
 TEST(EventLogFile, IsMadeWhereALinkPointsForItsOwnerToRead)

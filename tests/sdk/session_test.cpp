@@ -139,6 +139,22 @@ TEST(OneSession, NestsToAnyDepth)
     EXPECT_EQ(support::split_lines(read_file(s.log())).size(), 3u);
 }
 
+TEST(OneSession, BeginsWhatItUsesAgainAnew)
+{
+    const Session s;
+    analytics_event_begin(s, "e");
+    for (const int value : {1, 2}) {
+        analytics_name_array_begin(s, "a");
+        analytics_int32_add(s, value);
+        analytics_array_end(s);
+        analytics_name_object_begin(s, "o");
+        analytics_name_int32_add(s, "n", value);
+        analytics_object_end(s);
+    }
+    analytics_event_end(s);
+    EXPECT_EQ(s.last_event(), R"({ "a": [ 1 ], "o": { "n": 1 }, "a": [ 2 ], "o": { "n": 2 } })");
+}
+
 TEST(OneSession, ReadsFieldsWithoutATerminatorToTheirSize)
 {
     analytics_config config;

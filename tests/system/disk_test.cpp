@@ -8,12 +8,10 @@
 #include "system/programs.h"
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace {
@@ -114,27 +112,6 @@ TEST_F(Disk, WhoseFolderVanishesLosesOnlyWhatIsLoggedMeanwhile)
     std::filesystem::rename(folder() + ".away", folder());
     log_event(3);
     EXPECT_EQ(whole_lines(), (std::vector<long>{1, 3}));
-}
-
-TEST_F(Disk, ThatFailsInTheMiddleOfALineTakesThePartBack)
-{
-    signal(SIGXFSZ, SIG_IGN);
-    log_event(1);
-    const size_t line = support::read_file(log()).size();
-    long number = 1;
-    std::vector<long> kept = {1};
-    for (const size_t part : {size_t{1}, size_t{2}, line / 2, line - 1}) {
-        rlimit limit;
-        getrlimit(RLIMIT_FSIZE, &limit);
-        const rlimit small = {std::filesystem::file_size(log()) + part, limit.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &small);
-        log_event(++number);
-        setrlimit(RLIMIT_FSIZE, &limit);
-        EXPECT_EQ(whole_lines(), kept) << "cut after " << part << " bytes";
-        log_event(++number);
-        kept.push_back(number);
-        EXPECT_EQ(whole_lines(), kept);
-    }
 }
 
 TEST_F(Disk, WithRandomErrorsOfItsSystemCallsNeverHoldsATornLine)
