@@ -60,7 +60,7 @@ static void read_body(const httplib::Request& got, const httplib::ContentReader&
     }
     reader([&](const char* data, size_t size) { return request.body.append(data, size), true; });
     if (request.header("content-type").find("application/x-www-form-urlencoded") == 0)
-        request.form = collector::parse_form(request.body);
+        request.form = parse_form(request.body);
 }
 
 void HttpServer::serve(const httplib::Request& got, httplib::Response& answer, const httplib::ContentReader* reader)

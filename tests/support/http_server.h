@@ -4,8 +4,8 @@
 // seen in a child process.
 #pragma once
 
-#include "collector/form.h"
 #include "support/certificates.h"
+#include "support/form.h"
 #include "support/wait.h"
 
 #include <functional>
@@ -24,8 +24,6 @@ class ContentReader;
 } // namespace httplib
 
 namespace support {
-
-using collector::Form;
 
 struct Request
 {

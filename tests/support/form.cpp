@@ -2,8 +2,17 @@
 
 #include <algorithm>
 
-namespace collector {
+namespace support {
 namespace {
+
+/// The value of a hexadecimal digit, -1 for any other character.
+int hex_digit(char c)
+{
+    const char lower = static_cast<char>(c | 0x20);
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
 
 std::string percent_decode(std::string_view text)
 {
@@ -22,14 +31,6 @@ std::string percent_decode(std::string_view text)
 
 } // namespace
 
-int hex_digit(char c)
-{
-    const char lower = static_cast<char>(c | 0x20);
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 Form parse_form(std::string_view body)
 {
     Form fields;
@@ -43,4 +44,4 @@ Form parse_form(std::string_view body)
     return fields;
 }
 
-} // namespace collector
+} // namespace support
