@@ -47,7 +47,7 @@ void read_text(std::string&& text, const Limits& limits, store::Upload& upload)
     text.resize(size + LineParser::padding);
     std::string& held = upload.hold(std::move(text));
     split(std::string_view(held).substr(0, size), upload);
-    LineParser parser;
+    thread_local LineParser parser; // its memory takes longer to get than some hundred lines to read
     for (store::Line& line : upload.lines) {
         std::string reason = judge(line.text, limits, parser, upload);
         line.is_event = reason.empty();
