@@ -96,6 +96,12 @@ void Database::interrupt()
     m_interrupted = true;
 }
 
+void Database::end_statements()
+{
+    for (sqlite3_stmt* at = sqlite3_next_stmt(m_handle, nullptr); at != nullptr; at = sqlite3_next_stmt(m_handle, at))
+        sqlite3_reset(at);
+}
+
 bool Database::truncate_log()
 {
     int code = sqlite3_wal_checkpoint_v2(m_handle, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);

@@ -51,6 +51,8 @@ public:
     void end_question();
     /// Ends the question under way, with FaultKind::interrupted. Any thread.
     void interrupt();
+    /// Ends every statement that has rows left: one that is forgotten half-way holds on to what it saw.
+    void end_statements();
     /// Moves the write-ahead log into the file and empties it; false when a reader or writer is in the way.
     bool truncate_log();
 

@@ -11,6 +11,7 @@ namespace store::sqlite {
 namespace {
 
 constexpr int64_t g_most_deleted = 4096; // rows in a step
+constexpr size_t g_telling_bytes = 8;    // an id of that length hardly stands anywhere by chance
 constexpr std::chrono::milliseconds g_between_tries(20);
 
 } // namespace
@@ -126,7 +127,6 @@ Result<uint64_t> SqliteWriting::forget(std::string_view installation, std::chron
     if (begin()) {
         Statement find(m_database, "SELECT id FROM installations WHERE text=?");
         int64_t id = find.with(installation).step() ? find.integer(0) : 0;
-        find.with(std::string_view());
         removed = forget_rows(id, installation);
         forget_memory();
     }
@@ -135,7 +135,8 @@ Result<uint64_t> SqliteWriting::forget(std::string_view installation, std::chron
     // Pages that rows were moved out of may still show them, and so does the log.
     bool is_empty = empty_log(until);
     for (auto rebuild : {0, 1}) {
-        if (!is_empty || !m_database.ok() || !m_database.file_holds(installation))
+        if (installation.size() < g_telling_bytes || !is_empty || !m_database.ok() ||
+            !m_database.file_holds(installation))
             break;
         rebuild == 0 ? rebuild_texts() : m_database.run("VACUUM");
         is_empty = empty_log(until);
@@ -162,8 +163,11 @@ uint64_t SqliteWriting::forget_rows(int64_t id, std::string_view installation)
     };
     remove("DELETE FROM events WHERE installation=?", id, "events");
     remove("DELETE FROM rejects WHERE installation=?", id, "rejects");
-    // Broken lines of it may have come from other senders, and hosts may have logged the id as a value.
-    remove("DELETE FROM rejects WHERE instr(text, ?)<>0", installation, "rejects");
+    // Broken lines of it may have come from other senders, and hosts may have logged the id as a value. A short id may
+    // be a part of anything, so it is looked for as lines have it.
+    std::string quoted = '"' + std::string(installation) + '"';
+    remove("DELETE FROM rejects WHERE instr(text, ?)<>0",
+           installation.size() < g_telling_bytes ? std::string_view(quoted) : installation, "rejects");
     remove("UPDATE property_values SET text='(forgotten)' WHERE text=?", installation, nullptr);
     remove("DELETE FROM installed WHERE installation=?", id, nullptr);
     remove("DELETE FROM ends WHERE installation=?", id, nullptr);

@@ -55,7 +55,6 @@ bool SqliteWriting::begin()
     if (!m_spStatements->data_version.with().step())
         return false;
     int64_t version = m_spStatements->data_version.integer(0);
-    m_spStatements->data_version.with();
     if (version != m_data_version)
         forget_memory();
     m_data_version = version;
@@ -68,6 +67,7 @@ bool SqliteWriting::begin()
 
 bool SqliteWriting::commit()
 {
+    m_database.end_statements();
     m_database.run("COMMIT");
     if (m_database.ok())
         return true;
