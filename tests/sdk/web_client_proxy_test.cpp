@@ -38,6 +38,25 @@ protected:
     HttpsServer secure{authority.issue({"127.0.0.1"}), 200};
 };
 
+/// tinyproxy: the awkward one. Its log has a line per request: "Request (file descriptor 5): POST http://host/
+/// HTTP/1.1".
+class Tinyproxy : public ProxyProgram
+{
+public:
+    Tinyproxy(const ProxyOptions& options, int connect_port)
+    {
+        start([&](int port) {
+            std::string conf = "Port " + std::to_string(port) + "\nListen 127.0.0.1\nAllow 127.0.0.1\nTimeout 60\n" +
+                               "MaxClients 100\nLogLevel Connect\nLogFile \"" + m_log + "\"\nPidFile \"" +
+                               m_folder.file("pid") + "\"\nConnectPort " + std::to_string(connect_port) + "\n";
+            if (!options.user.empty())
+                conf += "BasicAuth " + options.user + " " + options.password + "\n";
+            write_file(m_folder.file("conf"), conf);
+            return std::vector<std::string>{"tinyproxy", "-d", "-c", m_folder.file("conf")};
+        });
+    }
+};
+
 // The two real proxies, how they note a tunnel in their logs, and what they answer when they cannot go on.
 struct RealProxy
 {
@@ -49,14 +68,13 @@ struct RealProxy
 class RealProxies : public WebClientProxies, public WithParamInterface<RealProxy>
 {
 protected:
-    std::unique_ptr<ProxyProgram> start_proxy(ProxyOptions options = {})
+    std::unique_ptr<ProxyProgram> start_proxy(const ProxyOptions& options = {})
     {
-        options.connect_ports = {secure.port()};
         std::unique_ptr<ProxyProgram> proxy;
         if (GetParam().name == std::string("Squid"))
             proxy = std::make_unique<Squid>(options);
         else
-            proxy = std::make_unique<Tinyproxy>(options);
+            proxy = std::make_unique<Tinyproxy>(options, secure.port());
         use(proxy->text());
         return proxy;
     }

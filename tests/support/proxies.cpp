@@ -75,20 +75,4 @@ Squid::Squid(const ProxyOptions& options)
     });
 }
 
-Tinyproxy::Tinyproxy(const ProxyOptions& options)
-{
-    start([&](int port) {
-        std::string conf = "Port " + std::to_string(port) +
-                           "\nListen 127.0.0.1\nAllow 127.0.0.1\nTimeout 60\n"
-                           "MaxClients 100\nLogLevel Connect\nLogFile \"" +
-                           m_log + "\"\nPidFile \"" + m_folder.file("pid") + "\"\n";
-        for (int allowed : options.connect_ports)
-            conf += "ConnectPort " + std::to_string(allowed) + "\n";
-        if (!options.user.empty())
-            conf += "BasicAuth " + options.user + " " + options.password + "\n";
-        write_file(m_folder.file("conf"), conf);
-        return std::vector<std::string>{"tinyproxy", "-d", "-c", m_folder.file("conf")};
-    });
-}
-
 } // namespace support

@@ -14,7 +14,6 @@ struct ProxyOptions
 {
     std::string user = {}; ///< when not empty, the proxy asks for this login
     std::string password = {};
-    std::vector<int> connect_ports = {}; ///< where tinyproxy lets CONNECT go; squid lets it go anywhere
 };
 
 /// A running proxy. It takes connections when the constructor returns, and is killed when this object goes.
@@ -48,14 +47,6 @@ class Squid : public ProxyProgram
 {
 public:
     explicit Squid(const ProxyOptions& options = {});
-};
-
-/// tinyproxy: the awkward one. Its log has a line per request: "Request (file descriptor 5): POST http://host/
-/// HTTP/1.1".
-class Tinyproxy : public ProxyProgram
-{
-public:
-    explicit Tinyproxy(const ProxyOptions& options = {});
 };
 
 } // namespace support
