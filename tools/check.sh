@@ -66,6 +66,12 @@ words() {
     echo "no path of one machine, nothing left for later"
 }
 
+# One sentence each, short enough for a list of what failed.
+names() {
+    ! git grep -nE '^TEST(_F|_P)?\(\w+, \w{61,}\)' -- tests || return 1
+    echo "$(git grep -hE '^TEST(_F|_P)?\(' -- tests | wc -l) names of tests have 60 characters at most"
+}
+
 # A promise is worth the test that shows it: what the third column of its tables names must be there.
 promises() {
     local tests name count=0
@@ -83,6 +89,7 @@ promises() {
 : >"$logs/times"
 check words words
 check promises promises
+check names names
 check format formatted
 check shell shell_scripts
 check layers tools/check_layers.py
