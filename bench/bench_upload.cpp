@@ -1,7 +1,7 @@
 // Uploads: making the body, memory, the whole way, and how soon a queued request is on the wire.
 #include "AnalyticsSDK/EventManager.h"
 #include "lines.h"
-#include "lumo/large_text.h"
+#include "lumo/own/large_text.h"
 #include "lumo/percent.h"
 #include "lumo/uri.h"
 #include "server.h"

@@ -4,9 +4,10 @@ include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/analytics)
 
-# Headers only: the layer's sources stand beside its headers, and what is under platform/ is nobody else's business.
+# Headers only: the layer's sources stand beside its headers. What is under own/ is the library's alone, what is under
+# platform/ a system's.
 install(DIRECTORY inc/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev
-        FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "platform" EXCLUDE)
+        FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "own" EXCLUDE PATTERN "platform" EXCLUDE)
 install(TARGETS analytics EXPORT analytics-targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 install(EXPORT analytics-targets NAMESPACE analytics:: DESTINATION ${package_dir} COMPONENT dev)
@@ -41,7 +42,7 @@ file(GLOB documents CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} *.md docs/*
 foreach(document ${documents})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${document})
   file(READ ${document} text)
-  string(REGEX REPLACE "\\[([^]]*)\\]\\((\\.\\./)?(sdk/|tools/|inc/[^)]*platform)[^)]*\\)" "\\1" text "${text}")
+  string(REGEX REPLACE "\\[([^]]*)\\]\\((\\.\\./)?(sdk/|tools/|inc/[^)]*(own|platform)/)[^)]*\\)" "\\1" text "${text}")
   string(REGEX REPLACE "\\]\\(((\\.\\./)?)inc/" "](\\1${include_from_documents}/" text "${text}")
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/documents/${document} CONTENT "${text}" @ONLY)
   get_filename_component(folder ${document} DIRECTORY)

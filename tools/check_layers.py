@@ -7,6 +7,7 @@ import sys
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
 SYSTEM = re.compile(r'^\s*#.*\b(__linux__|__linux|__APPLE__|__MACH__|_WIN32)\b')
+NOT_INSTALLED = re.compile(r"/(own|platform)/")
 THIRD_PARTY = re.compile(r"^(curl|openssl)/")
 SOURCE_ROOTS = ["inc", "sdk/src", "tests", "cli", "collector", "examples", "."]
 
@@ -41,8 +42,7 @@ def faults_of(source, ranks, files):
     if own is None:
         yield f"{source}: has no layer; give it one in tools/layers.txt"
         return
-    # What stands under platform/ is not installed.
-    public = source.startswith("inc/") and source.endswith((".h", ".hpp")) and "/platform/" not in source
+    public = source.startswith("inc/") and source.endswith((".h", ".hpp")) and not NOT_INSTALLED.search(source)
     for number, line in enumerate(open(source, encoding="utf-8"), 1):
         where = f"{source}:{number}"
         if SYSTEM.match(line) and source.startswith(("inc/", "sdk/")):
@@ -60,7 +60,7 @@ def faults_of(source, ranks, files):
             continue
         if source.startswith("inc/") and target.startswith("sdk/"):
             yield f"{where}: nothing under inc/ may know {target}"
-        elif public and "/platform/" in target:
+        elif public and NOT_INSTALLED.search(target):
             yield f"{where}: {target} is not installed, so no public header may include it"
         elif (rank_of(target, ranks) or 0) > own:
             yield f"{where}: includes {target}, which is above it"

@@ -32,7 +32,7 @@ cp -r "$multiarch/curl" "$work/include/"
 cp /usr/include/openssl/*.h "$multiarch"/openssl/*.h "$work/include/openssl/"
 
 export ZIG_GLOBAL_CACHE_DIR=$PWD/$work/cache ZIG_LOCAL_CACHE_DIR=$PWD/$work/cache
-mapfile -t sources < <(ls inc/lumo/*.cpp inc/lumo/tova/*.cpp inc/lumo/tova/platform/darwin/*.cpp \
+mapfile -t sources < <(ls inc/lumo/*.cpp inc/lumo/own/*.cpp inc/lumo/tova/*.cpp inc/lumo/tova/platform/darwin/*.cpp \
     sdk/src/*.cpp sdk/src/host/*.cpp sdk/src/host/darwin/*.cpp)
 flags=(-std=c++20 -O2 -fPIC -fvisibility=hidden -fvisibility-inlines-hidden
     -Wall -Wextra -Wpedantic -Wshadow -Werror

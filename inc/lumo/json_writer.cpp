@@ -1,6 +1,6 @@
 #include "lumo/json_writer.h"
 
-#include "lumo/json_elements.h"
+#include "lumo/own/json_elements.h"
 
 namespace lumo {
 

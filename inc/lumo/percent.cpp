@@ -1,6 +1,6 @@
 #include "lumo/percent.h"
 
-#include "lumo/simd.h"
+#include "lumo/own/simd.h"
 #include "lumo/uri.h"
 
 #include <algorithm>

@@ -11,7 +11,7 @@
 #include "FileDescriptor.h"
 #include "Lines.h"
 #include "Options.h"
-#include "lumo/large_text.h"
+#include "lumo/own/large_text.h"
 
 namespace AnalyticsSDK {
 namespace {

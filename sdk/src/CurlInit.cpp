@@ -8,7 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/thread.h"
 
 struct CRYPTO_dynlock_value : AnalyticsSDK::CurlInit::Lock

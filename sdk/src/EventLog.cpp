@@ -12,8 +12,8 @@
 
 #include "FileDescriptor.h"
 #include "LogLock.h"
-#include "lumo/large_text.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/own/large_text.h"
+#include "lumo/tova/own/internal.h"
 
 namespace AnalyticsSDK::EventLog {
 

@@ -4,7 +4,7 @@
 
 #include "EventLog.h"
 #include "lumo/mutex.h"
-#include "lumo/simd.h"
+#include "lumo/own/simd.h"
 
 namespace AnalyticsSDK {
 

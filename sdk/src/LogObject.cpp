@@ -1,6 +1,6 @@
 #include "AnalyticsSDK/LogObject.h"
 
-#include "lumo/json_elements.h"
+#include "lumo/own/json_elements.h"
 #include "lumo/strings.h"
 
 namespace AnalyticsSDK {

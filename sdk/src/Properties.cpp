@@ -8,7 +8,7 @@
 #include "AnalyticsSDK/SystemInfo.h"
 #include "analytics.h"
 #include "lumo/mutex.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/text.h"
 
 namespace AnalyticsSDK {

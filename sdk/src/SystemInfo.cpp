@@ -7,7 +7,7 @@
 
 #include "host/host.h"
 #include "lumo/strings.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/tova.h"
 
 namespace AnalyticsSDK {

@@ -8,9 +8,9 @@
 
 #include "AnalyticsSDK/Utilities.h"
 #include "TransferSettings.h"
-#include "lumo/large_text.h"
+#include "lumo/own/large_text.h"
 #include "lumo/percent.h"
-#include "lumo/tova/platform/curl_safeguards.h"
+#include "lumo/tova/own/curl_safeguards.h"
 
 namespace AnalyticsSDK {
 namespace {

@@ -5,7 +5,7 @@
 #include "lumo/strings.h"
 #include "lumo/tova/clock.h"
 #include "lumo/tova/file.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/uri.h"
 
 #include <algorithm>

@@ -88,7 +88,7 @@ static)
     ;;
 headers)
     install_and_move "$build"
-    stray=$(find "$tree/include" -name '*.cpp' -o -path '*platform*')
+    stray=$(find "$tree/include" -name '*.cpp' -o -path '*/platform*' -o -path '*/own*')
     [ -z "$stray" ] || fail "these have no business among what is installed: $stray"
     cd "$tree/include"
     find . -name '*.h' -o -name '*.hpp' | while read -r header; do

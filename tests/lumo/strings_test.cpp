@@ -1,7 +1,7 @@
 #include "lumo/strings.h"
 
+#include "lumo/own/simd.h"
 #include "lumo/scoped_ptr.h"
-#include "lumo/simd.h"
 #include "lumo/uri.h"
 
 #include <gtest/gtest.h>

@@ -2,7 +2,7 @@
 #include "analytics.h"
 #include "lumo/common.h"
 #include "lumo/strings.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/tova-web.h"
 #include "lumo/tova/tova.h"
 #include "support/death.h"

@@ -1,6 +1,6 @@
 #include "lumo/tova/clock.h"
 #include "lumo/tova/file.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "support/scratch.h"
 #include "support/zone.h"
 

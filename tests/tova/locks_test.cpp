@@ -2,7 +2,7 @@
 // Labels: threads
 #include "lumo/tova/event.h"
 #include "lumo/tova/mutex.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/semaphore.h"
 #include "support/wait.h"
 

@@ -1,4 +1,4 @@
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/runtime.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // Labels: threads
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/thread.h"
 #include "support/wait.h"
 

@@ -1,7 +1,7 @@
 // The monotonic clock in the platform's ticks, and calendar time in the C library's terms. What start-up has measured
 // is only read here, so no lock is needed.
 #include "lumo/tova/clock.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/platform/platform.h"
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/text.h"

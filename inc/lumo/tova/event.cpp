@@ -1,7 +1,7 @@
 // A flag under a mutex, and a condition to sleep on. A woken waiter looks at the flag again, so spurious wake-ups do
 // no harm and of several waiters on an auto-reset event the first to retake the lock leaves.
 #include "lumo/tova/event.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 
 #include <cerrno>
 #include <cstring>

@@ -2,7 +2,7 @@
 // with the system, and a crash of the host does not lose it.
 #include "lumo/tova/file.h"
 #include "lumo/tova/directory.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/text.h"
 
 #include <cerrno>

@@ -2,7 +2,7 @@
 // the same, because every reading of the clock looks at it, on any thread.
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/mutex.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/platform/platform.h"
 #include "lumo/tova/text.h"
 

@@ -1,6 +1,6 @@
 // Permissions gathered level by level and applied at the end.
 #include "lumo/tova/security.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,7 +1,7 @@
 // A count under a mutex, and a condition to sleep on. Its own, not the system's: that one knows no upper bound, and one
 // of the two systems has no timed wait for it.
 #include "lumo/tova/semaphore.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 
 #include <cerrno>
 #include <cstring>

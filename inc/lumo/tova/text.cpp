@@ -2,7 +2,7 @@
 // rule for what happens when it is too small.
 #include "lumo/tova/text.h"
 
-#include "lumo/tova/platform/utf8_window.h"
+#include "lumo/tova/own/utf8_window.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,7 +1,7 @@
 // Threads of the platform behind records of the caller. Nothing guards a record: one thread starts and joins it.
 #include "lumo/tova/thread.h"
 #include "lumo/tova/mutex.h"
-#include "lumo/tova/platform/internal.h"
+#include "lumo/tova/own/internal.h"
 #include "lumo/tova/platform/platform.h"
 
 #include <cstring>

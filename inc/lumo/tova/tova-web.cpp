@@ -2,7 +2,7 @@
 // handle is kept, and what an earlier request set must not linger.
 #include "lumo/tova/tova-web.h"
 #include "lumo/tova/file.h"
-#include "lumo/tova/platform/curl_safeguards.h"
+#include "lumo/tova/own/curl_safeguards.h"
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/thread.h"
 

@@ -1,6 +1,6 @@
 /// What both of the library's users of libcurl owe the host. Not installed.
-#ifndef LUMO_TOVA_PLATFORM_CURL_SAFEGUARDS_H
-#define LUMO_TOVA_PLATFORM_CURL_SAFEGUARDS_H
+#ifndef LUMO_TOVA_OWN_CURL_SAFEGUARDS_H
+#define LUMO_TOVA_OWN_CURL_SAFEGUARDS_H
 
 #include "lumo/tova/platform/platform.h"
 

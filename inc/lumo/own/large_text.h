@@ -1,7 +1,5 @@
-// Room for texts of many megabytes.
+// Room for texts of many megabytes. For the library's own use.
 #pragma once
-
-#include "lumo/tova/base.h"
 
 #include <cstddef>
 #include <string>
@@ -13,6 +11,6 @@ namespace lumo {
 ///
 /// For texts that are filled to the end right afterwards: an upload's body of a hundred megabytes otherwise comes page
 /// by page, which takes longer than everything else that happens to it. Any thread; may throw std::bad_alloc.
-TOVA_API void reserve_large(std::string& text, std::size_t size);
+void reserve_large(std::string& text, std::size_t size);
 
 } // namespace lumo

@@ -8,8 +8,8 @@
 #pragma once
 
 #include "lumo/common.h"
-#include "lumo/escape.h"
 #include "lumo/json_writer.h"
+#include "lumo/own/escape.h"
 
 #include <cstring>
 #include <type_traits>

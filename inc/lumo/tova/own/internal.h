@@ -1,6 +1,6 @@
 /// What the layer's sources share among themselves, and the arithmetic that tests reach without waiting. Not installed.
-#ifndef LUMO_TOVA_PLATFORM_INTERNAL_H
-#define LUMO_TOVA_PLATFORM_INTERNAL_H
+#ifndef LUMO_TOVA_OWN_INTERNAL_H
+#define LUMO_TOVA_OWN_INTERNAL_H
 
 #include <atomic>
 #include <cstdint>

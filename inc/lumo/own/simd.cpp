@@ -1,4 +1,4 @@
-#include "lumo/simd.h"
+#include "lumo/own/simd.h"
 
 #include "lumo/common.h"
 

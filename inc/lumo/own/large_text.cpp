@@ -1,4 +1,4 @@
-#include "lumo/large_text.h"
+#include "lumo/own/large_text.h"
 
 #include "lumo/tova/platform/platform.h"
 
