@@ -1,4 +1,10 @@
 #!/usr/bin/env bash
-# BUILD_DIR N: load and faults for N seconds against what was built there; exit status 1 when an event is unaccounted for.
+# BUILD_DIR N: load and faults for N seconds against what was built there, the library first, then the collector; exit
+# status 1 when an event is unaccounted for.
 set -euo pipefail
-exec "$1/soak/analytics_soak" "$2"
+status=0
+"$1/soak/analytics_soak" "$2" || status=1
+if [ -x "$1/collector/analytics-collector" ]; then
+    python3 soak/collector.py "$2" "$1/collector/analytics-collector" || status=1
+fi
+exit "$status"

@@ -28,7 +28,7 @@ bool Budget::Share::charge(uint64_t bytes, Clock::time_point now)
     if (m_is_cut)
         return false;
     for (Full full; (full = m_budget.full_by(*this, bytes)) != Full::nothing;) {
-        Share* slowest = m_budget.slowest(*this, full, now);
+        Share* slowest = m_budget.slowest(*this, full, bytes, now);
         ++m_budget.m_cuts;
         if (slowest == nullptr || slowest == this)
             return false;
@@ -53,12 +53,13 @@ Budget::Full Budget::full_by(const Share& share, uint64_t bytes) const
     return m_used + bytes > m_limit ? Full::all : Full::nothing;
 }
 
-/// The slowest body whose end would make room; null when none would. Bodies that are whole are not cut any more.
-Budget::Share* Budget::slowest(const Share& asking, Full full, Clock::time_point now)
+/// The slowest body whose end would make room for `bytes`; null when none would. Small ones are left alone by that, and
+/// those that are whole are not cut any more.
+Budget::Share* Budget::slowest(const Share& asking, Full full, uint64_t bytes, Clock::time_point now)
 {
     Share* slowest = nullptr;
     for (Share* share : m_shares) {
-        if (share->m_cut == nullptr || share->m_is_cut || (share->m_bytes == 0 && share != &asking))
+        if (share->m_cut == nullptr || share->m_is_cut || share->m_bytes < bytes)
             continue;
         if (full == Full::address && share->m_address != asking.m_address)
             continue;

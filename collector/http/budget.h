@@ -60,7 +60,7 @@ private:
         all
     };
     Full full_by(const Share& share, uint64_t bytes) const;
-    Share* slowest(const Share& asking, Full full, Clock::time_point now);
+    Share* slowest(const Share& asking, Full full, uint64_t bytes, Clock::time_point now);
     void add(Share& share, uint64_t bytes);
     void release(Share& share);
 
