@@ -119,6 +119,7 @@ class Programs:
     def __init__(self, suites):
         self.suites = suites
         self.usual_seconds = 600
+        self.files = set()  # beside the programs, before any test was killed
 
     def build(self):
         done = subprocess.run(["ninja", "-C", BUILD, *self.suites], capture_output=True, text=True, check=False)
@@ -145,6 +146,7 @@ class Programs:
             # Servers that a test started have process groups of their own, but all are of this session.
             subprocess.run(["pkill", "-KILL", "-s", str(ran.pid)], check=False)
             ran.wait()
+            self.clear_up()
             out.seek(0)
             said = out.read()
         begun = re.findall(r"^\[ RUN      \] (\S+)", said, flags=re.M)
@@ -152,6 +154,12 @@ class Programs:
         failed = {test for how, test in ended if how == "FAILED"}
         stuck = set(begun) - {test for _, test in ended}
         return failed | stuck, begun, not stuck
+
+    def clear_up(self):
+        """Takes away what a killed test left beside its program, where the next one would find it."""
+        for name in set(os.listdir(f"{BUILD}/tests")) - self.files:
+            if os.path.isfile(f"{BUILD}/tests/{name}"):
+                os.remove(f"{BUILD}/tests/{name}")
 
     def noticed_by(self, left_out=()):
         """The tests that notice. After a crash or a loop without end the rest runs on without what has run."""
@@ -182,7 +190,7 @@ def main():
     built, words = programs.build()
     if not built:
         sys.exit(words)
-    begun = time.monotonic()
+    begun, programs.files = time.monotonic(), set(os.listdir(f"{BUILD}/tests"))
     broken = programs.noticed_by()
     programs.usual_seconds = time.monotonic() - begun
     if broken:

@@ -173,7 +173,8 @@ TEST_F(Face, AddingToAScopeEndsWhatIsOpenInIt)
     auto list = object.open_array("l");
     list.add(1);
     EXPECT_EQ(event.add("after", 2), result::ok);
-    EXPECT_FALSE(object || list);
+    EXPECT_FALSE(object);
+    EXPECT_FALSE(list);
     EXPECT_EQ(list.add(3), result::no_event);
     EXPECT_EQ(object.add("k", 3), result::no_event);
     EXPECT_EQ(object.open_object("x").opened(), result::no_event);
@@ -212,7 +213,8 @@ TEST_F(Face, ASessionThatClosesEndsItsEventFirst)
     auto event = session->open_event("e");
     auto object = event.open_object("o");
     session.reset();
-    EXPECT_FALSE(event || object);
+    EXPECT_FALSE(event);
+    EXPECT_FALSE(object);
     EXPECT_EQ(events(), Events{R"("e", { "o": { } } ])"});
 }
 

@@ -107,7 +107,9 @@ TEST(JsonWriter, HasItsStepsAndATextThatReadsLikeAString)
     const std::string text = writer.text;
     EXPECT_EQ(text, "{\r\n \"a\\\"\": x\\n\r\n,\r\n ");
     EXPECT_STREQ(writer.text.c_str(), text.c_str());
-    EXPECT_TRUE(writer.text == text && !(writer.text != text) && writer.text.find("x") == 11);
+    EXPECT_TRUE(writer.text == text);
+    EXPECT_FALSE(writer.text != text);
+    EXPECT_EQ(writer.text.find("x"), 11u);
 }
 
 TEST(JsonWriter, DoesNotCareForTheHostsLocale)

@@ -94,11 +94,12 @@ TEST(ScopedPtr, EndsWhatItOwnsExactlyOnce)
     owner first(new std::shared_ptr<int>(number)), second(std::move(first));
     second.Reset(new std::shared_ptr<int>(number));
     second.Reset(second.Get());
-    EXPECT_TRUE(!first && number.use_count() == 2);
+    EXPECT_FALSE(first);
+    EXPECT_EQ(number.use_count(), 2);
     first.Reset(second.Detach());
     EXPECT_FALSE(second);
     second = std::move(first);
-    EXPECT_TRUE(second->get() == number.get() && *second == number);
+    EXPECT_EQ(*second, number);
     second.Reset();
     EXPECT_EQ(number.use_count(), 1);
 }

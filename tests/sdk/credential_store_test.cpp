@@ -26,7 +26,8 @@ TEST(CredentialStore, KeepsTheLastLoginOfEachProxyUnderItsExactText)
     for (const char* other :
          {"proxy:3128", "proxy", "PROXY:3128", "http://proxy:3128", "", static_cast<const char*>(nullptr)}) {
         EXPECT_EQ(nullptr, store.GetUserCredentials(other));
-        EXPECT_FALSE(store.HasCredentials(other) || store.CopyUserCredentials(other, copy));
+        EXPECT_FALSE(store.HasCredentials(other));
+        EXPECT_FALSE(store.CopyUserCredentials(other, copy));
         EXPECT_EQ(other && *other, store.RemoveCredentials(other)) << "true for what was never there";
         EXPECT_EQ(other && *other, store.AddCredentials(other, login("user", ""))) << "and for any text";
         EXPECT_FALSE(store.AddCredentials(other, {}));

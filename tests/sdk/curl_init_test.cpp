@@ -38,7 +38,10 @@ TEST(CurlInit, GivesOpenSslLocksThatExcludeOtherThreadsOnly)
 TEST(CurlInit, InstallsTheCallbacksAnewOnceClosed)
 {
     CurlInit init;
-    EXPECT_TRUE(init.GetLocks() && init.CloseOpenSSLCallbacks());
-    EXPECT_FALSE(init.GetLocks() || init.CloseOpenSSLCallbacks());
-    EXPECT_TRUE(init.InitOpenSSLCallbacks() && init.GetLocks());
+    EXPECT_TRUE(init.GetLocks());
+    EXPECT_TRUE(init.CloseOpenSSLCallbacks());
+    EXPECT_FALSE(init.GetLocks());
+    EXPECT_FALSE(init.CloseOpenSSLCallbacks());
+    EXPECT_TRUE(init.InitOpenSSLCallbacks());
+    EXPECT_TRUE(init.GetLocks());
 }

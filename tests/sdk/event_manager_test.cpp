@@ -118,7 +118,8 @@ TEST(EventLine, TellsTheTimeOfLoggingInUtc)
         manager.LogOne();
         ASSERT_TRUE(now(after));
         logged = json::parse(support::split_lines(read_file(manager.log())).back())[1];
-        EXPECT_TRUE(before <= logged && logged <= after) << before << ' ' << logged << ' ' << after;
+        EXPECT_LE(before, logged);
+        EXPECT_LE(logged, after);
     }
 }
 

@@ -61,5 +61,6 @@ TEST(SessionOptions, AreTheOnesOfTheDocument)
         EXPECT_NE(document.find(line), std::string::npos) << line;
         EXPECT_EQ(Options::Find(row.key), static_cast<Option>(&row - Options::Table().data()));
     }
-    EXPECT_FALSE(Options::Find("Delivery").has_value() || Options::Find("").has_value() || Options::Find(nullptr));
+    for (const char* other : {"Delivery", "", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(Options::Find(other).has_value());
 }

@@ -47,8 +47,10 @@ TEST(ProxyCache, KnowsTheNewestProxyOfAHost)
     EXPECT_TRUE(manager.AddProxyToCache("http://host/", "q:2"));
     EXPECT_TRUE(manager.FindProxyInCache("http://host/", proxy));
     EXPECT_EQ("q:2", proxy);
-    for (const char* url : {null, "", "host", "10.1.2.3/x", "http://", "http:///x"})
-        EXPECT_FALSE(manager.AddProxyToCache(url, "p:1") || manager.FindProxyInCache(url, proxy)) << proxy;
+    for (const char* url : {null, "", "host", "10.1.2.3/x", "http://", "http:///x"}) {
+        EXPECT_FALSE(manager.AddProxyToCache(url, "p:1"));
+        EXPECT_FALSE(manager.FindProxyInCache(url, proxy)) << proxy;
+    }
     for (const char* nothing : {null, ""})
         EXPECT_FALSE(manager.AddProxyToCache("http://third/", nothing));
     EXPECT_FALSE(manager.FindProxyInCache("http://third/", proxy));
