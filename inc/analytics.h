@@ -201,6 +201,16 @@ ANALYTICS_API uint32_t analytics_name_int32_add(analytics_session* session, cons
 /** Adds a member to the innermost object. @return 0, 100, 301, 400, 401 */
 ANALYTICS_API uint32_t analytics_name_int64_add(analytics_session* session, const char* name, int64_t value);
 /** Adds a member to the innermost object. @return 0, 100, 301, 400, 401 */
+ANALYTICS_API uint32_t analytics_name_uint64_add(analytics_session* session, const char* name, uint64_t value);
+/**
+ * Adds a text with a length to the innermost object, like a string; a NUL in it is written as \u0000.
+ *
+ * @param text needs no terminator: `size` bytes are read and no more; null is written as null, whatever the size
+ * @return 0, 100, 301, 400, 401
+ */
+ANALYTICS_API uint32_t analytics_name_text_add(analytics_session* session, const char* name, const char* text,
+                                               size_t size);
+/** Adds a member to the innermost object. @return 0, 100, 301, 400, 401 */
 ANALYTICS_API uint32_t analytics_name_bool_add(analytics_session* session, const char* name, bool value);
 /** Adds a member to the innermost object, with six significant digits. @return 0, 100, 301, 400, 401 */
 ANALYTICS_API uint32_t analytics_name_float64_add(analytics_session* session, const char* name, double value);
@@ -211,6 +221,10 @@ ANALYTICS_API uint32_t analytics_string_add(analytics_session* session, const ch
 ANALYTICS_API uint32_t analytics_int32_add(analytics_session* session, int32_t value);
 /** Adds an element to the innermost array. @return 0, 100, 301, 400 */
 ANALYTICS_API uint32_t analytics_int64_add(analytics_session* session, int64_t value);
+/** Adds an element to the innermost array. @return 0, 100, 301, 400 */
+ANALYTICS_API uint32_t analytics_uint64_add(analytics_session* session, uint64_t value);
+/** Adds a text with a length to the innermost array; as analytics_name_text_add(). @return 0, 100, 301, 400 */
+ANALYTICS_API uint32_t analytics_text_add(analytics_session* session, const char* text, size_t size);
 /** Adds an element to the innermost array. @return 0, 100, 301, 400 */
 ANALYTICS_API uint32_t analytics_bool_add(analytics_session* session, bool value);
 /** Adds an element to the innermost array, with six significant digits. @return 0, 100, 301, 400 */

@@ -50,6 +50,18 @@ inline const char* text(result code) noexcept
     return analytics_result_text(static_cast<std::uint32_t>(code));
 }
 
+/// A value that is written in full: an unsigned integer with all its digits, where a plain one above 2^63 - 1 becomes a
+/// double, and a text with the NULs in it, where a plain one ends at the first: `event.add("id", exact{id})`.
+template <typename T>
+struct exact
+{
+    T value; ///< an integer, or a text; a std::string_view must outlive the call
+};
+/// @cond
+template <typename T>
+exact(T) -> exact<T>;
+/// @endcond
+
 namespace detail {
 
 inline result as_result(std::uint32_t code) noexcept
@@ -78,6 +90,12 @@ template <typename T>
 inline constexpr bool is_optional = false;
 template <typename T>
 inline constexpr bool is_optional<std::optional<T>> = true;
+
+template <typename T>
+inline constexpr bool is_exact = false;
+template <typename T>
+inline constexpr bool is_exact<exact<T>> = std::is_convertible_v<const T&, std::string_view> ||
+                                           (std::is_integral_v<T> && !is_character<T>);
 
 template <typename T>
 inline constexpr bool is_duration = false;
@@ -206,7 +224,7 @@ inline constexpr bool is_named<std::pair<Name, T>> = is_text<Name>;
 template <typename T>
 constexpr bool is_value()
 {
-    if constexpr (is_text<T> || is_duration<T> || std::is_same_v<T, std::nullopt_t>)
+    if constexpr (is_text<T> || is_duration<T> || is_exact<T> || std::is_same_v<T, std::nullopt_t>)
         return true;
     else if constexpr (std::is_arithmetic_v<T>)
         return !is_character<T>; // is it meant as a text or as a number?
@@ -297,9 +315,25 @@ result add_duration(const Place& place, std::chrono::duration<Count, Unit> value
 }
 
 template <typename Place, typename T>
+result add_exact(const Place& place, const T& value)
+{
+    if constexpr (std::is_unsigned_v<T> && !std::is_same_v<T, bool>) {
+        return place(analytics_name_uint64_add, analytics_uint64_add, static_cast<std::uint64_t>(value));
+    } else if constexpr (std::is_integral_v<T>) {
+        return add_number(place, value);
+    } else {
+        const std::string_view text(value);
+        // An empty view may point nowhere, and is no null all the same.
+        return place(analytics_name_text_add, analytics_text_add, text.empty() ? "" : text.data(), text.size());
+    }
+}
+
+template <typename Place, typename T>
 result add_value(const Place& place, const T& value)
 {
-    if constexpr (is_text<T>) {
+    if constexpr (is_exact<T>) {
+        return add_exact(place, value.value);
+    } else if constexpr (is_text<T>) {
         return with_c_text(
             value, [&](const char* text) { return place(analytics_name_string_add, analytics_string_add, text); });
     } else if constexpr (std::is_same_v<T, std::nullopt_t>) {

@@ -18,6 +18,7 @@
 
 #include "lumo/json_writer.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -43,6 +44,11 @@ public:
     std::uint32_t AddInt(const char* name, int value);
     /// Decimal digits, all of them: readers that keep numbers as doubles lose some.
     std::uint32_t AddInt64(const char* name, long long value);
+    /// The same without a sign.
+    std::uint32_t AddUInt64(const char* name, unsigned long long value);
+    /// A string of `size` bytes, which needs no terminator; each NUL in it is written as \u0000. A null text gives
+    /// null, whatever the size.
+    std::uint32_t AddText(const char* name, const char* text, std::size_t size);
     /// Six significant digits, as "%g" prints them; NaN and infinities come out as nan and inf, which is no valid JSON.
     std::uint32_t AddDouble(const char* name, double value);
     /// true or false.
@@ -90,6 +96,10 @@ public:
     std::uint32_t AddInt(int value);
     /// Decimal digits, all of them.
     std::uint32_t AddInt64(long long value);
+    /// The same without a sign.
+    std::uint32_t AddUInt64(unsigned long long value);
+    /// As LogObject::AddText().
+    std::uint32_t AddText(const char* text, std::size_t size);
     /// As LogObject::AddDouble().
     std::uint32_t AddDouble(double value);
     /// true or false.

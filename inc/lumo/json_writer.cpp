@@ -90,6 +90,15 @@ void json_writer::element(const char* name, int value)
     json_elements::add(*this, name, value);
 }
 
+void json_writer::element(const char* name, unsigned long long value)
+{
+    json_elements::add(*this, name, value);
+}
+void json_writer::element(const char* name, std::string_view value)
+{
+    json_elements::add_whole(*this, name, value);
+}
+
 void json_writer::finish()
 {
     if (_depth < 1)
@@ -138,6 +147,21 @@ void json_writer::_write_encode(const char* s)
         const escaped copy = copy_escaped(s, out, 0, static_cast<std::size_t>(text.limit() - out));
         text.commit(out + copy.size);
         s = copy.rest;
+    }
+}
+
+// In pieces, so that the room grows with what is written: no sum of a size and its escapes that could overflow. Escapes
+// are at most six bytes for one.
+void json_writer::_write_encode(std::string_view s)
+{
+    constexpr std::size_t piece = 256;
+    while (!s.empty()) {
+        const std::string_view part = s.substr(0, piece);
+        char* out = text.reserve(6 * piece);
+        for (const char c : part)
+            out += c != '\0' ? put_escaped(out, c) : (std::memcpy(out, "\\u0000", 6), 6);
+        text.commit(out);
+        s.remove_prefix(part.size());
     }
 }
 

@@ -56,6 +56,12 @@ public:
     void element(const char* name, long long value);
     /// The same for a short one.
     void element(const char* name, int value);
+    /// The same without a sign.
+    void element(const char* name, unsigned long long value);
+
+    /// A member with a string value of a known size, which may hold NULs: each is written as \u0000, the only escape of
+    /// its form. Nothing behind the size is read.
+    void element(const char* name, std::string_view value);
 
     /// Closes the object; a second call does nothing. Members written afterwards land after the closing brace,
     /// unchecked.
@@ -73,6 +79,8 @@ public:
     void _write_name(const char* name);
     /// A text, escaped; the quotes are the caller's.
     void _write_encode(const char* s);
+    /// The same for a text with a size.
+    void _write_encode(std::string_view s);
     /// A line break, which is a blank in compact text. The next name brings its own.
     void _break();
 

@@ -156,19 +156,19 @@ uint32_t analytics_array_end(analytics_session* session)
 
 /// Adds a value to the innermost object, or array, with the document's operation for its type. What that answers is not
 /// passed on: a document refuses nothing that the session lets through.
-template <auto add, typename Value>
-static uint32_t AddNamed(analytics_session* session, const char* name, Value value)
+template <auto add, typename... Value>
+static uint32_t AddNamed(analytics_session* session, const char* name, Value... value)
 {
     return With(session, [=](HandleParameters& handle) {
-        return handle.AddNamed(name, [=](LogObject& object, const char* key) { (object.*add)(key, value); });
+        return handle.AddNamed(name, [=](LogObject& object, const char* key) { (object.*add)(key, value...); });
     });
 }
 
-template <auto add, typename Value>
-static uint32_t AddUnnamed(analytics_session* session, Value value)
+template <auto add, typename... Value>
+static uint32_t AddUnnamed(analytics_session* session, Value... value)
 {
     return With(session, [=](HandleParameters& handle) {
-        return handle.AddUnnamed([=](LogArray& array) { (array.*add)(value); });
+        return handle.AddUnnamed([=](LogArray& array) { (array.*add)(value...); });
     });
 }
 
@@ -185,6 +185,16 @@ uint32_t analytics_name_int32_add(analytics_session* session, const char* name, 
 uint32_t analytics_name_int64_add(analytics_session* session, const char* name, int64_t value)
 {
     return AddNamed<&LogObject::AddInt64>(session, name, value);
+}
+
+uint32_t analytics_name_uint64_add(analytics_session* session, const char* name, uint64_t value)
+{
+    return AddNamed<&LogObject::AddUInt64>(session, name, value);
+}
+
+uint32_t analytics_name_text_add(analytics_session* session, const char* name, const char* text, size_t size)
+{
+    return AddNamed<&LogObject::AddText>(session, name, text, size);
 }
 
 uint32_t analytics_name_bool_add(analytics_session* session, const char* name, bool value)
@@ -210,6 +220,16 @@ uint32_t analytics_int32_add(analytics_session* session, int32_t value)
 uint32_t analytics_int64_add(analytics_session* session, int64_t value)
 {
     return AddUnnamed<&LogArray::AddInt64>(session, value);
+}
+
+uint32_t analytics_uint64_add(analytics_session* session, uint64_t value)
+{
+    return AddUnnamed<&LogArray::AddUInt64>(session, value);
+}
+
+uint32_t analytics_text_add(analytics_session* session, const char* text, size_t size)
+{
+    return AddUnnamed<&LogArray::AddText>(session, text, size);
 }
 
 uint32_t analytics_bool_add(analytics_session* session, bool value)

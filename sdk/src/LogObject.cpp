@@ -23,6 +23,15 @@ static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value 
     return lumo::json_elements::try_add(*writer, name, value) ? 1 : add_generally(*writer, name, value);
 }
 
+// A text with a size has the general way alone, unless it is none at all.
+template <class Writer>
+static std::uint32_t add_text(std::optional<Writer>& writer, const char* name, const char* text, std::size_t size)
+{
+    if (text == nullptr)
+        return add(writer, name, text);
+    return writer ? add_generally(*writer, name, std::string_view(text, size)) : 0;
+}
+
 // Children of both kinds come as what they have in common, so that the code for them is there once.
 template <class Writer>
 static std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
@@ -61,6 +70,16 @@ std::uint32_t LogObject::AddInt(const char* name, int value)
 std::uint32_t LogObject::AddInt64(const char* name, long long value)
 {
     return add(writer, name, value);
+}
+
+std::uint32_t LogObject::AddUInt64(const char* name, unsigned long long value)
+{
+    return add(writer, name, value);
+}
+
+std::uint32_t LogObject::AddText(const char* name, const char* text, std::size_t size)
+{
+    return add_text(writer, name, text, size);
 }
 
 std::uint32_t LogObject::AddDouble(const char* name, double value)
@@ -131,6 +150,16 @@ std::uint32_t LogArray::AddInt(int value)
 std::uint32_t LogArray::AddInt64(long long value)
 {
     return add(array_writer, nullptr, value);
+}
+
+std::uint32_t LogArray::AddUInt64(unsigned long long value)
+{
+    return add(array_writer, nullptr, value);
+}
+
+std::uint32_t LogArray::AddText(const char* text, std::size_t size)
+{
+    return add_text(array_writer, nullptr, text, size);
 }
 
 std::uint32_t LogArray::AddDouble(double value)

@@ -67,6 +67,8 @@ TEST_F(Face, AddsEveryTypeByItsKind)
         event.add("l", INT64_MIN);
         event.add("ul", static_cast<unsigned long>(INT64_MAX));
         event.add("big", UINT64_MAX);
+        event.add("all", analytics::exact{UINT64_MAX});
+        event.add("whole", analytics::exact{std::string_view("a\0b", 3)});
         event.add("f", 0.5f);
         event.add("d", 1e20);
         event.add("c", "text");
@@ -88,7 +90,8 @@ TEST_F(Face, AddsEveryTypeByItsKind)
     }
     EXPECT_EQ(events(),
               Events{R"("e", { "b": true, "i8": -8, "u8": 200, "i16": -7, "i": -2147483648, "u": 4294967295, )"
-                     R"("l": -9223372036854775808, "ul": 9223372036854775807, "big": 1.84467e+19, "f": 0.5, )"
+                     R"("l": -9223372036854775808, "ul": 9223372036854775807, "big": 1.84467e+19, )"
+                     R"("all": 18446744073709551615, "whole": "a\u0000b", "f": 0.5, )"
                      R"("d": 1e+20, "c": "text", "s": "string", "v": "view", "n": null, "o1": 1, "o0": null, )"
                      R"("o": null, "p": null, "name": 2, "cu": 1e+303, "vector": [ 1, null ], )"
                      R"("bools": [ true, false ], "nested": [ [ 1 ], [ ] ], "braces": [ "a", "bc" ], )"

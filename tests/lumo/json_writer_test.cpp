@@ -82,6 +82,8 @@ TEST(JsonWriter, WritesEveryKindOfValue)
     EXPECT_EQ(as_element<const char*>(nullptr), "null");
     EXPECT_EQ(as_element(INT_MIN), "-2147483648");
     EXPECT_EQ(as_element(LLONG_MIN), "-9223372036854775808");
+    EXPECT_EQ(as_element(ULLONG_MAX), "18446744073709551615");
+    EXPECT_EQ(as_element(std::string_view("\0a\"\0", 4)), R"("\u0000a\"\u0000")");
     EXPECT_EQ(as_element(-HUGE_VAL), "-inf");
     const lumo::json_writer child(nullptr, true);
     EXPECT_EQ(finished(true, [&](auto& w) { w.element("o", &child); }), R"({ "o": { })"); // as it stands

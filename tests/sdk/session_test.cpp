@@ -3,6 +3,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
+#include <memory>
 #include <pthread.h>
 #include <set>
 #include <vector>
@@ -70,15 +71,17 @@ const struct
      {With(analytics_name_object_begin, "n"), With(analytics_name_array_begin, "n"),
       With(analytics_name_string_add, "n", "v"), With(analytics_name_int32_add, "n", 1),
       With(analytics_name_int64_add, "n", 1), With(analytics_name_bool_add, "n", true),
-      With(analytics_name_float64_add, "n", 1.0)}},
+      With(analytics_name_float64_add, "n", 1.0), With(analytics_name_uint64_add, "n", 1),
+      With(analytics_name_text_add, "n", "v", 1)}},
     {{301, 400, 400, 0},
      {With(analytics_object_begin), With(analytics_array_begin), With(analytics_string_add, "v"),
       With(analytics_int32_add, 1), With(analytics_int64_add, 1), With(analytics_bool_add, true),
-      With(analytics_float64_add, 1.0)}},
+      With(analytics_float64_add, 1.0), With(analytics_uint64_add, 1), With(analytics_text_add, "v", 1)}},
     {{301, 400, 400, 400},
      {With(analytics_name_string_add, null, "v"), With(analytics_name_int32_add, null, 1),
       With(analytics_name_int64_add, null, 1), With(analytics_name_bool_add, null, true),
-      With(analytics_name_float64_add, null, 1.0)}},
+      With(analytics_name_float64_add, null, 1.0), With(analytics_name_uint64_add, null, 1),
+      With(analytics_name_text_add, null, "v", 1)}},
     {{301, 0, 0, 0}, {With(analytics_property_add, "os_name")}},
     {{301, 104, 104, 104}, {With(analytics_property_add, "nosuch"), With(analytics_property_add, null)}},
     {{0, 0, 0, 0},
@@ -153,6 +156,26 @@ TEST(OneSession, BeginsWhatItUsesAgainAnew)
     }
     analytics_event_end(s);
     EXPECT_EQ(s.last_event(), R"({ "a": [ 1 ], "o": { "n": 1 }, "a": [ 2 ], "o": { "n": 2 } })");
+}
+
+TEST(OneSession, ReadsATextWithALengthToItsLastByteOnly)
+{
+    Session s;
+    for (const size_t size :
+         {0, 1, 15, 16, 255, 256, 257, 100'000}) { // exactly as long on the heap, for the sanitizers
+        const std::unique_ptr<char[]> text(new char[size]());
+        analytics_event_begin(s, "e");
+        EXPECT_EQ(analytics_name_text_add(s, "t", text.get(), size), 0u);
+        EXPECT_EQ(analytics_name_text_add(s, "u", nullptr, size), 0u);
+        analytics_event_end(s);
+        std::string expected = R"({ "t": ")";
+        for (size_t at = 0; at < size; ++at)
+            expected += "\\u0000";
+        expected += R"(", "u": null })";
+        std::string logged(expected.size(), '\0');
+        analytics_log_get(s, logged.data(), logged.size());
+        EXPECT_EQ(logged, expected);
+    }
 }
 
 TEST(OneSession, ReadsFieldsWithoutATerminatorToTheirSize)

@@ -121,6 +121,13 @@ struct json_elements
         writer._put('"');
     }
 
+    static void add_value(json_writer& writer, std::string_view value)
+    {
+        writer._put('"');
+        writer._write_encode(value);
+        writer._put('"');
+    }
+
     static void add_value(json_writer& writer, const json_writer* child)
     {
         if (child == nullptr)
