@@ -29,9 +29,6 @@ constexpr const char* request_header_lines[] = {
 constexpr const char* line_ask_first = "Expect: 100-continue";
 constexpr std::size_t ask_name_length = std::string_view("Expect:").size();
 
-// Without a limit an answer could lead to file:, ftp: and whatever else the system's libcurl was built with.
-constexpr const char* allowed_protocols = "http,https";
-
 // libcurl's setter with its failures collected: one look at the end tells whether all options hold.
 class OptionSetter
 {
@@ -217,14 +214,10 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
     set(CURLOPT_ERRORBUFFER, handle->GetErrorBuffer());
 }
 
-// What keeps a transfer safe whatever a server answers. A post that is redirected stays a post: libcurl would make it a
-// GET, as RFC 9110 allows after 301 and 302, whose success would look like a delivery. After 303 it is a GET,
-// for which 303 asks. TLS before 1.2 is what RFC 8996 forbids.
+// TLS before 1.2 is what RFC 8996 forbids.
 void SetSafeguards(OptionSetter& set)
 {
-    set(CURLOPT_OPENSOCKETFUNCTION, tova::open_connection);
-    set(CURLOPT_PROTOCOLS_STR, allowed_protocols)(CURLOPT_REDIR_PROTOCOLS_STR, allowed_protocols);
-    set(CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
+    tova::set_safeguards(set);
     set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     set(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
 }

@@ -311,7 +311,7 @@ TEST_F(HttpToFile, FollowsNoLinkLaidOutAtItsNeighboursName)
 
 TEST_F(Http, GoesThroughItsProxyWithItsLoginAsTyped)
 {
-    const char* const odd = "p:w@rd %zz+/\xC3\xA9";
+    const char* const odd = "p:w@rd %41%zz+/\xC3\xA9";
     support::Squid proxy({"al@ice", odd});
     set(tova_http_proxy, proxy.text());
     for (const auto& [user, password, passes] : {std::tuple{"", odd, 0}, {"al@ice", "wrong", 0}, {"al@ice", odd, 1}}) {

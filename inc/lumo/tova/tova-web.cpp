@@ -1,17 +1,13 @@
 // One transfer at a time over libcurl's easy interface. Every option is set for every request, to its default too: the
 // handle is kept, and what an earlier request set must not linger.
 #include "lumo/tova/tova-web.h"
-#include "lumo/tova/file.h"
 #include "lumo/tova/own/curl_safeguards.h"
 #include "lumo/tova/runtime.h"
-#include "lumo/tova/thread.h"
 
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <curl/curl.h>
-#include <fcntl.h>
 #include <initializer_list>
+#include <new>
 #include <openssl/crypto.h>
 
 // Overwrites a text in a way that no compiler drops.
@@ -204,27 +200,6 @@ static int progress_adapter(void* user, double expected, double received, double
     return r->_progress(r->_user, static_cast<uint64_t>(expected), static_cast<uint64_t>(received)) == 0;
 }
 
-namespace {
-
-// A string that goes with its scope.
-struct scoped_string : tova_string
-{
-    scoped_string() { tova_string_init(this); }
-    ~scoped_string() { tova_string_clear(this); }
-};
-
-} // namespace
-
-// libcurl decodes percent signs in a proxy's user and password, so both are encoded before they are joined.
-static void append_encoded(tova_string* to, CURL* curl, const tova_string* text)
-{
-    char* escaped = curl_easy_escape(curl, tova_string_get(text), static_cast<int>(tova_string_length(text)));
-    tova_string_append(to, escaped);
-    if (escaped)
-        OPENSSL_cleanse(escaped, strlen(escaped));
-    curl_free(escaped);
-}
-
 static void set_proxy(tova_http* h)
 {
     CURL* curl = h->_curl;
@@ -244,25 +219,21 @@ static void set_proxy_login(tova_http* h)
         curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, nullptr);
         return;
     }
-    scoped_string login;
-    // Room for all of it, so that growing leaves no copy behind.
-    tova_string_reserve(&login,
-                        3 * (tova_string_length(&h->_proxy_user) + tova_string_length(&h->_proxy_password)) + 2);
-    append_encoded(&login, h->_curl, &h->_proxy_user);
-    tova_string_append(&login, ":");
-    append_encoded(&login, h->_curl, &h->_proxy_password);
-    curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, tova_string_get(&login));
-    wipe(&login);
+    try {
+        tova::set_proxy_login(h->_curl, tova_string_get(&h->_proxy), tova_string_get(&h->_proxy_user),
+                              tova_string_get(&h->_proxy_password));
+    } catch (const std::bad_alloc&) {
+        tova_assert(false); // as where texts grow
+    }
 }
 
-// What keeps a request an HTTP one, and one that ends, whatever the server answers.
+// What keeps a request an HTTP one, and one that ends, whatever the server answers. What it shares with the web client
+// stands in curl_safeguards.h.
 static void set_safeguards(CURL* curl)
 {
-    curl_easy_setopt(curl, CURLOPT_OPENSOCKETFUNCTION, tova::open_connection);
+    tova::set_safeguards([curl](CURLoption option, auto value) { curl_easy_setopt(curl, option, value); });
     // Without a scheme libcurl would guess by the host's name and speak FTP with "ftp.example.com".
     curl_easy_setopt(curl, CURLOPT_DEFAULT_PROTOCOL, "http");
-    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
     // Redirects in a circle would go on until the time-out, and without one for ever.
     curl_easy_setopt(curl, CURLOPT_MAXREDIRS, 50L);
     // Otherwise libcurl switches SIGPIPE off and on for the whole process, and two threads get in each other's way.
@@ -328,9 +299,6 @@ static void set_method(tova_http* h)
     }
     curl_easy_setopt(curl, CURLOPT_HTTPGET, 0L);
     curl_easy_setopt(curl, CURLOPT_POST, 1L);
-    // Left to itself libcurl follows a moved post with a GET: the data would be lost and the request a success. 303 is
-    // the server's way to say that it has the data.
-    curl_easy_setopt(curl, CURLOPT_POSTREDIR, static_cast<long>(CURL_REDIR_POST_301 | CURL_REDIR_POST_302));
     // The size always goes along: the data may hold a NUL or lack a terminator. No data is an empty body; a null
     // pointer would make libcurl read standard input.
     curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE, h->_data ? static_cast<long>(h->_size) : 0L);
@@ -405,71 +373,6 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
         return 1;
     // Up to 302: a redirect that was not to be followed is an answer all the same; that is meant.
     return !r->cancelled && r->status >= 200 && r->status <= 302;
-}
-
-namespace {
-
-// A download on its way into a neighbour of its target.
-struct download
-{
-    tova_file file;
-    bool failed = false;
-
-    static void body(void* user, const void* bytes, uint32_t count, tova_http_response*)
-    {
-        auto* self = static_cast<download*>(user);
-        // Failed once is failed: a later block that fits must not hide the hole.
-        self->failed = self->failed || !tova_file_write(&self->file, bytes, count);
-    }
-
-    // The only way for a full disk to stop the transfer.
-    static int32_t progress(void* user, uint64_t, uint64_t) { return !static_cast<download*>(user)->failed; }
-};
-
-} // namespace
-
-// Makes a file beside `path` and gives its name. What is there already, left behind or laid out as a link, is not ours
-// to open.
-static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
-{
-    // With a number for each download, names meet only those that a crash left behind.
-    static uint32_t downloads;
-    tova_file_init(file);
-    for (int tries = 0; tries < 100; ++tries) {
-        char ending[48];
-        tova_sprintf(ending, sizeof ending, ".%d-%u.part", tova_process_id(),
-                     __atomic_add_fetch(&downloads, 1, __ATOMIC_RELAXED));
-        tova_string_set(name, path);
-        tova_string_append(name, ending);
-        file->_file = open(tova_string_get(name), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-        if (file->_file != INVALID_FILE)
-            return true;
-        if (errno != EEXIST && errno != EINTR)
-            return false;
-    }
-    return false;
-}
-
-int32_t tova_http_to_file(tova_http* h, const char* path)
-{
-    check(h);
-    tova_assert(path);
-    download target;
-    scoped_string neighbour;
-    if (!open_neighbour(&target.file, path, &neighbour))
-        return 0;
-    // A response of its own, since its callbacks are the way into the file.
-    tova_http_response r;
-    tova_http_response_create(&r);
-    tova_http_response_callback_set(&r, &target, download::body, nullptr, download::progress);
-    // Renamed only when whole. A full disk shows at the latest write, and the neighbour goes.
-    const bool done = tova_http_request(h, &r, tova_http_get) && !target.failed;
-    tova_http_response_destroy(&r);
-    tova_file_close(&target.file);
-    if (done && rename(tova_string_get(&neighbour), path) == 0)
-        return 1;
-    tova_file_remove(tova_string_get(&neighbour));
-    return 0;
 }
 
 void tova_http_response_create(tova_http_response* r)
