@@ -5,9 +5,8 @@
 
 #include "CurlHandles.h"
 #include "CurlInit.h"
-#include "Secret.h"
 #include "TransferOptions.h"
-#include "lumo/percent.h"
+#include "TransferProxy.h"
 
 namespace AnalyticsSDK {
 namespace {
@@ -62,41 +61,6 @@ long JudgeSuccess(CurlEasyHandle& handle, long result)
         return CURLE_HTTP_RETURNED_ERROR;
     handle.NoteSentBody();
     return handle.WasBodySent() ? CURLE_OK : CURLE_SEND_ERROR;
-}
-
-// libcurl decodes both halves, so that a user name may hold a colon. It keeps copies of its own, out of our reach,
-// until the transfer ends. And libcurl 7.88 decodes once more with every further request of a transfer, which spoils a
-// percent sign; what stands in the proxy's URL it decodes afresh each time.
-void SetLogin(CURL* curl, const char* proxy, const CUserCredentials& credentials)
-{
-    SecretText login, url;
-    login.text.reserve(lumo::percent_encoded_size(credentials.strUserName) + 1 +
-                       lumo::percent_encoded_size(credentials.strPassword));
-    lumo::percent_encode(credentials.strUserName, login.text);
-    login.text += ':';
-    lumo::percent_encode(credentials.strPassword, login.text);
-    curl_easy_setopt(curl, CURLOPT_PROXYUSERPWD, login.text.c_str());
-    if (login.text.find("%25") == std::string::npos)
-        return;
-    const char* scheme_end = std::strstr(proxy, "://");
-    const char* host = scheme_end ? scheme_end + 3 : proxy;
-    url.text.reserve(std::strlen(proxy) + 1 + login.text.size());
-    url.text.append(proxy, host).append(login.text).append("@").append(host);
-    curl_easy_setopt(curl, CURLOPT_PROXY, url.text.c_str());
-}
-
-// With a login in hand libcurl still starts without it, to hear which schemes the proxy takes. A post must then keep
-// its body back: libcurl 7.88 hangs when the proxy's refusal arrives while the body is on its way. In a tunnel the
-// question is settled before.
-void SetProxyLogin(CurlEasyHandle& handle, const char* proxy, ICredentialStore* store)
-{
-    CUserCredentials credentials;
-    const bool bLogin = store && store->CopyUserCredentials(proxy, credentials);
-    if (bLogin)
-        SetLogin(handle.GetHandle(), proxy, credentials);
-    else // An empty login would still be sent as one.
-        curl_easy_setopt(handle.GetHandle(), CURLOPT_PROXYUSERPWD, static_cast<const char*>(nullptr));
-    AskBeforeBody(&handle, bLogin && handle.bPost && !IsHttps(handle.GetUrl()));
 }
 
 } // namespace
@@ -436,54 +400,17 @@ void WebClient::AbortTimedOutTransfers()
 bool WebClient::SetProxyToNextValidProxy(CurlEasyHandle* pHandle, const char* url, IProxyManager* manager,
                                          ICredentialStore* store)
 {
-    if (manager == nullptr || pHandle == nullptr || url == nullptr || *url == '\0')
-        return false;
-    CURL* curl = pHandle->GetHandle();
-    if (!manager->GetProxy(url, pHandle->spProxyInfo)) {
-        // Not null: libcurl would then look for a proxy in the environment.
-        curl_easy_setopt(curl, CURLOPT_PROXY, "");
-        // What an earlier attempt left for its proxy is none of the server's business.
-        SetProxyLogin(*pHandle, "", nullptr);
-        return false;
-    }
-    tova_assert(pHandle->spProxyInfo.Get());
-    const char* pszProxy = pHandle->spProxyInfo->GetProxy();
-    tova_assert(0 < strlen(pszProxy));
-    curl_easy_setopt(curl, CURLOPT_PROXY, pszProxy);
-    // The environment's no_proxy exempts nobody from the manager's choice.
-    curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
-    curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L); // whatever scheme the proxy asks for
-    SetProxyLogin(*pHandle, pszProxy, store);
-    // For https the proxy passes bytes on and sees none of them.
-    if (IsHttps(url))
-        curl_easy_setopt(curl, CURLOPT_HTTPPROXYTUNNEL, 1L);
-    return true;
+    return TransferProxy::SetNext(pHandle, url, manager, store);
 }
 
-// Only what happens before the proxy has said a word is laid at its door: what it answers may be the server's fault.
 bool WebClient::HandleProxyError(long result, CurlEasyHandle* handle, const char*)
 {
-    const bool bBlame =
-        result == CURLE_COULDNT_RESOLVE_HOST || result == CURLE_COULDNT_CONNECT || result == CURLE_OPERATION_TIMEDOUT;
-    if (!bBlame || !handle->UsesProxy() || pProxyManager == nullptr)
-        return false;
-    return Succeeds([&] {
-        pProxyManager->AddProxyToBlackList(handle->spProxyInfo->GetProxy());
-        return true;
-    });
+    return Succeeds([&] { return TransferProxy::Ban(*handle, result, pProxyManager); });
 }
 
-// A proxy that is known for the host stays, even when another has just worked; that is meant.
 bool WebClient::HandleProxySuccess(long, CurlEasyHandle* handle, const char* url)
 {
-    if (!handle->UsesProxy() || pProxyManager == nullptr)
-        return false;
-    return Succeeds([&] {
-        std::string known;
-        if (!pProxyManager->FindProxyInCache(url, known))
-            pProxyManager->AddProxyToCache(url, handle->spProxyInfo->GetProxy());
-        return true;
-    });
+    return Succeeds([&] { return TransferProxy::Remember(*handle, url, pProxyManager); });
 }
 
 } // namespace AnalyticsSDK

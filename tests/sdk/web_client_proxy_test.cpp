@@ -399,7 +399,7 @@ TEST(WebClientProxiesDeathTest, AbortWhenAPromisedProxyIsNotGiven)
     Liar manager;
     CurlEasyHandle handle;
     EXPECT_ASSERTION(WebClient::SetProxyToNextValidProxy(&handle, "http://host/", &manager, nullptr),
-                     "sdk/src/WebClientCurl", "pHandle->spProxyInfo.Get()");
+                     "sdk/src/TransferProxy", "pHandle->spProxyInfo.Get()");
 }
 
 std::atomic<int> lines_with_secret{0};
