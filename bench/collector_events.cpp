@@ -1,10 +1,13 @@
 #include "collector_events.h"
 
 #include "intake/intake.h"
+#include "table.h"
 
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
+#include <sqlite3.h>
 
 namespace bench {
 
@@ -57,6 +60,49 @@ std::vector<store::Upload> collector_uploads(int count, int events)
         intake::read_lines(std::move(form), std::nullopt, received_at, {}, uploads.emplace_back());
     }
     return uploads;
+}
+
+void remove_store(const std::string& path)
+{
+    for (const char* end : {"", "-wal", "-shm", "-serve"})
+        std::filesystem::remove(path + end);
+}
+
+double plain_insert(const std::string& path, const std::vector<store::Upload>& uploads)
+{
+    remove_store(path);
+    sqlite3* database = nullptr;
+    sqlite3_stmt* insert = nullptr;
+    sqlite3_open(path.c_str(), &database);
+    sqlite3_exec(database,
+                 "PRAGMA page_size=8192; PRAGMA journal_mode=wal; PRAGMA synchronous=full; CREATE TABLE events("
+                 "id INTEGER PRIMARY KEY, application, version, installation, name, logged_at, members); BEGIN",
+                 nullptr, nullptr, nullptr);
+    sqlite3_prepare_v2(database, "INSERT INTO events VALUES(NULL, ?, ?, ?, ?, ?, ?)", -1, &insert, nullptr);
+    auto text = [&](int at, std::string_view value) {
+        sqlite3_bind_text(insert, at, value.data(), static_cast<int>(value.size()), SQLITE_STATIC);
+    };
+    long rows = 0;
+    double seconds = seconds_of([&] {
+        for (const store::Upload& upload : uploads) {
+            rows += static_cast<long>(upload.events.size());
+            for (const store::Event& event : upload.events) {
+                text(1, event.application);
+                text(2, event.version);
+                text(3, event.installation);
+                text(4, *event.name);
+                sqlite3_bind_int64(insert, 5, event.logged_at);
+                text(6, event.members);
+                sqlite3_step(insert);
+                sqlite3_reset(insert);
+            }
+        }
+        sqlite3_exec(database, "COMMIT", nullptr, nullptr, nullptr);
+    });
+    sqlite3_finalize(insert);
+    sqlite3_close(database);
+    remove_store(path);
+    return static_cast<double>(rows) / seconds;
 }
 
 } // namespace bench

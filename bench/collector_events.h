@@ -14,4 +14,11 @@ std::string collector_lines(int number, int events = 100);
 /// Uploads with a batch each, read by the intake.
 std::vector<store::Upload> collector_uploads(int count, int events = 100);
 
+/// Removes a store's file and its neighbours.
+void remove_store(const std::string& path);
+
+/// The reference: the same rows, with texts as they are, into one table of a new file, in one transaction.
+/// @return rows a second
+double plain_insert(const std::string& path, const std::vector<store::Upload>& uploads);
+
 } // namespace bench
