@@ -13,7 +13,7 @@ install(TARGETS analytics EXPORT analytics-targets
 install(EXPORT analytics-targets NAMESPACE analytics:: DESTINATION ${package_dir} COMPONENT dev)
 
 # The static library brings its dependencies along, so it has an export of its own: who does not ask for the component
-# "static" needs neither libcurl nor OpenSSL to be installed for development.
+# "static" needs neither libcurl, OpenSSL nor zlib to be installed for development.
 set(pc_libs_private "")
 if(ANALYTICS_STATIC)
   install(TARGETS analytics_static EXPORT analytics-static-targets
@@ -21,7 +21,7 @@ if(ANALYTICS_STATIC)
   install(EXPORT analytics-static-targets NAMESPACE analytics:: DESTINATION ${package_dir} COMPONENT dev)
   # Not Requires.private: that would hand on what libcurl itself was built with, which a system with a shared libcurl
   # does not have.
-  set(pc_libs_private "-lcurl -lssl -lcrypto -lstdc++ -lm -pthread")
+  set(pc_libs_private "-lcurl -lssl -lcrypto -lz -lstdc++ -lm -pthread")
 endif()
 
 configure_package_config_file(cmake/analytics-config.cmake.in ${PROJECT_BINARY_DIR}/analytics-config.cmake
@@ -78,7 +78,7 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libanalytics${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEV_DESCRIPTION "event analytics for desktop applications (headers, package files)")
 if(ANALYTICS_STATIC)
-  string(APPEND CPACK_DEBIAN_DEV_PACKAGE_DEPENDS ", libcurl4-openssl-dev, libssl-dev")
+  string(APPEND CPACK_DEBIAN_DEV_PACKAGE_DEPENDS ", libcurl4-openssl-dev, libssl-dev, zlib1g-dev")
 endif()
 if(ANALYTICS_CLI)
   list(APPEND CPACK_COMPONENTS_ALL tools)

@@ -108,6 +108,7 @@ typedef enum analytics_result
     ANALYTICS_SEND_TIMEOUT = 203,           /**< observers: the server gave up waiting for the request (408) */
     ANALYTICS_SEND_ADDRESS_TOO_LONG = 204,  /**< observers: the server found the address too long (414) */
     ANALYTICS_UNKNOWN_OBSERVER_EVENT = 205, /**< not "complete", "error", "size" or "progress" */
+    ANALYTICS_SEND_TIME_OVER = 206,         /**< time ran out while events were still waiting; they are kept */
     ANALYTICS_EVENT_OPEN = 300,             /**< an event is open already */
     ANALYTICS_NO_EVENT = 301,               /**< no event is open */
     ANALYTICS_NESTED_OPEN = 302,            /**< the event still holds an open object or array */
@@ -115,7 +116,9 @@ typedef enum analytics_result
     ANALYTICS_NO_ARRAY_OPEN = 304,          /**< only the event itself is open, no array in it */
     ANALYTICS_NAME_REQUIRED = 400,          /**< inside an object a name is needed; also: an array's end in an object */
     ANALYTICS_NAME_REFUSED = 401, /**< inside an array nothing has a name; also: an object's end in an array */
-    ANALYTICS_SYSTEM_VERSION_UNREADABLE = 402 /**< property "os_ver": the system's version could not be read */
+    ANALYTICS_SYSTEM_VERSION_UNREADABLE = 402, /**< property "os_ver": the system's version could not be read */
+    ANALYTICS_UNKNOWN_OPTION = 500,            /**< no option has this key */
+    ANALYTICS_VALUE_REFUSED = 501              /**< not a value that can be taken, or no room for one */
 } analytics_result;
 
 /**
@@ -305,6 +308,75 @@ ANALYTICS_API uint32_t analytics_observer_add(analytics_session* session, const 
  * @return 0 (taken, or started), 100, 200 (the file is as it was)
  */
 ANALYTICS_API uint32_t analytics_send(analytics_session* session, int synchronous);
+
+/**
+ * As the synchronous analytics_send(), with a time: returns within `wait_ms` and 100 ms more, also while a name look-up
+ * hangs. In batches it waits for a server that asks for a pause (Retry-After).
+ *
+ * @return 0 (all was taken), 100, 200, 206 (time ran out with events still waiting; they are kept)
+ */
+ANALYTICS_API uint32_t analytics_send_for(analytics_session* session, uint32_t wait_ms);
+
+/** @} */
+/** @name Options and figures
+ *
+ * Options are texts, so that new ones need no new interface: docs/options.md has their keys, values and defaults, and
+ * docs/delivery.md tells how to choose. Any thread.
+ */
+/** @{ */
+
+/**
+ * Sets an option of the session, at any time; it takes effect from the next event, request or wait.
+ *
+ * @param key   one of the keys of docs/options.md, exactly; null is an unknown one
+ * @param value a word, or plain decimal digits; null is refused. A refused value changes nothing
+ * @return 0, 100, 500 (unknown key), 501 (value refused)
+ */
+ANALYTICS_API uint32_t analytics_option_set(analytics_session* session, const char* key, const char* value);
+
+/**
+ * Reads an option as analytics_option_set() takes it.
+ *
+ * @param value receives what fits, always with a terminator
+ * @param size  size of the buffer in bytes, terminator included; 32 hold every value
+ * @return 0, 100, 500 (unknown key), 501 (null or empty buffer)
+ */
+ANALYTICS_API uint32_t analytics_option_get(analytics_session* session, const char* key, char* value, size_t size);
+
+/** Figures of a session, counted from its start, but for those that wait: these are the outbox's (docs/delivery.md). */
+typedef struct analytics_stats
+{
+    uint64_t events_accepted;   /**< analytics_event_end() answered 0 */
+    uint64_t events_failed;     /**< of these, lines that could not be written */
+    uint64_t events_delivered;  /**< taken by the server */
+    uint64_t events_dropped;    /**< thrown away by limits */
+    uint64_t batches_waiting;   /**< sealed; in the default mode 0 */
+    uint64_t bytes_waiting;     /**< of batches and of the file that is written to */
+    uint64_t requests;          /**< made */
+    uint64_t requests_failed;   /**< without a 2xx */
+    uint64_t failures_in_a_row; /**< back to 0 by a 2xx */
+    int64_t last_status;        /**< HTTP status of the last request; 0: none came */
+    int64_t last_request_ms;    /**< since 1970 UTC; 0: none yet */
+    int64_t next_request_ms;    /**< when the next cycle is due, likewise; 0: none is planned */
+} analytics_stats;
+
+/**
+ * Reads the figures.
+ *
+ * @param stats receives at most `size` bytes; what the library does not know is zero
+ * @param size  `sizeof(analytics_stats)` as the host's header has it, so that the record can grow
+ * @return 0, 100, 501 (null record)
+ */
+ANALYTICS_API uint32_t analytics_stats_get(analytics_session* session, analytics_stats* stats, size_t size);
+
+/**
+ * Why the last request failed: one sentence with the reason and what to do. Empty when it did not, and before the
+ * first.
+ *
+ * @param text receives what fits, always with a terminator; 256 bytes hold all but long paths
+ * @return 0, 100, 501 (null text or size 0)
+ */
+ANALYTICS_API uint32_t analytics_last_error(analytics_session* session, char* text, size_t size);
 
 /** @} */
 

@@ -24,11 +24,12 @@ if [ ! -x "$compiler" ]; then
     }
 fi
 
-# The headers of libcurl and OpenSSL are the same on both systems; the rest of /usr/include must not be seen.
+# The headers of libcurl, OpenSSL and zlib are the same on both systems; the rest of /usr/include must not be seen.
 multiarch=/usr/include/$(dpkg-architecture -qDEB_HOST_MULTIARCH)
 rm -rf "$work/include"
 mkdir -p "$work/include/openssl"
 cp -r "$multiarch/curl" "$work/include/"
+cp /usr/include/zlib.h /usr/include/zconf.h "$work/include/"
 cp /usr/include/openssl/*.h "$multiarch"/openssl/*.h "$work/include/openssl/"
 
 export ZIG_GLOBAL_CACHE_DIR=$PWD/$work/cache ZIG_LOCAL_CACHE_DIR=$PWD/$work/cache

@@ -59,7 +59,8 @@ def main(path, name):
     undefined, defined = undefined_symbols(path)
     folder = "/usr/lib/*-linux-gnu/"
     sources = {"libcurl": exported(folder + "libcurl.so"), "libssl": exported(folder + "libssl.so"),
-               "libcrypto": exported(folder + "libcrypto.so"), "the compiler": COMPILER_RUNTIME}
+               "libcrypto": exported(folder + "libcrypto.so"), "zlib": exported(folder + "libz.so"),
+               "the compiler": COMPILER_RUNTIME}
     counts, strangers = {}, []
     for symbol, library in sorted(undefined.items()):
         owner = library or next((lib for lib, names in sources.items() if symbol[1:] in names), None)

@@ -1,7 +1,7 @@
 # The Debian packages that the chores need, and the one place that installs them. Sourced by ./dev.
 # shellcheck shell=bash disable=SC2034
 
-packages_build="build-essential file cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev libcpp-httplib-dev
+packages_build="build-essential file cmake ninja-build pkg-config libcurl4-openssl-dev libssl-dev zlib1g-dev libcpp-httplib-dev
     nlohmann-json3-dev libcli11-dev"
 packages_collector="libboost-dev libsqlite3-dev libsimdjson-dev libsodium-dev zlib1g-dev libssl-dev libcli11-dev"
 packages_test="locales libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"

@@ -11,6 +11,7 @@
 #include <ctime>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/IWebClient.h"
@@ -136,8 +137,9 @@ public:
     static lumo::mutex& m_spLogMutex;
 
 private:
+    friend class Delivery; // the session's own kind, which also delivers in batches
     void BeginLine();
-    void FinishLine(LogObject* event);
+    std::string_view FinishLine(LogObject* event);
     void RefreshCommonFields();
     bool MaySend() const;
 

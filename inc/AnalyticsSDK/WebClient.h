@@ -110,6 +110,7 @@ public:
     bool HandleProxySuccess(long result, CurlEasyHandle* handle, const char* url);
 
 private:
+    friend class Courier; // posts with terms that IWebClient's operations have no place for
     using ThreadHelper::Init;
 
     bool Queue(scoped_ptr<CurlEasyHandle>& spHandle, const char* url, IProgressCallback* callback, RequestType type,

@@ -277,6 +277,31 @@ uint32_t analytics_send(analytics_session* session, int synchronous)
     return With(session, [=](HandleParameters& handle) { return handle.Send(synchronous != 0); });
 }
 
+uint32_t analytics_send_for(analytics_session* session, uint32_t wait_ms)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.SendFor(wait_ms); });
+}
+
+uint32_t analytics_option_set(analytics_session* session, const char* key, const char* value)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.SetOption(key, value); });
+}
+
+uint32_t analytics_option_get(analytics_session* session, const char* key, char* value, size_t size)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.GetOption(key, value, size); });
+}
+
+uint32_t analytics_stats_get(analytics_session* session, analytics_stats* stats, size_t size)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.GetStats(stats, size); });
+}
+
+uint32_t analytics_last_error(analytics_session* session, char* text, size_t size)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.GetLastError(text, size); });
+}
+
 const char* analytics_version(void)
 {
     return ANALYTICS_VERSION;
@@ -302,6 +327,7 @@ const char* analytics_result_text(uint32_t code)
         {ANALYTICS_SEND_TIMEOUT, "The upload failed: the server waited too long for the request (408)."},
         {ANALYTICS_SEND_ADDRESS_TOO_LONG, "The upload failed: the server found the address too long (414)."},
         {ANALYTICS_UNKNOWN_OBSERVER_EVENT, "Observers can be added for complete, error, size and progress only."},
+        {ANALYTICS_SEND_TIME_OVER, "Time ran out while events were still waiting; they are kept."},
         {ANALYTICS_EVENT_OPEN, "An event is open already."},
         {ANALYTICS_NO_EVENT, "No event is open."},
         {ANALYTICS_NESTED_OPEN, "An object or array of the event is still open."},
@@ -310,6 +336,8 @@ const char* analytics_result_text(uint32_t code)
         {ANALYTICS_NAME_REQUIRED, "An object is innermost: what is added needs a name, and no array can end here."},
         {ANALYTICS_NAME_REFUSED, "An array is innermost: what is added has no name, and no object can end here."},
         {ANALYTICS_SYSTEM_VERSION_UNREADABLE, "The version of the operating system could not be read."},
+        {ANALYTICS_UNKNOWN_OPTION, "There is no option with this key."},
+        {ANALYTICS_VALUE_REFUSED, "The value is not one that can be taken, or there is no room for it."},
     };
     for (const auto& sentence : sentences)
         if (sentence.code == code)

@@ -15,6 +15,8 @@ namespace AnalyticsSDK {
 
 // How late a synchronous request may learn that the process is leaving: nothing else ends its wait.
 static constexpr int alone_wait_ms = 1000;
+// The same for one whose maker may end it.
+static constexpr int asked_wait_ms = 30;
 
 CurlPostData::~CurlPostData()
 {
@@ -153,12 +155,16 @@ CURLcode CurlEasyHandle::Perform()
         }
         // Outside the use: a process that leaves would have to wait for this wait.
         if (code == CURLM_OK && running > 0)
-            code = curl_multi_poll(own.GetHandle(), nullptr, 0, alone_wait_ms, nullptr);
+            code = curl_multi_poll(own.GetHandle(), nullptr, 0, pIsOver ? asked_wait_ms : alone_wait_ms, nullptr);
+        if (running > 0 && pIsOver && (*pIsOver)())
+            code = CURLM_ABORTED_BY_CALLBACK;
     }
     // The message goes with the removal below: its result is copied before.
     int left = 0;
     const CURLMsg* message = curl_multi_info_read(own.GetHandle(), &left);
-    const CURLcode result = code == CURLM_OK && message ? message->data.result : CURLE_FAILED_INIT;
+    CURLcode result = code == CURLM_OK && message ? message->data.result : CURLE_FAILED_INIT;
+    if (code == CURLM_ABORTED_BY_CALLBACK)
+        result = CURLE_ABORTED_BY_CALLBACK;
     const CurlUse use;
     if (use)
         curl_multi_remove_handle(own.GetHandle(), hCurl);
@@ -203,6 +209,26 @@ void CurlMultiHandle::AddEasyHandle(CurlEasyHandle* handle)
 void CurlMultiHandle::Wake()
 {
     curl_multi_wakeup(hMulti);
+}
+
+void CurlMultiHandle::Call(std::function<void()> call)
+{
+    {
+        lumo::scoped_lock hold(lock);
+        arrCalls.push_back(std::move(call));
+    }
+    Wake();
+}
+
+void CurlMultiHandle::RunCalls()
+{
+    std::vector<std::function<void()>> calls;
+    {
+        lumo::scoped_lock hold(lock);
+        calls.swap(arrCalls);
+    }
+    for (const auto& call : calls)
+        call();
 }
 
 void CurlMultiHandle::AdoptQueued(std::vector<CurlEasyHandle*>& refused)

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -133,9 +134,11 @@ private:
     bool bBodySent = true;
 
 public:
-    std::size_t nTextKept = 0; ///< bytes of body in the string stream
-    bool bPost = false;        ///< whether the request started as a post
-    char* pAskLine = nullptr;  ///< among the header lines the one of AskBeforeBody, null before there are options
+    std::size_t nTextKept = 0;                      ///< bytes of body in the string stream
+    bool bPost = false;                             ///< whether the request started as a post
+    const std::function<bool()>* pIsOver = nullptr; ///< asked by Perform() some times a second: true ends it
+    long nResult = CURLE_OK;                        ///< libcurl's, or the judgement on it, once the transfer has ended
+    char* pAskLine = nullptr; ///< among the header lines the one of AskBeforeBody, null before there are options
 };
 
 /// Transfers, owned.
@@ -177,8 +180,13 @@ public:
     /// Ends the worker's wait for activity, or its next one. Any thread.
     void Wake();
 
+    /// Lets the worker run something between its transfers. Any thread. What has not run when the client closes never
+    /// does.
+    void Call(std::function<void()> call) LUMO_EXCLUDES(lock);
+
+    /// Runs what Call() was given. Worker only, as are the following.
+    void RunCalls() LUMO_EXCLUDES(lock);
     /// Hands what was added since the last call to libcurl. Transfers that it refuses are appended to `refused`.
-    /// Worker only, as are the following.
     void AdoptQueued(std::vector<CurlEasyHandle*>& refused) LUMO_EXCLUDES(lock);
     /// Restarts a transfer with the options that it has now.
     void RetryEasyHandle(CurlEasyHandle* handle);
@@ -195,6 +203,7 @@ private:
     CURLM* hMulti;
     CurlEasyHandleArray arrHandles LUMO_GUARDED_BY(lock);
     lumo::mutex lock{true};
+    std::vector<std::function<void()>> arrCalls LUMO_GUARDED_BY(lock);
     std::vector<CurlEasyHandle*> arrQueued LUMO_GUARDED_BY(lock); ///< listed, not yet libcurl's
 };
 

@@ -53,6 +53,15 @@ bool Cycle::MustStop() const
     return m_terms.isOver() || DeliveryClock::now() < m_ledger.RetryAfterEnd();
 }
 
+int Cycle::Patience_ms(int most_ms) const
+{
+    const auto left = m_terms.end - DeliveryClock::now();
+    return left > std::chrono::milliseconds(most_ms)
+               ? most_ms
+               : static_cast<int>(
+                     std::max<int64_t>(0, std::chrono::duration_cast<std::chrono::milliseconds>(left).count()));
+}
+
 CycleOutcome Cycle::Run(const Send& send)
 {
     if (MustStop()) {
@@ -67,7 +76,7 @@ CycleOutcome Cycle::Run(const Send& send)
 
 void Cycle::Prepare()
 {
-    if (!m_outbox.SealOpen(m_terms.asked ? sealPatience_ms : claimPatience_ms))
+    if (!m_outbox.SealOpen(Patience_ms(m_terms.asked ? sealPatience_ms : claimPatience_ms)))
         NoteFailure(0); // what is in there stays unsent
     if (m_terms.mayTakeOver)
         m_outbox.TakeOver();
@@ -84,7 +93,8 @@ void Cycle::DeleteTaken()
 {
     for (const BatchName& name : m_ledger.TakenOnes()) {
         std::unique_ptr<Batch> batch;
-        const Batch::Claimed claimed = Batch::Claim(m_outbox.Log(), name, BatchKind::batch, claimPatience_ms, batch);
+        const Batch::Claimed claimed =
+            Batch::Claim(m_outbox.Log(), name, BatchKind::batch, Patience_ms(claimPatience_ms), batch);
         if (claimed == Batch::Claimed::gone || (batch && batch->Delete()))
             m_ledger.Forget(name);
     }
@@ -105,7 +115,8 @@ std::unique_ptr<Batch> Cycle::ClaimPlanned()
         const BatchName name = m_plan.front();
         std::unique_ptr<Batch> batch;
         m_plan.pop_front();
-        switch (Batch::Claim(m_outbox.Log(), name, BatchKind::batch, m_busyEnd ? 0 : claimPatience_ms, batch)) {
+        switch (Batch::Claim(m_outbox.Log(), name, BatchKind::batch, m_busyEnd ? 0 : Patience_ms(claimPatience_ms),
+                             batch)) {
         case Batch::Claimed::yes:
             if (!m_outbox.IsDropped(name))
                 return batch;

@@ -48,7 +48,8 @@ public:
     {
         bool asked = false;      ///< by a host: batches that are set behind are tried as well, claimed ones waited for
         bool mayTakeOver = true; ///< the default mode's file
-        std::function<bool()> isOver = [] { return false; }; ///< the time is over, or the session ends
+        DeliveryClock::time_point end = DeliveryClock::time_point::max(); ///< what waits for locks ends by then
+        std::function<bool()> isOver = [] { return false; };              ///< the time is over, or the session ends
     };
 
     Cycle(const Outbox& outbox, const Options& options, Ledger& ledger, Terms terms);
@@ -83,6 +84,7 @@ private:
     void NoteFailure(long status);
     void TellDropped(const Send& send);
     bool MustStop() const;
+    int Patience_ms(int most_ms) const;
 
     const Outbox& m_outbox;
     const Options& m_options;

@@ -124,21 +124,24 @@ bool ReadBytes(const FileDescriptor& file, size_t size, std::string& text)
 
 } // namespace
 
-void Append(const std::string& path, std::string_view line)
+bool Append(const std::string& path, std::string_view line, bool synced)
 {
     if (path.empty())
-        return;
+        return false;
     const size_t hash = std::hash<std::string>()(path);
     FileDescriptor file; // closed after the lock is given back
     LogLock hold;
     file = OpenForAppend(path);
     if (!file)
-        return;
+        return false;
     const off_t end = ::lseek(file.Get(), 0, SEEK_END);
     const bool midLine = EndsInMidLine(file, hash, end);
     const bool written = midLine ? WriteWhole(file, std::string("\n").append(line)) : WriteWhole(file, line);
     lastAppend.path = hash;
     lastAppend.end = written && end >= 0 ? end + midLine + static_cast<off_t>(line.size()) : -1;
+    if (written && synced)
+        static_cast<void>(Uninterrupted([&] { return ::fsync(file.Get()); }));
+    return written;
 }
 
 Content Read(const std::string& path, std::string& text, unsigned long& size)

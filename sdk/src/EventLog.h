@@ -28,9 +28,10 @@ extern LastingMutex lock;
 
 /// Appends a line, which brings its line feed, in one write. A line is written whole or not at all.
 ///
-/// Failure is silent by contract: the event is lost, earlier lines are not. A tail without a line feed (a process was
-/// killed inside its write) is closed off in front of the line, so that one bad line never becomes two.
-void Append(const std::string& path, std::string_view line);
+/// Failure is silent towards hosts by contract: the event is lost, earlier lines are not. A tail without a line feed (a
+/// process was killed inside its write) is closed off in front of the line, so that one bad line never becomes two.
+/// @param synced forces the line onto the disk as well @return whether it was written
+bool Append(const std::string& path, std::string_view line, bool synced = false);
 
 /// What Read() found.
 enum class Content

@@ -1,5 +1,6 @@
 #include "HandleParameters.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -180,26 +181,28 @@ uint32_t HandleParameters::AddObserver(const char* event, analytics_observer cal
     return ANALYTICS_UNKNOWN_OBSERVER_EVENT;
 }
 
+static uint32_t ResultOf(Delivery::Sent sent)
+{
+    if (sent == Delivery::Sent::all)
+        return ANALYTICS_OK;
+    return sent == Delivery::Sent::timeOver ? ANALYTICS_SEND_TIME_OVER : ANALYTICS_SEND_FAILED;
+}
+
 uint32_t HandleParameters::Send(bool synchronous)
 {
-    std::string text;
-    unsigned long size = 0;
-    // The size does not matter here: a host that asks for a send gets a request, also when no event is waiting. But a
-    // file that could not be read ends it: its success would delete what was never sent.
-    if (!event_manager.ReadPendingEvents(text, size))
-        return ANALYTICS_SEND_FAILED;
-    if (!synchronous) {
-        sending = 1; // before the outcome can clear it
-        if (event_manager.UploadAsync(std::move(text), this))
-            return ANALYTICS_OK;
-        sending = 0;
-        return ANALYTICS_SEND_FAILED;
-    }
-    // No observer is told: the host is waiting here for the result.
-    if (!event_manager.Upload(std::move(text)))
-        return ANALYTICS_SEND_FAILED;
-    event_manager.DeleteEventLogFile();
-    return ANALYTICS_OK;
+    // No observer is told: the host is waiting here for the result. Only SendFor() gives it a time.
+    if (synchronous)
+        return event_manager.Send() == Delivery::Sent::all ? ANALYTICS_OK : ANALYTICS_SEND_FAILED;
+    sending = 1; // before the outcome can clear it
+    if (event_manager.SendLater())
+        return ANALYTICS_OK;
+    sending = 0;
+    return ANALYTICS_SEND_FAILED;
+}
+
+uint32_t HandleParameters::SendFor(uint32_t wait_ms)
+{
+    return ResultOf(event_manager.SendFor(wait_ms));
 }
 
 // Whatever an observer throws would pass through C code: it ends the process here, where it can be seen. One that adds
@@ -247,8 +250,17 @@ static uint32_t ObservedError(long code)
 
 void HandleParameters::OnDownloadError(const char*, long code)
 {
+    if (event_manager.SendPlainAfter(code)) // its outcome is the one to tell
+        return;
     sending = 0;
     Notify(error_observers, ObservedError(code), 0.0);
+}
+
+// The end of a sending in batches. No file is deleted here: each went with its answer.
+void HandleParameters::OnSendEnded(bool taken, long status)
+{
+    sending = 0;
+    Notify(taken ? complete_observers : error_observers, taken ? 0 : ObservedError(status), 0.0);
 }
 
 // By way of the virtual call, so that whoever overrides the one hears the other. The proxy's name goes no further:
@@ -270,6 +282,64 @@ void HandleParameters::OnProgressUpdate(const char*, double downloaded, double t
 {
     Notify(size_observers, ObservedAmount(total), 0.0);
     Notify(progress_observers, ObservedAmount(downloaded), speed);
+}
+
+// Options and figures.
+
+uint32_t HandleParameters::SetOption(const char* key, const char* value)
+{
+    const auto option = Options::Find(key);
+    if (!option)
+        return ANALYTICS_UNKNOWN_OPTION;
+    return event_manager.SetOption(*option, value) ? ANALYTICS_OK : ANALYTICS_VALUE_REFUSED;
+}
+
+/// Copies what fits, always with a terminator. False when there is no room for that.
+static bool CopyText(const std::string& text, char* buffer, size_t size)
+{
+    if (buffer == nullptr || size == 0)
+        return false;
+    const size_t length = std::min(text.size(), size - 1);
+    std::memcpy(buffer, text.data(), length);
+    buffer[length] = '\0';
+    return true;
+}
+
+uint32_t HandleParameters::GetOption(const char* key, char* value, size_t size) const
+{
+    const auto option = Options::Find(key);
+    if (!option)
+        return ANALYTICS_UNKNOWN_OPTION;
+    return CopyText(event_manager.GetOption(*option), value, size) ? ANALYTICS_OK : ANALYTICS_VALUE_REFUSED;
+}
+
+uint32_t HandleParameters::GetStats(analytics_stats* stats, size_t size) const
+{
+    if (stats == nullptr)
+        return ANALYTICS_VALUE_REFUSED;
+    const DeliveryFigures& figures = event_manager.Book().figures;
+    const DeliveryState state = event_manager.State();
+    const analytics_stats known = {.events_accepted = figures.accepted,
+                                   .events_failed = figures.failed,
+                                   .events_delivered = figures.delivered,
+                                   .events_dropped = figures.dropped,
+                                   .batches_waiting = state.batchesWaiting,
+                                   .bytes_waiting = state.bytesWaiting,
+                                   .requests = figures.requests,
+                                   .requests_failed = figures.requestsFailed,
+                                   .failures_in_a_row = figures.failuresInARow,
+                                   .last_status = figures.lastStatus,
+                                   .last_request_ms = figures.lastRequest_ms,
+                                   .next_request_ms = state.nextRequest_ms};
+    // The host's header may be older, or newer: what this library does not know is zero.
+    std::memset(stats, 0, size);
+    std::memcpy(stats, &known, std::min(size, sizeof known));
+    return ANALYTICS_OK;
+}
+
+uint32_t HandleParameters::GetLastError(char* text, size_t size) const
+{
+    return CopyText(event_manager.Book().LastError(), text, size) ? ANALYTICS_OK : ANALYTICS_VALUE_REFUSED;
 }
 
 } // namespace AnalyticsSDK

@@ -7,9 +7,9 @@
 #include <optional>
 #include <vector>
 
-#include "AnalyticsSDK/EventManager.h"
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/LogObject.h"
+#include "Delivery.h"
 #include "analytics.h"
 #include "lumo/scoped_ptr.h"
 
@@ -46,7 +46,9 @@ struct observerData
 class HandleParameters : public IProgressCallback
 {
 public:
-    explicit HandleParameters(const char* serverUrl) : event_manager(serverUrl) {}
+    explicit HandleParameters(const char* serverUrl)
+        : event_manager(serverUrl, *this, [this](bool taken, long status) { OnSendEnded(taken, status); })
+    {}
     HandleParameters(const HandleParameters&) = delete;
     HandleParameters& operator=(const HandleParameters&) = delete;
     /// Drops an event that is still open, frame by frame: however deep it is, that takes no more stack.
@@ -68,6 +70,11 @@ public:
 
     uint32_t AddObserver(const char* event, analytics_observer callback, void* context);
     uint32_t Send(bool synchronous);
+    uint32_t SendFor(uint32_t wait_ms);
+    uint32_t SetOption(const char* key, const char* value);
+    uint32_t GetOption(const char* key, char* value, size_t size) const;
+    uint32_t GetStats(analytics_stats* stats, size_t size) const;
+    uint32_t GetLastError(char* text, size_t size) const;
 
     void OnDownloadComplete(const char* itemID) override;
     void OnDownloadCancel(const char* itemID) override;
@@ -75,11 +82,13 @@ public:
     void OnProxyAuthenticationError(const char* itemID, long code, const char* proxy) override;
     void OnProgressUpdate(const char* itemID, double downloaded, double total, double speed) override;
 
-    EventManager event_manager;
+    Delivery event_manager;
 
 private:
     using Observers = std::vector<observerData>;
     struct Ending;
+
+    void OnSendEnded(bool taken, long status);
 
     Frame& Push(Frame::Kind kind, const char* name);
     void Pop();

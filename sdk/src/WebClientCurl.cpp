@@ -273,7 +273,7 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
     for (int attempt = 1;; ++attempt) {
         SetProxyToNextValidProxy(handle, url, pProxyManager, pCredentialStore);
         httpCode = 0;
-        const long result = JudgeSuccess(*handle, handle->Perform());
+        const long result = handle->nResult = JudgeSuccess(*handle, handle->Perform());
         RememberError(handle, result);
         // Whatever the result: after a proxy's refusal libcurl may fail on what follows, and still knows the 407.
         httpCode = ReadStatus(*handle);
@@ -314,6 +314,7 @@ bool WebClient::PerformTransfers(int& running)
     const CurlUse use;
     if (!use)
         return false;
+    spMultiHandle->RunCalls();
     std::vector<CurlEasyHandle*> refused; // libcurl will never speak of these, and each must end once
     spMultiHandle->AdoptQueued(refused);
     for (CurlEasyHandle* handle : refused)
@@ -346,6 +347,7 @@ void WebClient::FinishTransfers()
 void WebClient::FinishTransfer(CurlEasyHandle* handle, long result)
 {
     const long status = ReadStatus(*handle);
+    handle->nResult = result;
     handle->CloseStream(); // before the call, in which the host may open the file
     // Whatever the host's code throws, the transfer has ended, and must not stay listed to end once more as stalled.
     if (handle->GetCallback())
@@ -387,6 +389,7 @@ void WebClient::AbortTimedOutTransfers()
     std::vector<CurlEasyHandle*> stalled;
     spMultiHandle->GetTimedOutTransfers(stalled);
     for (CurlEasyHandle* handle : stalled) {
+        handle->nResult = CURLE_OPERATION_TIMEDOUT;
         handle->CloseStream();
         if (IProgressCallback* callback = handle->GetCallback())
             Succeeds([&] {

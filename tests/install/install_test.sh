@@ -103,7 +103,7 @@ deb)
     cd "$work/deb"
     runtime=$(ls libanalytics1_*.deb) dev=$(ls libanalytics-dev_*.deb)
     depends=$(dpkg-deb -f "$runtime" Depends)
-    for package in libc6 libcurl4 libssl3 libstdc++6; do
+    for package in libc6 libcurl4 libssl3 libstdc++6 zlib1g; do
         [[ $depends == *"$package"* ]] || fail "the runtime package does not depend on $package: $depends"
     done
     [ "$(dpkg-deb -f "$dev" Depends)" = "libanalytics1 (= $(dpkg-deb -f "$runtime" Version))" ] ||

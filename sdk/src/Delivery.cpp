@@ -1,0 +1,457 @@
+#include "Delivery.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <limits>
+#include <random>
+#include <thread>
+#include <utility>
+
+#include <sys/stat.h>
+
+#include "EventLine.h"
+#include "EventLog.h"
+#include "Lines.h"
+#include "UploadForm.h"
+#include "lumo/tova/event.h"
+#include "lumo/tova/runtime.h"
+
+namespace AnalyticsSDK {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr size_t longestName = 190;           // with what batches add to it, a file's name has at most 255 bytes
+constexpr auto lookDelay = milliseconds(500); // a batch that is sealed by size is sent within a second
+constexpr auto longestWait = milliseconds(60'000);
+constexpr auto forEver = DeliveryClock::time_point::max();
+
+/// A whole upload under way, anywhere in this process: the file that it deletes must not be taken over meanwhile.
+std::atomic<int> wholeUploads{0};
+struct WholeUpload
+{
+    WholeUpload() { ++wholeUploads; }
+    ~WholeUpload() { --wholeUploads; }
+    WholeUpload(const WholeUpload&) = delete;
+    WholeUpload& operator=(const WholeUpload&) = delete;
+};
+
+std::string AbsolutePath(const std::string& path)
+{
+    std::error_code error;
+    return path.empty() ? path : std::filesystem::absolute(path, error).string();
+}
+
+int64_t Now_ms()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+// A million hosts that started at nine must not arrive together at ten.
+milliseconds Jitter(uint32_t interval_ms)
+{
+    static thread_local std::minstd_rand random{std::random_device{}()};
+    return milliseconds(std::uniform_int_distribution<uint32_t>(0, interval_ms / 10)(random));
+}
+
+} // namespace
+
+Delivery::Delivery(const char* serverUrl, IProgressCallback& observers, Ended ended)
+    : EventManager(serverUrl),
+      m_observers(observers),
+      m_ended(std::move(ended)),
+      m_courier(static_cast<WebClient&>(*m_pWebClient)) // what CreateWebClient() makes
+{}
+
+Delivery::~Delivery() = default;
+
+// Options.
+
+bool Delivery::UseBatches()
+{
+    if (!m_outbox) {
+        const std::string log = AbsolutePath(m_strEventLogFilePath);
+        if (log.size() - (log.rfind('/') + 1) > longestName)
+            return false;
+        m_outbox = std::make_unique<Outbox>(log);
+        m_openLog = std::make_unique<OpenLog>(*m_outbox, m_options);
+    }
+    if (MayTakeOver())
+        m_outbox->TakeOver();
+    return true;
+}
+
+bool Delivery::SetOption(Option option, const char* value)
+{
+    lumo::scoped_lock hold(m_optionLock);
+    Options wanted; // tells whether the value is one, before anything is done for it
+    if (!wanted.Set(option, value) || (option == Option::delivery && wanted.Is(option, "batches") && !UseBatches()))
+        return false;
+    m_options.Set(option, value);
+    if (option == Option::delivery && m_openLog)
+        m_batches = m_openLog.get();
+    if (option == Option::interval_ms) {
+        SetTimeout(static_cast<unsigned long>(m_options[option]));
+        Tell(rescheduled);
+    }
+    if (option == Option::send_at_start && m_options.Is(option, "yes") && !m_ranOnce)
+        Tell(started);
+    return true;
+}
+
+// Events.
+
+void Delivery::LogEvent(const char* name, LogObject* event)
+{
+    BeginLine();
+    m_pCurrentEvent->element(nullptr, name);
+    const std::string_view line = FinishLine(event);
+    ++m_ledger.figures.accepted;
+    OpenLog* batches = InBatches() ? m_batches.load() : nullptr;
+    bool written;
+    if (batches != nullptr) {
+        const OpenLog::Written how = batches->Append(line);
+        written = how != OpenLog::Written::no;
+        if (how == OpenLog::Written::andSealed)
+            Tell(sealed);
+    } else
+        written = EventLog::Append(m_strEventLogFilePath, line, m_options.Is(Option::sync, "event"));
+    if (!written)
+        ++m_ledger.figures.failed;
+}
+
+// Sending.
+
+bool Delivery::MayTakeOver() const
+{
+    return wholeUploads == 0;
+}
+
+// What is under way at shutdown may go on for a while.
+bool Delivery::MustEnd() const
+{
+    const Moment::rep end = m_closeEnd;
+    return end != 0 && DeliveryClock::now().time_since_epoch().count() >= end;
+}
+
+PostTerms Delivery::Terms(std::function<bool()> isOver, bool inBatches) const
+{
+    const bool compressed = m_options.Is(Option::compress, "gzip") && m_ledger.MayCompress();
+    return {.total_ms = static_cast<long>(m_options[Option::request_ms]),
+            .compressed = compressed,
+            .inBatches = inBatches,
+            .isOver = std::move(isOver)};
+}
+
+Answer Delivery::SendBatch(const BatchRequest& request, const PostTerms& terms, bool queued)
+{
+    auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::string(request.data));
+    form[UploadField::batch] = request.id;
+    form[UploadField::dropped] = std::to_string(request.dropped);
+    form[UploadField::lines] = std::to_string(request.lines);
+    form[UploadField::firstLine] = std::to_string(request.first);
+    form[UploadField::sentAt] = std::to_string(Now_ms());
+    return queued ? m_courier.PostQueued(m_strServerUrl, form, terms, m_observers)
+                  : m_courier.Post(m_strServerUrl, form, terms).answer;
+}
+
+CycleOutcome Delivery::RunCycle(bool byHost, bool queued, const Moment& end)
+{
+    m_openLog->Refresh();
+    const auto isOver = [this, end] { return MustEnd() || DeliveryClock::now() >= end; };
+    PostTerms terms = Terms(isOver, true);
+    Cycle cycle(*m_outbox, m_options, m_ledger,
+                {.asked = byHost, .mayTakeOver = InBatches() && MayTakeOver(), .end = end, .isOver = isOver});
+    return cycle.Run([&](const BatchRequest& request) {
+        terms.compressed = request.compressed;
+        return SendBatch(request, terms, queued);
+    });
+}
+
+// One upload of the default mode. `evenEmpty`: a host that asks for one gets a request, also when no event is waiting.
+Delivery::Sent Delivery::SendWhole(bool evenEmpty, const PostTerms& terms, long* status)
+{
+    const WholeUpload underWay;
+    std::string text;
+    unsigned long size = 0; // the file's, and what decides: blanks alone are sent too, and then deleted
+    // A file that could not be read ends it: its success would delete what was never sent.
+    if (!ReadPendingEvents(text, size))
+        return Sent::failed;
+    if (size == 0 && !evenEmpty)
+        return Sent::all;
+    if (!MaySend())
+        return Sent::failed;
+    const uint64_t lines = CountLines(text);
+    const auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
+    const auto post = [&](const PostTerms& how) {
+        const int64_t sent_ms = Now_ms();
+        auto outcome = m_courier.Post(m_strServerUrl, form, how);
+        m_ledger.Enter(outcome.answer, sent_ms);
+        return outcome;
+    };
+    auto outcome = post(terms);
+    if (AnalyticsSDK::Judge(outcome.answer, terms.compressed) == Verdict::plain) {
+        PostTerms plain = terms;
+        plain.compressed = false;
+        outcome = post(plain);
+        if (outcome.taken)
+            m_ledger.RefuseCompression();
+    }
+    if (status != nullptr)
+        *status = outcome.answer.status;
+    if (!outcome.taken)
+        return outcome.answer.endedHere ? Sent::timeOver : Sent::failed;
+    m_ledger.figures.delivered += lines;
+    DeleteEventLogFile();
+    return Sent::all;
+}
+
+// What is left of an earlier time in batches goes first, and what becomes of it holds up nothing.
+Delivery::Sent Delivery::SendAll(const Moment& end)
+{
+    Sent sent = Sent::all;
+    if (m_batches.load() && !RunCycle(true, false, end).allTaken)
+        sent = Sent::failed;
+    if (!InBatches()) {
+        const Sent whole =
+            SendWhole(true, Terms([this, end] { return MustEnd() || DeliveryClock::now() >= end; }, false));
+        sent = whole == Sent::all ? sent : whole;
+    }
+    return sent;
+}
+
+Delivery::Sent Delivery::Send()
+{
+    return MaySend() ? SendAll(forEver) : Sent::failed;
+}
+
+Delivery::Sent Delivery::SendFor(uint32_t wait_ms)
+{
+    const Moment end = DeliveryClock::now() + milliseconds(wait_ms);
+    if (!MaySend())
+        return Sent::failed;
+    for (;;) {
+        if (const Sent sent = SendAll(end); sent == Sent::all)
+            return sent;
+        if (DeliveryClock::now() >= end)
+            return InBatches() && State().bytesWaiting == 0 ? Sent::all : Sent::timeOver;
+        const Moment pause = m_ledger.RetryAfterEnd();
+        if (!InBatches() || pause <= DeliveryClock::now())
+            return Sent::failed;
+        std::this_thread::sleep_until(std::min(pause, end));
+    }
+}
+
+bool Delivery::QueueWhole(bool compressed)
+{
+    const auto underWay = std::make_shared<WholeUpload>();
+    std::string text;
+    unsigned long size = 0;
+    if (!ReadPendingEvents(text, size) || !MaySend())
+        return false;
+    PostTerms terms = Terms([] { return false; }, false);
+    terms.compressed = compressed;
+    const uint64_t lines = CountLines(text);
+    const auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
+    return m_courier.Queue(m_strServerUrl, form, terms, m_observers,
+                           [this, underWay, lines, sent_ms = Now_ms()](const Answer& answer) {
+                               m_ledger.Enter(answer, sent_ms);
+                               if (AnalyticsSDK::Judge(answer, false) == Verdict::taken)
+                                   m_ledger.figures.delivered += lines;
+                           });
+}
+
+bool Delivery::SendLater()
+{
+    if (!m_batches.load())
+        return QueueWhole(Terms({}, false).compressed);
+    if (!MaySend() || !m_running || IsShuttingDown())
+        return false;
+    Tell(asked);
+    return true;
+}
+
+bool Delivery::SendPlainAfter(long status)
+{
+    const bool refused = Terms({}, false).compressed && (status == 415 || status == 400) && !m_batches.load();
+    if (!refused)
+        return false;
+    m_ledger.RefuseCompression();
+    return QueueWhole(false);
+}
+
+// On the worker, through the client's queue. The observers hear of its end where they hear of everything.
+void Delivery::SendAsked()
+{
+    const CycleOutcome outcome = RunCycle(true, true, forEver);
+    bool taken = outcome.allTaken;
+    long status = outcome.status;
+    if (!InBatches()) {
+        long wholeStatus = 0;
+        const bool whole = SendWhole(true, Terms([this] { return MustEnd(); }, false), &wholeStatus) == Sent::all;
+        status = taken ? wholeStatus : status;
+        taken = taken && whole;
+    }
+    m_courier.CallThere([=, this] { m_ended(taken, status); }, [this] { return MustEnd(); });
+}
+
+// The worker.
+
+void Delivery::Tell(unsigned news)
+{
+    m_news |= news;
+    Wake();
+}
+
+void Delivery::StartUpload()
+{
+    Tell(started);
+}
+
+void Delivery::Init()
+{
+    SetNext(AfterInterval());
+    EventManager::Init();
+}
+
+bool Delivery::start()
+{
+    m_running = EventManager::start();
+    return m_running;
+}
+
+void Delivery::stop()
+{
+    const Moment end = DeliveryClock::now() + milliseconds(m_options[Option::close_ms]);
+    m_closeEnd = std::max<Moment::rep>(end.time_since_epoch().count(), 1);
+    EventManager::stop();
+}
+
+void Delivery::Close()
+{
+    EventManager::Close();
+}
+
+Delivery::Moment Delivery::AfterInterval() const
+{
+    const auto interval = static_cast<uint32_t>(GetTimeout());
+    return DeliveryClock::now() + milliseconds(interval) + (InBatches() ? Jitter(interval) : milliseconds(0));
+}
+
+uint32_t Delivery::Wait_ms() const
+{
+    const Moment due = m_lookAt ? std::min(*m_lookAt, Next()) : Next();
+    const auto wait = std::chrono::ceil<milliseconds>(due - DeliveryClock::now());
+    // The system's waits go by a clock that can be set.
+    const auto most = m_batches ? longestWait : milliseconds(std::numeric_limits<int32_t>::max());
+    return static_cast<uint32_t>(std::clamp(wait, milliseconds(0), most).count());
+}
+
+int Delivery::run()
+{
+    for (;;) {
+        const bool woken = tova_event_wait_time(&m_wakeEvent, Wait_ms()) != 0;
+        const int stopped = tova_event_wait_time(&_stop_event, 0);
+        const unsigned news = m_news.exchange(0);
+        try {
+            // Asked for before the end, a sending still has its time.
+            if (stopped != 0 && (news & asked) != 0)
+                SendAsked();
+            else if (stopped == 0)
+                Turn(woken && news == 0 ? started : news); // woken by a direct user of the base
+        } catch (const std::exception&) {
+            Schedule(); // running out of memory costs this cycle, never the host
+        }
+        if (stopped != 0)
+            return stopped;
+    }
+}
+
+void Delivery::Turn(unsigned news)
+{
+    if ((news & rescheduled) != 0)
+        SetNext(AfterInterval());
+    if ((news & sealed) != 0 && !m_lookAt)
+        m_lookAt = DeliveryClock::now() + lookDelay;
+    if ((news & asked) != 0)
+        SendAsked();
+    const auto now = DeliveryClock::now();
+    if ((news & started) != 0 || now >= Next())
+        Process();
+    else if (m_lookAt && now >= *m_lookAt)
+        LookAtOutbox();
+    if ((news & asked) != 0 && !InBatches())
+        Schedule();
+}
+
+// Soon after a batch was sealed it is sent, unless the server is to be spared; the limits hold either way.
+void Delivery::LookAtOutbox()
+{
+    m_lookAt.reset();
+    const auto now = DeliveryClock::now();
+    if (now >= m_ledger.BackOffEnd() && now >= m_ledger.RetryAfterEnd())
+        Process();
+    else
+        KeepInOrder(*m_outbox, m_options, m_ledger);
+}
+
+void Delivery::Process()
+{
+    if (IsShuttingDown())
+        return;
+    m_ranOnce = true;
+    m_lookAt.reset();
+    bool taken = true;
+    if (m_batches.load() != nullptr)
+        taken = RunCycle(false, false, forEver).allTaken;
+    if (!InBatches())
+        taken = SendWhole(false, Terms([this] { return MustEnd(); }, false)) == Sent::all && taken;
+    if (!taken)
+        Report();
+    Schedule();
+}
+
+void Delivery::Report()
+{
+    const std::string reason = m_ledger.LastError();
+    const uint64_t failed = m_ledger.figures.requestsFailed;
+    if (!reason.empty() && failed != std::exchange(m_reported, failed))
+        tova_log(2, "Upload failed: %.480s", reason.c_str());
+}
+
+// The next cycle: an interval from now; sooner where a back-off or a batch that was set behind is over before, later
+// where the server asks for more.
+void Delivery::Schedule()
+{
+    Moment next = AfterInterval();
+    if (InBatches()) {
+        const auto now = DeliveryClock::now();
+        if (m_ledger.BackOffEnd() > now)
+            next = m_ledger.BackOffEnd();
+        if (const auto aside = m_ledger.FirstAside())
+            next = std::min(next, std::max(*aside, now));
+        next = std::max(next, m_ledger.RetryAfterEnd());
+    }
+    SetNext(next);
+}
+
+DeliveryState Delivery::State() const
+{
+    DeliveryState state;
+    struct stat file;
+    if (m_batches.load()) {
+        const OutboxContents contents = m_outbox->Scan();
+        state.batchesWaiting = contents.batches.size();
+        state.bytesWaiting = contents.Bytes();
+    }
+    if (!InBatches() && ::stat(m_strEventLogFilePath.c_str(), &file) == 0)
+        state.bytesWaiting += static_cast<uint64_t>(file.st_size);
+    if (m_running)
+        state.nextRequest_ms =
+            Now_ms() +
+            std::max<int64_t>(0, std::chrono::duration_cast<milliseconds>(Next() - DeliveryClock::now()).count());
+    return state;
+}
+
+} // namespace AnalyticsSDK
