@@ -139,7 +139,8 @@ public:
 private:
     friend class Delivery; // the session's own kind, which also delivers in batches
     void BeginLine();
-    std::string_view FinishLine(LogObject* event);
+    void FinishLine(LogObject* event);
+    std::string_view EndLine(LogObject* event);
     void RefreshCommonFields();
     bool MaySend() const;
 

@@ -106,7 +106,7 @@ void Delivery::LogEvent(const char* name, LogObject* event)
 {
     BeginLine();
     m_pCurrentEvent->element(nullptr, name);
-    const std::string_view line = FinishLine(event);
+    const std::string_view line = EndLine(event);
     ++m_ledger.figures.accepted;
     OpenLog* batches = InBatches() ? m_batches.load() : nullptr;
     bool written;

@@ -194,7 +194,7 @@ void EventManager::LogEvent(const char* name, LogObject* event)
         return;
     BeginLine();
     m_pCurrentEvent->element(nullptr, name);
-    EventLog::Append(m_strEventLogFilePath, FinishLine(event));
+    FinishLine(event);
 }
 
 // A number stays one in the line, so that servers tell it from a name made of digits.
@@ -204,7 +204,7 @@ void EventManager::LogEvent(int id, LogObject* event)
         return;
     BeginLine();
     m_pCurrentEvent->element(nullptr, id);
-    EventLog::Append(m_strEventLogFilePath, FinishLine(event));
+    FinishLine(event);
 }
 
 // A line's first half is the same for all events of one second, so it is kept as text; its writer keeps its memory.
@@ -239,8 +239,13 @@ void EventManager::AddCommonEventFields()
     m_pCurrentEvent->element(nullptr, GetUniqueId());
 }
 
+void EventManager::FinishLine(LogObject* event)
+{
+    EventLog::Append(m_strEventLogFilePath, EndLine(event));
+}
+
 // Kept before the append: hosts read back what they logged, even where the disk did not take it.
-std::string_view EventManager::FinishLine(LogObject* event)
+std::string_view EventManager::EndLine(LogObject* event)
 {
     if (const lumo::json_writer* writer = event->GetWriter()) {
         m_pCurrentEvent->element(nullptr, writer);
