@@ -36,10 +36,13 @@
 
 #include "analytics_values.hpp"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <initializer_list>
+#include <limits>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -313,6 +316,46 @@ public:
     result send() noexcept { return detail::as_result(analytics_send(m_handle, 1)); }
     /// Starts an upload; the observers hear the outcome.
     result start_send() noexcept { return detail::as_result(analytics_send(m_handle, 0)); }
+
+    /// Uploads and waits for the outcome, at most that long and 100 ms more. @return also result::send_time_over
+    result send_for(std::chrono::milliseconds wait) noexcept
+    {
+        constexpr std::chrono::milliseconds most{std::numeric_limits<std::uint32_t>::max()};
+        const auto bounded = std::clamp(wait, std::chrono::milliseconds::zero(), most);
+        return detail::as_result(analytics_send_for(m_handle, static_cast<std::uint32_t>(bounded.count())));
+    }
+
+    /// Sets an option, see docs/options.md: a word, or a number.
+    /// @return also result::unknown_option, result::value_refused
+    result set_option(const char* key, const char* value) noexcept
+    {
+        return detail::as_result(analytics_option_set(m_handle, key, value));
+    }
+    /// The same.
+    result set_option(const char* key, std::int64_t value) { return set_option(key, std::to_string(value).c_str()); }
+    /// Reads an option. @param value receives it when the result is ok
+    result option(const char* key, std::string& value) const
+    {
+        char text[32];
+        const result code = detail::as_result(analytics_option_get(m_handle, key, text, sizeof text));
+        if (code == result::ok)
+            value = text;
+        return code;
+    }
+    /// What the session has accepted, sent and lost, and what waits; all zero without a session.
+    analytics_stats stats() const noexcept
+    {
+        analytics_stats figures{};
+        analytics_stats_get(m_handle, &figures, sizeof figures);
+        return figures;
+    }
+    /// Why the last request failed, and what to do; empty when it did not.
+    std::string last_error() const
+    {
+        char sentence[1024] = "";
+        analytics_last_error(m_handle, sentence, sizeof sentence);
+        return sentence;
+    }
 
     /// Registers an observer of asynchronous uploads, before the first of them.
     /// @param observer called as observer(std::uint32_t value, double amount) on a thread of the library's; kept until

@@ -34,6 +34,7 @@ enum class result : std::uint32_t
     send_timeout = ANALYTICS_SEND_TIMEOUT,
     send_address_too_long = ANALYTICS_SEND_ADDRESS_TOO_LONG,
     unknown_observer_event = ANALYTICS_UNKNOWN_OBSERVER_EVENT,
+    send_time_over = ANALYTICS_SEND_TIME_OVER,
     event_open = ANALYTICS_EVENT_OPEN,
     no_event = ANALYTICS_NO_EVENT,
     nested_open = ANALYTICS_NESTED_OPEN,
@@ -41,7 +42,9 @@ enum class result : std::uint32_t
     no_array_open = ANALYTICS_NO_ARRAY_OPEN,
     name_required = ANALYTICS_NAME_REQUIRED,
     name_refused = ANALYTICS_NAME_REFUSED,
-    system_version_unreadable = ANALYTICS_SYSTEM_VERSION_UNREADABLE
+    system_version_unreadable = ANALYTICS_SYSTEM_VERSION_UNREADABLE,
+    unknown_option = ANALYTICS_UNKNOWN_OPTION,
+    value_refused = ANALYTICS_VALUE_REFUSED
 };
 
 /// The sentence that belongs to a result. Static text, never null.

@@ -1,7 +1,7 @@
 // Sessions that deliver in batches, against real servers. Which answer does what is told in cycle_test.cpp.
-#include "support/batches.h"
 #include "lumo/tova/runtime.h"
 #include "sdk/transfers.h"
+#include "support/batches.h"
 #include "support/raw_server.h"
 #include "support/session.h"
 
