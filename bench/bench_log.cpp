@@ -93,6 +93,40 @@ const Group event_row("log: whole event", [](Table& table) {
               at_most(1.70, 1.45));
 });
 
+/// A session that delivers in batches, for as long as the bench takes to no server.
+class BatchSession : public Session
+{
+public:
+    explicit BatchSession(const std::string& path) : Session(path)
+    {
+        for (const auto& [key, value] : {std::pair("delivery", "batches"), std::pair("interval_ms", "2147483647"),
+                                         std::pair("retry_first_ms", "86400000")})
+            if (analytics_option_set(get(), key, value) != ANALYTICS_OK)
+                throw std::runtime_error("no delivery in batches");
+    }
+};
+
+/// Takes away what a session has written beside its log, sealed or not.
+void remove_outbox(const std::string& path)
+{
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path).parent_path()))
+        if (entry.path().string().rfind(path + ".", 0) == 0)
+            std::filesystem::remove(entry.path());
+}
+
+const Group batch_row("log: whole event in batches", [](Table& table) {
+    const Folder folder, raw;
+    const std::string path = folder.file("events.log"), line = line_of(raw);
+    const BatchSession session(path);
+    const Work ours = [&](long times) {
+        for (long i = 0; i < times; ++i)
+            log_event(session.get());
+        remove_outbox(path);
+    };
+    table.row("whole event in batches, one thread", "open, write, close of a line of that length",
+              compare(ours, raw_appends(raw.file("raw.log"), line)), at_most(1.45, 1.25));
+});
+
 // Nanoseconds per turn when two threads take `times` turns each.
 double on_two_threads(const Work& first, const Work& second, long times)
 {
@@ -131,6 +165,34 @@ const Group threads_row("log: two threads", [](Table& table) {
         },
         "ns", 25);
     table.row("whole event, two threads, one file", "two threads of raw calls, no lock", figures, at_most(4, 1.7));
+});
+
+const Group batch_threads_row("log: two threads in batches", [](Table& table) {
+    const Folder folder, other;
+    const std::string path = folder.file("events.log"), raw = other.file("raw.log"), line = line_of(other);
+    const BatchSession first(path), second(path);
+    const auto turns = [](analytics_session* session) {
+        return [=](long times) {
+            for (long i = 0; i < times; ++i)
+                log_event(session);
+        };
+    };
+    const Work call = [&](long times) {
+        for (long i = 0; i < times; ++i)
+            append_raw(raw, line);
+    };
+    constexpr long times = 3000;
+    const Figures figures = compare_figures(
+        [&] {
+            remove_outbox(path);
+            return on_two_threads(turns(first.get()), turns(second.get()), times);
+        },
+        [&] {
+            std::filesystem::remove(raw);
+            return on_two_threads(call, call, times);
+        },
+        "ns", 25);
+    table.row("whole event in batches, two threads", "two threads of raw calls, no lock", figures, at_most(2.5, 1.7));
 });
 
 // SQLite with one row per event, as the applications do that keep their events in a database.

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <unistd.h>
 
 namespace {
 
@@ -16,8 +17,8 @@ constexpr long events_wanted = 1'000'000, events_per_round = events_wanted / ses
 
 struct Totals
 {
-    int kills = 0, tails = 0, hosts = 0, uploads = 0, accepted = 0;
-    long killed_events = 0, events = 0, received = 0, waiting = 0, in_window = 0, window_bytes = 0;
+    int kills = 0, senders = 0, cuts = 0, repeated = 0, tails = 0, hosts = 0, uploads = 0, accepted = 0;
+    long killed_events = 0, sent = 0, events = 0, received = 0, waiting = 0, in_window = 0, window_bytes = 0;
     bool found = false;
 };
 
@@ -37,6 +38,23 @@ void kill_hosts(Totals& totals, unsigned seed)
     totals.tails += report.tails;
     totals.killed_events += report.events;
     judge(totals, report.finding);
+}
+
+// As whoever runs this, and as an ordinary user where root runs it.
+void kill_senders(Totals& totals, unsigned seed)
+{
+    const int users[] = {0, 65534};
+    for (const int user : users) {
+        if (user != 0 && getuid() != 0)
+            break;
+        support::ScratchFolder folder;
+        const BatchReport report = deliver_while_killing(folder.path().string(), 250, seed, user);
+        totals.senders += report.kills;
+        totals.sent += report.events;
+        totals.cuts += report.cuts;
+        totals.repeated += report.repeated;
+        judge(totals, report.finding);
+    }
 }
 
 void leave_hosts(Totals& totals, unsigned seed)
@@ -77,6 +95,9 @@ void print(const Totals& totals)
 {
     printf("killed     %8d hosts within %ld events: whole lines, no gap; %d unfinished tails, each closed off\n",
            totals.kills, totals.killed_events, totals.tails);
+    printf("batches    %8d kills of hosts that deliver %ld events to a receiver that cut %d connections: each is there "
+           "once; %d requests brought nothing new\n",
+           totals.senders, totals.sent, totals.cuts, totals.repeated);
     printf("left       %8d hosts by exit, abort, return and fork with uploads under way\n", totals.hosts);
     printf("logged     %8ld events in %d sessions, %d of %d uploads taken\n", totals.events, sessions, totals.accepted,
            totals.uploads);
@@ -95,12 +116,14 @@ int main(int count, char** arguments)
     setvbuf(stdout, nullptr, _IOLBF, 0);
     Totals totals;
     const auto enough = [&] {
-        const bool whole = seconds < 60 || (totals.kills >= kills_wanted && totals.events >= events_wanted);
+        const bool whole = seconds < 60 || (totals.kills >= kills_wanted && totals.senders >= kills_wanted &&
+                                            totals.events >= events_wanted);
         return totals.found || (whole && std::chrono::steady_clock::now() >= end);
     };
     for (unsigned round = 1; round == 1 || !enough(); ++round) {
         printf("round %u\n", round);
         kill_hosts(totals, round);
+        kill_senders(totals, round);
         leave_hosts(totals, round);
         load_sessions(totals);
     }

@@ -1,6 +1,7 @@
 #include "BatchName.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <utility>
@@ -39,14 +40,26 @@ bool TakePrefix(std::string_view& text, std::string_view prefix)
 
 } // namespace
 
-std::string BatchName::NewId()
+/// Now, and later than at the call before: what one process seals in a millisecond keeps its order.
+static uint64_t NextMoment_ms()
 {
     using namespace std::chrono;
+    static std::atomic<uint64_t> last{0};
+    const auto now = static_cast<uint64_t>(duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());
+    uint64_t before = last, next;
+    do
+        next = now > before || before - now > 1000 ? now : before + 1; // a clock that was set back is followed
+    while (!last.compare_exchange_weak(before, next));
+    return next;
+}
+
+std::string BatchName::NewId()
+{
     host::uuid_bytes random{};
     if (host::facts().uuid(random) != host::answer::found)
         return {};
     unsigned char bytes[16];
-    auto now = static_cast<uint64_t>(duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count());
+    uint64_t now = NextMoment_ms();
     for (int at = 5; at >= 0; --at, now >>= 8)
         bytes[at] = static_cast<unsigned char>(now);
     // Six bytes of random bits and four more: the two between say what kind of UUID they are from.

@@ -76,10 +76,10 @@ CycleOutcome Cycle::Run(const Send& send)
 
 void Cycle::Prepare()
 {
+    if (m_terms.mayTakeOver)
+        m_outbox.TakeOver(); // first: it is older
     if (!m_outbox.SealOpen(Patience_ms(m_terms.asked ? sealPatience_ms : claimPatience_ms)))
         NoteFailure(0); // what is in there stays unsent
-    if (m_terms.mayTakeOver)
-        m_outbox.TakeOver();
     DeleteTaken();
     const OutboxContents contents = KeepInOrder(m_outbox, m_options, m_ledger);
     m_dropped = contents.dropped;

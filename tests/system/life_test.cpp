@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <unistd.h>
 
 #include "support/certificates.h"
 #include "support/child.h"
@@ -63,6 +64,15 @@ TEST(Crash, AKilledHostLeavesWholeLinesAndAtMostOneTail)
     const CrashReport report = kill_again_and_again(folder.path().string(), 60, 1);
     EXPECT_EQ(report.finding, "");
     EXPECT_GT(report.events, 60);
+}
+
+TEST(Crash, EveryEventArrivesOnceFromHostsThatAreKilledWhileTheySend)
+{
+    support::ScratchFolder folder;
+    const BatchReport report = deliver_while_killing(folder.path().string(), 60, 1, getuid() == 0 ? 65534 : 0);
+    EXPECT_EQ(report.finding, "");
+    EXPECT_GT(report.events, 100);
+    EXPECT_GT(report.cuts, 0);
 }
 
 TEST(Load, EveryEventOfSixteenBusySessionsIsAccountedFor)

@@ -15,6 +15,22 @@ struct CrashReport
 /// Kills a logging host at random moments, and judges what it leaves in the (at first empty) folder.
 CrashReport kill_again_and_again(const std::string& folder, int kills, unsigned seed);
 
+struct BatchReport
+{
+    int kills = 0;
+    long events = 0;  ///< whose analytics_event_end had returned
+    int requests = 0; ///< that reached the receiver whole
+    int cuts = 0;     ///< connections that it broke off or left without an answer
+    int repeated = 0; ///< requests that brought nothing new
+    int torn = 0;     ///< lines that a kill cut, each kept as it was
+    std::string finding;
+};
+
+/// Kills hosts that deliver in batches at random moments, four at once with two threads each, on one log in the (at
+/// first empty) folder, while their receiver fails as well; then lets the outbox drain, and compares.
+/// @param user that the hosts run as; 0: as this program
+BatchReport deliver_while_killing(const std::string& folder, int kills, unsigned seed, int user);
+
 struct LifeReport
 {
     int hosts = 0;
