@@ -1,3 +1,4 @@
+// Labels: threads
 #include "CurlInit.h"
 
 #include <functional>
