@@ -38,7 +38,7 @@ double store_insert(const std::string& path, const std::vector<store::Upload>& u
 const Group store_row("collector: store", [](Table& table) {
     const Folder folder;
     const std::string path = folder.file("collector.db");
-    const std::vector<store::Upload> uploads = collector_uploads(g_uploads, g_events);
+    const std::vector<store::Upload> uploads = collector_uploads(0, g_uploads, 26, g_events);
     double bytes_an_event = 0;
     const Figures figures = compare_figures([&] { return store_insert(path, uploads, bytes_an_event); },
                                             [&] { return plain_insert(path, uploads); }, "events/s");
@@ -50,7 +50,7 @@ const Group store_row("collector: store", [](Table& table) {
 });
 
 const Group lines_row("collector: lines", [](Table& table) {
-    const std::string lines = collector_lines(1, g_events);
+    const std::string lines = collector_lines(1, 26, g_events);
     auto ours = [&](long times) {
         for (long i = 0; i < times; ++i) {
             intake::Form form;

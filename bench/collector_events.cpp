@@ -14,8 +14,7 @@ namespace bench {
 namespace {
 
 constexpr int g_installations = 20000, g_names = 40, g_versions = 3;
-constexpr time_t g_start = 1793491200;   // 2026-11-01
-constexpr time_t g_between_uploads = 26; // seconds: 100,000 uploads are 30 days
+constexpr time_t g_start = 1793491200; // 2026-11-01
 
 // The same numbers in every run, so that runs can be compared.
 unsigned mixed(unsigned number)
@@ -27,14 +26,19 @@ unsigned mixed(unsigned number)
 
 } // namespace
 
-std::string collector_lines(int number, int events)
+store::Seconds collector_start()
+{
+    return g_start;
+}
+
+std::string collector_lines(int number, store::Seconds between, int events)
 {
     std::string lines;
     char line[400], text[32];
     unsigned installation = mixed(static_cast<unsigned>(number)) % g_installations;
     for (int i = 0; i < events; ++i) {
         unsigned chance = mixed(static_cast<unsigned>(number * 1000 + i));
-        time_t at = g_start + number * g_between_uploads + i;
+        time_t at = g_start + number * between + i;
         tm parts;
         strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", gmtime_r(&at, &parts));
         snprintf(line, sizeof line,
@@ -48,15 +52,15 @@ std::string collector_lines(int number, int events)
     return lines;
 }
 
-std::vector<store::Upload> collector_uploads(int count, int events)
+std::vector<store::Upload> collector_uploads(int first, int count, store::Seconds between, int events)
 {
     std::vector<store::Upload> uploads;
-    for (int i = 0; i < count; ++i) {
+    for (int i = first; i < first + count; ++i) {
         intake::Form form;
-        form.data = collector_lines(i, events);
+        form.data = collector_lines(i, between, events);
         form.sender = "bench";
         memcpy(form.batch.emplace().data(), &i, sizeof i);
-        store::Milliseconds received_at = (g_start + i * g_between_uploads) * 1000;
+        store::Milliseconds received_at = (g_start + i * between) * 1000;
         intake::read_lines(std::move(form), std::nullopt, received_at, {}, uploads.emplace_back());
     }
     return uploads;

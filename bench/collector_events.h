@@ -9,10 +9,13 @@
 namespace bench {
 
 /// The lines of upload number `number`: `events` of one installation, about 181 bytes each, logged one second apart.
-std::string collector_lines(int number, int events = 100);
+std::string collector_lines(int number, store::Seconds between = 26, int events = 100);
 
-/// Uploads with a batch each, read by the intake.
-std::vector<store::Upload> collector_uploads(int count, int events = 100);
+/// Uploads with a batch each, read by the intake: numbers `first` and following, `between` seconds apart.
+std::vector<store::Upload> collector_uploads(int first, int count, store::Seconds between = 26, int events = 100);
+
+/// When the first of them logged.
+store::Seconds collector_start();
 
 /// Removes a store's file and its neighbours.
 void remove_store(const std::string& path);
