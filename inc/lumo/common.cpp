@@ -24,14 +24,14 @@ struct six_digits
     int exponent;
 };
 
-// Divides by a power that is exact instead of multiplying by its inverse, which is not: what is promised below allows
-// for one rounding and no more.
+// Divides by a power that is exact instead of multiplying by its inverse, which is not: the error bound of
+// round_to_six() allows for one rounding and no more.
 double scale(double value, int power)
 {
     return power < 0 ? value / exact_powers[-power] : value * exact_powers[power];
 }
 
-// Rounds a positive number to six digits. Answers no where it cannot vouch for the rounding.
+// Rounds a positive number to six digits. Returns false where this short way cannot be sure how to round.
 //
 // The scaled number is below 2^20 and the result of a single operation on exact operands, so it is off by less than
 // 2^-33. Only when it lies closer to a half than that can rounding go the wrong way.
@@ -44,7 +44,7 @@ bool round_to_six(double magnitude, six_digits& result)
     double scaled = scale(magnitude, 5 - exponent);
     if (scaled >= 1e6)
         scaled = scale(magnitude, 5 - ++exponent);
-    // Rounded first and judged afterwards, so that the digits need not wait for the judgement.
+    // Rounded first and checked afterwards, so that the digits need not wait for the check.
     const double next_half = scaled + 0.5;
     const auto rounded = static_cast<std::int32_t>(next_half);
     result = {static_cast<std::uint32_t>(rounded), exponent};
@@ -65,14 +65,14 @@ char* put_exponent(char* out, int exponent)
     return out + 4;
 }
 
-// Lays six digits out as "%g" does. The digits stay in one number, the first in its lowest byte, and are stored in
-// whole eights: what is stored too much is written over or lies behind the end.
+// Lays six digits out as "%g" does. The digits stay in one number, the first in its lowest byte, and are stored eight
+// bytes at a time: surplus bytes are overwritten by the next store or lie behind the end.
 char* put_six(char* out, six_digits number)
 {
     // Times 100, so that the six come first of the eight and the two behind them are zeros like any others.
     const std::uint64_t digits = detail::eight_digits(number.digits * 100);
-    const int count = 8 - static_cast<int>(static_cast<unsigned>(__builtin_clzll(digits)) /
-                                           8); // trailing zeros go; there is a digit that is none
+    // Trailing zeros are dropped; the first digit is never 0, so the argument is not 0.
+    const int count = 8 - static_cast<int>(static_cast<unsigned>(__builtin_clzll(digits)) / 8);
     const std::uint64_t text = digits + detail::eight_zeros;
 
     const bool scientific = number.exponent < -4 || number.exponent >= 6;
@@ -99,7 +99,7 @@ std::size_t put_general(char* out, double value)
 {
     const double magnitude = std::fabs(value);
     const std::size_t sign = std::signbit(value);
-    // Unasked: without a sign the first digit is written over it.
+    // Stored in any case, which saves a branch: without a sign the first digit overwrites it.
     *out = '-';
     // Zero has no first digit to scale to, and keeps its sign.
     if (magnitude == 0) {

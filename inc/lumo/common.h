@@ -24,7 +24,8 @@ inline constexpr std::size_t number_room = 24;
 /// The digits of every base up to 16, in the lower case that the whole library writes.
 inline constexpr char hexadecimal_digits[] = "0123456789abcdef";
 
-/// The magnitude of a number, negated in the unsigned type, which holds that of the most negative value too.
+/// The magnitude of a number. It is negated in the unsigned type, which can hold the magnitude of the most negative
+/// value too.
 template <class T>
 constexpr unsigned long long magnitude_of(T value)
 {
@@ -69,8 +70,8 @@ TOVA_API std::size_t put_general(char* out, double value);
 /// `width`  the least number of characters, sign included, at least 1 (0 or less aborts with an assertion). A text that
 ///          needs more is not cut.
 /// `fill`   what the text is filled up with. The fill goes between the sign and the digits: write(-7, 10, 4, '0') is
-///          "-007", and with a blank as fill it is "-  7", which is meant. Zero has no digit of its own, it is all
-///          fill: write(0, 10, 1, '0') is "0", write(0, 10, 3, ' ') is three blanks.
+///          "-007", and with a blank as fill "-  7". Deliberate: one rule for every fill. Zero has no digit of its own,
+///          it is all fill: write(0, 10, 1, '0') is "0", write(0, 10, 3, ' ') is three blanks.
 ///
 /// Compiled for int and long long. May throw std::bad_alloc.
 ///

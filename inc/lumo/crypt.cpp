@@ -12,7 +12,8 @@
 namespace lumo {
 namespace {
 
-// Few by today's measure; a record proves where an upload comes from and guards no password. Servers count the same.
+// Few by today's measure, but a record shows where an upload comes from and guards no password. Servers use the same
+// number, so it cannot change.
 constexpr int iterations = 1000;
 
 // The last resort of a machine whose generator has found no entropy of its own. rand() is all there is then, and not
@@ -51,7 +52,7 @@ bool generate_hash(const char* text, scoped_array<unsigned char>& record, long& 
     unsigned char salt[hash_salt_size];
     draw_salt(salt);
     length = hash_record_size;
-    // Without exceptions: a host short of memory loses an upload, not its life.
+    // Without exceptions: a host short of memory loses an upload and goes on running.
     record.Reset(new (std::nothrow) unsigned char[hash_record_size]());
     if (!record)
         return false;
@@ -63,7 +64,7 @@ bool test_hash(const char* text, const unsigned char* record, long length)
 {
     if (length != hash_record_size)
         return false;
-    // The salt is all that is taken from the record; the rest of it has to come out anew.
+    // Only the salt is taken from the record; the key is derived anew and compared.
     unsigned char expected[hash_record_size] = {};
     std::memcpy(expected, record, hash_salt_size);
     // A plain comparison: how long it takes tells nothing that the holder of the record does not have already.

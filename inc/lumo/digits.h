@@ -20,8 +20,15 @@ inline void store(char* out, Unsigned value)
     std::memcpy(out, &value, sizeof value);
 }
 
-/// The digits of a number below 100,000,000. Halves, quarters and eighths are divided all at once: a multiplication by
-/// 10486 / 2^20 divides what is below 10,000 by 100, one by 103 / 2^10 what is below 100 by 10.
+/// The eight digits of a number below 100,000,000, one per byte, the first in the lowest byte. The number is split into
+/// halves of four digits, those into pairs, those into digits; the parts of one size are divided in one multiplication:
+/// by 10486 / 2^20 instead of 100 (right below 10,000), by 103 / 2^10 instead of 10 (right below 100).
+///
+/// For 12345678, with the lowest part first as in memory:
+///
+///     halves    1234 | 5678                    in 32 bits each
+///     quarters  12 | 34 | 56 | 78              in 16 bits each
+///     result    1 | 2 | 3 | 4 | 5 | 6 | 7 | 8  in 8 bits each
 inline std::uint64_t eight_digits(std::uint32_t value)
 {
     const std::uint64_t halves = value / 10000 | static_cast<std::uint64_t>(value % 10000) << 32;

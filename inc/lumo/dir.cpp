@@ -6,7 +6,7 @@ namespace lumo {
 
 std::string dir::process()
 {
-    // Zeroed, so that a system that does not tell leaves an empty text. 2 is the kind that means the running program.
+    // Zeroed: where the system gives no path the text stays empty.
     char text[1024] = {};
     tova_directory_get(2, text, sizeof text);
     return text;

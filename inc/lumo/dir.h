@@ -1,4 +1,4 @@
-// Directories as text: what tova_directory_get() tells, without a buffer to think of.
+// Directories as text: tova_directory_get() without a buffer.
 #pragma once
 
 #include "lumo/tova/base.h"

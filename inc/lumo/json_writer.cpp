@@ -4,8 +4,8 @@
 
 namespace lumo {
 
-// Looked up once per level instead of put together for each member: members are what a document has many of. A line of
-// the outermost level, where only closing braces and the name of a whole stand, is not indented.
+// Set once per level instead of being put together for each of its many members. Lines of the outermost level, which
+// holds only the closing brace and the name of the whole document, are not indented.
 void json_writer::_set_level(int depth, bool first) noexcept
 {
     static constexpr separator compact[] = {{" ", 1}, {", ", 2}};
@@ -19,7 +19,7 @@ void json_writer::_set_level(int depth, bool first) noexcept
 
 bool json_writer::_is_first() const noexcept
 {
-    // Every separator but a first one begins with a comma, so this needs no flag that could come to say otherwise.
+    // Every separator but the first begins with a comma, so no flag is needed beside it.
     return _next.text[0] != ',';
 }
 
@@ -49,13 +49,14 @@ void json_writer::restart()
 
 void json_writer::_restart(char bracket)
 {
-    // Back to where the constructor of an unnamed writer leaves off, but with the room of the last text.
+    // The same state as after the constructor of an unnamed writer, but the text keeps its room.
     text.clear();
     _put(bracket);
     _set_level(1, true);
 }
 
-// The lines of one second begin alike; that beginning is written once and taken up from here for each of them.
+// The event lines of one second begin with the same members. Their text is written once and each line continues from a
+// copy.
 void json_writer::_resume(std::string_view begun)
 {
     text.clear();
@@ -63,8 +64,8 @@ void json_writer::_resume(std::string_view begun)
     _set_level(1, false);
 }
 
-// One function for each kind of value, compiled here and nowhere else: the documents bring the short way with them and
-// come here with what it refuses.
+// The general way for each kind of value, compiled only here. The documents inline the short way and call these for
+// what it refuses.
 void json_writer::element(const char* name, const char* value)
 {
     json_elements::add(*this, name, value);
@@ -103,7 +104,7 @@ void json_writer::finish()
 {
     if (_depth < 1)
         return;
-    char* const out = text.reserve(4); // first: it may find no memory
+    char* const out = text.reserve(4); // first, since it may find no memory
     // A member that comes too late lands behind the brace, with a comma unless the object was empty; nobody checks.
     _set_level(0, _is_first());
     if (_compact) { // in one piece: an event ends several times
@@ -138,8 +139,8 @@ void json_writer::_write_name(const char* name)
     text.append("\": ");
 }
 
-// Round by round, as a text's length is known only when its end is reached. Each round finds room for more than it
-// needs to begin with, so it gets on.
+// In rounds, because the length of a text is known only at its end. Each round makes more room than a round needs to
+// start, so each makes progress.
 void json_writer::_write_encode(const char* s)
 {
     while (s != nullptr) {

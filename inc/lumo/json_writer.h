@@ -34,7 +34,7 @@ public:
     json_writer(const json_writer&) = delete;
     json_writer& operator=(const json_writer&) = delete;
 
-    /// A writer that goes unfinished needs no closing: nobody can read its text any more.
+    /// An unfinished writer needs no closing: its text goes with it.
     ~json_writer() = default;
 
     /// A member with a string value, quoted and escaped; a null value is the bare word null. In all of these a null
@@ -42,7 +42,7 @@ public:
     void element(const char* name, const char* value);
 
     /// A member whose value is the child's text, verbatim: finish the child first. A null child leaves the name without
-    /// a value, which is meant: what to write instead is the caller's to decide.
+    /// a value. Deliberate: the caller decides what to write instead.
     void element(const char* name, const json_writer* child);
 
     /// A member with a number as "%g" prints it in the "C" locale, whatever the host's locale: six significant digits.
@@ -67,15 +67,14 @@ public:
     /// unchecked.
     void finish();
 
-    /// Begins anew as it was made, but for a name, and keeps the room that its text has: for the next document of the
-    /// kind.
+    /// Empties the writer for the next document of the same form, unnamed, and keeps the room of its text.
     void restart();
 
     /// The text so far: complete after finish().
     text_buffer text;
 
-    /// The steps of the general way to write a member, for writers that derive from this one: what stands before it
-    /// (the comma unless it is the first, a line break, the indentation) and, unless null, its name.
+    /// For derived writers, the steps of the general way to write a member: what comes before it (a comma unless it is
+    /// the first, a line break, the indentation) and, unless null, its name.
     void _write_name(const char* name);
     /// A text, escaped; the quotes are the caller's.
     void _write_encode(const char* s);
@@ -123,8 +122,8 @@ protected:
 class TOVA_API json_writer_array : public json_writer
 {
 public:
-    /// With a name the text begins with `"name": [` and a comma stands before the first element. That comma is kept as
-    /// it has always been; the library itself builds only unnamed arrays, which have none.
+    /// With a name the text begins with `"name": [` and a comma comes before the first element. Deliberate: hosts have
+    /// parsed that comma since the first version. The library itself builds only unnamed arrays, which have none.
     json_writer_array(const char* name, bool compact);
 
     /// Begins anew, likewise.

@@ -34,8 +34,8 @@ namespace lumo {
 
 /// A mutex: recursive, or the fast kind that its own holder must not take twice.
 ///
-/// The fast kind is for short sections that call nothing of others; a second lock() by its holder waits for ever. The
-/// recursive kind is for operations that call one another while they hold it.
+/// The fast kind is for short sections that call no other code that locks; a second lock() by its holder waits for
+/// ever. The recursive kind is for operations that call one another while they hold it.
 ///
 /// Any thread may lock; the thread that locked unlocks. It must not be destroyed while held. Misuse and impossible
 /// platform errors abort with an assertion.

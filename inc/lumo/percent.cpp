@@ -7,7 +7,7 @@
 
 namespace lumo {
 
-// Made of the list when the library is compiled: the list is the one place where the rule stands.
+// Computed from the list at compile time, so that the list is the only place that states the rule.
 static constexpr simd::byte_class unsafe = simd::make_byte_class([](char byte) {
     if (byte < '!' || byte > 'z')
         return true;
@@ -17,8 +17,8 @@ static constexpr simd::byte_class unsafe = simd::make_byte_class([](char byte) {
     return false;
 });
 
-// Encoded piece by piece through a buffer that stays in the processor's cache: to size `out` first would fill memory
-// with zeros only to write it again.
+// Encoded piece by piece through a buffer that stays in the processor's cache. Resizing `out` first would fill its
+// memory with zeros and then write it again.
 static constexpr std::size_t piece = 8192;
 
 std::size_t percent_encoded_size(std::string_view in)
@@ -28,7 +28,8 @@ std::size_t percent_encoded_size(std::string_view in)
 
 void percent_encode(std::string_view in, std::string& out)
 {
-    // A string that doubles would copy a hundred megabytes several times and end with up to twice what it needs.
+    // Reserved exactly: a string that doubles would copy a hundred megabytes several times and end with up to twice the
+    // memory.
     if (out.capacity() - out.size() < in.size())
         out.reserve(out.size() + percent_encoded_size(in));
     char buffer[3 * piece + simd::percent_slack];

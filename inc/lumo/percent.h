@@ -14,8 +14,8 @@ namespace lumo {
 
 /// Appends the encoded form of `in` to `out`.
 ///
-/// Makes room once and exactly, for which it reads `in` twice; a caller that has made room already, with
-/// percent_encoded_size() for one, spares that. Any thread; may throw std::bad_alloc.
+/// Reserves exactly what is needed, for which it reads `in` twice; it does not when `out` already has the room (see
+/// percent_encoded_size()). Any thread; may throw std::bad_alloc.
 TOVA_API void percent_encode(std::string_view in, std::string& out);
 
 /// The number of bytes that percent_encode appends for `in`.

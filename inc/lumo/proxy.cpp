@@ -7,7 +7,7 @@ namespace lumo {
 bool proxy::get_for_url(const char* url, std::string& proxies, std::string& bypass)
 {
     tova_proxy settings = {};
-    // Copied only when there are any: both texts stay as they were otherwise.
+    // Without any settings both texts stay as they were.
     if (!tova_proxy_get_for_url(url, &settings))
         return false;
     proxies = settings.proxies;

@@ -5,7 +5,7 @@
 //
 //     lumo::scoped_ptr<Sender> spSender(new Sender);
 //     spSender->Start();
-//     Sender* given = spSender.Detach();   // now the caller's to end
+//     Sender* given = spSender.Detach();   // now the caller must delete it
 //
 // Nothing here throws but what a destructor of the owned object does, which ends the program.
 #pragma once
@@ -15,24 +15,24 @@
 
 namespace lumo {
 
-/// How a scoped_ptr ends what it owns: with delete, unless the owner names another functor (a C library's release).
-/// Such a functor is made anew for each use, has no state, and is never called for null.
+/// How a scoped_ptr releases its object: with delete, unless its type names another functor (a C library's release
+/// function). Such a functor is made anew for each use, has no state, and is never called with null.
 template <class T>
 struct DisposeFunctor
 {
-    /// Ends one object; its type must be complete here.
+    /// Deletes one object; its type must be complete here.
     void operator()(T* object) const { delete object; }
 };
 
-/// How a scoped_array ends what it owns.
+/// How a scoped_array releases its array.
 template <class T>
 struct DisposeArrayFunctor
 {
-    /// Ends a whole array.
+    /// Deletes the array.
     void operator()(T* objects) const { delete[] objects; }
 };
 
-/// Owns one object made with new, or anything that Dispose can end.
+/// Owns one object made with new, or anything that Dispose can release.
 template <class T, class Dispose = DisposeFunctor<T>>
 class scoped_ptr
 {
@@ -45,7 +45,7 @@ public:
 
     /// Leaves `other` empty.
     scoped_ptr(scoped_ptr&& other) noexcept : _object(other.Detach()) {}
-    /// Ends the object owned so far and takes over that of `other`.
+    /// Releases the object owned so far and takes over that of `other`.
     scoped_ptr& operator=(scoped_ptr&& other) noexcept
     {
         Reset(other.Detach());
@@ -55,15 +55,14 @@ public:
     scoped_ptr(const scoped_ptr&) = delete;
     scoped_ptr& operator=(const scoped_ptr&) = delete;
 
-    /// Ends what is owned.
+    /// Releases what is owned.
     ~scoped_ptr() { Reset(nullptr); }
 
     /// The object, still owned here; null when empty. Valid until the next Reset() or move.
     T* Get() const noexcept { return _object; }
 
-    /// Takes `object` over and ends the one owned before; resetting to what is owned already changes nothing. The
-    /// pointer shows the new object before the old one is ended, so that an old object's destructor never finds itself
-    /// here.
+    /// Takes `object` over and releases the one owned before; resetting to the object already owned changes nothing.
+    /// The pointer is switched before the old object is released, so that its destructor never finds itself here.
     void Reset(T* object = nullptr) noexcept
     {
         T* old = std::exchange(_object, object);
@@ -86,8 +85,7 @@ private:
     T* _object = nullptr;
 };
 
-/// Owns an array made with new[]; the length is the owner's to know. Everything that scoped_ptr has, and elements by
-/// index.
+/// Owns an array made with new[], whose length it does not know. Everything that scoped_ptr has, and elements by index.
 template <class T>
 class scoped_array : public scoped_ptr<T, DisposeArrayFunctor<T>>
 {

@@ -53,7 +53,7 @@ public:
     }
     /// The same without one.
     const char* data() const noexcept { return begin(); }
-    /// Whether there is none.
+    /// Whether the text is empty.
     bool empty() const noexcept { return size() == 0; }
     /// Where `part` stands first from a place on, or std::string_view::npos.
     std::size_t find(std::string_view part, std::size_t from = 0) const noexcept { return view().find(part, from); }
@@ -100,8 +100,8 @@ public:
         commit(out + size - 1);
     }
 
-    /// Empties the text and keeps the room, unless that is more than kept_room: one giant among the documents must not
-    /// hold its memory for good. The next text of usual size then allocates nothing.
+    /// Empties the text and keeps the room, so that the next text of usual size allocates nothing. Room of more than
+    /// kept_room is released: one huge document must not hold its memory for good.
     void clear() noexcept
     {
         if (_heap && _limit - begin() > kept_room) {
@@ -112,7 +112,7 @@ public:
     }
 
 private:
-    /// Moves the text to a larger block; the cold half of reserve().
+    /// Moves the text to a larger block; the rare part of reserve(), kept out of line.
     void grow(std::size_t count);
 
     char* _end;   // where the text ends

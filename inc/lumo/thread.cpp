@@ -14,7 +14,7 @@ runnable_thread::runnable_thread() : _self(nullptr)
     tova_event_create(&_stop_event, 0);
 }
 
-// A thread that still runs is let go, not waited for: the derived part, whose run() it is in, is gone by now.
+// A thread that still runs is detached, not joined: the derived object whose run() it executes is destroyed already.
 runnable_thread::~runnable_thread()
 {
     tova_event_destroy(&_stop_event);

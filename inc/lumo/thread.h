@@ -1,8 +1,7 @@
 // An object that runs, and one that runs on a thread of its own with a way to be told to stop.
 //
-// The two halves of a stop are apart on purpose: stop() only says that the thread is wanted no more, so that several
-// workers can be told first and waited for afterwards. run() looks at the stop event between two pieces of work, or
-// waits for it.
+// Stopping has two steps: stop() only requests it, and joining waits for the end, so that several workers can be asked
+// first and joined afterwards. run() tests the stop event between two pieces of work, or waits for it.
 #pragma once
 
 #include "lumo/tova/base.h"

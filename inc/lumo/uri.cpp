@@ -25,9 +25,9 @@ uri& uri::operator=(const uri& other)
 
 uri& uri::operator=(const char* text)
 {
-    // By way of a copy: `text` may be our own.
+    // Copied first: `text` may point into this object's own.
     _text = std::string(text != nullptr ? text : "");
-    // Anew, even for the same text: the string may have moved.
+    // Parsed again even for the same text: the string may have moved.
     tova_uri_parse(&_parts, _text.c_str());
     return *this;
 }

@@ -17,8 +17,8 @@
 
 namespace lumo {
 
-/// Printable characters that are percent-encoded in form values all the same. The underscore is among them on
-/// purpose: the collection server's decoder has always been given it encoded.
+/// Printable characters that are percent-encoded in form values all the same. Deliberate: the underscore is among them,
+/// because servers have received it encoded since the first version.
 inline constexpr char g_uri_unsafe_characters[] = ";/?:@&=+$\"<>%\\^[]`,@#_";
 
 /// A URL and its parts. Owns its text; one thread at a time. May throw std::bad_alloc wherever it copies a text.

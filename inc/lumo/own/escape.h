@@ -1,15 +1,16 @@
 // Copying text into a JSON string.
 //
-// For the library's own use. Inline, because it is the inner loop of every name and every value: one look at sixteen
-// bytes finds the end of the text and what is to be escaped, and copies them at the same time. Written with the
-// compiler's own vectors, which every processor has in some form.
+// For the library's own use. Inline, because it is the inner loop of every name and every value: each step copies
+// sixteen bytes and finds, in the same sixteen, the end of the text and the first character to escape. Written with the
+// compiler's vector types, which compile for every processor.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-// Inlining is what the inner loop of a member stands in a header for, so the compiler is not asked but told.
+// Forced, since the compiler alone does not inline the larger of these functions, and a call for each member costs
+// time.
 #define LUMO_ALWAYS_INLINE __attribute__((always_inline))
 
 namespace lumo {
@@ -63,11 +64,11 @@ inline escaped copy_escaped_plain(const char* text, char* buffer, std::size_t si
     return {text, size};
 }
 
-/// What copy_short answers when a text is not short, or not plain.
+/// What copy_short returns when a text has sixteen bytes or more, or one to escape.
 inline constexpr std::size_t short_text = 16;
 
 // A load of sixteen bytes may read past the end of a text, though never into another page. That is harmless, but
-// sanitizers see it, so their builds take the plain form.
+// sanitizers report it, so their builds take the plain form.
 #if !defined(__GNUC__) || defined(ANALYTICS_SANITIZED)
 
 inline escaped copy_escaped(const char* text, char* buffer, std::size_t size, std::size_t room)
@@ -86,7 +87,7 @@ inline std::size_t copy_short(const char*, char*)
 using sixteen = unsigned char __attribute__((vector_size(16)));
 using two_halves = std::uint64_t __attribute__((vector_size(16)));
 
-/// The number of bits before the byte that is the first, in memory, to hold any; 64 when there is none.
+/// The number of bits before the first byte in memory that is not zero; 64 when all are zero.
 inline unsigned bits_before(std::uint64_t half)
 {
 #if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
@@ -95,10 +96,13 @@ inline unsigned bits_before(std::uint64_t half)
     return half != 0 ? static_cast<unsigned>(__builtin_ctzll(half)) : 64;
 }
 
-/// The number of bytes in front of the first at which copying must stop and look; 16 when there is none.
+/// The number of bytes before the first one that cannot simply be copied; 16 when there is none.
 ///
-/// It stops at everything up to CR (which is NUL, TAB, LF, CR, and control bytes that then go on as they are), at
-/// quotes and at backslashes.
+/// That is every byte up to CR (NUL, TAB, LF and CR among them; the others are then copied unchanged), quotes and
+/// backslashes. The text ab"c stops at its third byte:
+///
+///     bytes   61 62 22 63 00 ...
+///     stops   00 00 FF 00 FF ...    bits_before() gives 16 for the first half, so two bytes are plain
 inline unsigned plain_bytes(sixteen bytes)
 {
     const auto stops = reinterpret_cast<two_halves>((bytes <= '\r') | (bytes == '"') | (bytes == '\\'));
@@ -106,7 +110,8 @@ inline unsigned plain_bytes(sixteen bytes)
     return (low < 64 ? low : 64 + high) / 8;
 }
 
-/// Whether sixteen bytes can be read without touching the next page, which need not be ours.
+/// Whether sixteen bytes can be read without touching the next page, which may not be mapped. Pages have 4,096 bytes or
+/// a multiple of that.
 inline bool sixteen_in_page(const char* text)
 {
     return (reinterpret_cast<std::uintptr_t>(text) & 0xFFF) <= 0x1000 - sizeof(sixteen);

@@ -1,10 +1,10 @@
 // The members of a JSON document, written in place.
 //
 // For the library's own use: json_writer::element() is the interface. There are two ways to write a member. The general
-// one is what element() does. The short one, try_add(), is for the members that nearly all are: a name that is short
-// and needs no escape, and a value for which there is room. It stands in a header so that the documents' add operations
-// hold it inline and call nothing: that is what makes building an event cheap. It gives up wherever it meets anything
-// else, before anything counts as written, and the general way begins anew.
+// one is what element() does. The short one, try_add(), is for the common case: a name that is short and needs no
+// escape, and a value for which there is room. It is in a header so that the add operations of the documents contain it
+// inline and call nothing, which makes building an event cheap. In any other case it gives up before anything counts as
+// written, and the general way starts over.
 #pragma once
 
 #include "lumo/common.h"
@@ -16,18 +16,18 @@
 
 namespace lumo {
 
-/// json_writer's right hand.
+/// The operations of json_writer that are compiled into its callers.
 ///
-/// Within a member everything is placed by its distance from where the member begins, so that the end of a member is
-/// one addition away from its beginning: the next member waits for that sum, and for nothing else of this one.
+/// Every piece of a member is placed by its offset from where the member begins. The end of a member is then its
+/// beginning plus one size, and the processor can start on the next member as soon as it has that sum.
 struct json_elements
 {
-    /// What the short way leaves behind a name or an encoded string: the closing of a name, the longest number, and
-    /// what follows a value. So the fixed pieces of a member need no check of their own.
+    /// The room that the short way keeps free behind a name or an encoded string: enough for the closing of a name, the
+    /// longest number, and what follows a value. So the fixed pieces of a member need no check of their own.
     static constexpr std::size_t value_room = 48;
     static_assert(value_room >= number_room + 8);
 
-    /// Separator, the quote before a name, and the least that encoding it goes on with.
+    /// Room for the separator, the quote before a name, and the least room that encoding the name needs.
     static constexpr std::size_t prefix_room = 8 + escape_stride;
 
     /// The size of a value that was written at `out`, or too_long. A text and its escapes may go up to `limit`, behind
@@ -60,10 +60,10 @@ struct json_elements
         return value ? 4 : 5;
     }
 
-    /// No size: the short way is not for this value.
+    /// In place of a size: the short way cannot write this value.
     static constexpr std::size_t too_long = ~std::size_t{0};
 
-    /// A child's text of moderate length, in whole sixteens.
+    /// A child's text of moderate length, copied sixteen bytes at a time.
     LUMO_ALWAYS_INLINE static std::size_t try_value(char* out, const char*, const json_writer* child)
     {
         if (child == nullptr || child->text.size() > child_room)
@@ -103,7 +103,7 @@ struct json_elements
         const std::size_t value_size = try_value(begin + size, writer.text.limit() - value_room, value);
         if (value_size == too_long)
             return false;
-        // Nothing counted until here, so whoever gave up above left the writer as it was.
+        // Nothing is committed before this line, so giving up above leaves the writer unchanged.
         writer._next = writer._later;
         writer.text.commit(begin + (size + value_size));
         return true;
@@ -162,7 +162,8 @@ struct json_elements
         }
     }
 
-    /// One member, in whichever way. Room first: most that the short way refuses lack nothing else.
+    /// One member, in whichever way. Room is made first, because most members that the short way refuses only lack
+    /// room.
     template <class Value>
     static void add(json_writer& writer, const char* name, Value value)
     {

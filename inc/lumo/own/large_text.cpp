@@ -6,7 +6,7 @@ namespace lumo {
 
 void reserve_large(std::string& text, std::size_t size)
 {
-    // Below this the system is not worth asking.
+    // Below this size the system call costs more than large pages save.
     constexpr std::size_t large = 8 << 20;
     text.reserve(size);
     if (size >= large)

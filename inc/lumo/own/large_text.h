@@ -6,8 +6,8 @@
 
 namespace lumo {
 
-/// Makes room in `text` for `size` bytes in all, as std::string::reserve does, and when that is much asks the system to
-/// hand the memory out in large pieces.
+/// Makes room in `text` for `size` bytes in all, as std::string::reserve does, and for much room asks the system for
+/// large pages.
 ///
 /// For texts that are filled to the end right afterwards: an upload's body of a hundred megabytes otherwise comes page
 /// by page, which takes longer than everything else that happens to it. Any thread; may throw std::bad_alloc.

@@ -9,7 +9,7 @@
 #define LUMO_SSSE3 1
 #include <immintrin.h>
 #if !defined(__clang__)
-// GCC 12's own header makes registers of undefined content on purpose and is then warned of them.
+// GCC 12 warns of registers that its own header leaves undefined on purpose.
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
@@ -17,7 +17,7 @@
 
 namespace lumo::simd {
 
-// The rule itself: the other forms are tested against these two.
+// The two plain forms define the result; the other forms are tested against them.
 static char* percent_encode_plain(const char* in, std::size_t size, char* out, const byte_class& unsafe)
 {
     for (const char* end = in + size; in != end; ++in) {
@@ -46,7 +46,7 @@ static std::size_t count_plain(const char* in, std::size_t size, const byte_clas
 
 #define LUMO_FOR_SSSE3 __attribute__((target("ssse3,popcnt")))
 
-// Asked of the processor that runs, not of the one that compiled: the library is one file for all of them.
+// Tested at run time: one library file serves all processors of its architecture.
 static bool has_ssse3()
 {
     return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
@@ -62,7 +62,7 @@ LUMO_FOR_SSSE3 static void store(char* to, __m128i bytes)
     _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
 }
 
-// Sixteen bytes taken apart into their halves, which are small enough to look things up by.
+// Sixteen bytes split into their high and low halves (4 bits each): a half is small enough to index a table of sixteen.
 struct halves
 {
     __m128i high, low;
@@ -70,27 +70,31 @@ struct halves
 
 LUMO_FOR_SSSE3 static halves halves_of(__m128i bytes)
 {
-    // Bytes cannot be shifted by themselves, only in pairs; the mask takes away what comes over from the neighbour.
+    // There is no shift of single bytes, only of pairs; the mask removes the bits shifted in from the neighbour.
     const __m128i mask = _mm_set1_epi8(15);
     return {_mm_and_si128(_mm_srli_epi16(bytes, 4), mask), _mm_and_si128(bytes, mask)};
 }
 
-// A set bit for each of sixteen bytes that belongs to the class: its row, found by the low half, has a bit for each
-// high half, and its column, found by the high half, is that bit.
+// A bit mask of those of sixteen bytes that belong to the class. The low half of a byte selects a row, which has one
+// bit for each high half; the high half selects a column, which is that bit. The byte belongs to the class if the two
+// share a bit: for "&" (0x26) row 6 has bit 2 set, and column 2 is 1 << 2.
 LUMO_FOR_SSSE3 static unsigned members(halves bytes, __m128i rows, __m128i columns)
 {
     const __m128i found = _mm_and_si128(_mm_shuffle_epi8(rows, bytes.low), _mm_shuffle_epi8(columns, bytes.high));
     return ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(found, _mm_setzero_si128()))) & 0xFFFF;
 }
 
-// The column of a high half. Bytes from 0x80 up share the column of the control bytes: all of them belong.
+// The column of each high half. Bytes from 0x80 up use the column of the control bytes, because both belong to every
+// class.
 LUMO_FOR_SSSE3 static __m128i class_columns()
 {
     return _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 1, 1, 1, 1, 1, 1, 1);
 }
 
-// How four bytes, each given as itself, "%" and two digits, shrink to their encoded form: one row for each choice of
-// those that need encoding.
+// How four quads shrink to the encoded form of four bytes. A quad is a byte, "%" and its two digits: "a%61". A byte
+// that stays needs the first of the four, an encoded one the other three. One row for each choice of the bytes to
+// encode: for "a=bc" only the second, choice 0010 in binary, row 2 takes the quads a%61 =%3d b%62 c%63 and picks their
+// bytes 0, 5, 6, 7, 8, 12, which are "a%3dbc"; size 6.
 struct shrink_table
 {
     std::uint8_t order[16][16];
@@ -114,15 +118,17 @@ static constexpr shrink_table make_shrink_table()
 
 static constexpr shrink_table shrink = make_shrink_table();
 
-// Stores sixteen bytes of which at most twelve count; the next store, or the slack, lies behind them.
+// Stores sixteen bytes, of which at most twelve are part of the result; the next store overwrites the others, or they
+// land in the slack.
 LUMO_FOR_SSSE3 static char* put_four(char* out, __m128i quads, unsigned choice)
 {
     store(out, _mm_shuffle_epi8(quads, load(shrink.order[choice])));
     return out + shrink.size[choice];
 }
 
-// Encodes sixteen bytes of which some, by the bits of `chosen`, need it. All become quads first (itself, "%", two
-// digits), by interleaving twice; the table then leaves of each what it needs. No byte is asked for by itself.
+// Encodes sixteen bytes, those with a set bit in `chosen`. All become quads first, by interleaving twice: the bytes
+// with "%", their two digits with each other, then those pairs. The table then keeps of each quad what is needed, so
+// there is no branch for a single byte.
 LUMO_FOR_SSSE3 static char* put_sixteen(char* out, __m128i bytes, halves parts, unsigned chosen)
 {
     const __m128i digits = load(hexadecimal_digits), percent = _mm_set1_epi8('%');
@@ -164,7 +170,7 @@ LUMO_FOR_SSSE3 static std::size_t count_ssse3(const char* in, std::size_t size, 
     return count + count_plain(in, static_cast<std::size_t>(end - in), counted);
 }
 
-// The same sixty-four bytes at a time, for processors that can close the gaps between chosen bytes themselves.
+// The same sixty-four bytes at a time, for processors with an instruction that packs chosen bytes together (compress).
 #define LUMO_FOR_VBMI2 __attribute__((target("avx512f,avx512bw,avx512vbmi,avx512vbmi2,bmi2,popcnt")))
 
 static bool has_vbmi2()
@@ -173,19 +179,22 @@ static bool has_vbmi2()
            __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("bmi2");
 }
 
-// A set bit for each of sixty-four bytes that belongs to the class: looked up below 0x80, all of them above.
+// A bit mask of those of sixty-four bytes that belong to the class: bytes below 0x80 by a table, all others always.
 LUMO_FOR_VBMI2 static std::uint64_t members(__m512i bytes, __m512i lower, __m512i upper)
 {
-    // Of a byte the look-up uses seven bits, so those from 0x80 up get the answer of others, which their sign corrects.
+    // The look-up uses the lower seven bits of a byte, so a byte from 0x80 up gets the result of another; its sign bit
+    // sets it.
     const __m512i known = _mm512_permutex2var_epi8(lower, bytes, upper);
     return _mm512_test_epi8_mask(known, known) | _mm512_movepi8_mask(bytes);
 }
 
-// Sixteen quads (a byte, "%", two digits) shrink to the bytes, or to what encodes them where a bit of `chosen` is set.
+// Shrinks sixteen quads: to "%" and the digits where a bit of `chosen` is set, else to the byte itself.
 LUMO_FOR_VBMI2 static char* put_quads(char* out, __m512i quads, std::uint64_t chosen)
 {
     constexpr std::uint64_t first_of_quad = 0x1111111111111111;
-    // Of a quad that is encoded the other three count (14 is their bits), of any other the first.
+    // Four bits of the mask for each quad: 1110 for an encoded one (times 14), 0001 for any other. For "a=bc" `chosen`
+    // is 0010, pdep spreads it to `encoded` 0000 0000 0001 0000, and the whole mask 0001 0001 1110 0001 keeps "a",
+    // "%3d", "b" and "c".
     const std::uint64_t encoded = _pdep_u64(chosen, first_of_quad), kept = encoded ^ first_of_quad;
     _mm512_storeu_si512(out, _mm512_maskz_compress_epi8(kept | encoded * 14, quads));
     return out + 16 + 2 * _mm_popcnt_u64(chosen & 0xFFFF);
@@ -195,7 +204,8 @@ LUMO_FOR_VBMI2 static char* percent_encode_vbmi2(const char* in, std::size_t siz
 {
     const __m512i lower = _mm512_loadu_si512(unsafe.holds), upper = _mm512_loadu_si512(unsafe.holds + 64);
     const __m512i digits = _mm512_broadcast_i32x4(load(hexadecimal_digits)), percent = _mm512_set1_epi8('%');
-    // Interleaving works on quarters; with the fours of bytes in this order its results come out consecutive.
+    // Interleaving works within each quarter of the register. With the groups of four bytes in this order, its results
+    // are in the order of the text.
     const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     const char* end = in + size;
     for (; end - in >= 64; in += 64) {
@@ -231,7 +241,8 @@ LUMO_FOR_VBMI2 static std::size_t count_vbmi2(const char* in, std::size_t size, 
 
 #endif
 
-// The static is made on the first use, which may be in another static's initialisation.
+// A static of the function rather than of the file: the first use may be in the initialisation of another file's
+// static.
 const form* forms()
 {
     static const form all[] = {

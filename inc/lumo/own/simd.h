@@ -1,8 +1,8 @@
 // Inner loops that have a faster form on some processors.
 //
-// For the library's own use, not exported. The plain form is correct everywhere and says what the result is; the others
-// give the same result by what some processors offer. All processor-specific instructions of this layer and those above
-// stand in simd.cpp.
+// For the library's own use, not exported. The plain form runs everywhere and defines the result; the others give the
+// same result with instructions that only some processors have. All processor-specific instructions of this layer and
+// those above are in simd.cpp.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace lumo::simd {
 struct byte_class
 {
     bool holds[256];
-    /// For each low half of a byte, a bit for each high half from 0 to 7.
+    /// Indexed by the low four bits of a byte; bit N is set when the byte with high four bits N belongs to the class.
     std::uint8_t rows[16];
 };
 
@@ -34,7 +34,7 @@ constexpr byte_class make_byte_class(Holds holds)
 /// How many bytes beyond its result percent_encode may overwrite.
 inline constexpr std::size_t percent_slack = 64;
 
-/// One way of doing all this. Every form gives the same results; which is the fastest depends on the processor.
+/// One implementation of the loops. Every form gives the same results; which is the fastest depends on the processor.
 struct form
 {
     const char* name; ///< for tests and the bench to show
@@ -54,8 +54,8 @@ const form* forms();
 /// The first that is usable here; chosen once per process. Any thread.
 const form& best();
 
-/// A rest of some ten nanoseconds for a thread that looks again and again whether a lock is free: without it each look
-/// takes the lock's cache line, and the core's other thread its cycles, from whoever holds the lock.
+/// A pause of some ten nanoseconds for a thread that polls a lock. Without it each poll takes the lock's cache line
+/// away from the holder, and cycles from the core's other hardware thread.
 void rest();
 
 } // namespace lumo::simd

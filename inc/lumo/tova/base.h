@@ -1,4 +1,4 @@
-/// What every header of the portability layer rests on: the export macro, the version stamp and the one assertion.
+/// What every header of the portability layer uses: the export macro, the version stamp and the assertion.
 ///
 /// `tova` is plain C over the operating system: functions `tova_<object>_<operation>` on records that the caller owns.
 /// A record is zero-filled and stamped by its create operation and lives where the caller put it; the layer neither
@@ -46,12 +46,13 @@ TOVA_C_END
 
 /// The one assertion of the library; it stays active in release builds.
 ///
-/// For misuse and for platform errors that cannot be; an expected failure is a result, never an assertion. The file is
-/// named by its path in the repository, wherever it was built. The expression is evaluated once.
+/// For misuse, and for errors of the platform that leave nothing to go on with; an expected failure is a result, never
+/// an assertion. The file is named by its path in the repository, wherever it was built. The expression is evaluated
+/// once.
 #define tova_assert(expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, __LINE__, #expr))
 
-/// The same under a number of its own in place of the line: reports of crashed hosts are matched by file and number,
-/// and editing a file must not move it.
+/// The same with a fixed number in place of the line: crash reports of hosts are matched by file and number, which must
+/// not change when lines are added above.
 #define tova_assert_at(number, expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, number, #expr))
 
 #endif

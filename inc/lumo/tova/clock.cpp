@@ -1,5 +1,5 @@
-// The monotonic clock in the platform's ticks, and calendar time in the C library's terms. What start-up has measured
-// is only read here, so no lock is needed.
+// The monotonic clock in the platform's ticks, and calendar time as the C library gives it. The scales that start-up
+// has measured are only read here, so no lock is needed.
 #include "lumo/tova/clock.h"
 #include "lumo/tova/own/internal.h"
 #include "lumo/tova/platform/platform.h"
@@ -11,14 +11,14 @@
 
 uint64_t tova_time_units(void)
 {
-    // By itself: a static initialiser of the host may measure before ours has run.
+    // A static initialiser of the host may measure time before that of the library has run.
     tova_initialize();
     return tova::platform::clock_ticks();
 }
 
 uint64_t tova_time_resolution(void)
 {
-    // Asked anew rather than read from the state, so it answers before start-up too.
+    // Asked of the platform each time rather than read from the state, so it is right before start-up too.
     const tova::platform::time_base base = tova::platform::clock_time_base();
     return tova::ticks_per_second(base.numerator, base.denominator);
 }
@@ -30,7 +30,7 @@ uint64_t tova_time_ms(uint64_t units)
     return units / g_resolution_ms;
 }
 
-// A double may hold more than the largest count of a slow clock, and such a conversion is undefined: it stops there.
+// Converting a double of 2^64 or more is undefined, so such a count becomes the largest one.
 static uint64_t whole(double count)
 {
     return count < 18446744073709551616.0 ? static_cast<uint64_t>(count) : UINT64_MAX;
@@ -45,7 +45,7 @@ uint64_t tova_time_us(uint64_t units)
     return units / g_resolution_us;
 }
 
-// By way of the double always, since a tick may last less than a nanosecond as well as more.
+// Always by way of the double, since a tick may be shorter or longer than a nanosecond.
 uint64_t tova_time_ns(uint64_t units)
 {
     tova_assert(g_resolution);
@@ -121,8 +121,9 @@ void tova_time_local(tova_time* t)
     timeval now;
     gettimeofday(&now, nullptr);
     tova::time_local_from(now.tv_sec, t);
-    // Local time counts west of Greenwich, the opposite of what the conversion gives; that is meant. The zone record
-    // of gettimeofday is no source for it: on Linux it is always zero, elsewhere it knows the offset of today only.
+    // Deliberate: minutes west of Greenwich, the opposite of what the conversion gives, as hosts have always read it.
+    // The zone record of gettimeofday is no source for it: on Linux it is always zero, elsewhere it holds only today's
+    // offset.
     t->bias = static_cast<int16_t>(-t->bias);
     t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
 }
@@ -150,7 +151,7 @@ static int32_t header_form(const tova_time* t, char* buffer, int32_t size)
     tova_assert(t);
     tova_assert(t->week_day < 7);
     tova_assert(t->month >= 1 && t->month <= 12);
-    // The space at the end is part of the form, and no zone follows it; that is meant.
+    // Deliberate: the space at the end is part of the form, because callers append the name of the zone.
     return tova_sprintf(buffer, size, "%s, %2.2d %s %4.4d %2.2d:%2.2d:%2.2d ", days[t->week_day], t->day,
                         months[t->month - 1], t->year, t->hour, t->minute, t->second);
 }

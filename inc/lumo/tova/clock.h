@@ -46,17 +46,18 @@ enum
     tova_time_form_date = 1,
     /// 2010-06-17T09:05:03.
     tova_time_form_iso = 2,
-    /// "Thu, 17 Jun 2010 09:05:03 ": ends in a space and names no zone; that is meant.
+    /// "Thu, 17 Jun 2010 09:05:03 ". Deliberate: it ends in a space and names no zone, so that the caller appends one.
     tova_time_form_header = 3
 };
 
 /// Ticks of the monotonic clock since an arbitrary start. Differences are durations, tova_time_ms gives them a unit.
 TOVA_API uint64_t tova_time_units(void);
 
-/// Ticks per second: 1,000,000,000 on Linux. Computed in 32 bits, where a faster clock would wrap; that is meant.
+/// Ticks per second: 1,000,000,000 on Linux. Deliberate: computed in 32 bits, where a clock of more than 4.29 GHz
+/// wraps, because hosts divide by this number and its values must stay.
 TOVA_API uint64_t tova_time_resolution(void);
 
-/// Ticks to whole milliseconds, the rest cut off. Aborts when the runtime was never up; so do the next two.
+/// Ticks to whole milliseconds, the rest cut off. Aborts when the runtime was never started; so do the next two.
 TOVA_API uint64_t tova_time_ms(uint64_t units);
 
 /// Ticks to whole microseconds, the rest cut off.

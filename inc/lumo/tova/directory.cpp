@@ -1,4 +1,5 @@
-// Directories. Where the standard ones are is the platform's knowledge; what a buffer that is too small means is ours.
+// Directories. The platform knows where the standard ones are; this file decides what happens when a buffer is too
+// small.
 #include "lumo/tova/directory.h"
 #include "lumo/tova/platform/platform.h"
 #include "lumo/tova/text.h"
@@ -9,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// Through links, as with files: what counts is whether something can be put there.
+// Follows links, as with files: what counts is whether something can be put there.
 int32_t tova_directory_exists(const char* path)
 {
     struct stat status;
@@ -26,24 +27,24 @@ int32_t tova_directory_create(const char* path, const tova_security* security, i
     const mode_t mode = security ? tova_security_get(security) : 0777;
     if (mkdir(path, mode) == 0)
         return 1;
-    // A directory that is there already is a failure as well: the caller learns that it has not made it.
+    // A directory that exists already is a failure too, so that a caller can tell that it did not make it.
     if (errno != ENOENT || !recursive)
         return 0;
-    // One level up, and the same again from there; each level ends at the last slash of its own path.
+    // The parent first, by the same function; the parent is the path up to its last slash.
     char parent[1024];
     tova_strcpy(parent, sizeof parent, path);
     char* slash = strrchr(parent, '/');
     if (!slash)
         return 0;
     *slash = 0;
-    // Whether the parent could be made does not matter here: another process may have made it first.
+    // Its result does not matter here: another process may have made the parent first.
     tova_directory_create(parent, security, recursive);
     return mkdir(path, mode) == 0;
 }
 
 void tova_directory_get(int32_t kind, char* buffer, unsigned size)
 {
-    // Into a buffer of our own first, so that what is too small for the caller is one decision, below.
+    // Into a local buffer first, so that the case of a buffer that is too small is handled in one place, below.
     char path[PATH_MAX];
     bool found = false;
     switch (kind) {
@@ -51,7 +52,8 @@ void tova_directory_get(int32_t kind, char* buffer, unsigned size)
         found = tova::platform::temporary_directory(path, sizeof path);
         break;
     case tova_directory_current:
-        // These two follow the system's calls, for which a small buffer is a failure and not a fault.
+        // For these two a small buffer gives the empty text instead of an abort, as the system calls below them fail
+        // too.
         found = getcwd(path, sizeof path) && strlen(path) < size;
         break;
     case tova_directory_process:
@@ -68,7 +70,7 @@ void tova_directory_get(int32_t kind, char* buffer, unsigned size)
     }
     if (found)
         tova_strcpy(buffer, size, path);
-    // Never left as it was: who does not look for an answer must not take old memory for a path.
+    // Never left unchanged: a caller that does not check must not take old memory for a path.
     else if (size)
         buffer[0] = 0;
 }

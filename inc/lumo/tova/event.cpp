@@ -24,8 +24,8 @@ void tova_event_create(tova_event* e, int32_t auto_reset)
     tova_assert(e);
     memset(e, 0, sizeof *e);
     e->_auto_reset = auto_reset;
-    // The stamp comes last, so that a record that could not be made is an unstamped one.
-    // Default attributes for both: nobody locks this mutex twice, and every system can wait by the wall clock.
+    // The stamp comes last, so that a record that could not be made is an unstamped one. Default attributes for both:
+    // no thread locks this mutex twice, and every system can wait by the wall clock.
     if (pthread_mutex_init(&e->_mutex, nullptr) != 0)
         return;
     if (pthread_cond_init(&e->_condition, nullptr) != 0) {
@@ -49,7 +49,7 @@ void tova_event_set(tova_event* e)
 {
     lock(e);
     e->_signalled = 1;
-    // All of them, with auto-reset too: the first to retake the lock takes the signal, whoever that is.
+    // All waiters, with auto-reset too: the first one to retake the lock takes the signal.
     pthread_cond_broadcast(&e->_condition);
     pthread_mutex_unlock(&e->_mutex);
 }
@@ -82,8 +82,8 @@ void tova_event_wait(tova_event* e)
 
 int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
 {
-    // Taken before the lock: the time that others hold it counts as waiting. Who does not want to wait need neither ask
-    // for the time nor enter the system, which would give the processor away for nothing.
+    // Computed before locking, so that waiting for the lock counts. A wait of 0 needs neither the time nor a system
+    // call, which might give the processor away for nothing.
     const timespec deadline = wait_ms != 0 ? tova::deadline_in(wait_ms) : timespec{};
     lock(e);
     if (!e->_signalled && wait_ms != 0) {
@@ -93,6 +93,6 @@ int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms)
         if (result != 0 && result != ETIMEDOUT)
             tova_assert(false);
     }
-    // The flag decides, not the clock: a set that came together with the time-out counts.
+    // The flag decides, not the clock: a set at the moment of the time-out counts.
     return leave(e);
 }

@@ -1,5 +1,5 @@
-// Files by the system's own calls, one for each operation and nothing buffered: what tova_file_write returned 1 for is
-// with the system, and a crash of the host does not lose it.
+// Files by system calls, one for each operation and nothing buffered: once tova_file_write has returned 1, the system
+// has the data and a crash of the host does not lose it.
 #include "lumo/tova/file.h"
 #include "lumo/tova/directory.h"
 #include "lumo/tova/own/internal.h"
@@ -17,7 +17,7 @@ static void check(const tova_file* f)
     tova_assert(f->_version == tova_version);
 }
 
-// Calls again while a signal of the host's interrupts the call.
+// Repeats a call while signals interrupt it.
 template <class Call>
 static auto uninterrupted(Call call)
 {
@@ -50,10 +50,10 @@ static int32_t open_mode(tova_file* f, const char* path, int32_t mode)
     case tova_file_read_write:
         return open_with(f, path, O_RDWR, 0);
     case tova_file_append:
-        // Never made here: who appends to a file that is gone should hear of it.
+        // Never created here: appending to a file that is gone is a failure that the caller should see.
         return open_with(f, path, O_RDWR | O_APPEND, 0);
     case tova_file_open_or_create:
-        // In two steps, so that only one of several openers has made the file.
+        // In two steps, so that exactly one of several openers creates the file.
         return open_with(f, path, O_RDWR | O_CREAT | O_EXCL, 0666) || open_with(f, path, O_RDWR, 0);
     case tova_file_truncate:
         return open_with(f, path, O_RDWR | O_CREAT | O_TRUNC, 0666);
@@ -83,8 +83,9 @@ int32_t tova_file_create(tova_file* f, const char* path, tova_security* security
 {
     check(f);
     tova_assert(f->_file == INVALID_FILE);
-    // The bits twice, here and by the object: in between, the file must not be open to more than the object says.
-    // Neither by way of a link nor by name a second time: somebody else's file would be given the permissions.
+    // The bits are set here and again through the descriptor below, so that the file never allows more than the object
+    // says, not even in between. No link is followed and the name is not resolved twice: else another's file could get
+    // the permissions.
     const mode_t mode = security ? tova_security_get(security) : 0666;
     const int no_link = security ? O_NOFOLLOW : 0;
     if (!outcome(f, open_with(f, path, O_RDWR | O_CREAT | O_TRUNC | no_link, mode)))
@@ -102,7 +103,7 @@ void tova_file_close(tova_file* f)
     check(f);
     if (f->_file == INVALID_FILE)
         return;
-    // Not called again on EINTR: the descriptor is gone by then and may be another thread's already.
+    // Not repeated on EINTR: the descriptor is closed by then, and another thread may have got its number.
     close(f->_file);
     f->_file = INVALID_FILE;
 }
@@ -111,7 +112,7 @@ int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* coun
 {
     check(f);
     const ssize_t result = uninterrupted([=] { return read(f->_file, buffer, size); });
-    // The end of the file is no error: the record says 0 for it, so a caller can tell it from a failure.
+    // At the end of the file `_error` is 0, so that a caller can tell it from a failure.
     *count = result > 0 ? static_cast<uint32_t>(result) : 0;
     if (result <= 0)
         f->_error = result == 0 ? 0 : errno;
@@ -121,7 +122,7 @@ int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* coun
 int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size)
 {
     check(f);
-    // One call for the whole, never a loop over its parts: lines that several writers append must not mix.
+    // One call for the whole, never a loop over parts: lines that several writers append must not mix.
     const ssize_t result = uninterrupted([=] { return write(f->_file, buffer, size); });
     // A short write sets no error number. The usual reason is a disk that is full, and the next write will say so.
     if (result >= 0 && result != static_cast<ssize_t>(size))
@@ -150,20 +151,20 @@ uint64_t tova_file_size(tova_file* f)
     return fstat(f->_file, &status) == 0 ? static_cast<uint64_t>(status.st_size) : 0;
 }
 
-// A name that is there but is no regular file is none to read events or an id from: a pipe would block its reader.
+// Only regular files count: reading events or an id from a pipe would block.
 int32_t tova_file_exists(const char* path)
 {
     struct stat status;
     return stat(path, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// Of a link the link itself goes, not what it points to.
+// Removes a link itself, not what it points to.
 int32_t tova_file_remove(const char* path)
 {
     return unlink(path) == 0;
 }
 
-// Copies from where both files stand; false when a read or a write failed.
+// Copies from the current positions of both files; false when a read or a write failed.
 static bool copy_content(tova_file* from, tova_file* to)
 {
     char block[512];
@@ -193,7 +194,7 @@ int32_t tova_file_copy(const char* source, const char* destination)
 
 int32_t tova_file_info_get(const char* name, tova_file_info* info)
 {
-    // Zeroed before the question, so that no caller who forgets the answer reads what was in its memory.
+    // Zeroed first, so that a caller that ignores the result does not read old memory.
     memset(info, 0, sizeof *info);
     struct stat status;
     if (stat(name, &status) != 0)
@@ -245,7 +246,7 @@ int32_t tova_file_find_next(tova_file_find* f)
     check(f);
     if (!f->_stream)
         return 0;
-    // Every directory has these two, and who walks down by way of them never comes to an end.
+    // Every directory has these two, and a recursive walk that followed them would never end.
     do
         f->_entry = readdir(f->_stream); // NOLINT(concurrency-mt-unsafe): a stream of its own
     while (f->_entry && (strcmp(f->_entry->d_name, ".") == 0 || strcmp(f->_entry->d_name, "..") == 0));
@@ -272,7 +273,7 @@ int32_t tova_file_find_is_hidden(const tova_file_find* f)
 int32_t tova_file_find_is_dir(const tova_file_find* f)
 {
     check(f);
-    // Both parts fit by their own bounds, and the separator takes the place of one terminator.
+    // Both parts are bounded by their own arrays, and the separator takes the place of one terminator.
     char path[sizeof f->_directory + sizeof f->_name];
     tova_strpath(path, sizeof path, f->_directory, f->_name);
     return tova_directory_exists(path);

@@ -1,4 +1,4 @@
-/// Files: open, read, write, seek, copy, look for, ask about.
+/// Files: open, read, write, seek, copy, list, inspect.
 ///
 /// The caller owns the record and uses it from one thread at a time; different records are independent. Descriptors
 /// are not inherited by programs that the host starts. Failures are results; the system's error number is kept in the
@@ -38,9 +38,9 @@ enum
     tova_file_read_write = 1,
     /// An existing file; every write goes to its end.
     tova_file_append = 2,
-    /// As it stands, or new.
+    /// An existing file with its content, or a new one.
     tova_file_open_or_create = 3,
-    /// New, or emptied.
+    /// A new file, or an existing one emptied.
     tova_file_truncate = 4
 };
 
@@ -50,7 +50,7 @@ TOVA_API void tova_file_init(tova_file* f);
 /// Opens `path` in one of the modes above: 1, or 0 and `_error`. The record must be closed.
 TOVA_API int32_t tova_file_open(tova_file* f, const char* path, int32_t mode);
 
-/// Makes `path`, or empties it, and gives it the permissions of `security` (null: 0666): 1, or 0 and `_error`.
+/// Creates `path`, or empties it, and gives it the permissions of `security` (null: 0666): 1, or 0 and `_error`.
 ///
 /// With `security` a symbolic link at `path` is refused (ELOOP), and the file that was opened gets the permissions,
 /// whatever takes its name meanwhile. Where they cannot be given, the file stays, made or emptied, and is closed.
@@ -82,7 +82,7 @@ TOVA_API uint64_t tova_file_size(tova_file* f);
 /// 1 when `path` is a regular file; follows symbolic links.
 TOVA_API int32_t tova_file_exists(const char* path);
 
-/// Removes the file, or a link but not what it points to: 1 when done. Who has it open keeps it.
+/// Removes the file, or a link but not what it points to: 1 when done. Those that have it open can go on using it.
 TOVA_API int32_t tova_file_remove(const char* path);
 
 /// Copies the content of `source` over `destination`: 1 when all of it arrived.
@@ -90,8 +90,9 @@ TOVA_API int32_t tova_file_remove(const char* path);
 /// The destination is emptied first, so a copy that fails leaves it partial, and a file copied onto itself is lost.
 TOVA_API int32_t tova_file_copy(const char* source, const char* destination);
 
-/// What tova_file_info_get tells; local time, no milliseconds. `bias` counts minutes east of Greenwich, unlike that of
-/// tova_time_local; that is meant. A time beyond the calendar is all zero.
+/// What tova_file_info_get tells; local time, no milliseconds. Deliberate: `bias` counts minutes east of Greenwich,
+/// unlike that of tova_time_local, because hosts read both signs since the first version. A time beyond the calendar is
+/// all zero.
 typedef struct tova_file_info
 {
     /// Last change of status.
@@ -125,7 +126,7 @@ typedef struct tova_file_find
 /// A path of more than 1,023 characters aborts.
 TOVA_API int32_t tova_file_find_first(tova_file_find* f, const char* directory);
 
-/// The same with a pattern, for callers that pass one: which must be "*" or it aborts: every entry is listed.
+/// The same for callers that pass a pattern, which must be "*" (every entry is listed); any other aborts.
 TOVA_API int32_t tova_file_find_first_pattern(tova_file_find* f, const char* directory, const char* pattern);
 
 /// Finds the next entry: 1, or 0 when there is none left.

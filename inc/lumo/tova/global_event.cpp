@@ -39,7 +39,7 @@ static int32_t open_named(tova_global_event* ge, const char* name, int flags)
     memset(ge, 0, sizeof *ge);
     ge->_version = tova_version;
     tova_global_event_unix_name(ge, name);
-    // For everybody: the processes that share an event may run as different users.
+    // Writable for all: the processes that share an event may run as different users.
     ge->_sem = sem_open(ge->_name, flags, 0666, 0);
     return ge->_sem != SEM_FAILED;
 }
@@ -51,7 +51,7 @@ int32_t tova_global_event_create(tova_global_event* ge, const char* name)
 
 int32_t tova_global_event_exists(const char* name)
 {
-    // The only question that the system answers for certain is whether the name can be made.
+    // The system only tells for certain whether the name can be created.
     tova_global_event trial;
     if (!open_named(&trial, name, O_CREAT | O_EXCL))
         return 1;
@@ -82,7 +82,7 @@ void tova_global_event_set(tova_global_event* ge)
 void tova_global_event_wait(tova_global_event* ge)
 {
     check_open(ge);
-    // An interrupted wait is a failure like any other; that is meant.
+    // Deliberate: an interrupted wait aborts too, since there is no result to report it with; see the header.
     if (sem_wait(ge->_sem) != 0)
         tova_assert(false);
 }

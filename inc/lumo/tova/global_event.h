@@ -29,7 +29,8 @@ TOVA_API int32_t tova_global_event_create(tova_global_event* ge, const char* nam
 
 /// 1 when an event of that name exists, else 0; leaves nothing behind.
 ///
-/// It tries to make the event, so any reason why that fails counts as "exists"; that is meant.
+/// It tries to create the event. Deliberate: any failure of that counts as "exists", because a caller that hears "no"
+/// goes on to create it, which would fail the same way.
 TOVA_API int32_t tova_global_event_exists(const char* name);
 
 /// Closes the event and removes its name from the system, even while other processes hold it open: they keep theirs,
@@ -41,8 +42,9 @@ TOVA_API void tova_global_event_set(tova_global_event* ge);
 
 /// Takes one off the count, waiting while it is 0.
 ///
-/// A signal that interrupts the wait aborts the process like any other failure of it; that is meant. A host that uses
-/// signals waits with tova_global_event_try_wait instead, or blocks signals on the waiting thread.
+/// Deliberate: a signal that interrupts the wait aborts the process like any other failure of it, because there is no
+/// result to report that the count was not taken. A host that uses signals waits with tova_global_event_try_wait
+/// instead, or blocks signals on the waiting thread.
 TOVA_API void tova_global_event_wait(tova_global_event* ge);
 
 /// Takes one off the count without waiting: 1 when taken, 0 when there was none.

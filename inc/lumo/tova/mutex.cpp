@@ -1,5 +1,5 @@
-// A POSIX mutex behind a stamp. Locking is on the way of every event, so the checks stay two compares: what they call
-// when they fail is cold code elsewhere.
+// A POSIX mutex behind a stamp. Every event locks one, so the checks are two compares, and the code for their failure
+// is out of line.
 #include "lumo/tova/mutex.h"
 
 #include <cerrno>
@@ -27,7 +27,7 @@ static void create(tova_mutex* m, int type)
         tova_assert(false);
 }
 
-// The plain name makes the kind that forgives: code that comes back to itself through a callback must not hang.
+// The plain name makes the recursive kind: code that a callback leads back into itself must not hang.
 void tova_mutex_create(tova_mutex* m)
 {
     create(m, PTHREAD_MUTEX_RECURSIVE);
@@ -43,7 +43,7 @@ void tova_mutex_destroy(tova_mutex* m)
     tova_assert(m);
     if (m->_version != tova_version)
         return;
-    // The stamp goes first: whoever still uses the mutex meets the assertion rather than a half-released object.
+    // The stamp is cleared first: a later use meets the assertion rather than a half-released object.
     m->_version = 0;
     pthread_mutex_destroy(&m->_mutex);
 }
@@ -51,7 +51,7 @@ void tova_mutex_destroy(tova_mutex* m)
 void tova_mutex_lock(tova_mutex* m)
 {
     check(m);
-    // Too many locks by one holder is the one error left, and no caller could go on without the mutex.
+    // The only possible error is too many locks by one holder, and no caller could go on without the mutex.
     if (pthread_mutex_lock(&m->_mutex) != 0)
         tova_assert(false);
 }
@@ -67,7 +67,7 @@ void tova_mutex_unlock(tova_mutex* m)
 int32_t tova_mutex_try_lock(tova_mutex* m)
 {
     check(m);
-    // Busy is the one answer that says something about the caller; any other means that the record is broken.
+    // EBUSY is an expected result; any other error means that the record is broken.
     const int result = pthread_mutex_trylock(&m->_mutex);
     if (result != 0 && result != EBUSY)
         tova_assert(false);

@@ -1,5 +1,5 @@
 // Start-up is a flag, not a count, and it is not guarded: it runs while the library is loaded. The flag is atomic all
-// the same, because every reading of the clock looks at it, on any thread.
+// the same, because every reading of the clock tests it, on any thread.
 #include "lumo/tova/runtime.h"
 #include "lumo/tova/mutex.h"
 #include "lumo/tova/own/internal.h"
@@ -30,7 +30,7 @@ void set_resolution(uint64_t per_second)
     g_resolution = per_second;
     g_resolution_ms = per_second / 1'000;
     g_resolution_us = per_second / 1'000'000;
-    // The double of ticks per second stands in the nanosecond's place until both doubles have been derived from it.
+    // Holds ticks per second until both doubles have been derived from it.
     g_resolution_ns_double = static_cast<double>(per_second);
     g_resolution_us_double = g_resolution_ns_double / 1'000'000.0;
     g_resolution_ns_double /= 1'000'000'000.0;
@@ -46,11 +46,12 @@ void tova_initialize(void)
     tova::set_resolution(tova::ticks_per_second(base.numerator, base.denominator));
     tova_mutex_create_fast(&g_increment_mutex);
     tova_mutex_create_fast(&g_decrement_mutex);
-    // Last, so that whoever sees the flag finds the scales and the mutexes made.
+    // Last, so that a thread that sees the flag finds the scales and the mutexes ready.
     m_initialized.store(1, std::memory_order_release);
 }
 
-// The clock's scales stay: static destructors of the host that still convert a duration would abort without them.
+// The scales of the clock are kept: static destructors of the host that still convert a duration would abort without
+// them.
 void tova_shutdown(void)
 {
     if (!m_initialized.load(std::memory_order_acquire))
@@ -67,11 +68,11 @@ void tova_log_register(tova_log_callback callback)
 
 void tova_log(int32_t level, const char* format, ...)
 {
-    // Read once: another thread may take the callback away between the test and the call.
+    // Read once: another thread may remove the callback between the test and the call.
     const tova_log_callback callback = g_callback.load();
     if (!callback)
         return;
-    // A message that does not fit is emptied by the formatter, never cut; that is meant.
+    // A message that does not fit arrives empty; the header says why.
     char message[512];
     va_list arguments;
     va_start(arguments, format);
@@ -82,7 +83,7 @@ void tova_log(int32_t level, const char* format, ...)
 
 namespace {
 
-// Loading the library starts the runtime. A host may exit while workers run: what they use then stays as it is.
+// Loading the library starts the runtime. When a host exits while workers run, the runtime stays up for them.
 struct module_lifetime
 {
     module_lifetime() { tova_initialize(); }

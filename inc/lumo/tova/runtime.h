@@ -8,7 +8,7 @@
 
 TOVA_C_BEGIN
 
-/// Hears what the layer logs. The message is NUL-terminated, at most 511 characters, and valid during the call only.
+/// Receives what the layer logs. The message is NUL-terminated, at most 511 characters, and valid during the call only.
 ///
 /// Called on the thread that logs, by several threads at once if they log at once.
 typedef void (*tova_log_callback)(int32_t level, const char* message);
@@ -27,8 +27,8 @@ TOVA_API void tova_log_register(tova_log_callback callback);
 
 /// Formats a message and hands it to the registered callback; does nothing without one. Any thread.
 ///
-/// A message of 512 characters or more arrives as the empty text. It is not cut short, and that is meant: a reader of
-/// the log never takes half a message for a whole one. The web client logs its failures at level 2.
+/// A message of 512 characters or more arrives as the empty text. Deliberate: it is not cut short, so that a reader of
+/// the log never takes half a message for a whole one. tova_http_request logs a failed transfer at level 2.
 TOVA_API void tova_log(int32_t level, const char* format, ...) TOVA_PRINTF(2, 3);
 
 TOVA_C_END

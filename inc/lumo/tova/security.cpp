@@ -1,4 +1,4 @@
-// Permissions gathered level by level and applied at the end.
+// Permissions, collected level by level and then applied.
 #include "lumo/tova/security.h"
 #include "lumo/tova/own/internal.h"
 
@@ -18,14 +18,14 @@ static void check(const tova_security* s)
 
 static int permission_bits(int32_t level)
 {
-    // Read, write, read and write, read and execute, all; then read and all once more under their other numbers.
+    // None, read, write, read and write, read and execute, all; then read and all again under their second numbers.
     static constexpr int bits[] = {0, 4, 2, 6, 5, 7, 4, 7};
     return level >= 0 && level < 8 ? bits[level] : 0;
 }
 
 static int32_t group_id(const char* name)
 {
-    // A record lists the group's members, so its size is open; one of millions of bytes counts as not found.
+    // A record lists the group's members, so its size has no bound; one of millions of bytes counts as not found.
     int result = ERANGE;
     for (size_t size = 4096; result == ERANGE && size <= (4u << 20); size *= 4) {
         const std::unique_ptr<char[]> text(new (std::nothrow) char[size]);
@@ -56,14 +56,14 @@ uint16_t tova_security_unix_mode(int32_t owner, int32_t group, int32_t others)
 void tova_security_set(tova_security* s, int32_t who, int32_t level)
 {
     check(s);
-    // Bits only ever add up: what one call allowed, the next does not take back.
+    // Bits are only added: a call never takes back what an earlier one allowed.
     switch (who) {
     case tova_security_all:
     case tova_security_everyone:
         s->_mode |= tova_security_unix_mode(level, level, level);
         break;
     case tova_security_users:
-        // The group of people with an account here; systems call it one or the other.
+        // The group of all users with an account; systems use one name or the other.
         s->_group = group_id("localaccounts");
         if (s->_group == -1)
             s->_group = group_id("staff");
@@ -71,7 +71,7 @@ void tova_security_set(tova_security* s, int32_t who, int32_t level)
         break;
     case tova_security_administrators:
         s->_group = group_id("admin");
-        // Without such a group the superuser's own: better too few may than too many.
+        // Without such a group the superuser's own: rather too few permissions than too many.
         if (s->_group == -1)
             s->_group = 0;
         s->_mode |= tova_security_unix_mode(0, level, 0);
@@ -87,8 +87,8 @@ uint16_t tova_security_get(const tova_security* s)
     return s->_mode;
 }
 
-// The bits before the owner: a file given away can no longer be changed by who gave it.
-// An id of -1 turns into all ones, which chown leaves as it is.
+// The bits before the owner: after giving a file away, a process can no longer change its bits. An id of -1 turns into
+// all ones, which chown leaves as it is.
 template <class Chmod, class Chown, class File>
 static int32_t apply(tova_security* s, Chmod set_bits, Chown set_owner, File file)
 {

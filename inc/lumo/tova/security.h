@@ -1,8 +1,8 @@
 /// Who may read, write and search a file or directory: permission bits and owner, applied in one go.
 ///
 /// A record gathers permissions, level by level, and is then given to tova_file_create, tova_directory_create or
-/// tova_security_file_set as often as wanted. The caller owns the record; one thread at a time. Nothing is to be
-/// released. Null and unstamped records abort.
+/// tova_security_file_set as often as wanted. The caller owns the record; one thread at a time. There is nothing to
+/// release. Null and unstamped records abort.
 #ifndef LUMO_TOVA_SECURITY_H
 #define LUMO_TOVA_SECURITY_H
 
@@ -63,8 +63,8 @@ TOVA_API uint16_t tova_security_get(const tova_security* s);
 
 /// Gives the file or directory at `path` the bits, then owner and group: 1 when done, else 0 and `_error`.
 ///
-/// The process's mask does not count. Only the superuser may give files to groups that he is not in; for others that
-/// is a failure, with the bits set already.
+/// The process's mask does not count. Only the superuser may give a file to a group without being its member; for
+/// others that is a failure, with the bits set already.
 TOVA_API int32_t tova_security_file_set(tova_security* s, const char* path);
 
 /// Packs three access levels into permission bits: owner * 64 + group * 8 + others. Unknown levels give none.

@@ -1,5 +1,5 @@
-// A count under a mutex, and a condition to sleep on. Its own, not the system's: that one knows no upper bound, and one
-// of the two systems has no timed wait for it.
+// A count under a mutex, and a condition to sleep on. Not the system's semaphore, which has no upper bound, and on one
+// of the two systems no timed wait.
 #include "lumo/tova/semaphore.h"
 #include "lumo/tova/own/internal.h"
 
@@ -15,7 +15,7 @@ static void check(const tova_semaphore* s)
 void tova_semaphore_create(tova_semaphore* s, int32_t value, int32_t max)
 {
     tova_assert(s);
-    // Before the record is touched: a dump of the aborted process then shows what stood there.
+    // Checked before the record is changed, so that a dump of the aborted process shows what it held.
     tova_assert(value >= 0 && max > 0 && value <= max);
     memset(s, 0, sizeof *s);
     s->_value = value;
@@ -56,7 +56,7 @@ void tova_semaphore_wait(tova_semaphore* s)
     check(s);
     if (pthread_mutex_lock(&s->_mutex) != 0)
         tova_assert(false);
-    // Looked at again after each wake-up: another waiter may have been faster.
+    // Tested again after each wake-up: another waiter may have been faster.
     while (s->_value <= 0 && pthread_cond_wait(&s->_condition, &s->_mutex) == 0) {
     }
     // Also after a platform error: the caller goes on as if it had its count, so the count must say so.
@@ -67,7 +67,7 @@ void tova_semaphore_wait(tova_semaphore* s)
 int32_t tova_semaphore_wait_time(tova_semaphore* s, uint32_t wait_ms)
 {
     check(s);
-    // Taken before the lock: the time that others hold it counts as waiting.
+    // Computed before locking, so that waiting for the lock counts.
     const timespec deadline = tova::deadline_in(wait_ms);
     if (pthread_mutex_lock(&s->_mutex) != 0)
         tova_assert(false);
@@ -76,7 +76,7 @@ int32_t tova_semaphore_wait_time(tova_semaphore* s, uint32_t wait_ms)
         result = pthread_cond_timedwait(&s->_condition, &s->_mutex, &deadline);
     if (result != 0 && result != ETIMEDOUT)
         tova_assert(false);
-    // As with events the count decides: a set that came together with the time-out is taken.
+    // As with events the count decides: a set at the moment of the time-out is taken.
     const bool taken = s->_value > 0;
     if (taken)
         --s->_value;

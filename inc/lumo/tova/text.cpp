@@ -1,11 +1,11 @@
-// Bounded text. Whatever a caller's buffer is filled with goes through copy_bounded or the formatter, so there is one
-// rule for what happens when it is too small.
+// Bounded text. Every buffer of a caller is filled by copy_bounded or the formatter, so each case of a buffer that is
+// too small follows one of two rules.
 #include "lumo/tova/text.h"
 
 #include <cstdio>
 #include <cstring>
 
-// Copies `length` characters and terminates them; what does not fit is cut, terminated and then caught.
+// Copies `length` characters and terminates them. A text that does not fit is cut and terminated, and then aborts.
 template <class Char>
 static void copy_bounded(Char* dst, unsigned size, const Char* src, size_t length)
 {
@@ -32,7 +32,7 @@ void tova_strncpy(char* dst, unsigned size, const char* src, unsigned count)
 void tova_strcat(char* dst, unsigned size, const char* src)
 {
     const unsigned used = static_cast<unsigned>(strnlen(dst, size));
-    // Without a terminator in its size the destination is no text, and its end is unknown.
+    // Without a terminator within its size the destination holds no text to append to.
     if (used == size)
         tova_assert(false);
     tova_strcpy(dst + used, size - used, src);
@@ -50,7 +50,7 @@ void tova_strpath(char* dst, unsigned size, const char* directory, const char* n
 {
     if (directory != dst)
         tova_strcpy(dst, size, directory);
-    // Always a separator, even after a directory that ends in one; that is meant.
+    // Always a separator, even after a directory that ends in one; the header says why.
     tova_strcat(dst, size, "/");
     tova_strcat(dst, size, name);
 }
@@ -66,7 +66,7 @@ int32_t tova_strnicmp(const char* a, const char* b, unsigned count)
 {
     for (unsigned i = 0; i < count; ++i) {
         const int difference = lower(a[i]) - lower(b[i]);
-        // The texts may be shorter than the count; with no difference so far their ends fall together.
+        // Without a difference so far, the terminators of two texts shorter than the count are at the same place.
         if (difference != 0 || !a[i])
             return difference;
     }
@@ -91,10 +91,10 @@ int32_t tova_sprintf(char* dst, int32_t size, const char* format, ...)
     return length;
 }
 
-// Half a path or half a number reads like a whole one, so what does not fit is not delivered at all.
+// Half a path or half a number looks like a whole one, so a text that does not fit is not delivered at all.
 int32_t tova_vsprintf(char* dst, int32_t size, const char* format, va_list arguments)
 {
-    // Not even a terminator fits, so there is nothing to make empty.
+    // There is no room even for a terminator.
     if (size <= 0)
         return 0;
     const int length = vsnprintf(dst, static_cast<size_t>(size), format, arguments);

@@ -1,9 +1,9 @@
 /// Bounded text: copies that never overflow, formatting that never truncates, UTF-8 and wide text.
 ///
-/// Sizes count characters of the destination (wide characters for wide text), terminator included. Wide text is
-/// wchar_t of 32 bits, one code point each. A copy that does not fit is misuse and aborts with the assertion "false"
-/// after the destination was terminated; formatting that does not fit is a result. All memory is the caller's, and any
-/// thread may call; nothing here depends on the host's locale but the formatter's own conversions.
+/// Sizes count characters of the destination (wide characters for wide text), terminator included. Wide text is wchar_t
+/// of 32 bits, one code point each. A copy that does not fit is misuse and aborts with the assertion "false" after the
+/// destination was terminated; formatting that does not fit is a result. All memory is the caller's, and any thread may
+/// call; only the conversions of the formatter depend on the host's locale.
 #ifndef LUMO_TOVA_TEXT_H
 #define LUMO_TOVA_TEXT_H
 
@@ -26,7 +26,8 @@ TOVA_API void tova_wcscpy(wchar_t* dst, unsigned size, const wchar_t* src);
 
 /// Joins a directory and a name with "/" into `dst`, which may be `directory` itself.
 ///
-/// The separator is always put in, so "a/" and "b" give "a//b"; that is meant and the system takes it as one.
+/// Deliberate: the separator is always inserted, so "a/" and "b" give "a//b", because systems treat repeated separators
+/// as one and the length is known without reading the directory.
 TOVA_API void tova_strpath(char* dst, unsigned size, const char* directory, const char* name);
 
 /// Compares as strcmp does, letters A to Z counting as a to z whatever the locale.
@@ -52,7 +53,8 @@ TOVA_API int32_t tova_utf8_to_wide(wchar_t* dst, unsigned size, const char* src)
 
 /// Counts the code points of `src`, sequences that are no UTF-8 as one each, as the conversion does.
 ///
-/// Unlike the conversion it aborts when the last sequence runs past the end of the text; that is meant.
+/// Deliberate: unlike the conversion it aborts when the last sequence runs past the end of the text, so that a text in
+/// pieces is not counted wrongly.
 TOVA_API uint32_t tova_utf8_to_wide_length(const char* src);
 
 /// Converts wide text to UTF-8 and returns the bytes written, terminator included.

@@ -17,7 +17,8 @@ static void check(const tova_thread* t)
     tova_assert(t->_version == tova_version);
 }
 
-// Raised under a lock and read without it: two records made at once may get one number, which is meant.
+// Incremented under a lock and read without it. Deliberate: two records made at once may get one number, which is for
+// display only and not worth a lock.
 static uint32_t threads_created;
 
 void tova_thread_create(tova_thread* t)
@@ -31,7 +32,7 @@ void tova_thread_create(tova_thread* t)
 
 namespace {
 
-// Counts a thread off however its target ends, by pthread_exit too.
+// Decrements the count however the target ends, by pthread_exit too.
 struct living_thread
 {
     ~living_thread() { tova::living_threads.fetch_sub(1); }
@@ -39,7 +40,7 @@ struct living_thread
 
 } // namespace
 
-// The platform's start routine. It owns its copy of the record: the caller's may be detached and gone by now.
+// The platform's start routine. It owns a copy of the record, because the caller's may be detached and gone by now.
 static void* tova_thread_entry(void* argument)
 {
     const living_thread counted;
@@ -50,7 +51,7 @@ static void* tova_thread_entry(void* argument)
     return nullptr;
 }
 
-// A refusal by the system is no failure: the priority is a wish.
+// The priority is only a request: a refusal by the system is no failure.
 static void tova_thread_unix_set_priority(tova_thread* t)
 {
     const int lowest = sched_get_priority_min(SCHED_OTHER);
@@ -66,7 +67,7 @@ static void tova_thread_unix_set_priority(tova_thread* t)
 // Creates the platform thread; false when there is no memory or no thread left.
 static bool launch(tova_thread* t)
 {
-    // Without an exception: too little memory is a thread that could not be started.
+    // Without an exception: too little memory means that the thread could not be started.
     std::unique_ptr<tova_thread> copy(new (std::nothrow) tova_thread(*t));
     if (!copy)
         return false;
@@ -82,7 +83,7 @@ static bool launch(tova_thread* t)
 
 int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argument)
 {
-    // The stamp is not looked at: a zeroed record starts as well as a created one, and always did.
+    // Deliberate: the stamp is not checked, because hosts start zeroed records as well as created ones.
     tova_assert(t);
     if (t->_target)
         tova_assert(false);
@@ -92,7 +93,7 @@ int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argum
         t->_target = nullptr;
         return 0;
     }
-    // Only now: what does not run yet has no handle to set a priority on.
+    // Only now: a thread that does not run yet has no handle to set the priority of.
     if (t->_priority != 0)
         tova_thread_unix_set_priority(t);
     return 1;
@@ -103,10 +104,10 @@ void tova_thread_join(tova_thread* t)
     check(t);
     if (!t->_target)
         return;
-    // It fails for a thread that joins itself and for one that was joined behind the record's back.
+    // It fails when a thread joins itself, and when the thread was joined already without this record.
     if (pthread_join(t->_handle, nullptr) != 0)
         tova_assert(false);
-    // The handle stays as it is; the empty target alone says that nothing runs.
+    // The handle is kept; the null target alone says that nothing runs.
     t->_target = nullptr;
 }
 
@@ -116,7 +117,7 @@ void tova_thread_detach(tova_thread* t)
     if (!t->_target)
         return;
     pthread_detach(t->_handle);
-    // The handle goes too, unlike after a join: the system may give its value to another thread at any time now.
+    // The handle is cleared too, unlike after a join: the system may give its value to another thread at any time now.
     t->_target = nullptr;
     memset(&t->_handle, 0, sizeof t->_handle);
 }
@@ -164,8 +165,8 @@ int32_t tova_process_id(void)
     return static_cast<int32_t>(getpid());
 }
 
-// Increments and decrements hold different mutexes, and that is meant; the addition is atomic, so that none is lost
-// when the two meet.
+// Deliberate: increments and decrements hold different mutexes, because each only orders calls of its own kind. The
+// addition is atomic, so none is lost when the two meet.
 void tova_safe_increment(uint32_t* counter)
 {
     tova_mutex_lock(&g_increment_mutex);
@@ -182,7 +183,7 @@ void tova_safe_decrement(uint32_t* counter)
 
 void tova_sleep(uint32_t sleep_ms)
 {
-    // A select of nothing: it waits, and unlike a sleep with a remainder it does not resume after a signal.
+    // select() without descriptors only waits, and is not resumed after a signal.
     timeval time{};
     time.tv_sec = static_cast<time_t>(sleep_ms / 1000);
     time.tv_usec = static_cast<suseconds_t>(sleep_ms % 1000 * 1000);

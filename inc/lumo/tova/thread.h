@@ -1,7 +1,7 @@
 /// Threads, counters that several threads may change, and who is running.
 ///
 /// A thread record belongs to its caller and must not be started or joined by two threads at once. The thread has a
-/// copy of what it needs: the record may go as soon as it was detached. Null records abort.
+/// copy of what it needs: the record may be freed as soon as it was detached. Null records abort.
 #ifndef LUMO_TOVA_THREAD_H
 #define LUMO_TOVA_THREAD_H
 
@@ -10,7 +10,7 @@
 
 TOVA_C_BEGIN
 
-/// What a thread runs. It has no result of its own: one that is needed travels through the argument.
+/// What a thread runs. It returns nothing; a result is passed through the argument.
 typedef void (*tova_thread_target)(void* argument);
 
 /// A thread; the members are the layer's own.
@@ -39,10 +39,12 @@ TOVA_API int32_t tova_thread_start(tova_thread* t, tova_thread_target target, vo
 /// Waits until the thread ends; returns at once when none was started. The record may be started again.
 TOVA_API void tova_thread_join(tova_thread* t);
 
-/// Lets the thread run on by itself; its means are released when it ends. The record may be started again, or go.
+/// Lets the thread run on by itself; its resources are released when it ends. The record may be started again, or be
+/// freed.
 TOVA_API void tova_thread_detach(tova_thread* t);
 
-/// The same as tova_thread_detach. Unlike every other record this one keeps its stamp; that is meant.
+/// The same as tova_thread_detach. Deliberate: unlike every other record this one keeps its stamp, because hosts start
+/// records again after destroying them.
 TOVA_API void tova_thread_destroy(tova_thread* t);
 
 /// The record's sequence number; not what tova_thread_id gives.
@@ -57,7 +59,7 @@ TOVA_API void tova_thread_priority_set(tova_thread* t, int32_t priority);
 /// The priority last set; 0 after create.
 TOVA_API int32_t tova_thread_priority_get(tova_thread* t);
 
-/// Gives up the processor once, to whoever else wants it.
+/// Gives up the processor once, to any other thread that is ready.
 TOVA_API void tova_thread_yield(void);
 
 /// The system's number of the calling thread.

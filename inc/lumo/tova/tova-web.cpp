@@ -40,13 +40,13 @@ void tova_http_shutdown(void)
     curl_global_cleanup();
 }
 
-// The text options in the order of their numbers.
+// The text options, indexed by their numbers.
 static tova_string tova_http::*const string_options[] = {
     &tova_http::_url,         &tova_http::_user_agent,     &tova_http::_unused,
     &tova_http::_cookie_file, &tova_http::_proxy,          &tova_http::_proxy_second,
     &tova_http::_proxy_user,  &tova_http::_proxy_password, &tova_http::_path,
 };
-// Option numbers are part of the interface, holes in them included: a null keeps a number that is no plain flag.
+// Option numbers are part of the interface, gaps included: a null stands for a number that is no plain flag.
 static int32_t tova_http::*const number_options[] = {&tova_http::_connect_timeout, &tova_http::_timeout};
 static int32_t tova_http::*const bool_options[] = {
     &tova_http::_verbose,  &tova_http::_follow_redirects, &tova_http::_use_cookies, nullptr, nullptr,
@@ -69,7 +69,7 @@ void tova_http_init(tova_http* h)
         tova_string_init(&(h->*text));
     tova_string_set(&h->_cookie_file, "-");
     tova_string_set(&h->_user_agent, "tova-1.2");
-    // What a host may rely on without setting it. Every request ends by itself: its thread waits for it.
+    // The defaults. Both time-outs are set, so that every request ends by itself: the calling thread waits for it.
     h->_follow_redirects = 1;
     h->_connect_timeout = 60;
     h->_timeout = 30;
@@ -79,7 +79,8 @@ int32_t tova_http_option_string_set(tova_http* h, int32_t option, const char* te
 {
     check(h);
     if (auto member = option_member(string_options, option)) {
-        // By way of a new string: `text` may be the old one's own, and the old one may be a password.
+        // Copied to a new string first: `text` may point into the old one, and the old one may be a password, to be
+        // wiped.
         tova_string fresh;
         tova_string_init(&fresh);
         tova_string_set(&fresh, text);
@@ -101,7 +102,8 @@ int32_t tova_http_option_number_set(tova_http* h, int32_t option, int32_t value)
     return member != nullptr;
 }
 
-// Room for two proxies. Finding some to put there is the host's part, so the answer is never a 1; that is meant.
+// Empties both proxies. Deliberate: it never returns 1, because a 1 would say that proxies were found, and only the
+// host can set some.
 static int32_t reset_proxies(tova_http* h)
 {
     if (tova_string_length(&h->_url) == 0)
@@ -122,7 +124,7 @@ int32_t tova_http_option_bool_set(tova_http* h, int32_t option, int32_t value)
     auto member = option_member(bool_options, option);
     if (!member)
         return 0;
-    // Who disabled the request has taken it over; what the taker left in the handle and texts must not be sent.
+    // While disabled, the host may have used the handle and texts for its own; what they hold must not be sent.
     if (option == tova_http_disabled && h->_disabled && !value)
         tova_http_close(h);
     h->*member = value;
@@ -150,7 +152,7 @@ int32_t tova_http_option_bool_get(const tova_http* h, int32_t option)
     return member ? h->*member : 0;
 }
 
-// Only a pointer: bodies are large, and their owner has them until the request ends in any case.
+// Only the pointer is kept: bodies are large, and their owner keeps them until the request ends in any case.
 void tova_http_data_set(tova_http* h, const void* data, uint32_t size)
 {
     check(h);
@@ -169,8 +171,7 @@ void tova_http_close(tova_http* h)
         tova_string_clear(&(h->*text));
 }
 
-// libcurl's callbacks. Body and header take what they are given, whatever the caller does with it: the one way to stop
-// a transfer is the progress callback.
+// libcurl's callbacks. Those for body and header always report success: only the progress callback can stop a transfer.
 static size_t body_adapter(char* bytes, size_t size, size_t count, void* user)
 {
     auto* r = static_cast<tova_http_response*>(user);
@@ -194,7 +195,7 @@ static int progress_adapter(void* user, double expected, double received, double
 {
     auto* r = static_cast<tova_http_response*>(user);
     tova_assert(r);
-    // 0 says "not known yet", which must not overwrite what was.
+    // 0 means "not known yet" and must not overwrite an earlier value.
     if (expected != 0)
         r->_expected = static_cast<uint64_t>(expected);
     return r->_progress(r->_user, static_cast<uint64_t>(expected), static_cast<uint64_t>(received)) == 0;
@@ -207,14 +208,14 @@ static void set_proxy(tova_http* h)
     // configured by its record alone.
     curl_easy_setopt(curl, CURLOPT_PROXY, tova_string_get(&h->_proxy));
     curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
-    // Whatever the proxy asks for; libcurl takes the strongest that both know.
+    // Any method that the proxy asks for; libcurl takes the strongest that both know.
     if (tova_string_length(&h->_proxy))
         curl_easy_setopt(curl, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_ANY));
 }
 
 static void set_proxy_login(tova_http* h)
 {
-    // An empty login would be sent as one; none at all is null.
+    // Null sends no login; an empty text would be sent as an empty login.
     if (!tova_string_length(&h->_proxy_user)) {
         curl_easy_setopt(h->_curl, CURLOPT_PROXYUSERPWD, nullptr);
         return;
@@ -227,8 +228,8 @@ static void set_proxy_login(tova_http* h)
     }
 }
 
-// What keeps a request an HTTP one, and one that ends, whatever the server answers. What it shares with the web client
-// stands in curl_safeguards.h.
+// Keeps a request within HTTP, and finite, whatever the server answers. What it shares with the web client stands in
+// curl_safeguards.h.
 static void set_safeguards(CURL* curl)
 {
     tova::set_safeguards([curl](CURLoption option, auto value) { curl_easy_setopt(curl, option, value); });
@@ -279,7 +280,7 @@ static void set_callbacks(tova_http* h, tova_http_response* r)
         curl_easy_setopt(curl, CURLOPT_PROGRESSFUNCTION, progress_adapter);
         curl_easy_setopt(curl, CURLOPT_PROGRESSDATA, r);
     }
-    // It also keeps an earlier response's function, which the handle still knows, from being called.
+    // This also prevents a call of the function of an earlier response, which the handle still has.
     curl_easy_setopt(curl, CURLOPT_NOPROGRESS, r->_progress ? 0L : 1L);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, body_adapter);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, r);
@@ -291,7 +292,7 @@ static void set_callbacks(tova_http* h, tova_http_response* r)
 static void set_method(tova_http* h)
 {
     CURL* curl = h->_curl;
-    // One off before the other on: the handle remembers the method of the request before.
+    // One is switched off before the other on: the handle remembers the method of the last request.
     if (h->_method != tova_http_post) {
         curl_easy_setopt(curl, CURLOPT_POST, 0L);
         curl_easy_setopt(curl, CURLOPT_HTTPGET, 1L);
@@ -310,7 +311,8 @@ static void set_url(tova_http* h)
     const char* url = tova_string_get(&h->_url);
     char replaced[256];
     if (tova_string_length(&h->_path)) {
-        // The scheme is left out, so that libcurl takes http; that is meant.
+        // Deliberate: the scheme is left out, so that libcurl takes http, as hosts that set a path have always been
+        // sent.
         tova_uri uri;
         tova_uri_parse(&uri, url);
         // What does not fit aborts: an address that was cut short would be another server's.
@@ -329,10 +331,10 @@ static void log_failure(const char* call, CURLcode code)
 static void perform(tova_http* h, tova_http_response* r)
 {
     CURLcode code = curl_easy_perform(h->_curl);
-    // The response may be gone when the handle closes its connections, and libcurl may still have words then.
+    // libcurl may write an error when the handle closes its connections, and the response may be gone by then.
     curl_easy_setopt(h->_curl, CURLOPT_ERRORBUFFER, nullptr);
     if (code != CURLE_OK) {
-        // Told apart from a failure, because the caller's own callback asked for it.
+        // No failure, because the caller's own callback asked for it.
         r->cancelled = code == CURLE_ABORTED_BY_CALLBACK;
         log_failure("curl_easy_perform", code);
         r->status = -1;
@@ -350,7 +352,7 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
     check(h);
     check(r);
     h->_method = method;
-    // The callbacks and the capacity stay; what came of the last request goes.
+    // Callbacks and capacity are kept; the results of the last request are cleared.
     r->_error[0] = 0;
     r->status = 0;
     r->_expected = 0;
@@ -368,10 +370,10 @@ int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
     set_method(h);
     set_url(h);
     perform(h, r);
-    // Only a callback can have set it by now: it took the request over.
+    // Only a callback can have set it since the check above: it has taken the request over.
     if (h->_disabled)
         return 1;
-    // Up to 302: a redirect that was not to be followed is an answer all the same; that is meant.
+    // Deliberate: up to 302, because a redirect that was not to be followed is an answer too, and hosts rely on it.
     return !r->cancelled && r->status >= 200 && r->status <= 302;
 }
 

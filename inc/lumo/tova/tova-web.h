@@ -2,7 +2,7 @@
 ///
 /// The caller owns the request and response records and uses both from one thread during a request; callbacks run on
 /// that thread. A failed transfer is a result, one line through tova_log (level 2) and a text in the response; null or
-/// unstamped records abort. The library's own uploads do not go this way: they have a client of their own.
+/// unstamped records abort. The library's uploads use a client of their own instead.
 #ifndef LUMO_TOVA_TOVA_WEB_H
 #define LUMO_TOVA_TOVA_WEB_H
 
@@ -11,18 +11,18 @@
 
 TOVA_C_BEGIN
 
-/// Text options of a request, set with tova_http_option_string_set. Empty at first where nothing else is said.
+/// Text options of a request, set with tova_http_option_string_set. Empty by default unless stated otherwise.
 enum
 {
     /// Where the request goes: http or https, and http where no scheme is named.
     tova_http_url = 0,
-    /// What the request says of its sender: "tova-1.2" at first. Empty, the header is left out.
+    /// The User-Agent header: "tova-1.2" by default. When empty, the header is left out.
     tova_http_user_agent = 1,
     /// Kept, not used.
     tova_http_unused = 2,
-    /// A file to read cookies from; "-", as it is at first, reads none.
+    /// A file to read cookies from; "-", the default, reads none.
     tova_http_cookie_file = 3,
-    /// A proxy as libcurl takes it, "host:port" for one. Empty there is none, whatever the environment says.
+    /// A proxy in libcurl's form, "host:port" for example. When empty no proxy is used, whatever the environment says.
     tova_http_proxy = 4,
     /// Kept, not used.
     tova_http_proxy_second = 5,
@@ -36,12 +36,12 @@ enum
     tova_http_path = 8
 };
 
-/// Number options of a request, in seconds; 0 means no limit of ours.
+/// Number options of a request, in seconds; 0 sets no limit.
 enum
 {
-    /// Until the connection stands, name look-up included: 60 at first.
+    /// Until the connection is made, name look-up included: 60 by default.
     tova_http_connect_timeout = 0,
-    /// For the whole transfer, connecting included: 30 at first.
+    /// For the whole transfer, connecting included: 30 by default.
     tova_http_timeout = 1
 };
 
@@ -50,12 +50,13 @@ enum
 {
     /// libcurl reports each step on standard error, headers included; logins are among them.
     tova_http_verbose = 0,
-    /// Follows up to 50 redirects, to http and https only: 1 at first. A post stays one after 301 and 302; after 303,
+    /// Follows up to 50 redirects, to http and https only: 1 by default. A post stays one after 301 and 302; after 303,
     /// which says that the data was taken, it goes on as a GET.
     tova_http_follow_redirects = 1,
     /// Reads the cookie file with each request. Cookies that servers set are kept until tova_http_close in any case.
     tova_http_use_cookies = 2,
-    /// Empties both proxies when there is a URL. Setting it answers 0 all the same; that is meant.
+    /// Empties both proxies when there is a URL. Deliberate: setting it returns 0 all the same, because a 1 would say
+    /// that proxies were found.
     tova_http_reset_proxies = 4,
     /// While set, requests return 0 unsent. Clearing it releases the handle and all texts, as tova_http_close does.
     tova_http_disabled = 5
@@ -99,11 +100,12 @@ typedef struct tova_http
 
 struct tova_http_response;
 
-/// Hears a block of the body, or one header line with its line end. The bytes are valid during the call only.
+/// Receives a block of the body, or one header line with its line end. The bytes are valid during the call only.
 typedef void (*tova_http_data_callback)(void* user, const void* bytes, uint32_t count,
                                         struct tova_http_response* response);
 
-/// Hears how the download goes, in bytes; `expected` is 0 while unknown. Returns non-zero to continue, 0 to stop.
+/// Receives the progress of the download, in bytes; `expected` is 0 while unknown. Returns non-zero to continue, 0 to
+/// stop.
 ///
 /// Called again and again, about once a second while nothing arrives. This is the only way to stop a request early.
 typedef int32_t (*tova_http_progress_callback)(void* user, uint64_t expected, uint64_t received);
@@ -112,7 +114,7 @@ typedef int32_t (*tova_http_progress_callback)(void* user, uint64_t expected, ui
 typedef struct tova_http_response
 {
     int32_t _version;
-    /// libcurl's words after a failure, empty after a success.
+    /// libcurl's error text after a failure, empty after a success.
     char _error[256];
     /// HTTP status of the last answer, -1 when the transfer failed, 0 when there was none.
     int32_t status;
@@ -180,14 +182,15 @@ TOVA_API void tova_http_data_set(tova_http* h, const void* data, uint32_t size);
 
 /// Makes one transfer and waits for its end: 1 when the status is 200 to 302, else 0.
 ///
-/// So a redirect that was not followed counts as success, unless it is 303 or more; that is meant. A callback that sets
-/// tova_http_disabled takes the request over: the answer is then 1, whatever came of the transfer.
+/// Deliberate: a redirect that was not followed counts as success, unless it is 303 or more, because a host that does
+/// not follow wants to see it. A callback that sets tova_http_disabled takes the request over: the answer is then 1,
+/// whatever came of the transfer.
 TOVA_API int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method);
 
 /// Gets the URL into a file: 1 when the request succeeded and the whole body is in the file, else 0.
 ///
 /// There is no response to look at: a log line tells why a transfer failed. The file appears whole or not at all: the
-/// body goes to a new neighbour that takes the name at the end.
+/// body is written to a temporary file beside it, which is renamed at the end.
 TOVA_API int32_t tova_http_to_file(tova_http* h, const char* path);
 
 /// Releases the handle and the text options, the URL and user agent too: connections end, cookies go. The record stays
@@ -200,7 +203,7 @@ TOVA_API void tova_http_response_create(tova_http_response* r);
 /// Clears the stamp; a second destroy does nothing.
 TOVA_API void tova_http_response_destroy(tova_http_response* r);
 
-/// Sets who hears of the transfer; any callback may be null. `user` is handed to each.
+/// Sets the callbacks of the transfer; any may be null. `user` is passed to each.
 TOVA_API void tova_http_response_callback_set(tova_http_response* r, void* user, tova_http_data_callback body,
                                               tova_http_data_callback header, tova_http_progress_callback progress);
 
@@ -219,7 +222,7 @@ typedef struct tova_proxy
     char bypass[1024];
 } tova_proxy;
 
-/// Looks up the proxies for `url`: always 0, none found, with both lists empty. Proxies are the host's to set. Any
+/// Looks up the proxies for `url`: always 0, none found, with both lists empty. Setting proxies is up to the host. Any
 /// thread, as with the two functions below.
 TOVA_API int32_t tova_proxy_get_for_url(const char* url, tova_proxy* proxy);
 
@@ -249,13 +252,15 @@ typedef struct tova_uri
 
 /// Splits `text` into its parts; nothing is decoded, nothing is refused.
 ///
-/// Whatever stands before the first ":" is the scheme, so "host:80/x" has the scheme "host"; that is meant.
+/// Deliberate: whatever precedes the first ":" is the scheme, so "host:80/x" has the scheme "host". Nothing is
+/// validated, and callers that accept addresses without a scheme look for one themselves.
 TOVA_API void tova_uri_parse(tova_uri* uri, const char* text);
 
 /// Replaces "%" and two hexadecimal digits by the byte they give and returns the bytes written, terminator not counted.
 ///
-/// Reads up to the terminator of `text` or `length` characters and writes at most `size` - 1 and a terminator. What is
-/// no digit counts 0, and ":" to "?" count 10 to 15; that is meant. A "%" without two characters after it is dropped.
+/// Reads up to the terminator of `text` or `length` characters and writes at most `size` - 1 and a terminator.
+/// Deliberate: an invalid digit counts as 0 and ":" to "?" as 10 to 15, because a decoder for display need not
+/// validate, and hosts saw these results since the first version. A "%" without two characters after it is dropped.
 TOVA_API int32_t tova_uri_decode(char* out, unsigned size, const char* text, unsigned length);
 
 TOVA_C_END

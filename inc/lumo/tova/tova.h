@@ -1,4 +1,4 @@
-/// The portability layer whole, but for the web: C99 and C++.
+/// The whole portability layer except for the web: C99 and C++.
 ///
 /// Each header below can be included by itself and says what its part is for. tova-web.h stays out, because it is for
 /// the few hosts that make requests of their own.

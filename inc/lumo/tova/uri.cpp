@@ -1,9 +1,10 @@
-// URIs, the other half of tova-web: no transfer library is needed here.
+// URIs, the part of tova-web that needs no libcurl.
 #include "lumo/tova/tova-web.h"
 
 #include <cstring>
 
-// This system keeps no proxy settings in one place; the lists are emptied so that nobody takes old memory for some.
+// There is no one place for the system's proxy settings; the lists are emptied so that no caller takes old memory for
+// them.
 int32_t tova_proxy_get_for_url(const char*, tova_proxy* proxy)
 {
     if (proxy)
@@ -19,7 +20,7 @@ static tova_uri_part part(const char* begin, const char* end)
 // user:password@host:port
 static void parse_authority(tova_uri* uri, const char* begin, const char* end)
 {
-    // The last "@" counts, as it does for whoever opens the connection.
+    // The last "@" counts, as it does in libcurl.
     const char* at = end;
     while (at > begin && *at != '@')
         --at;
@@ -39,7 +40,7 @@ void tova_uri_parse(tova_uri* uri, const char* text)
     memset(uri, 0, sizeof *uri);
     if (!text)
         return;
-    // Nothing is checked: what is no URI gives parts that make no sense, and whoever uses them finds out.
+    // Nothing is validated: a text that is no URI gives meaningless parts.
     if (const char* colon = strchr(text, ':')) {
         uri->scheme = part(text, colon);
         text = colon + 1;
@@ -51,12 +52,13 @@ void tova_uri_parse(tova_uri* uri, const char* text)
         parse_authority(uri, text, end);
         text = end;
     }
-    // Query and fragment stay on it: who needs them apart looks for their signs.
+    // Query and fragment are left in the path.
     if (*text)
         uri->path = part(text, text + strlen(text));
 }
 
-// A digit's value. The characters between "9" and "A" count on from 9, and what is no digit counts 0; that is meant.
+// The value of a digit. The characters between "9" and "A" continue from 9, and anything else that is no digit is 0;
+// tova-web.h says why.
 static unsigned digit_value(char c)
 {
     const unsigned from_zero = static_cast<unsigned char>(c) - static_cast<unsigned>('0');

@@ -13,7 +13,7 @@
 namespace tova {
 
 /// For CURLOPT_OPENSOCKETFUNCTION: a program that the host starts must not inherit a connection, nor one that it starts
-/// on another thread at this very moment. The failure of socket() is libcurl's to tell.
+/// on another thread at this very moment. libcurl reports a failure of socket().
 inline curl_socket_t open_connection(void*, curlsocktype, curl_sockaddr* address)
 {
     return platform::open_socket(address->family, address->socktype, address->protocol);

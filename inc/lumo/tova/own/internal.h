@@ -7,8 +7,9 @@
 #include <ctime>
 #include <sys/time.h>
 
-/// On an object of the library at namespace scope: made before those of the host, which in a statically linked program
-/// come in any order otherwise and may open sessions. Where the system's format knows no order (Darwin), nothing.
+/// On an object of the library at namespace scope: constructed before those of the host, whose constructors may open
+/// sessions. In a statically linked program the order would otherwise be arbitrary. Expands to nothing where the object
+/// format has no such order (Darwin).
 #if __has_attribute(init_priority)
 #define TOVA_BEFORE_THE_HOST __attribute__((init_priority(101)))
 #else
@@ -55,7 +56,7 @@ inline timespec deadline_in(uint32_t wait_ms)
 
 /// Ticks per second of a clock whose tick lasts numerator / denominator nanoseconds.
 ///
-/// The product wraps at 2^32, and that is meant: callers measure with the clock as it has always been scaled.
+/// Deliberate: the product wraps at 2^32, because hosts divide by tova_time_resolution() and its values must stay.
 constexpr uint32_t ticks_per_second(uint32_t numerator, uint32_t denominator)
 {
     return denominator * 1'000'000'000u / numerator;
@@ -71,7 +72,7 @@ constexpr int32_t platform_priority(int32_t priority, int32_t lowest, int32_t hi
     return static_cast<int32_t>(((2 - p) * lowest + (p + 2) * highest) / 4);
 }
 
-/// What gmtime_r gives, without a lock; false for a moment in a year of more than about 32,000 of them.
+/// The same as gmtime_r, without a lock; false for a moment more than 32,000 years from 1970.
 bool time_utc_from(time_t moment, tm* utc);
 
 /// Minutes that local time is east of Greenwich now, whatever the zone's name, for which tova_time has 32 characters.

@@ -1,17 +1,16 @@
-// UTF-8 by windows of 32 bytes, for processors that can close the gaps between chosen values themselves (AVX-512
-// VBMI2).
+// UTF-8 decoded in windows of 32 bytes, for processors that can pack chosen values together (AVX-512 VBMI2, compress).
 //
-// For tova's own use. A value is computed for each byte as if a sequence began there, and those where none does are
-// squeezed out. That costs the same for every mix of sequences; who goes from one to the next pays for each turn that
-// the processor did not foresee. Nothing is read or written beyond what the caller gives. Builds with sanitizers leave
-// the windows out, so that the other way of decoding is tested wherever this one is.
+// For tova's own use. A value is computed for each byte as if a sequence began there, and the values of bytes where
+// none begins are removed. That costs the same for every mix of sequences, while a decoder that goes from one sequence
+// to the next pays for each branch that the processor mispredicts. Nothing is read or written beyond what the caller
+// gives. Builds with sanitizers leave the windows out, so that the other decoder is tested with sanitizers too.
 #pragma once
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(ANALYTICS_SANITIZED)
 #define TOVA_UTF8_WINDOW 1
 
 #if !defined(__clang__)
-// GCC 12's own header makes registers of undefined content on purpose and is then warned of them.
+// GCC 12 warns of registers that its own header leaves undefined on purpose.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
@@ -51,10 +50,13 @@ TOVA_FOR_VBMI2 inline __m256i all(int byte)
     return _mm256_set1_epi8(static_cast<char>(byte));
 }
 
-// Each byte's value as if a sequence began there: its own bits and, if it leads so many, six of each that follows.
+// Each byte's value as if a sequence began there: its own payload bits and, by the length that it announces, six of
+// each following byte. The letter a and the euro sign are 61 E2 82 AC: byte 0 gives 0x61; byte 1 announces three, (E2 -
+// C0) << 12 | 02 << 6 | 2C, in 16 bits 0x20AC; the values at bytes 2 and 3 are meaningless and removed later.
 TOVA_FOR_VBMI2 inline __m512i values_of(__m256i first, __m256i second, __m256i third, __mmask32 two, __mmask32 three)
 {
-    // What a byte that leads three has left of its mark falls off at the upper end.
+    // Of the mark 111 of a lead byte of three, subtracting C0 leaves one bit; the two shifts move it out of the 16
+    // bits.
     const __m512i own = _mm512_cvtepu8_epi16(_mm256_mask_sub_epi8(first, two, first, all(0xC0)));
     const __m512i next = _mm512_cvtepu8_epi16(_mm256_and_si256(second, all(0x3F)));
     const __m512i last = _mm512_cvtepu8_epi16(_mm256_and_si256(third, all(0x3F)));
@@ -72,15 +74,15 @@ TOVA_FOR_VBMI2 inline window decode_window(const void* at, std::size_t left, uns
     const __m256i second = _mm256_maskz_loadu_epi8(static_cast<__mmask32>(there >> 1), text + 1);
     const __m256i third = _mm256_maskz_loadu_epi8(static_cast<__mmask32>(there >> 2), text + 2);
 
-    const __mmask32 two = _mm256_cmpge_epu8_mask(first, all(0xC0)); // or more
+    const __mmask32 two = _mm256_cmpge_epu8_mask(first, all(0xC0)); // two or more
     const __mmask32 three = _mm256_cmpge_epu8_mask(first, all(0xE0));
-    // Signed, the continuations are the least of all bytes.
+    // As signed numbers, the continuation bytes (80 to BF) are the smallest.
     const __mmask32 continuing = _mm256_cmplt_epi8_mask(first, all(0xC0));
     const __mmask32 behind = _mm256_cmplt_epi8_mask(third, all(0xC0)) >> 30;
     const std::uint64_t expected = std::uint64_t{two} << 1 | std::uint64_t{three} << 2 | carry;
 
-    // What begins no sequence of ours: C0 and C1 (always too long a form), E0 or ED before the wrong half of the
-    // continuations (too long a form, surrogates), and everything from F0 up.
+    // Lead bytes that this way does not decode: C0 and C1 (always overlong), E0 or ED before the wrong half of the
+    // continuation bytes (overlong, or surrogates), and everything from F0 up (four bytes, or never valid).
     const __mmask32 odd = _mm256_mask_cmplt_epu8_mask(two, first, all(0xC2)) |
                           _mm256_mask_cmplt_epu8_mask(_mm256_cmpeq_epu8_mask(first, all(0xE0)), second, all(0xA0)) |
                           _mm256_mask_cmpge_epu8_mask(_mm256_cmpeq_epu8_mask(first, all(0xED)), second, all(0xA0)) |

@@ -22,7 +22,7 @@ inline bool join(char* buffer, size_t size, const char* first, const char* secon
     return false;
 }
 
-/// HOME, or where the user database says: a host started by the system itself may lack the variable.
+/// HOME, else the entry in the user database: a host that the system itself started may lack the variable.
 inline bool home_directory(char* buffer, size_t size)
 {
     if (const char* home = getenv("HOME"); home && *home) // NOLINT(concurrency-mt-unsafe): read, never set

@@ -4,8 +4,7 @@
 
 namespace tova::platform {
 
-// Ticks are the processor's own, and how long one lasts differs between machines: 1 ns with one maker, 125/3 ns with
-// another.
+// Ticks are the processor's own. How long one lasts differs between machines: 1 ns on x86-64, 125/3 ns on ARM64.
 time_base clock_time_base()
 {
     mach_timebase_info_data_t base{};
@@ -13,7 +12,7 @@ time_base clock_time_base()
     return {base.numer, base.denom};
 }
 
-// It stands still while the machine sleeps, which durations of work should not count anyway.
+// It stops while the machine sleeps, which durations of work should not include anyway.
 uint64_t clock_ticks()
 {
     return mach_absolute_time();

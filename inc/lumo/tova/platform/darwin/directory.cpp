@@ -8,7 +8,7 @@
 #if __has_include(<sysdir.h>)
 #include <sysdir.h>
 #else
-// As the system documents it, for compilers that come without the header.
+// Declared as the system documents it, for cross compilers that come without the header.
 extern "C" {
 typedef unsigned sysdir_search_path_enumeration_state;
 enum sysdir_search_path_directory_t
@@ -31,7 +31,7 @@ namespace tova::platform {
 
 namespace {
 
-// The first search path of the user's own; it comes with a "~" to be expanded.
+// The user's first search path, which begins with a "~" to expand.
 bool search_path(sysdir_search_path_directory_t directory, char* buffer, size_t size)
 {
     char path[PATH_MAX];
@@ -45,7 +45,7 @@ bool search_path(sysdir_search_path_directory_t directory, char* buffer, size_t 
     return home_directory(home, sizeof home) && join(buffer, size, home, path + 1);
 }
 
-// Cuts `path` at its last "/" when the part before ends in `ending`, or whatever it is when that is empty.
+// Cuts `path` at its last "/" when the part before ends in `ending`; an empty `ending` fits any.
 bool cut_last(char* path, const char* ending)
 {
     char* slash = strrchr(path, '/');
@@ -60,7 +60,7 @@ bool cut_last(char* path, const char* ending)
 
 bool temporary_directory(char* buffer, size_t size)
 {
-    // The user's own temporary folder, which others cannot look into; /tmp only when it cannot be told.
+    // The user's own temporary folder, which others cannot read; /tmp only when there is none.
     const size_t length = confstr(_CS_DARWIN_USER_TEMP_DIR, buffer, size);
     if (length > 0 && length <= size)
         return true;
@@ -73,7 +73,7 @@ bool process_directory(char* buffer, size_t size)
     char given[PATH_MAX];
     char path[PATH_MAX];
     uint32_t length = sizeof given;
-    // As it was started, perhaps through links, so the real path is asked for before the end is cut.
+    // The path by which it was started, perhaps through links, so it is resolved before its end is cut.
     if (_NSGetExecutablePath(given, &length) != 0 || !realpath(given, path) || !cut_last(path, ""))
         return false;
     char bundle[PATH_MAX];

@@ -6,7 +6,7 @@
 
 namespace tova::platform {
 
-// This system has no flag for it: a program that starts between the two calls inherits the socket.
+// This system's socket() has no flag for it: a program that starts between the two calls inherits the socket.
 int open_socket(int family, int type, int protocol)
 {
     const int made = socket(family, type, protocol);

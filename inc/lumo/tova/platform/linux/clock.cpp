@@ -13,7 +13,7 @@ time_base clock_time_base()
 uint64_t clock_ticks()
 {
     timespec now;
-    // It goes on while somebody sets the date, and it cannot fail: every Linux has it.
+    // It does not follow changes of the date, and cannot fail: every Linux has it.
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<uint64_t>(now.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(now.tv_nsec);
 }

@@ -36,7 +36,7 @@ bool documents_from_line(const char* line, char* buffer, size_t size)
         return false;
     line += sizeof key - 1;
     const bool in_home = strncmp(line, "$HOME/", 6) == 0;
-    // The slash behind $HOME stays on the path, so what follows is joined as it stands.
+    // The slash behind $HOME stays part of the path, so the rest is appended unchanged.
     char path[PATH_MAX];
     size_t length = 0;
     for (line += in_home ? 5 : 0; *line && *line != '"' && length < sizeof path - 1; ++line) {
@@ -54,7 +54,7 @@ bool documents_from_user_dirs(char* buffer, size_t size)
 {
     char folder[PATH_MAX];
     char path[PATH_MAX];
-    // Where the desktop keeps the names of folders, which differ with the user's language.
+    // The file in which the desktop keeps the names of folders, which depend on the user's language.
     if (!from_variable("XDG_CONFIG_HOME", folder, sizeof folder) && !below_home("/.config", folder, sizeof folder))
         return false;
     if (!join(path, sizeof path, folder, "/user-dirs.dirs"))
@@ -78,7 +78,7 @@ bool temporary_directory(char* buffer, size_t size)
 bool process_directory(char* buffer, size_t size)
 {
     char path[PATH_MAX];
-    // The link is the file that runs, whatever name and folder it was started by.
+    // The link points to the file that runs, whatever name it was started by.
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
     if (length <= 0)
         return false;
@@ -86,7 +86,7 @@ bool process_directory(char* buffer, size_t size)
     char* slash = strrchr(path, '/');
     if (!slash)
         return false;
-    // A program in the root directory lives in "/", not in the empty path.
+    // The directory of a program in the root directory is "/", not the empty path.
     slash[slash == path ? 1 : 0] = 0;
     return join(buffer, size, path, "");
 }
