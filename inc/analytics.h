@@ -48,7 +48,7 @@
 /** @{ */
 #define ANALYTICS_VERSION_MAJOR 1 /**< a host must be compiled anew for another one */
 #define ANALYTICS_VERSION_MINOR 0 /**< calls were added */
-#define ANALYTICS_VERSION_PATCH 0 /**< faults were mended */
+#define ANALYTICS_VERSION_PATCH 0 /**< faults were fixed */
 /** The three as text, such as "1.0.0". */
 #define ANALYTICS_VERSION                                                                                              \
     ANALYTICS_VERSION_TEXT(ANALYTICS_VERSION_MAJOR, ANALYTICS_VERSION_MINOR, ANALYTICS_VERSION_PATCH)
@@ -80,7 +80,7 @@ typedef struct analytics_session analytics_session;
  */
 typedef struct analytics_config
 {
-    char upload_url[2000];        /**< address of the collection server, http or https */
+    char upload_url[2000];        /**< address of the server, http or https */
     char event_log_file[260];     /**< path of the event log file, where events wait; its folder must exist */
     char pid_file[260];           /**< path of the file that keeps this installation's unique id; never rewritten */
     char unique_id[40];           /**< unique id to use instead; empty: taken from pid_file, or made anew */
@@ -122,7 +122,8 @@ typedef enum analytics_result
 } analytics_result;
 
 /**
- * Hears how an asynchronous upload goes. Called on a thread of the library's own, for one upload at a time.
+ * Receives the progress and outcome of an asynchronous upload. Called on a thread of the library, for one upload at a
+ * time.
  *
  * What the arguments mean depends on the event it was registered for, see analytics_observer_add(). It may build
  * and send through another session, must not call analytics_shutdown(), must not throw, and should return soon:
@@ -141,7 +142,7 @@ typedef void (*analytics_observer)(void* context, uint32_t value, double amount)
  * Opens a session and starts its background upload (every hour, first after one hour).
  *
  * Makes or reads the unique-id file; touches neither network nor event log file. Nothing that goes wrong with files is
- * reported: an id that cannot be kept lives until shutdown.
+ * reported: an id that cannot be saved is used until shutdown.
  *
  * @param config copied; null gives null
  * @return the session, to be closed with analytics_shutdown(); null when memory ran out
@@ -278,7 +279,7 @@ ANALYTICS_API uint32_t analytics_property_add(analytics_session* session, const 
 
 /**
  * Registers an observer of asynchronous uploads. Before the first send, as the lists take no lock, or from within an
- * observer of the same session: what is added there hears from the next time on.
+ * observer of the same session: one that is added there is called from the next time on.
  *
  * | event      | value                                                    | amount           |
  * |------------|----------------------------------------------------------|------------------|
@@ -287,12 +288,12 @@ ANALYTICS_API uint32_t analytics_property_add(analytics_session* session, const 
  * | "size"     | length of the server's answer in bytes                   | 0                |
  * | "progress" | bytes of the answer received so far                      | bytes per second |
  *
- * Byte counts are a signed 32-bit number in unsigned clothes: 0xFFFFFFFF (-1) when unknown, 0x80000000 when out of
- * range. A cancelled upload is reported to nobody.
+ * Byte counts are the bits of a signed 32-bit number: 0xFFFFFFFF (-1) when unknown, 0x80000000 when out of range. A
+ * cancelled upload is not reported.
  *
  * @param event    one of the four above, exactly; null is an unknown one
  * @param callback may be null: then it is skipped. Registered twice it is called twice; there is no removal
- * @param context  handed back as it is
+ * @param context  passed to the callback unchanged
  * @return 0, 100, 205
  */
 ANALYTICS_API uint32_t analytics_observer_add(analytics_session* session, const char* event,
@@ -304,7 +305,8 @@ ANALYTICS_API uint32_t analytics_observer_add(analytics_session* session, const 
  * A request is made even when no event is waiting. Events appended between the reading and the deletion of the file are
  * deleted with it: do not log through this file while a send is under way if that matters.
  *
- * @param synchronous not 0: waits for the outcome, tells no observer. 0: returns at once, observers hear the outcome
+ * @param synchronous not 0: waits for the outcome and calls no observer. 0: returns at once, observers receive the
+ * outcome
  * @return 0 (taken, or started), 100, 200 (the file is as it was)
  */
 ANALYTICS_API uint32_t analytics_send(analytics_session* session, int synchronous);

@@ -20,10 +20,10 @@
 /// by an exception. What is still open in them ends first, whatever the order: an event that ends, ends its objects;
 /// adding to an object ends what was opened in it. What has ended refuses everything with result::no_event.
 ///
-/// **Values.** bool, any integer, float or double, any text, nullptr; a duration, which is told in whole milliseconds;
-/// an optional of these, null without a value; a range of these (vector, array, span, braces), which becomes an array,
-/// and a range of pairs of a name and a value (map, braces), which becomes an object. Whatever else is refused by the
-/// compiler, in one sentence.
+/// **Values.** bool, any integer, float or double, any text, nullptr; a duration, written in whole milliseconds; an
+/// optional of these, null without a value; a range of these (vector, array, span, braces), which becomes an array, and
+/// a range of pairs of a name and a value (map, braces), which becomes an object. Any other type is a compile error of
+/// one sentence.
 ///
 /// **Names** are texts, too: const char*, std::string or std::string_view. That of an event, object or array must
 /// outlive it when it is a const char*; the others are kept.
@@ -58,12 +58,12 @@ struct settings
     std::string event_log_file;      ///< path
     std::string unique_id_file;      ///< path
     std::string unique_id;           ///< empty: the file's, or a new one
-    std::string application_id;      ///< who sends
+    std::string application_id;      ///< the application that sends
     std::string application_version; ///< the host's own version
     std::string certificate_file;    ///< path, PEM; may be empty
 };
 
-/// What an observer of uploads can hear; the values are told at analytics_observer_add().
+/// The events of an upload that an observer can be registered for; analytics_observer_add() describes the values.
 enum class upload
 {
     complete,
@@ -80,7 +80,7 @@ class array;
 namespace detail {
 
 /// One open object or array, the event's root included. The session knows the innermost one, and each knows the one
-/// around it, by address: a scope stays where it was made, `auto o = event.open_object("o")` makes it in place.
+/// around it, by address: a scope cannot be moved; `auto o = event.open_object("o")` constructs it in place.
 class scope
 {
 public:
@@ -135,7 +135,7 @@ private:
     std::string m_name;
 };
 
-// Ends, too, what the host has opened through session::handle() and left open: the event would stay open with it.
+// Also ends what the host has opened through session::handle() and left open: otherwise the event would stay open.
 inline std::uint32_t end_event(analytics_session* session) noexcept
 {
     std::uint32_t code = analytics_event_end(session);
@@ -150,7 +150,7 @@ inline std::uint32_t end_event(analytics_session* session) noexcept
 class members : public scope
 {
 public:
-    /// Adds a member, a value of any kind that this file's first words list. Ends what is still open in this scope.
+    /// Adds a member, a value of any kind that the beginning of this file lists. Ends what is still open in this scope.
     /// @param name not null; copied
     /// @return the first refusal, when a range met one
     template <typename Name, typename T>
@@ -193,8 +193,8 @@ protected:
 
 } // namespace detail
 
-/// An event. Ends, and becomes a line of the event log file, when it leaves its scope: with what it holds by then, also
-/// when an exception passes.
+/// An event. Ends, and becomes a line of the event log file, when it leaves its scope, also by an exception: with the
+/// members that it has by then.
 class event : public detail::members
 {
     friend class session;
@@ -269,7 +269,7 @@ private:
     }
 };
 
-/// An open session, which closes itself. It stays where it was made.
+/// An open session, closed by its destructor. It can be neither copied nor moved.
 class session
 {
 public:
@@ -314,7 +314,7 @@ public:
 
     /// Uploads the event log file and waits for the outcome.
     result send() noexcept { return detail::as_result(analytics_send(m_handle, 1)); }
-    /// Starts an upload; the observers hear the outcome.
+    /// Starts an upload; the observers receive the outcome.
     result start_send() noexcept { return detail::as_result(analytics_send(m_handle, 0)); }
 
     /// Uploads and waits for the outcome, at most that long and 100 ms more. @return also result::send_time_over

@@ -113,7 +113,7 @@ template <typename T>
 inline constexpr bool is_range<T, std::void_t<element_of<T>, decltype(std::begin(std::declval<const T&>()) !=
                                                                       std::end(std::declval<const T&>()))>> = true;
 
-/// Hands `use` a text as C has it. Only a string view has no terminator and is copied for one.
+/// Calls `use` with a NUL-terminated text. Only a string view, which has no terminator, is copied.
 template <typename Text, typename Use>
 result with_c_text(const Text& text, const Use& use)
 {
@@ -157,7 +157,7 @@ struct as_element
 template <typename Place, typename T>
 result add_value(const Place& place, const T& value);
 
-// Asked before anything is made of a value, so that the compiler's complaint is short.
+// Checked first, so that the compiler's message is short.
 template <typename T>
 constexpr bool is_value();
 template <typename T>
@@ -187,8 +187,7 @@ result add_element(analytics_session* session, const T& value)
     return result::name_refused;
 }
 
-/// A member in braces, of any kind. Only points to its name and value, so it lives no longer than the line it stands
-/// in.
+/// A member in braces, of any kind. It only points to its name and value, so it is valid within one full expression.
 class member
 {
 public:
@@ -230,7 +229,7 @@ constexpr bool is_value()
     if constexpr (is_text<T> || is_duration<T> || is_exact<T> || std::is_same_v<T, std::nullopt_t>)
         return true;
     else if constexpr (std::is_arithmetic_v<T>)
-        return !is_character<T>; // is it meant as a text or as a number?
+        return !is_character<T>; // it could be a text or a number
     else if constexpr (is_optional<T>)
         return is_value<typename T::value_type>();
     else if constexpr (is_range<T>)
@@ -313,7 +312,7 @@ template <typename Place, typename Count, typename Unit>
 result add_duration(const Place& place, std::chrono::duration<Count, Unit> value)
 {
     const double ms = std::chrono::duration<double, std::milli>(value).count();
-    // Longer than 200,000 years, or no number at all: no integer holds it.
+    // Longer than 200,000 years, or NaN: no integer holds it.
     return std::abs(ms) < 0x1p53 ? add_number(place, std::llround(ms)) : add_number(place, ms);
 }
 

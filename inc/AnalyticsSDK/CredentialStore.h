@@ -2,8 +2,9 @@
 /// User names and passwords for proxies, in memory only.
 ///
 /// A proxy is named exactly as the proxy manager hands it out and as IProgressCallback::OnProxyAuthenticationError
-/// reports it: with other letters, or without its port, it is another one. Any thread may use a store. The library adds
-/// nothing by itself. A password is overwritten in memory when its record goes; in text it never appears.
+/// reports it: a text with other letters, or without the port, names another proxy. Any thread may use a store. The
+/// library adds nothing by itself. A password is overwritten in memory when its record is destroyed, and never appears
+/// in messages.
 #pragma once
 
 #include <map>
@@ -18,10 +19,10 @@ namespace AnalyticsSDK {
 
 using lumo::scoped_ptr;
 
-/// A login, made and changed by whoever has it. A record belongs to one thread at a time.
+/// A login. A record is used by one thread at a time.
 ///
-/// The password is held in clear until the record is destroyed, which overwrites it. What its text was copied from, or
-/// held before it was assigned anew, is for the caller to overwrite.
+/// The password is held in clear until the record is destroyed, which overwrites it. The caller overwrites the text
+/// that it was copied from, and the old text before assigning a new one.
 class TOVA_API CUserCredentials
 {
 public:
@@ -42,7 +43,7 @@ public:
 /// A login as text for people and logs: the user name, ":" and five stars in place of the password.
 TOVA_API std::string DescribeCredentials(const CUserCredentials& credentials);
 
-/// Logins by proxy; owns them. Not for several threads: the store has the lock.
+/// Logins by proxy; owns them. It has no lock of its own: the store has one.
 class TOVA_API CUserCredentialsMap : public std::map<std::string, CUserCredentials*>
 {
 public:
@@ -56,8 +57,8 @@ public:
     void clear();
 };
 
-/// Logins by proxy, of a host's own making or as CCredentialStore keeps them. The order of the virtual operations is
-/// part of the binary interface. Every operation answers false or null for a null or empty proxy.
+/// Logins by proxy, implemented by the host or by CCredentialStore. The order of the virtual operations is part of the
+/// binary interface. Every operation answers false or null for a null or empty proxy.
 ///
 /// Transfers ask before each attempt, on the web client's thread or on that of a synchronous request, and hold no lock.
 class TOVA_API ICredentialStore
@@ -68,8 +69,8 @@ public:
     /// Whether there is a login for the proxy.
     virtual bool HasCredentials(const char* proxy) = 0;
 
-    /// Lends the record, null when there is none. The pointer is valid until the record is replaced or removed, by
-    /// whatever thread: of a CCredentialStore, CopyUserCredentials has no such limit.
+    /// Returns the record, which stays the store's; null when there is none. The pointer is valid until any thread
+    /// replaces or removes the record. For a CCredentialStore, CopyUserCredentials has no such limit.
     virtual CUserCredentials* GetUserCredentials(const char* proxy) = 0;
 
     /// Takes a record over, in place of an older one, which is destroyed.
@@ -82,10 +83,10 @@ public:
     /// Destroys the record, if any. @return true, also when there was none
     virtual bool RemoveCredentials(const char* proxy) = 0;
 
-    /// Copies the record: what GetUserCredentials lends when HasCredentials is true. This is what transfers call.
+    /// Copies the record that GetUserCredentials returns when HasCredentials is true. Transfers call this one.
     ///
-    /// Of a CCredentialStore, or a class derived from it, other threads may replace or remove the record meanwhile.
-    /// A record that another kind of store lends must stay as it is until this returns.
+    /// With a CCredentialStore, or a class derived from it, other threads may replace or remove the record meanwhile.
+    /// Any other store must keep the record unchanged until this returns.
     /// @param proxy whose login is wanted
     /// @param out receives the copy, which is the caller's
     /// @return false, and no change, when there is none
@@ -93,7 +94,8 @@ public:
 };
 
 /// The library's credential store: one recursive lock around a map. Looking up an unknown proxy with HasCredentials or
-/// GetUserCredentials leaves an empty entry, which reads as no login; that is meant. Nothing is ever written to a file.
+/// GetUserCredentials leaves an empty entry, which counts as no login. Deliberate: derived stores may iterate over the
+/// map and have always found every proxy that was asked for. Nothing is ever written to a file.
 class TOVA_API CCredentialStore : public ICredentialStore
 {
 public:

@@ -1,6 +1,7 @@
 /**
  * @file EventManager.h
- * The middle of a session: keeps its settings and unique id, writes events to the event log file, uploads that file.
+ * The event manager of a session: keeps its settings and unique id, writes events to the event log file, uploads that
+ * file.
  *
  * Text is 8-bit and passes through unchanged; a null text given to a setter counts as empty. Nothing here reports an
  * I/O error: a failed append loses that event, a failed upload leaves the file for the next cycle.
@@ -42,7 +43,8 @@ public:
 
     /// One upload cycle, on the worker thread: sends the whole file if it holds anything, deletes it on success.
     ///
-    /// Events appended after the read and before the deletion are deleted unsent; this window is meant to be there.
+    /// Deliberate: events appended between the read and the deletion are deleted unsent, because a lock over the whole
+    /// upload would stop logging for as long as the server takes.
     void Process() override;
 
     using ThreadHelper::Init;
@@ -97,8 +99,9 @@ public:
 
     /// Appends one line to the event log file: the common fields, the name, the event's text. Null event: nothing.
     ///
-    /// The line is made without a lock and written in one piece under m_spLogMutex; it is in the system's hands when
-    /// this returns, not necessarily on the disk. Without a path, or where the file cannot be written, it is lost.
+    /// The line is made without a lock and written in one piece under m_spLogMutex; when this returns the operating
+    /// system has it, though it need not be on the disk yet. Without a path, or where the file cannot be written, it is
+    /// lost.
     /// @param name null is written as null @param event ended, stays the caller's
     void LogEvent(const char* name, LogObject* event);
     /// The same with a number for a name.
@@ -113,11 +116,12 @@ public:
     ///
     /// The length is 0 when there is no file; and when the file could not be read whole, with nothing appended.
     void LoadDataToSend(std::stringstream& stream, unsigned long& size);
-    /// Posts the stream's text and waits. The server's answer is discarded. The file is left alone: deleting it, once
-    /// this has answered true (the server took the text), is the caller's.
+    /// Posts the stream's text and waits. The body of the answer is discarded. Returns true when the server took the
+    /// text; the caller then deletes the file.
     bool UploadData(std::stringstream& stream);
-    /// Queues the post; the callback (on the web client's thread, item id "") hears the outcome and deletes the file.
-    /// @return false when nothing was queued, also for want of that thread: nobody hears of it then
+    /// Queues the post; the callback (on the web client's thread, item id "") receives the outcome and deletes the
+    /// file.
+    /// @return false when nothing was queued, also when that thread does not exist: the callback is not called then
     bool UploadDataAsync(std::stringstream& stream, IProgressCallback* callback);
     /// Lets the worker run a cycle now; returns at once. The interval begins anew after that cycle.
     void StartUpload();
@@ -125,9 +129,9 @@ public:
     /// Reads the whole event log file, straight into `text`: the same as LoadDataToSend(), without its copies.
     /// @return false when there is a file but it could not be read whole; nothing must be sent or deleted then
     bool ReadPendingEvents(std::string& text, unsigned long& size);
-    /// UploadData() and UploadDataAsync() for a text, which is used up.
+    /// The same as UploadData(), for a text, which is moved from.
     bool Upload(std::string&& text);
-    /// The same as UploadDataAsync(), for a text that is used up.
+    /// The same as UploadDataAsync(), for a text, which is moved from.
     bool UploadAsync(std::string&& text, IProgressCallback* callback);
     /// Deletes the event log file, under its lock.
     void DeleteEventLogFile();

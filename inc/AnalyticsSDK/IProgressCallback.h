@@ -1,10 +1,10 @@
 /// @file
-/// IProgressCallback: how a queued transfer tells its owner how it goes.
+/// IProgressCallback: reports the progress and outcome of a queued transfer.
 ///
 /// Every call comes from the web client's own thread, never with a lock of the library held, and carries first the item
 /// id that was given when the transfer was queued. A call may queue or cancel transfers; it must not close or release
 /// the web client, which would wait for the very thread that it is on. Each transfer ends with exactly one of complete,
-/// cancel, error or proxy authentication error, unless the client is closed first: then it ends without a word.
+/// cancel, error or proxy authentication error, unless the client is closed first: then none of them is called.
 #pragma once
 
 #include "lumo/tova/base.h"
@@ -27,7 +27,7 @@ public:
     /// @param itemID the transfer
     /// @param code the HTTP status (for https through a proxy: the proxy's answer to CONNECT), 0 when there was none;
     ///     -3 when nothing arrived for too long or the machine is offline; -7 when its proxy failed and another was
-    ///     chosen, so that queueing it once more has a new way to go
+    ///     chosen, so that queueing it again takes another route
     virtual void OnDownloadError(const char* itemID, long code) = 0;
 
     /// The transfer failed, and is over, because a proxy (or the server) asked for a login.

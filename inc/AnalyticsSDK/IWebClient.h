@@ -35,7 +35,7 @@ public:
     /// Starts the client's thread; once per client.
     ///
     /// @param bUseOwnProxySupport true: proxies and their logins come from tables of the client's own; false: no proxy
-    ///     support unless managers were set, and libcurl's own rules hold (http_proxy and its kin)
+    ///     support unless managers were set, and libcurl's own rules hold (environment variables such as http_proxy)
     /// @return true when the thread was started
     virtual bool Init(bool bUseOwnProxySupport) = 0;
 
@@ -45,10 +45,10 @@ public:
 
     /// Queues a GET whose body is written to a file, which is created or truncated at once.
     ///
-    /// A file that cannot be opened or written does not fail the transfer: the body is then lost in silence.
+    /// A file that cannot be opened or written does not fail the transfer: the body is then lost without an error.
     /// @param url what to get
     /// @param filePath where to; there is no limit of size
-    /// @param callback told how it goes; not owned, may be null
+    /// @param callback receives progress and outcome; not owned, may be null
     /// @param itemID handed to every call of the callback
     /// @return false when nothing was queued
     virtual bool QueueFileForDownload(const char* url, const char* filePath, IProgressCallback* callback,
@@ -57,7 +57,7 @@ public:
     /// Queues a request whose body is kept in memory, 16 MB at most: the rest is dropped.
     ///
     /// @param url what to request
-    /// @param callback told how it goes; not owned, may be null
+    /// @param callback receives progress and outcome; not owned, may be null
     /// @param type how the parameters are sent
     /// @param params names and values, sent in the map's order; not needed any more after the return; null sends a GET.
     ///     In a URL-encoded form values are encoded and names are not
@@ -80,12 +80,12 @@ public:
     virtual bool ExecRequest(const char* url, std::ostream* out, long& httpCode, RequestType type,
                              std::map<std::string, std::string>* params) = 0;
 
-    /// The body of a queued request, for use within its OnDownloadComplete: it is gone when that returns. Still the
-    /// client's own. With no such request, or one that downloads to a file, the process aborts (an assertion).
+    /// The body of a queued request, for use within its OnDownloadComplete only. The client owns it and destroys it
+    /// when that returns. With no such request, or one that downloads to a file, the process aborts (an assertion).
     virtual std::ostringstream* GetStream(const char* itemID) = 0;
 
     /// Cancels the first queued transfer with this item id, if any. It ends when its next data arrives; a transfer that
-    /// receives none still ends as whatever it comes to.
+    /// receives no more data ends with its own outcome.
     virtual void CancelDownloadByID(const char* itemID) = 0;
 
     /// The same for the first transfer with exactly this URL.
@@ -94,8 +94,8 @@ public:
     /// The same for every transfer in the queue.
     virtual void CancelAllDownloads() = 0;
 
-    /// Sets the file of certificate authorities (PEM) that https servers are judged by, and nothing else. Empty, as at
-    /// first: "cacert.pem" beside the program. Holds for requests made from now on; the file is read for each
+    /// Sets the file of certificate authorities (PEM) that https servers are verified with, and nothing else. Empty,
+    /// the default: "cacert.pem" beside the program. Holds for requests made from now on; the file is read for each
     /// connection, so that one that is replaced counts from the next connection on.
     virtual void SetCertificateFile(const char* path) = 0;
 

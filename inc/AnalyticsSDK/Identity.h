@@ -35,7 +35,7 @@ TOVA_API bool TestHash(const char* text, const unsigned char* record, long lengt
 /// @return the text; empty when the system gave no random bytes
 TOVA_API std::string GenerateUuid();
 
-/// Tells whether the system has a way to the network: its own judgement by its routing tables.
+/// Tells whether the system has a route to the network, by its routing tables.
 ///
 /// No packet is sent and no name looked up, so the answer comes at once, and true does not promise that a server
 /// answers. False also when a connection would have to be made first.

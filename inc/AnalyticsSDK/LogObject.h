@@ -54,8 +54,8 @@ public:
     /// true or false.
     std::uint32_t AddBoolean(const char* name, bool value);
 
-    /// Copies the text of an ended child. A child without a writer adds nothing and still counts as done; this differs
-    /// from LogArray and is meant so. `child` must not be null.
+    /// Copies the text of an ended child. A child without a writer adds nothing and returns 1. Deliberate: unlike
+    /// LogArray, because hosts have not had to check it since the first version. `child` must not be null.
     std::uint32_t AddObject(const char* name, LogObject* child);
     /// The same for an array.
     std::uint32_t AddArray(const char* name, LogArray* child);
@@ -73,7 +73,7 @@ public:
     /// The same, decoded from UTF-8.
     std::wstring ToWString() const;
 
-    /// The writer, still owned here, or null when there is none: for whoever copies the text elsewhere.
+    /// The writer, still owned here, or null when there is none: for callers that copy the text.
     const lumo::json_writer* GetWriter() const noexcept { return writer ? &*writer : nullptr; }
 
 protected:

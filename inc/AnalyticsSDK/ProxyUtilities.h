@@ -2,8 +2,8 @@
 /// Which proxy a transfer goes through: the proxy manager, and the texts that its lists are made from.
 ///
 /// A proxy is a text like "host:port", possibly with a scheme in front ("socks5://host:port"; libcurl's CURLOPT_PROXY
-/// says which there are), and is compared and handed on just as it came. Times are milliseconds. Null texts count as
-/// empty. Any thread may use a manager; a CProxyInfo belongs to one transfer.
+/// says which there are), and is compared and passed on unchanged. Times are milliseconds. Null texts count as empty.
+/// Any thread may use a manager; a CProxyInfo belongs to one transfer.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@ namespace AnalyticsSDK {
 
 using lumo::scoped_ptr;
 
-/// What is known about one transfer's way: the candidates found for its URL, and the choice.
+/// The route of one transfer: the candidates found for its URL, and the choice.
 class TOVA_API CProxyInfo
 {
 public:
@@ -47,7 +47,7 @@ public:
     ///
     /// @param url where the transfer goes
     /// @param spProxyInfo the transfer's record; made here when empty
-    /// @return true when the record holds a proxy to use, false for a direct way
+    /// @return true when the record holds a proxy to use, false for a direct connection
     virtual bool GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInfo) = 0;
 
     /// Bans a proxy that failed, for 30 minutes. One that is banned already stays so until its first ban ends.
@@ -76,9 +76,10 @@ public:
     CProxyManager();
     ~CProxyManager() override;
 
-    /// The cached proxy of the URL's host comes first, banned or not. Otherwise a record that the cache has raised once
-    /// walks its list of candidates past banned ones; with all of them banned the way is direct. Candidates that the
-    /// system named are not used before the cache holds a proxy for the host; that is meant.
+    /// The cached proxy of the URL's host comes first, banned or not. Otherwise a record that has once used a cached
+    /// proxy takes its first candidate that is not banned; with all of them banned the connection is direct.
+    /// Deliberate: candidates that the system named are not used before the cache holds a proxy for the host, so that a
+    /// host's transfers go direct until one proxy is known to work.
     bool GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInfo) override;
     void AddProxyToBlackList(const char* proxy) override;
     bool FindProxyInCache(const char* url, std::string& proxy) override;
@@ -117,7 +118,8 @@ TOVA_API void TokenizeProxyBypassString(const char* text, std::vector<std::strin
 /// Whether a host name has no dot. False for an empty one.
 TOVA_API bool IsHostLocal(const char* host);
 
-/// Always false: bypass entries are kept, but no request is exempt from its proxy. That is meant.
+/// Always false. Deliberate: bypass entries are kept for hosts to read, but no request is exempt from its proxy, since
+/// a direct connection may be forbidden.
 TOVA_API bool IsProxyBypassed(const char* host, std::vector<std::string>& bypass, bool bBypassLocal);
 
 } // namespace AnalyticsSDK

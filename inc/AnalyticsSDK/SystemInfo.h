@@ -1,5 +1,5 @@
 /// @file
-/// Machine facts as short texts: what the library tells about the computer it runs on.
+/// Facts about the computer that the library runs on, as short texts.
 ///
 /// Every probe has one contract. It takes a buffer and its size in chars, terminator included, and returns a status
 /// (AnalyticsSDK::ProbeStatus). The caller owns the buffer; nothing is allocated that outlives the call, nothing is
@@ -24,11 +24,11 @@ enum ProbeStatus : std::int32_t
 {
     PROBE_DONE = 0,                ///< The buffer holds the value.
     PROBE_UNSUPPORTED = 1,         ///< This machine has no source for the fact.
-    PROBE_FAILED = 2,              ///< The system was asked and gave no answer.
+    PROBE_FAILED = 2,              ///< The system could not read the fact.
     PROBE_VERSION_UNREADABLE = 402 ///< Only #GetOSVersion: the system's version could not be read.
 };
 
-/// Writes "mac": the name that the collection server knows this family of hosts by, on every system.
+/// Writes "mac" on every system. Deliberate: servers know this family of hosts by that name.
 TOVA_API std::int32_t GetOSName(char* buffer, unsigned int size);
 
 /// Writes the system's version as "major.minor.fix", for example "10.4.11"; on Linux the kernel's, "6.1.0".
@@ -42,7 +42,7 @@ TOVA_API std::int32_t GetArchitectureType(char* buffer, unsigned int size);
 
 /// Writes the processor's family, for example "PPC G5", or its name where the system reports a name instead of a code.
 ///
-/// A processor code outside the table of families gives the empty text and status 0: that is meant, so that a newer
+/// Deliberate: a processor code outside the table of families gives the empty text and status 0, so that a newer
 /// processor counts as a machine without a family name and not as a failure.
 TOVA_API std::int32_t GetCPUType(char* buffer, unsigned int size);
 
@@ -55,7 +55,7 @@ TOVA_API std::int32_t GetCPUUsage(char* buffer, unsigned int size);
 /// Writes the physical memory in units of 1,048,576 bytes, "2048 MB".
 TOVA_API std::int32_t GetTotalRAM(char* buffer, unsigned int size);
 
-/// Writes "0 MB", always: the key exists for the server's sake and no figure was ever sent under it.
+/// Always writes "0 MB". Deliberate: servers expect the key, and no figure was ever sent under it.
 TOVA_API std::int32_t GetFreeRAM(char* buffer, unsigned int size);
 
 /// Writes the memory that the pager manages (free, active, inactive and wired) in units of 1,048,576 bytes, "2047.75
@@ -64,8 +64,8 @@ TOVA_API std::int32_t GetTotalVirtualMemory(char* buffer, unsigned int size);
 
 /// Writes the pager's free memory in units of 1,048,576 bytes, "612.44 MB".
 ///
-/// The figure is computed in 32 bits and starts over at 4,096 MB, unlike the total: kept, because the stored figures
-/// of older events were made that way.
+/// Deliberate: computed in 32 bits, so that the figure wraps at 4,096 MB, unlike the total, because the figures stored
+/// so far were computed that way.
 TOVA_API std::int32_t GetFreeVirtualMemory(char* buffer, unsigned int size);
 
 /// Writes the size of the start-up volume in units of 1,000,000,000 bytes, "159.90 GB".
@@ -74,12 +74,13 @@ TOVA_API std::int32_t GetTotalHardDrive(char* buffer, unsigned int size);
 /// Writes what an ordinary user may still fill of the start-up volume, in units of 1,000,000,000 bytes, "40.12 GB".
 TOVA_API std::int32_t GetFreeHardDrive(char* buffer, unsigned int size);
 
-/// Writes the distance of local time from UTC, "+01:00" east and "-05:00" west of Greenwich.
+/// Writes the offset of local time from UTC, "+01:00" east and "-05:00" west of Greenwich.
 ///
-/// The sign is that of the hours alone, so a zone less than an hour west gives "+00:30": kept as it always was.
+/// Deliberate: the sign is that of the hours alone, so a zone less than an hour west gives "+00:30", as in all stored
+/// events.
 TOVA_API std::int32_t GetTimeZone(char* buffer, unsigned int size);
 
-/// Writes "Apple", the maker of the machines that the server's reports were made for, on every system.
+/// Writes "Apple" on every system. Deliberate: servers' reports were made for that maker's machines.
 TOVA_API std::int32_t GetManufacturer(char* buffer, unsigned int size);
 
 /// The same as #GetManufacturer: "Apple".

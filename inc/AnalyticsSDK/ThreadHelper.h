@@ -34,10 +34,10 @@ public:
     ThreadHelper(const ThreadHelper&) = delete;
     ThreadHelper& operator=(const ThreadHelper&) = delete;
 
-    /// The worker's loop: wait (the interval, or less when woken), leave when stopped, else Process().
+    /// The worker's loop: wait (for the interval, or less when woken), return when stopped, else call Process().
     ///
     /// A Process() that throws counts as a failed cycle; the next one comes after the next wait.
-    /// @return not 0: the answer of the stop event that ended it
+    /// @return not 0: the result of the wait for the stop event that ended it
     int run() override;
 
     ~ThreadHelper() override;
@@ -62,7 +62,7 @@ public:
     /// Same as Close(). While one thread stops the worker, a call from another one returns at once, without waiting.
     void StopBackgroundThread();
 
-    /// True from the moment that a stop was requested. Any thread.
+    /// True from the request of a stop on. Any thread.
     bool IsShuttingDown();
 
 protected:

@@ -2,7 +2,7 @@
 //
 // All are free of state and may be called from any thread. Narrow strings are 8-bit (UTF-8 where they are text), wide
 // ones the platform's wide characters; both forms of a function behave alike. Running out of memory throws
-// std::bad_alloc; nothing else fails but by its result.
+// std::bad_alloc; all other failures are results.
 #pragma once
 
 #include "lumo/tova/base.h"
@@ -45,9 +45,9 @@ TOVA_API void Tokenize(const std::wstring& s, std::vector<std::wstring>& out, co
 /// nothing.
 TOVA_API void BytesToString(const unsigned char* bytes, long count, std::string& out);
 
-/// Gives the path of `relative` inside the directory of the running program, or that directory when `relative` is
-/// null or empty. An absolute `relative` is put behind the directory all the same, which is meant.
-/// Always returns true.
+/// Gives the path of `relative` inside the directory of the running program, or that directory when `relative` is null
+/// or empty. Deliberate: an absolute `relative` is appended to the directory too, so that the result is always inside
+/// it. Always returns true.
 TOVA_API bool GetAbsolutePath(const char* relative, std::string& out);
 
 /// Gives the host of a URL, without port and user information. Returns false when the URL is null (`host` stays), is
@@ -58,7 +58,7 @@ TOVA_API bool GetHostFromUrl(const char* url, std::string& host);
 /// longer than 21 characters.
 TOVA_API bool GetCurrentDateTime(std::string& out, const char* format);
 
-/// Milliseconds on a clock that only runs forward and is not set by anyone: for measuring how long something takes.
+/// Milliseconds of a monotonic clock, for measuring durations.
 TOVA_API double GetCurrentTimeInMillis();
 
 /// Whether a regular file exists at `path`.

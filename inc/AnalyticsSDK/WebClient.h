@@ -1,9 +1,9 @@
 /// @file
-/// WebClient: the library's HTTP engine. What its operations do stands in IWebClient.h.
+/// WebClient: the library's HTTP engine. IWebClient.h describes its operations.
 ///
 /// Queued transfers run side by side on the "WebClient Thread", the only user of libcurl's multi interface; other
 /// threads reach them through a list with a lock. A synchronous request runs on its caller's thread alone. Each request
-/// asks the proxy manager for its way and the credential store for its login before every attempt.
+/// asks the proxy manager for its route and the credential store for its login before every attempt.
 #pragma once
 
 #include <atomic>
@@ -26,7 +26,7 @@ class CurlEasyHandle;
 class CurlMultiHandle;
 
 /// The one implementation of IWebClient. Most users make it with CreateWebClient() and see the interface only; the
-/// class is exported for those who bring proxies of their own.
+/// class is exported for hosts with their own proxy managers.
 ///
 /// A transfer takes 60 seconds at most, 30 of them to connect, and is given up after 60 seconds of silence. In a child
 /// made by fork() nothing can be queued any more, and closing and destroying leave the parent's connections alone.
@@ -38,7 +38,7 @@ public:
     WebClient(const WebClient&) = delete;
     WebClient& operator=(const WebClient&) = delete;
 
-    // What these do stands in IWebClient.h.
+    // IWebClient.h describes these.
     void Release() override;
     bool Init(bool bUseOwnProxySupport) override;
     void Close() override;
@@ -53,7 +53,7 @@ public:
     void CancelDownload(const char* url) override;
     void CancelAllDownloads() override;
     void SetCertificateFile(const char* path) override;
-    /// Closes the client if nobody has, and ends what is left without a call to its callback.
+    /// Closes the client unless that was done, and ends remaining transfers without calling their callbacks.
     ~WebClient() override;
     /// Runs until no transfer is under way or a stop was asked for.
     void Process() override;
@@ -83,22 +83,22 @@ public:
     /// transfer ends: for use on the client's thread, that is within a callback.
     CurlEasyHandle* FindRequestByID(const char* itemID);
 
-    /// Gives a transfer the proxy and login of its next attempt, and takes back those of the one before.
+    /// Sets the proxy and login of a transfer's next attempt and removes those of the last one.
     ///
     /// @param handle the transfer, not under way; its record of proxies is made here when it has none
     /// @param url where it goes
     /// @param manager chooses; null leaves libcurl to its own rules, the environment's http_proxy included
     /// @param store knows the logins, by the manager's exact text; may be null
-    /// @return true when a proxy was set, false for a direct way and when handle, URL or manager is missing
+    /// @return true when a proxy was set, false for a direct connection and when handle, URL or manager is missing
     static bool SetProxyToNextValidProxy(CurlEasyHandle* handle, const char* url, IProxyManager* manager,
                                          ICredentialStore* store);
 
-    /// Bans the transfer's proxy for 30 minutes when the result puts the blame on it.
+    /// Bans the transfer's proxy for 30 minutes when the result shows that it failed.
     ///
-    /// @param result libcurl's: 6 (a name not resolved), 7 (no connection) and 28 (time-out) blame the proxy
+    /// @param result libcurl's: 6 (a name not resolved), 7 (no connection) and 28 (time-out) are failures of the proxy
     /// @param handle the transfer
     /// @param url not needed
-    /// @return true when a proxy was in use and is banned now, so that another attempt has a new way to go
+    /// @return true when a proxy was in use and is banned now, so that another attempt takes another route
     bool HandleProxyError(long result, CurlEasyHandle* handle, const char* url);
 
     /// Remembers the transfer's proxy for the URL's host, unless one is remembered already.
