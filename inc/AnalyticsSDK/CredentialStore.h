@@ -113,7 +113,7 @@ private:
     bool CopyStored(const std::string& key, CUserCredentials& out);
 
     CUserCredentialsMap mapCredentials LUMO_GUARDED_BY(lock);
-    lumo::mutex lock{false};
+    lumo::mutex lock{lumo::mutex::recursive};
 };
 
 } // namespace AnalyticsSDK

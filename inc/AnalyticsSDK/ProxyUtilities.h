@@ -97,9 +97,9 @@ public:
 
 private:
     std::map<std::string, double> mapBlackList LUMO_GUARDED_BY(blackListLock); ///< proxy to the end of its ban
-    lumo::mutex blackListLock{false};
+    lumo::mutex blackListLock{lumo::mutex::recursive};
     std::map<std::string, std::string> mapProxyCache LUMO_GUARDED_BY(cacheLock); ///< host to proxy
-    lumo::mutex cacheLock{false};
+    lumo::mutex cacheLock{lumo::mutex::recursive};
 };
 
 /// Fills the candidates and bypass entries of a record from the system's settings for a URL. Its choice, and whether

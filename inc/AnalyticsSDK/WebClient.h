@@ -132,9 +132,9 @@ private:
     ICredentialStore* pCredentialStore = nullptr;
     CProxyManager proxyManager;
     CCredentialStore credentialStore;
-    lumo::mutex certificateLock{true};
+    lumo::mutex certificateLock{lumo::mutex::fast};
     std::string strLastError LUMO_GUARDED_BY(errorLock);
-    mutable lumo::mutex errorLock{true};
+    mutable lumo::mutex errorLock{lumo::mutex::fast};
     std::atomic<bool> bThreadRefused{false}; ///< the system had no thread left at Init()
 };
 

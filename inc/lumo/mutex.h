@@ -3,7 +3,7 @@
 // Both carry clang's thread-safety annotations: data declared LUMO_GUARDED_BY(a_mutex) may then be touched only while
 // that mutex is held, and a build with -Wthread-safety proves it. Other compilers see plain C++.
 //
-//     lumo::mutex _lock{true};
+//     lumo::mutex _lock{lumo::mutex::fast};
 //     int _count LUMO_GUARDED_BY(_lock) = 0;
 //     ...
 //     const lumo::scoped_lock hold(_lock);
@@ -42,10 +42,13 @@ namespace lumo {
 class LUMO_THREAD_ANNOTATION(capability("mutex")) mutex
 {
 public:
-    /// `fast` true: non-recursive. false: recursive. There is no default on purpose: the owner is to think about it.
-    explicit mutex(bool fast)
+    static constexpr bool fast = true;       ///< the kind that its holder must not lock again
+    static constexpr bool recursive = false; ///< the kind that its holder may lock again
+
+    /// Makes a mutex of one of the two kinds above. Deliberate: there is no default, so that each owner chooses.
+    explicit mutex(bool kind)
     {
-        if (fast)
+        if (kind == fast)
             tova_mutex_create_fast(&_mutex);
         else
             tova_mutex_create(&_mutex);

@@ -67,7 +67,7 @@ public:
     CurlEasyHandle& operator=(const CurlEasyHandle&) = delete;
     ~CurlEasyHandle();
 
-    /// Null when libcurl had none to give: the transfer is then unusable.
+    /// Null when libcurl could not make one: the transfer is then unusable.
     CURL* GetHandle() const { return hCurl; }
     std::ostream* GetStream() const { return spStream.Get(); }
     void SetExternalStream(std::ostream* stream) { pExternalStream = stream; }
@@ -88,7 +88,7 @@ public:
     const char* GetUserAgent() const { return strUserAgent.c_str(); }
     const char* GetFilePath() const { return strFilePath.c_str(); }
 
-    /// 256 bytes for libcurl's words, zeroed when first asked for.
+    /// 256 bytes for libcurl's error text, zeroed on first use.
     char* GetErrorBuffer();
     /// The list inside the transfer's headers, for appending in place.
     curl_slist** GetHttpHeaders();
@@ -98,7 +98,7 @@ public:
 
     /// Gives the transfer a stream that keeps the body in memory, in place of an earlier one.
     std::ostream* OpenStringStream();
-    /// The same with a file, created or truncated. Whether it could be opened is for the writing side to ask.
+    /// The same with a file, created or truncated. The write callback checks whether it could be opened.
     std::ostream* OpenFileStream(const char* path);
     /// Flushes the stream and closes a file. A text stays readable.
     void CloseStream();
@@ -107,8 +107,8 @@ public:
     /// Asks the transfer to end; any thread. The stream is left to the thread that may be writing it.
     void CancelDownload() { bCancel.store(1, std::memory_order_relaxed); }
 
-    /// Notes whether the body of the post under way was sent whole, as far as libcurl knows now. Nothing is noted of a
-    /// GET: after a 303, what is known of the post stays.
+    /// Notes whether the body of the current post was sent whole, as far as libcurl knows now. Does nothing for a GET,
+    /// so that after a 303 the note about the post is kept.
     void NoteSentBody();
     /// What was noted last; true when there was no post.
     bool WasBodySent() const { return bBodySent; }
@@ -138,7 +138,7 @@ public:
     bool bPost = false;                             ///< whether the request started as a post
     const std::function<bool()>* pIsOver = nullptr; ///< asked by Perform() some times a second: true ends it
     long nResult = CURLE_OK;                        ///< libcurl's, or the judgement on it, once the transfer has ended
-    char* pAskLine = nullptr; ///< among the header lines the one of AskBeforeBody, null before there are options
+    char* pAskLine = nullptr; ///< the header line that AskBeforeBody changes; null until options are set
 };
 
 /// Transfers, owned.
@@ -153,10 +153,10 @@ public:
 
 /// All queued transfers.
 ///
-/// Two sides meet here. Any thread may add, find-and-cancel and count: that is the list, guarded by the lock. libcurl's
-/// multi handle belongs to the worker, which alone adopts, performs and removes, and never holds the lock while it is
+/// Two parts with different rules. The list, guarded by the lock, is for any thread: to add, to cancel and to count.
+/// libcurl's multi handle is for the worker alone, which adopts, performs and removes, and never holds the lock while
 /// inside libcurl, because libcurl calls back into code that may queue. A pointer that a Find operation returns stays
-/// valid only on the worker, which is the only one to remove.
+/// valid only on the worker, because only the worker removes.
 class CurlMultiHandle
 {
 public:
@@ -167,7 +167,7 @@ public:
 
     CURLM* GetHandle() const { return hMulti; }
 
-    /// Takes a transfer over and wakes the worker, which hands it to libcurl. Any thread.
+    /// Takes ownership of a transfer and wakes the worker, which adds it to libcurl. Any thread.
     void AddEasyHandle(CurlEasyHandle* handle) LUMO_EXCLUDES(lock);
     CurlEasyHandle* FindEasyHandle(const char* url) LUMO_EXCLUDES(lock);
     CurlEasyHandle* FindEasyHandleByID(const char* id) LUMO_EXCLUDES(lock);

@@ -1,5 +1,6 @@
 /// @file
-/// CurlInit: libcurl and the TLS library under it, set up once per process, and left alone once the process leaves.
+/// CurlInit: sets libcurl and the TLS library under it up once per process, and keeps threads out of them once the
+/// process exits.
 #pragma once
 
 #include "lumo/mutex.h"
@@ -10,31 +11,31 @@ struct CRYPTO_dynlock_value;
 
 namespace AnalyticsSDK {
 
-/// Set-up on construction, clean-up on destruction. The library holds one static instance, so that no web client has to
-/// care.
+/// Set-up on construction, clean-up on destruction. The library has one static instance, so no web client needs to do
+/// this.
 ///
 /// OpenSSL before 1.1 is safe for several threads only with locks from outside, which is what the callbacks are for.
 /// Today's has its own: it asks for one lock, and installing the callbacks does nothing.
 class CurlInit
 {
 public:
-    /// A mutex of the recursive kind, to be had in arrays.
+    /// A recursive mutex with a default constructor, for arrays.
     struct Lock : lumo::mutex
     {
-        Lock() : mutex(false) {}
+        Lock() : mutex(lumo::mutex::recursive) {}
     };
 
     CurlInit();
-    /// Cleans up when no web client is left. Otherwise the process is leaving with threads alive: waits, a second at
+    /// Cleans up when no web client is left. Otherwise the process exits with threads alive: waits, for a second at
     /// most, until none of them is inside libcurl or OpenSSL, and lets none in any more.
     ~CurlInit();
     CurlInit(const CurlInit&) = delete;
     CurlInit& operator=(const CurlInit&) = delete;
 
-    /// Makes as many locks as OpenSSL wants, in place of earlier ones, and installs the callbacks.
+    /// Makes as many locks as OpenSSL asks for, in place of earlier ones, and installs the callbacks.
     /// @return false when there is no memory for the locks; nothing is installed then
     bool InitOpenSSLCallbacks();
-    /// Takes the callbacks away and then the locks, so that none is used once it is gone.
+    /// Removes the callbacks and then the locks, so that no lock is used after its end.
     /// @return false when there are no locks
     bool CloseOpenSSLCallbacks();
     /// OpenSSL's locks; empty when the callbacks are not installed.
@@ -42,7 +43,8 @@ public:
 
     // The callbacks, as OpenSSL calls them, from any thread. They use the locks of the library's instance.
 
-    /// Locks lock `n` when bit 0 of `mode` is set, else unlocks it. Neither is `n` checked nor place and line used.
+    /// Locks lock number `n` when bit 0 of `mode` is set, else unlocks it. `n` is not checked; `file` and `line` are
+    /// not used.
     static void locking_function(int mode, int n, const char* file, int line);
     /// The system's number of the calling thread.
     static unsigned long id_function();
@@ -51,7 +53,7 @@ public:
     static void dyn_lock_function(int mode, CRYPTO_dynlock_value* lock, const char* file, int line);
     static void dyn_destroy_function(CRYPTO_dynlock_value* lock, const char* file, int line);
 
-    /// A web client comes or goes. Any thread.
+    /// Counts the web clients. Any thread.
     static void AddUser();
     static void RemoveUser();
 
@@ -61,8 +63,8 @@ private:
 
 /// Held by a thread while it is inside libcurl or OpenSSL, in steps that end soon; may be nested.
 ///
-/// False once the process is leaving: others may have torn down the state of these libraries by then. What they hold is
-/// then to be leaked, for the system to take back.
+/// False once the process exits: these libraries may have torn down their state by then. Their objects must be leaked
+/// then; the system frees the memory.
 class CurlUse
 {
 public:

@@ -20,7 +20,7 @@ namespace AnalyticsSDK::EventLog {
 constinit LastingMutex lock;
 [[maybe_unused]] static const struct LockStart
 {
-    LockStart() { new (&lock.mutex) lumo::mutex(false); }
+    LockStart() { new (&lock.mutex) lumo::mutex(lumo::mutex::recursive); }
 } lockStart TOVA_BEFORE_THE_HOST;
 
 namespace {
@@ -29,12 +29,13 @@ namespace {
 /// the file ends with our line feed. Guarded by the lock.
 struct
 {
-    size_t path = 0; ///< hash of the path: two that share it and their length would only miss a torn tail
+    size_t path = 0; ///< hash of the path: with two paths of one hash and file length, only an unfinished line could be
+                     ///< overlooked
     off_t end = -1;  ///< -1: not known
 } lastAppend;
 
-// A child made by fork() gets the mutex free and what it guards in order, whatever other threads were doing. The
-// child's only thread is a new one to the system, so it could not unlock what its parent locked: it starts afresh.
+// Locked around fork(), so that the child gets consistent data, whatever other threads were doing. The child's only
+// thread cannot unlock a mutex that the parent's thread locked, so it makes a new one.
 void LockBeforeFork() LUMO_NO_THREAD_SAFETY_ANALYSIS
 {
     lock.mutex.lock();
@@ -45,7 +46,7 @@ void UnlockInParent() LUMO_NO_THREAD_SAFETY_ANALYSIS
 }
 void RenewInChild()
 {
-    new (&lock.mutex) lumo::mutex(false);
+    new (&lock.mutex) lumo::mutex(lumo::mutex::recursive);
 }
 [[maybe_unused]] const int forkHandlers = pthread_atfork(LockBeforeFork, UnlockInParent, RenewInChild);
 
@@ -53,23 +54,23 @@ FileDescriptor OpenForAppend(const std::string& path)
 {
     constexpr int append = O_APPEND | O_CREAT | O_NONBLOCK; // a pipe at the path must not make every event wait
     FileDescriptor file(path.c_str(), O_RDWR | append);
-    // A file that may be written but not read is fine too; only its tail cannot be looked at.
+    // A file that may be written but not read is allowed too; only its last byte cannot be checked.
     if (!file && errno == EACCES)
         file = FileDescriptor(path.c_str(), O_WRONLY | append);
     return file;
 }
 
-// What cannot be read counts as whole: a line feed too many would make an empty line for every event.
+// A byte that cannot be read counts as a line feed: otherwise every event would get an empty line before it.
 bool LineFeedBefore(const FileDescriptor& file, off_t end)
 {
     char last = '\n';
     return Uninterrupted([&] { return ::pread(file.Get(), &last, 1, end - 1); }) != 1 || last == '\n';
 }
 
-/// Whether the file ends, at `end`, with a line that nobody is going to finish.
+/// Whether the file ends, at `end`, with a line that will never be finished.
 ///
-/// What looks so may be another process's write under way: the system lets the file grow page by page. Setting the
-/// file's times (which the append does anyway) waits for that write, and then the end has moved.
+/// It may only look so while another process's write is in progress, since the system lets the file grow page by page.
+/// Setting the file's times, which the append does anyway, waits for that write, and then the end has moved.
 bool EndsInMidLine(const FileDescriptor& file, size_t path, off_t end)
 {
     if (end == lastAppend.end && path == lastAppend.path)
@@ -84,7 +85,8 @@ bool EndsInMidLine(const FileDescriptor& file, size_t path, off_t end)
     return false;
 }
 
-/// Takes back a line that was written in part, unless others have appended since: then the next append closes it off.
+/// Removes a line that was written in part, unless others have appended since: then the next append puts a line feed
+/// behind it.
 void TakeBack(const FileDescriptor& file, off_t written)
 {
     struct stat now;
@@ -93,7 +95,7 @@ void TakeBack(const FileDescriptor& file, off_t written)
         static_cast<void>(Uninterrupted([&] { return ::ftruncate(file.Get(), end - written); }));
 }
 
-// Never a second write for the rest of a line: another process's line could stand in between by then.
+// Never a second write for the rest of a line: another process's line could be in between by then.
 bool WriteWhole(const FileDescriptor& file, std::string_view line)
 {
     const ssize_t written = file.Write(line.data(), line.size());
@@ -105,10 +107,10 @@ bool WriteWhole(const FileDescriptor& file, std::string_view line)
 /// Reads `size` bytes to the end of `text`, of which only the part before the first NUL counts.
 bool ReadBytes(const FileDescriptor& file, size_t size, std::string& text)
 {
-    // In pieces that stay in the processor's cache: a string can only be filled by copying.
+    // Read in pieces that stay in the processor's cache, since a string can only be filled by copying.
     char piece[64 * 1024];
     lumo::reserve_large(text, text.size() + size);
-    // What follows the NUL is read too: only a file that could be read to its end may be deleted later.
+    // The bytes behind a NUL are read too: only a file that was read to its end may be deleted later.
     for (bool ended = false; size > 0;) {
         const ssize_t got = file.Read(piece, std::min(size, sizeof piece));
         if (got <= 0)
@@ -150,7 +152,7 @@ Content Read(const std::string& path, std::string& text, unsigned long& size)
     text.clear();
     LogLock hold;
     const FileDescriptor file(path.c_str(), O_RDONLY | O_NONBLOCK); // for the same reason as appends
-    // Only a file that is certainly not there counts as none: after an upload the path is deleted.
+    // Only a file that certainly does not exist counts as none, because the caller may delete the path later.
     if (!file)
         return errno == ENOENT || errno == ENOTDIR ? Content::none : Content::unreadable;
     const off_t end = ::lseek(file.Get(), 0, SEEK_END);
@@ -168,7 +170,7 @@ Content Read(const std::string& path, std::string& text, unsigned long& size)
 void Delete(const std::string& path)
 {
     LogLock hold;
-    // A host may log into nothing (/dev/null) or name a folder by mistake: neither is ours to take away.
+    // A host may log to /dev/null, or name a folder by mistake: neither must be deleted.
     struct stat now;
     if (::lstat(path.c_str(), &now) == 0 && (S_ISREG(now.st_mode) || S_ISLNK(now.st_mode)))
         std::remove(path.c_str());

@@ -17,7 +17,7 @@
 
 namespace AnalyticsSDK {
 
-/// All waits count by a clock that nobody sets.
+/// All waits are measured by a monotonic clock.
 using DeliveryClock = std::chrono::steady_clock;
 
 /// Counted since the session's start.
@@ -38,23 +38,23 @@ public:
 
     DeliveryFigures figures;
 
-    /// Enters a request and its answer into figures and waits. @param now_ms when it was sent, since 1970 UTC
+    /// Records a request and its answer in the figures and waits. @param now_ms when it was sent, since 1970 UTC
     void Enter(const Answer& answer, int64_t now_ms) LUMO_EXCLUDES(m_lock);
     /// Starts the back-off, or its next, longer wait.
     void BackOff() LUMO_EXCLUDES(m_lock);
     void Succeed() LUMO_EXCLUDES(m_lock);
-    /// Ends of the waits; moments in the past when there is none.
+    /// When the waits end; a time in the past when there is none.
     DeliveryClock::time_point BackOffEnd() const LUMO_EXCLUDES(m_lock);
     DeliveryClock::time_point RetryAfterEnd() const LUMO_EXCLUDES(m_lock);
-    /// When the first of the batches that were set behind is due; none when there is none.
+    /// When the first of the batches that were set aside is due; none when there is none.
     std::optional<DeliveryClock::time_point> FirstAside() const LUMO_EXCLUDES(m_lock);
 
     bool MayCompress() const { return !m_plainOnly; }
     void RefuseCompression() { m_plainOnly = true; }
 
-    /// The batches in the order to try them in, without those that were taken. A cycle that a batch ended makes the
-    /// next one begin behind it.
-    /// @param all those that are set behind as well, after the others
+    /// The batches in the order in which to try them, without those that were taken. The next cycle begins behind the
+    /// batch that ended the last one.
+    /// @param all whether those that were set aside are tried too, after the others
     std::vector<BatchName> Order(const OutboxContents& contents, bool all) LUMO_EXCLUDES(m_lock);
     /// A batch that ended a cycle.
     void EndedBy(const BatchName& name) LUMO_EXCLUDES(m_lock);
@@ -63,7 +63,7 @@ public:
     void Taken(const BatchName& name) LUMO_EXCLUDES(m_lock);
     std::vector<BatchName> TakenOnes() const LUMO_EXCLUDES(m_lock);
     void Forget(const BatchName& name) LUMO_EXCLUDES(m_lock);
-    /// Counts an answer that never came though a connection stood. True with the third in a row for the batch.
+    /// Counts missing answers on working connections. True at the third in a row for the batch.
     bool WasSilentTooOften(const BatchName& name, bool silent) LUMO_EXCLUDES(m_lock);
 
     /// Why the last request failed; empty when it did not.
@@ -79,7 +79,7 @@ private:
     };
 
     const Options& m_options;
-    mutable lumo::mutex m_lock{true};
+    mutable lumo::mutex m_lock{lumo::mutex::fast};
     std::map<BatchName, Record> m_records LUMO_GUARDED_BY(m_lock);
     std::optional<BatchName> m_endedBy LUMO_GUARDED_BY(m_lock);
     int64_t m_limit_ms LUMO_GUARDED_BY(m_lock) = 0;
@@ -89,7 +89,7 @@ private:
     std::atomic<bool> m_plainOnly{false};
 };
 
-/// A number evenly between half and whole of a limit.
+/// A random number, evenly distributed between half of a limit and the limit.
 int64_t HalfToWhole(int64_t limit);
 
 } // namespace AnalyticsSDK

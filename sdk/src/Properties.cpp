@@ -16,13 +16,13 @@ namespace {
 
 using Probe = int32_t (*)(char* buffer, unsigned int size);
 
-/// An answer that does not change while the process runs; empty until a probe gave one. A fixed array: it allocates
-/// nothing, so it can stay for good without being a leak.
+/// A text that does not change while the process runs; empty until a probe gave one. A fixed array allocates nothing,
+/// so that never destroying it is no leak.
 class CachedText
 {
 public:
-    /// Copies the answer, or asks the probe and keeps what it wrote, whatever code it gave: an empty text is asked for
-    /// again next time.
+    /// Copies the text, or calls the probe and keeps what it wrote, whatever its status. After an empty text the probe
+    /// is called again next time.
     int32_t Get(Probe probe, char* buffer, unsigned int size)
     {
         lumo::scoped_lock hold(m_lock);
@@ -30,9 +30,9 @@ public:
             tova_strcpy(buffer, size, m_text);
             return ANALYTICS_OK;
         }
-        // Asked with the lock held: threads that ask at once wait for one answer instead of making several.
+        // The probe is called under the lock: threads that ask at once wait for one call instead of making several.
         const int32_t result = probe(buffer, size);
-        // A text that is too long for this place is answered all the same, and asked for again.
+        // A text that is too long to keep is returned all the same, and read again next time.
         if (std::strlen(buffer) < sizeof m_text)
             tova_strcpy(m_text, sizeof m_text, buffer);
         return result;
@@ -40,10 +40,10 @@ public:
 
     void LockBeforeFork() LUMO_NO_THREAD_SAFETY_ANALYSIS { m_lock.lock(); }
     void UnlockInParent() LUMO_NO_THREAD_SAFETY_ANALYSIS { m_lock.unlock(); }
-    void RenewInChild() { new (&m_lock) lumo::mutex(true); }
+    void RenewInChild() { new (&m_lock) lumo::mutex(lumo::mutex::fast); }
 
 private:
-    lumo::mutex m_lock{true};
+    lumo::mutex m_lock{lumo::mutex::fast};
     char m_text[256] LUMO_GUARDED_BY(m_lock) = ""; // far more than any answer
 };
 
@@ -66,7 +66,7 @@ constinit union Caches
 constinit CachedText& cpu = caches.texts[0];
 constinit CachedText& cpuClock = caches.texts[1];
 
-// A child forked while another thread was asking would find the lock held by nobody, for ever.
+// In a child forked while another thread held the lock it would stay locked for ever.
 [[maybe_unused]] const int forkHandlers = pthread_atfork(
     [] {
         cpu.LockBeforeFork();
@@ -107,10 +107,10 @@ constinit const struct
 
 } // namespace
 
-// A walk through the rows: seventeen keys that are asked for now and then do not pay for a map.
+// A linear search: seventeen keys that are rarely read need no map.
 uint32_t GetProperty(const char* key, char* buffer, unsigned int size)
 {
-    buffer[0] = '\0'; // what a caller prints without looking at the result is then nothing, not garbage
+    buffer[0] = '\0'; // so that a caller that ignores the result prints nothing rather than garbage
     for (const auto& property : properties)
         if (key != nullptr && std::strcmp(key, property.key) == 0) {
             const int32_t result = property.cache != nullptr ? property.cache->Get(property.probe, buffer, size)

@@ -22,12 +22,12 @@ ThreadHelper::~ThreadHelper()
 int ThreadHelper::run()
 {
     for (;;) {
-        // The wait comes first: a program that has just started has better things to do than to upload. Why it ended
-        // does not matter: there is a cycle to do, woken or not, unless the worker was woken to stop.
+        // The wait comes first, so that an upload does not slow the start of the host. It does not matter why the wait
+        // ended: there is a cycle to do unless the worker was stopped.
         tova_event_wait_time(&m_wakeEvent, m_nWaitInterval);
         if (const int stopped = tova_event_wait_time(&_stop_event, 0))
             return stopped;
-        // Running out of memory costs this cycle, never the host.
+        // Running out of memory costs this cycle, but does not end the host.
         try {
             Process();
         } catch (const std::exception&) {
@@ -48,9 +48,9 @@ void ThreadHelper::Close()
 void ThreadHelper::StartBackgroundThread(const char* threadName)
 {
     m_strThreadName = threadName != nullptr ? threadName : "";
-    m_nProcess = tova_process_id(); // a forked child may start what its parent had only made
+    m_nProcess = tova_process_id(); // a forked child may start a worker that its parent only constructed
     start();
-    tova_thread_yield(); // lets the worker reach its first wait, where one processor has to do
+    tova_thread_yield(); // on a single processor, lets the worker reach its first wait
 }
 
 void ThreadHelper::StopBackgroundThread()
@@ -59,12 +59,12 @@ void ThreadHelper::StopBackgroundThread()
         return;
     stop(); // before the wake: the worker must find the request when it looks
     Wake();
-    // As long as the cycle in hand takes: once this returns, nothing of the owner's is called any more.
+    // Waits for the current cycle: after this no code of the owner is called any more.
     tova_thread_join(&_thread);
 }
 
-// The stop belongs to the thread that asked first, for good. Remembered, rather than expressed by a mutex that is never
-// given back: nobody could destroy that one.
+// The stop belongs to the thread that asked first, permanently. Kept as a thread id rather than as a mutex that is
+// never unlocked, because such a mutex could not be destroyed.
 bool ThreadHelper::ClaimStop()
 {
     lumo::scoped_lock hold(m_stopGuard);
@@ -74,7 +74,7 @@ bool ThreadHelper::ClaimStop()
     return m_stopper == caller;
 }
 
-// The stop event stays set, so everyone who asks hears the same, in any order.
+// The stop event stays set, so every caller gets the same result, in any order.
 bool ThreadHelper::IsShuttingDown()
 {
     return tova_event_wait_time(&_stop_event, 0) != 0;
@@ -93,10 +93,10 @@ bool ThreadHelper::IsOwnProcess() const
 }
 
 // In a child made by fork() the worker is gone, but the events still count it as waiting, and it may have held their
-// locks: destroying them as they are would wait for ever. Made anew, they can go.
+// locks: destroying them as they are would wait for ever. Made anew, they can be destroyed.
 void ThreadHelper::ForgetWorker()
 {
-    new (&m_stopGuard) lumo::mutex(false);
+    new (&m_stopGuard) lumo::mutex(lumo::mutex::recursive);
     tova_event_create(&m_wakeEvent, 1);
     tova_event_create(&_stop_event, 0);
     _thread._target = nullptr;
