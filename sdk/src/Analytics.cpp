@@ -1,4 +1,4 @@
-// The C interface: each function checks the session, translates and hands on. No exception leaves it.
+// The C interface: each function checks the session, translates its arguments and delegates. No exception leaves it.
 #include "analytics.h"
 
 #include <cstddef>
@@ -14,7 +14,7 @@
 
 using namespace AnalyticsSDK;
 
-// Hosts and library are compiled apart: a field that moved would be read from where an older host put another one.
+// Hosts and library are compiled separately: an older host would have put another field where a moved one is read.
 static_assert(sizeof(analytics_config) == 2970 && alignof(analytics_config) == 1);
 static_assert(offsetof(analytics_config, upload_url) == 0);
 static_assert(offsetof(analytics_config, event_log_file) == 2000);
@@ -24,14 +24,14 @@ static_assert(offsetof(analytics_config, application_id) == 2560);
 static_assert(offsetof(analytics_config, application_version) == 2660);
 static_assert(offsetof(analytics_config, certificate_file) == 2710);
 
-/// What the host's pointer points to. A name of its own keeps our classes out of the C header. Final, so that deleting
-/// it needs no virtual destructor, which the order of IProgressCallback's operations has no place for.
+/// What the host's pointer points to. This separate type keeps our classes out of the C header. Final, so that deleting
+/// it needs no virtual destructor: adding one to IProgressCallback would change the order of its virtual operations.
 struct analytics_session final : HandleParameters
 {
     using HandleParameters::HandleParameters;
 };
 
-/// Runs `call`. Out of memory becomes a result: the caller may be C, which an exception would tear through.
+/// Runs `call`. Out of memory becomes a result: the caller may be C code, which an exception must not cross.
 template <typename Call>
 static uint32_t Guarded(Call call) noexcept
 {
@@ -42,8 +42,8 @@ static uint32_t Guarded(Call call) noexcept
     }
 }
 
-/// Runs `call` on a session that is there. Without one the call is answered and ignored: a host whose analytics could
-/// not be opened runs on, and need not ask before every line.
+/// Runs `call` when there is a session. Without one it returns ANALYTICS_NO_SESSION and does nothing, so that a host
+/// whose session could not be opened needs no check before each call.
 template <typename Call>
 static uint32_t With(analytics_session* session, Call call) noexcept
 {
@@ -59,7 +59,7 @@ static std::string FieldText(const char (&field)[size])
     return std::string(field, strnlen(field, size));
 }
 
-/// The order matters: an id is saved to, or loaded from, the file that was named before.
+/// The order matters: the id is saved to, or loaded from, the file that was set before.
 static void Configure(EventManager& manager, const analytics_config& config)
 {
     manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
@@ -75,8 +75,8 @@ static void Configure(EventManager& manager, const analytics_config& config)
     manager.SetCertificateFile(FieldText(config.certificate_file).c_str());
 }
 
-/// Throws when memory runs out; everything else that goes wrong (files, threads) is borne, as a host without working
-/// analytics is better than one that does not start.
+/// Throws when memory runs out. All other failures (files, threads) are ignored: a host without working analytics is
+/// better than one that does not start.
 static analytics_session* Open(const analytics_config& config)
 {
     lumo::scoped_ptr<analytics_session> session(new analytics_session(FieldText(config.upload_url).c_str()));
@@ -84,7 +84,7 @@ static analytics_session* Open(const analytics_config& config)
     try {
         session->event_manager.Init();
     } catch (const std::exception&) {
-        session->event_manager.Close(); // the first worker may run by now, and must not outlive the session
+        session->event_manager.Close(); // the worker may run already, and must not outlive the session
         throw;
     }
     return session.Detach();
@@ -94,7 +94,7 @@ analytics_session* analytics_initialize(const analytics_config* config)
 {
     if (config == nullptr)
         return nullptr;
-    tova_http_initialize(); // counted: the host may use these requests itself, before and after the session
+    tova_http_initialize(); // counted, since the host may make requests with tova itself, before and after the session
     try {
         return Open(*config);
     } catch (const std::exception&) {
@@ -107,12 +107,12 @@ void analytics_shutdown(analytics_session* session)
 {
     if (session == nullptr)
         return;
-    session->event_manager.Close(); // from here on nobody calls the session's observers
+    session->event_manager.Close(); // after this no observer of the session is called
     delete session;
     tova_http_shutdown();
 }
 
-// Building. What may follow what is the session's to know; a begin call without a name is the same call with none.
+// Building. The session knows which call is allowed when; a begin call without a name is the named one with null.
 
 uint32_t analytics_event_begin(analytics_session* session, const char* name)
 {
@@ -154,8 +154,8 @@ uint32_t analytics_array_end(analytics_session* session)
     return With(session, [](HandleParameters& handle) { return handle.EndFrame(Frame::array); });
 }
 
-/// Adds a value to the innermost object, or array, with the document's operation for its type. What that answers is not
-/// passed on: a document refuses nothing that the session lets through.
+/// Adds a value to the innermost object, or array, with the document's operation for its type. Its result is not passed
+/// on: a document refuses nothing that the session allows.
 template <auto add, typename... Value>
 static uint32_t AddNamed(analytics_session* session, const char* name, Value... value)
 {
@@ -245,15 +245,16 @@ uint32_t analytics_float64_add(analytics_session* session, double value)
 uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t length)
 {
     return With(session, [=](HandleParameters& handle) -> uint32_t {
-        // strncpy() and its missing terminator are meant: hosts give zeroed buffers and a byte less than their size.
+        // Deliberate: strncpy(), which may leave no terminator, because hosts pass a zeroed buffer and one byte less
+        // than its size.
         if (buffer != nullptr)
             std::strncpy(buffer, handle.event_manager.GetLastLoggedEvent(), length);
         return ANALYTICS_OK;
     });
 }
 
-// Asks no session: hosts read properties before they open one, or without ever doing so. Without a buffer there is
-// nowhere to put even an empty text, so that is a fault to be found, not a result.
+// Needs no session: hosts read properties before they open one, or without one. A null buffer cannot take even an empty
+// text, so it is misuse and aborts.
 uint32_t analytics_property_get(analytics_session*, const char* key, char* buffer, unsigned int size)
 {
     tova_assert_at(190, buffer);
@@ -271,7 +272,7 @@ uint32_t analytics_observer_add(analytics_session* session, const char* event, a
     return With(session, [=](HandleParameters& handle) { return handle.AddObserver(event, callback, context); });
 }
 
-// Whatever is not 0 waits: hosts in other languages have other numbers for true.
+// Any value but 0 waits: other languages have other numbers for true.
 uint32_t analytics_send(analytics_session* session, int synchronous)
 {
     return With(session, [=](HandleParameters& handle) { return handle.Send(synchronous != 0); });
@@ -307,7 +308,8 @@ const char* analytics_version(void)
     return ANALYTICS_VERSION;
 }
 
-// A table rather than an array by code: the codes leave gaps. Never null, so that hosts may print what they get.
+// A table rather than an array indexed by code, because the codes have gaps. Never null, so that hosts may print the
+// result.
 const char* analytics_result_text(uint32_t code)
 {
     static constexpr struct

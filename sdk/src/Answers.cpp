@@ -10,7 +10,7 @@
 namespace AnalyticsSDK {
 namespace {
 
-// The first row that fits. Statuses below 200 are never final; 0 stands for none at all.
+// The first row that matches counts. Statuses below 200 are never final; 0 means that there was none.
 constexpr struct
 {
     long least, most;
@@ -27,7 +27,7 @@ bool IsSuccess(long status)
 
 } // namespace
 
-// A server that answers before it has everything has not taken everything.
+// A server that answers before it has the whole body has not taken it.
 Verdict Judge(const Answer& answer, bool compressed)
 {
     if (IsSuccess(answer.status))
@@ -49,7 +49,7 @@ bool IsFailure(const Answer& answer)
 int64_t RetryAfter_ms(std::string_view retryAfter, std::string_view date)
 {
     constexpr int64_t day_s = 86'400;
-    // More digits than a number holds are still a long time.
+    // A number with too many digits still means a long time.
     const bool digits = !retryAfter.empty() && retryAfter.find_first_not_of("0123456789") == retryAfter.npos;
     int64_t seconds = digits ? ReadDigits(retryAfter).value_or(day_s) : 0;
     if (!digits) {

@@ -12,12 +12,12 @@ namespace AnalyticsSDK {
 /// What came of a request.
 struct Answer
 {
-    long status = 0;           ///< the final HTTP status; 0: none came
+    long status = 0;           ///< the final HTTP status; 0: none arrived
     bool bodySent = false;     ///< the whole body went out
-    bool connected = false;    ///< a connection to the server stood
+    bool connected = false;    ///< a connection to the server was made
     bool endedHere = false;    ///< the session itself ended the request
-    int64_t retryAfter_ms = 0; ///< how long the server asks to be left alone; 0: it does not
-    std::string reason = {};   ///< of a failure: one sentence with what to do
+    int64_t retryAfter_ms = 0; ///< how long the server asks the client to wait; 0: it does not
+    std::string reason = {};   ///< of a failure: one sentence that also says what to do
 };
 
 enum class Verdict
@@ -26,13 +26,13 @@ enum class Verdict
     split, ///< too large for this server
     plain, ///< once more at once, not compressed
     later, ///< after the back-off; the cycle ends
-    aside  ///< refused for a reason that waiting alone does not mend: behind all others
+    aside  ///< refused for a reason that waiting does not fix: tried after all others
 };
 
 /// @param compressed whether the request's body was
 Verdict Judge(const Answer& answer, bool compressed);
 
-/// Whether the request was a failure in a row: a server that asks for smaller ones works.
+/// Whether the answer counts as a failure for the back-off. A request that is too large does not: the server works.
 bool IsFailure(const Answer& answer);
 
 /// The wait that a Retry-After header asks for (RFC 9110, 10.2.3): seconds, or a date that is counted from the answer's

@@ -40,10 +40,11 @@ bool ForceOntoDisk(const HeldFile& file)
     return Uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
 }
 
-/// A new file of that name, locked for as long as it is held. Null when it cannot be had.
+/// A new file of that name, locked for as long as it is held. Null when that failed.
 std::unique_ptr<HeldFile> NewTemporary(const std::string& path)
 {
-    // Again where a scan took it away between the opening and the lock, or a maker died and left one of this name.
+    // Tried again when a scan removed the file between opening and locking, or a process that died left one of this
+    // name.
     for (int tries = 0; tries < 3; ++tries) {
         auto file = std::make_unique<HeldFile>();
         if (file->Open(path, O_RDWR | O_CREAT | O_EXCL, 0600)) {
@@ -57,7 +58,7 @@ std::unique_ptr<HeldFile> NewTemporary(const std::string& path)
     return nullptr;
 }
 
-/// Gives a temporary file its permissions and its name; takes it away where that fails.
+/// Gives a temporary file its permissions and its final name; removes it when that fails.
 bool Publish(const HeldFile& file, const std::string& temporary, const std::string& path, mode_t mode, bool synced)
 {
     const bool done = ::fchmod(file.Get(), mode & 0444) == 0 && (!synced || ForceOntoDisk(file)) &&
@@ -92,7 +93,7 @@ Batch::Claimed Batch::Claim(const std::string& log, const BatchName& name, Batch
         return Claimed::gone;
     if (file.WaitForLock(wait_ms) == HeldFile::Lock::refused)
         return Claimed::busy;
-    // While this waited, the holder may have sent and deleted it, or put its first half in its place.
+    // During the wait the holder may have sent and deleted it, or replaced it by its first half.
     if (!file.IsAt(claim->m_path) || !file.Look(now))
         return Claimed::gone;
     claim->m_bytes = static_cast<uint64_t>(now.st_size);
@@ -101,7 +102,7 @@ Batch::Claimed Batch::Claim(const std::string& log, const BatchName& name, Batch
     return Claimed::yes;
 }
 
-/// Hands the part's text to `visit` in pieces, until that answers false. @return false when it could not be read
+/// Passes the part's text to `visit` in pieces, until that returns false. @return false when it could not be read
 template <typename Visit>
 bool Batch::Walk(const BatchPart& part, Visit visit) const
 {
@@ -131,7 +132,7 @@ std::optional<uint64_t> Batch::CountLinesOf(const BatchPart& part) const
     return whole ? std::optional(counter.Lines()) : std::nullopt;
 }
 
-// Where the last byte stands that is no line feed, and one.
+// The position behind the last byte that is no line feed.
 std::optional<uint64_t> Batch::ContentEnd(const BatchPart& part) const
 {
     uint64_t end = part.offset + part.bytes;
@@ -151,7 +152,7 @@ std::optional<std::pair<BatchPart, BatchPart>> Batch::Halves(const BatchPart& pa
     uint64_t cut = 0, linesBefore = 0;
     LineCounter counter;
     const bool read = content && Walk(part, [&](uint64_t at, std::string_view piece) {
-                          // A line end is as good as any other once a line stands before it and something behind it.
+                          // Any line end is a possible cut if a line precedes it and something follows it.
                           while (!piece.empty()) {
                               const size_t feed = piece.find('\n');
                               const size_t taken = feed == piece.npos ? piece.size() : feed + 1;
@@ -173,7 +174,7 @@ std::optional<std::pair<BatchPart, BatchPart>> Batch::Halves(const BatchPart& pa
                      BatchPart{cut, part.offset + part.bytes - cut, part.first + linesBefore});
 }
 
-// The part's copy under a temporary name, locked, whole and on the disk; not yet sealed.
+// A copy of the part under a temporary name: locked, complete and on the disk, not yet sealed.
 std::unique_ptr<HeldFile> Batch::CopyOf(const BatchPart& part) const
 {
     const std::string path = FileOf(m_log, {m_name.id, part.first}, BatchKind::temporary);
@@ -194,7 +195,7 @@ std::optional<BatchName> Batch::Split(const std::pair<BatchPart, BatchPart>& hal
         return std::nullopt;
     auto first = CopyOf(halves.first);
     if (!first)
-        return std::nullopt; // the second half's lines stand in two files now, which receivers sort out
+        return std::nullopt; // the lines of the second half are now in two files; servers ignore repeated lines
     m_file = std::move(first);
     m_bytes = halves.first.bytes;
     return BatchName{m_name.id, halves.second.first};
@@ -203,7 +204,7 @@ std::optional<BatchName> Batch::Split(const std::pair<BatchPart, BatchPart>& hal
 bool Batch::Delete()
 {
     if (!m_file->IsAt(m_path))
-        return true; // somebody else's by now, or nobody's
+        return true; // replaced or removed by another process
     return ::unlink(m_path.c_str()) == 0 || errno == ENOENT;
 }
 
@@ -212,7 +213,7 @@ std::optional<uint64_t> Batch::Drop(bool told)
     const auto lines = CountLinesOf(Whole());
     const bool kept =
         lines && (!told || *lines == 0 || Make(m_log, m_name, BatchKind::dropped, std::to_string(*lines) + "\n", true));
-    // One that cannot be deleted now stands beside its number: it is never sent any more.
+    // A file that cannot be deleted has its number beside it now, so it is never sent again.
     if (!kept || (!Delete() && !told))
         return std::nullopt;
     return lines;

@@ -1,4 +1,4 @@
-// One file of the outbox, claimed: whoever holds its exclusive lock may send it, split it, drop it and delete it.
+// One file of the outbox, claimed: the process that holds its exclusive lock may send, split, drop and delete it.
 #ifndef ANALYTICSSDK_BATCH_H
 #define ANALYTICSSDK_BATCH_H
 
@@ -25,11 +25,10 @@ public:
     enum class Claimed
     {
         yes,
-        busy, ///< somebody else holds it
-        gone  ///< no such file of ours any more
+        busy, ///< another process or session holds it
+        gone  ///< the file does not exist any more
     };
-    /// Claims a file of the outbox for as long as `batch` lives. Where the file system has no locks the answer is yes
-    /// all the same.
+    /// Claims a file of the outbox for as long as `batch` lives. On a file system without locks it always succeeds.
     /// @param log absolute path of the log @param wait_ms for its lock: a writer that looks at its old handle holds it
     ///     for a moment
     static Claimed Claim(const std::string& log, const BatchName& name, BatchKind kind, int wait_ms,
@@ -46,21 +45,23 @@ public:
     /// The two halves of a part, cut at the line end nearest below half of its bytes, else at the next one; each has at
     /// least one line. None for a single line, and when it could not be read.
     std::optional<std::pair<BatchPart, BatchPart>> Halves(const BatchPart& part) const;
-    /// Splits the file in two, second half first, so that no line is ever without a file. This one goes on as the first
-    /// half, claimed. @return the second half's name; none when nothing could be written, and nothing has changed then
+    /// Splits the file in two, second half first, so that no line is ever without a file. This object becomes the first
+    /// half, still claimed. @return the second half's name; none when nothing could be written, and nothing has changed
+    /// then
     std::optional<BatchName> Split(const std::pair<BatchPart, BatchPart>& halves);
 
     /// Deletes the file. True when it is gone.
     bool Delete();
-    /// Throws the lines away: keeps their number beside, when `told`, then deletes the file.
-    /// @return their number; none when the number could not be kept, and the file stays then
+    /// Drops the lines: writes their number to a `.dropped` file if `told`, then deletes this file.
+    /// @return their number; none when it could not be written, and the file is kept then
     std::optional<uint64_t> Drop(bool told);
     /// Of a `.dropped`: the number it holds. None when it is not digits and a line feed.
     std::optional<uint64_t> DroppedLines() const;
     /// Forces the file onto the disk.
     bool Sync() const;
 
-    /// Makes a sealed file of the outbox with this text: in a temporary one, then renamed. False when that failed.
+    /// Makes a sealed file of the outbox with this text: written as a temporary file, then renamed. False when that
+    /// failed.
     static bool Make(const std::string& log, const BatchName& name, BatchKind kind, std::string_view text, bool synced);
 
 private:
@@ -79,7 +80,7 @@ private:
     mode_t m_mode = 0;
 };
 
-/// Removes a temporary file that nobody is making any more.
+/// Removes a temporary file that no process holds any more.
 void RemoveAbandoned(const std::string& path);
 
 } // namespace AnalyticsSDK

@@ -13,11 +13,11 @@ bool IsEmpty(const char* text)
 }
 
 struct Loan;
-/// Where this thread wants the next loan noted; null when it copies nothing.
+/// Where GetUserCredentials notes the record that it returns to this thread; null unless this thread is copying one.
 constinit thread_local Loan* t_pLoan = nullptr;
 
-/// The record that a store of ours lent last to this thread, which made this. By the pointer alone the login could not
-/// be read: a host's thread may destroy it at any moment.
+/// The record that a CCredentialStore last returned to this thread. Its pointer alone is not enough to read the login:
+/// another thread may destroy the record at any moment.
 struct Loan
 {
     Loan() { t_pLoan = this; }
@@ -33,7 +33,7 @@ struct Loan
 
 } // namespace
 
-// Growing to the capacity never moves the text, so every byte that it occupies is in reach.
+// Resizing to the capacity does not reallocate, so every byte of the memory can be overwritten.
 void WipeText(std::string& text) noexcept
 {
     text.resize(text.capacity());
@@ -51,7 +51,7 @@ CUserCredentials::CUserCredentials(std::string_view userName, std::string_view p
 CUserCredentials& CUserCredentials::operator=(const CUserCredentials& other)
 {
     if (this != &other) {
-        // Before the assignment, which may take a new block and give the old one back as it stands.
+        // Before the assignment, which may allocate a new block and release the old one unwiped.
         WipeText(strPassword);
         strUserName = other.strUserName;
         strPassword = other.strPassword;
@@ -64,7 +64,7 @@ CUserCredentials::~CUserCredentials()
     WipeText(strPassword);
 }
 
-// Five stars whatever the password: its length is nobody's business either.
+// Always five stars: the length of a password is a secret too.
 std::string DescribeCredentials(const CUserCredentials& credentials)
 {
     return credentials.strUserName + ":*****";
@@ -77,7 +77,7 @@ CUserCredentialsMap::~CUserCredentialsMap()
     clear();
 }
 
-// Hides the base's, which would drop the pointers and leak the records.
+// Hides clear() of the base class, which would leak the records.
 void CUserCredentialsMap::clear()
 {
     for (auto& [proxy, credentials] : *this)
@@ -87,7 +87,7 @@ void CUserCredentialsMap::clear()
 
 ICredentialStore::~ICredentialStore() = default;
 
-// No lock is held while a store is asked: one that derives from ours may take its own, or ask the user.
+// No lock is held while a store is called: a derived one may take its own, or ask the user.
 bool ICredentialStore::CopyUserCredentials(const char* proxy, CUserCredentials& out)
 {
     if (IsEmpty(proxy) || !HasCredentials(proxy))
@@ -105,7 +105,7 @@ bool ICredentialStore::CopyUserCredentials(const char* proxy, CUserCredentials& 
 CCredentialStore::CCredentialStore() = default;
 CCredentialStore::~CCredentialStore() = default;
 
-// An unknown proxy leaves an entry without a record behind, which reads as no login; that is meant, here and below.
+// Here and below an unknown proxy leaves an entry without a record; the header says why.
 bool CCredentialStore::HasCredentials(const char* proxy)
 {
     if (IsEmpty(proxy))
@@ -128,7 +128,7 @@ CUserCredentials* CCredentialStore::GetUserCredentials(const char* proxy)
     return record;
 }
 
-// The record as it is now: a host's thread may have replaced it since it was lent.
+// Looked up again: another thread may have replaced the record since it was returned.
 bool CCredentialStore::CopyStored(const std::string& key, CUserCredentials& out)
 {
     lumo::scoped_lock hold(lock);
@@ -143,9 +143,9 @@ bool CCredentialStore::AddCredentials(const char* proxy, scoped_ptr<CUserCredent
     if (IsEmpty(proxy) || !credentials)
         return false;
     lumo::scoped_lock hold(lock);
-    // The virtual one, under the lock that it takes again: a derived store hears of every record that goes.
+    // The virtual operation, which takes the recursive lock again: a derived store must see every removal.
     RemoveCredentials(proxy);
-    // The entry first, which may need memory: until it stands, the record is still owned.
+    // The entry is made first, which may throw: until it exists, the caller's pointer still owns the record.
     CUserCredentials*& record = mapCredentials[proxy];
     record = credentials.Detach();
     return true;

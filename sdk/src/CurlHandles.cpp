@@ -13,7 +13,7 @@
 
 namespace AnalyticsSDK {
 
-// How late a synchronous request may learn that the process is leaving: nothing else ends its wait.
+// How late a synchronous request may notice that the process exits: nothing else ends its wait.
 static constexpr int alone_wait_ms = 1000;
 // The same for one whose maker may end it.
 static constexpr int asked_wait_ms = 30;
@@ -49,7 +49,7 @@ bool CurlHttpHeaders::AddHeader(const char* line)
     return grown != nullptr;
 }
 
-// A line without a value would say something else: that libcurl is to leave out its own header of that name.
+// A line without a value would have another meaning: that libcurl leaves out its own header of that name.
 void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 {
     if (name && value && *name != '\0' && *value != '\0')
@@ -58,8 +58,8 @@ void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 
 CurlEasyHandle::CurlEasyHandle() : hCurl(curl_easy_init()) {}
 
-// libcurl lets go of the buffers before they are freed. Once the process is leaving its handle is leaked: what stands
-// under it may be gone already.
+// libcurl's handle is cleaned up before the buffers that it uses are freed. Once the process exits the handle is
+// leaked: the libraries under it may be torn down already.
 CurlEasyHandle::~CurlEasyHandle()
 {
     if (const CurlUse use; use)
@@ -72,7 +72,7 @@ CurlEasyHandle::~CurlEasyHandle()
     spStream.Reset();
 }
 
-// Zeros, because libcurl writes nothing where it has no words, and the buffer is read either way.
+// Zeroed, because libcurl may write nothing, and the buffer is read in any case.
 char* CurlEasyHandle::GetErrorBuffer()
 {
     if (!pErrorBuffer)
@@ -110,13 +110,13 @@ std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
 {
     strFilePath = path;
     auto* file = new std::ofstream;
-    // A file that does not open is found out by the write callback, block by block.
+    // The write callback notices a file that could not be opened.
     spStream.Reset(file);
     host::OpenForWriting(*file, path);
     return file;
 }
 
-// A text has nothing to close and stays readable: its owner asks for it after the end.
+// A string stream needs no closing and stays readable: its owner reads it after the end.
 void CurlEasyHandle::CloseStream()
 {
     if (!spStream)
@@ -139,12 +139,12 @@ void CurlEasyHandle::NoteSentBody()
         bBodySent = sent >= announced;
 }
 
-// What curl_easy_perform does, in steps between which the process may leave. With a multi handle of its own, as the one
-// of the queue is the worker's alone.
+// The same as curl_easy_perform, in steps between which the process may exit. It uses a separate multi handle, because
+// only the worker may use that of the queue.
 CURLcode CurlEasyHandle::Perform()
 {
     CurlMultiHandle own;
-    *GetErrorBuffer() = '\0'; // the words of an earlier attempt
+    *GetErrorBuffer() = '\0'; // the error of an earlier attempt
     CURLMcode code = curl_multi_add_handle(own.GetHandle(), hCurl);
     for (int running = 1; code == CURLM_OK && running > 0;) {
         {
@@ -153,13 +153,13 @@ CURLcode CurlEasyHandle::Perform()
                 return CURLE_ABORTED_BY_CALLBACK;
             code = curl_multi_perform(own.GetHandle(), &running);
         }
-        // Outside the use: a process that leaves would have to wait for this wait.
+        // Outside the CurlUse: otherwise a process that exits would have to wait for this.
         if (code == CURLM_OK && running > 0)
             code = curl_multi_poll(own.GetHandle(), nullptr, 0, pIsOver ? asked_wait_ms : alone_wait_ms, nullptr);
         if (running > 0 && pIsOver && (*pIsOver)())
             code = CURLM_ABORTED_BY_CALLBACK;
     }
-    // The message goes with the removal below: its result is copied before.
+    // The message is destroyed by the removal below, so its result is copied first.
     int left = 0;
     const CURLMsg* message = curl_multi_info_read(own.GetHandle(), &left);
     CURLcode result = code == CURLM_OK && message ? message->data.result : CURLE_FAILED_INIT;
@@ -194,7 +194,8 @@ void CurlMultiHandle::AddEasyHandle(CurlEasyHandle* handle)
     {
         lumo::scoped_lock hold(lock);
         arrQueued.push_back(handle);
-        // In both lists or in none: what is only queued could not be cancelled, what is only listed would never start.
+        // In both lists or in none: a transfer that is only queued could not be cancelled, one that is only listed
+        // would never start.
         try {
             arrHandles.push_back(handle);
         } catch (...) {
@@ -244,7 +245,7 @@ void CurlMultiHandle::AdoptQueued(std::vector<CurlEasyHandle*>& refused)
     }
 }
 
-// Out and in again: libcurl takes up changed options when a transfer starts.
+// Removed and added again: libcurl reads changed options when a transfer starts.
 void CurlMultiHandle::RetryEasyHandle(CurlEasyHandle* handle)
 {
     curl_multi_remove_handle(hMulti, handle->GetHandle());
@@ -255,7 +256,7 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
 {
     {
         lumo::scoped_lock hold(lock);
-        // From both: a transfer that is given up while the machine is offline may not have been adopted yet.
+        // From both lists: a transfer that is given up while the machine is offline may not have been adopted yet.
         for (std::vector<CurlEasyHandle*>* list :
              {static_cast<std::vector<CurlEasyHandle*>*>(&arrHandles), &arrQueued}) {
             const auto entry = std::find(list->begin(), list->end(), handle);
@@ -263,13 +264,13 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
                 list->erase(entry);
         }
     }
-    // Whether it was listed or not, and libcurl's or not: this is a transfer's only way out.
+    // Called in any case, listed or not, added to libcurl or not: every transfer ends here.
     curl_multi_remove_handle(hMulti, handle->GetHandle());
     handle->CloseStream();
     delete handle;
 }
 
-// The first match counts: nothing keeps a host from giving two transfers one id or URL.
+// The first match counts: a host may give two transfers the same id or URL.
 template <class Match>
 CurlEasyHandle* CurlMultiHandle::Find(Match match)
 {
@@ -340,14 +341,14 @@ void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)
 {
     lumo::scoped_lock hold(lock);
     for (CurlEasyHandle* handle : arrHandles) {
-        // With no network every pending transfer is given up, whatever its times. That is meant. Asked for each
-        // transfer anew: the network may go while the list is walked.
+        // Deliberate: without a network every pending transfer is given up, whatever its times, so that its owner hears
+        // at once and keeps the data. Checked for each transfer, as the network may go down during the loop.
         if (!IsOnline()) {
             out.push_back(handle);
             continue;
         }
         const double now = TransferSettings::Now();
-        // The clock of silence starts at the first look, not when the transfer was queued.
+        // The time without data is measured from the first check, not from when the transfer was queued.
         if (handle->GetLastUpdate() == 0.0)
             handle->SetLastUpdate(now);
         else if (now - handle->GetLastUpdate() > handle->GetTimeout())
@@ -355,7 +356,7 @@ void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)
     }
 }
 
-// The handle is not needed: which characters stay is our own rule, not libcurl's.
+// The handle is not needed: the library has its own encoder instead of libcurl's.
 std::string EscapeParams(CurlEasyHandle*, const std::string& value)
 {
     std::string escaped;

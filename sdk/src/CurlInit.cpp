@@ -19,11 +19,11 @@ namespace {
 
 constexpr int leaving_limit_ms = 1000;
 
-// Trivially destroyed, so that they still hold while static objects are torn down around live threads.
+// Trivially destroyed, so that threads may still use them while static objects are destroyed.
 constinit std::atomic<int> g_nUsers{0};  // web clients
 constinit std::atomic<int> g_nInside{0}; // uses under way
 constinit std::atomic<bool> g_bLeaving{false};
-constinit thread_local int t_nInside = 0; // those of this thread: a host may call exit() from a callback
+constinit thread_local int t_nInside = 0; // those of this thread, because a host may call exit() from a callback
 
 CurlInit g_curlInit TOVA_BEFORE_THE_HOST;
 
@@ -34,7 +34,7 @@ void WaitUntilNobodyIsInside()
         tova_sleep(1);
 }
 
-// Between two calls of OpenSSL's, which no analysis sees as one.
+// OpenSSL locks in one call and unlocks in another, which the thread-safety analysis cannot follow.
 void LockOrUnlock(lumo::mutex& mutex, int mode) LUMO_NO_THREAD_SAFETY_ANALYSIS
 {
     if (mode & CRYPTO_LOCK)
@@ -45,10 +45,10 @@ void LockOrUnlock(lumo::mutex& mutex, int mode) LUMO_NO_THREAD_SAFETY_ANALYSIS
 
 } // namespace
 
-// OpenSSL's own exit handler would pull the TLS state from under a transfer that is under way when the host exits. It
-// stays away when the first start-up of the process says so; the system takes the memory back anyway. A host may have
-// started OpenSSL before: hence the care on leaving, which comes before that handler, as what is made later ends
-// earlier.
+// OpenSSL's own exit handler would free the TLS state under a transfer that still runs when the host exits. The handler
+// is not installed when the first initialisation in the process asks for that; the system frees the memory anyway. But
+// the host may have initialised OpenSSL before, so our destructor waits as well: it runs before that handler, because
+// what is made later is destroyed earlier.
 CurlInit::CurlInit()
 {
     OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
@@ -107,7 +107,7 @@ unsigned long CurlInit::id_function()
 
 CRYPTO_dynlock_value* CurlInit::dyn_create_function(const char*, int)
 {
-    return new (std::nothrow) CRYPTO_dynlock_value; // OpenSSL's until it calls for its end
+    return new (std::nothrow) CRYPTO_dynlock_value; // OpenSSL destroys it by dyn_destroy_function
 }
 
 void CurlInit::dyn_lock_function(int mode, CRYPTO_dynlock_value* lock, const char*, int)
@@ -130,7 +130,7 @@ void CurlInit::RemoveUser()
     --g_nUsers;
 }
 
-// Counted before the flag is read: whoever raises the flag either sees the count or is seen.
+// Incremented before the flag is read: then either this thread sees the flag, or the one that set it sees the count.
 CurlUse::CurlUse() : m_bAllowed(true)
 {
     ++g_nInside;

@@ -15,7 +15,8 @@ constexpr uint64_t leastBatchesKept = 4;
 constexpr size_t mostDropped = 1000;
 constexpr int64_t day_ms = 86'400'000;
 
-// A file that is larger than its limit by this much is a long line, taken over, or written to by several at once.
+// Whether a file is so much larger than its limit that it is worth splitting: it holds a very long line, was taken
+// over, or was written to by several processes at once.
 bool IsOversize(uint64_t bytes, const Options& options)
 {
     const auto limit = static_cast<uint64_t>(options[Option::batch_bytes]);
@@ -79,7 +80,7 @@ void Cycle::Prepare()
     if (m_terms.mayTakeOver)
         m_outbox.TakeOver(); // first: it is older
     if (!m_outbox.SealOpen(Patience_ms(m_terms.asked ? sealPatience_ms : claimPatience_ms)))
-        NoteFailure(0); // what is in there stays unsent
+        NoteFailure(0); // its events stay unsent
     DeleteTaken();
     const OutboxContents contents = KeepInOrder(m_outbox, m_options, m_ledger);
     m_dropped = contents.dropped;
@@ -132,8 +133,8 @@ std::unique_ptr<Batch> Cycle::ClaimPlanned()
     return nullptr;
 }
 
-// Who asks for a sending wants all of it sent: what others have claimed is waited for, and what they have split is
-// looked for.
+// A host that asks for a send wants everything sent: batches that others have claimed are waited for, and those that
+// they have split are looked up again.
 std::unique_ptr<Batch> Cycle::ClaimNext()
 {
     for (;;) {
@@ -198,7 +199,7 @@ Cycle::After Cycle::SendPart(const Send& send, Batch& batch, uint64_t& lines)
     BatchRequest request;
     if (!Fill(batch, request))
         return SetAside(batch, {});
-    if (request.lines == 0) { // line feeds alone: nothing that anybody counts
+    if (request.lines == 0) { // only line feeds, which do not count as lines
         m_parts.pop_front();
         return After::onward;
     }
@@ -253,7 +254,7 @@ bool Cycle::IsWhole(const Batch& batch) const
     return m_parts.size() == 1 && m_parts.front().bytes == batch.Bytes();
 }
 
-// Where nothing can be written, the halves are sent from the one file.
+// When no file can be written, the two halves are sent from the one file.
 bool Cycle::Divide(Batch& batch)
 {
     const auto halves = batch.Halves(m_parts.front());
@@ -269,7 +270,8 @@ bool Cycle::Divide(Batch& batch)
     return true;
 }
 
-// What this server finds too large. Very little is no reason for that, and is kept: it may be the server's mistake.
+// The server finds the part too large. A very small part cannot be too large: it is kept, as the server may be
+// misconfigured.
 Cycle::After Cycle::Shrink(Batch& batch, const Answer& answer)
 {
     if (m_parts.front().bytes < leastSplit)
@@ -306,7 +308,7 @@ Cycle::After Cycle::Fail(const Batch& batch, const Answer& answer)
     return After::end;
 }
 
-// Two different batches with the same answer: it is not the batches that the server refuses.
+// The same answer to two different batches shows that the cause is not in the batches.
 Cycle::After Cycle::SetAside(const Batch& batch, const Answer& answer)
 {
     NoteFailure(answer.status);
@@ -323,7 +325,7 @@ void Cycle::NoteFailure(long status)
     m_outcome.allTaken = false;
 }
 
-// Whatever the server says to them is no answer to the host: no event waits in them.
+// Their outcome does not count for the host: they hold no events.
 void Cycle::TellDropped(const Send& send)
 {
     std::sort(m_dropped.begin(), m_dropped.end());
@@ -339,7 +341,7 @@ void Cycle::TellDropped(const Send& send)
         const Answer answer = Ask(send, request);
         if (Judge(answer, false) == Verdict::taken)
             number->Delete();
-        else if (answer.status == 0) // nobody is there: nor would the next hundreds be heard
+        else if (answer.status == 0) // the server cannot be reached, so further requests would fail too
             return;
     }
 }

@@ -1,4 +1,4 @@
-// One run through the outbox: which batch is next, and what an answer does to it. Knows no socket.
+// One run through the outbox: which batch is next, and what an answer does to it. Independent of the network code.
 #ifndef ANALYTICSSDK_CYCLE_H
 #define ANALYTICSSDK_CYCLE_H
 
@@ -25,18 +25,18 @@ struct BatchRequest
     uint64_t first = 0;    ///< "o"
     uint64_t lines = 0;    ///< "n"
     uint64_t dropped = 0;  ///< "d"
-    std::string data = {}; ///< the lines as they lie in the file
+    std::string data = {}; ///< the lines as they are in the file
     bool compressed = false;
 };
 
 /// How a run ended.
 struct CycleOutcome
 {
-    bool allTaken = true; ///< nothing of what waited is left
+    bool allTaken = true; ///< no batch is left unsent
     long status = 0;      ///< of the first failure
 };
 
-/// Puts the folder in order, keeps the limits, and forces onto the disk what the options ask for.
+/// Tidies the folder, enforces the limits, and syncs to the disk what the options ask for.
 OutboxContents KeepInOrder(const Outbox& outbox, const Options& options, Ledger& ledger);
 
 class Cycle
@@ -46,15 +46,18 @@ public:
     using Send = std::function<Answer(const BatchRequest&)>;
     struct Terms
     {
-        bool asked = false;      ///< by a host: batches that are set behind are tried as well, claimed ones waited for
-        bool mayTakeOver = true; ///< the default mode's file
+        bool asked = false;      ///< by a host: batches that were set aside are tried too, claimed ones waited for
+        bool mayTakeOver = true; ///< whether the file of the default mode is taken over
         DeliveryClock::time_point end = DeliveryClock::time_point::max(); ///< what waits for locks ends by then
-        std::function<bool()> isOver = [] { return false; };              ///< the time is over, or the session ends
+        std::function<bool()> isOver = [] {
+            return false;
+        }; ///< true when the time limit has passed or the session ends
     };
 
     Cycle(const Outbox& outbox, const Options& options, Ledger& ledger, Terms terms);
 
-    /// Seals, puts in order, keeps the limits, then sends oldest first until nothing is left or a failure ends it.
+    /// Seals, tidies, enforces the limits, then sends the oldest batch first until none is left or a failure ends the
+    /// run.
     CycleOutcome Run(const Send& send);
 
 private:
@@ -92,14 +95,14 @@ private:
     const Terms m_terms;
     CycleOutcome m_outcome;
     std::deque<BatchName> m_plan;
-    std::deque<BatchPart> m_parts;            ///< of the batch in hand, what is still to be sent
+    std::deque<BatchPart> m_parts;            ///< of the current batch, the parts still to be sent
     std::deque<BatchName> m_busy;             ///< claimed by others
     std::set<BatchName> m_tried;              ///< by this run
     std::set<std::string, std::less<>> m_ids; ///< of the batches that were there at the start
     std::vector<BatchName> m_dropped;
     std::optional<DeliveryClock::time_point> m_busyEnd;
-    bool m_sawOthers = false; ///< another process has changed what was planned
-    long m_asideStatus = 0;   ///< of the last answer when that set its batch behind; else 0
+    bool m_sawOthers = false; ///< another process has changed the planned batches
+    long m_asideStatus = 0;   ///< of the last answer if that set its batch aside; else 0
 };
 
 } // namespace AnalyticsSDK

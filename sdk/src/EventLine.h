@@ -8,13 +8,14 @@
 
 namespace AnalyticsSDK {
 
-/// An array writer that keeps its room from event to event, and whose first elements can be given ready-made.
+/// An array writer that keeps the room of its text from event to event, and can start with the finished text of the
+/// first elements.
 class EventLine : public lumo::json_writer_array
 {
 public:
     EventLine() : json_writer_array(nullptr, true) {}
 
-    /// Starts over with the text of an unfinished array, as its text was then.
+    /// Starts over with the text of an unfinished array, which was copied from an EventLine.
     void Restart(std::string_view begun) { _resume(begun); }
 
     /// Closes the array and the line. @return the whole line, valid until the next change

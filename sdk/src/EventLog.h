@@ -12,7 +12,7 @@
 
 namespace AnalyticsSDK::EventLog {
 
-/// Never destroyed: a host may leave main() while workers still append, and while its own static destructors log.
+/// Never destroyed: after main() workers may still append, and static destructors of the host may log.
 union LastingMutex
 {
     constexpr LastingMutex() : none() {}
@@ -28,8 +28,9 @@ extern LastingMutex lock;
 
 /// Appends a line, which brings its line feed, in one write. A line is written whole or not at all.
 ///
-/// Failure is silent towards hosts by contract: the event is lost, earlier lines are not. A tail without a line feed (a
-/// process was killed inside its write) is closed off in front of the line, so that one bad line never becomes two.
+/// Failure is silent towards hosts by contract: the event is lost, earlier lines are not. If the file does not end with
+/// a line feed (a process was killed while it wrote), one is written first, so that the unfinished line does not spoil
+/// the new one.
 /// @param synced forces the line onto the disk as well @return whether it was written
 bool Append(const std::string& path, std::string_view line, bool synced = false);
 
@@ -38,16 +39,16 @@ enum class Content
 {
     none,      ///< no file
     whole,     ///< all of it was read; it may be empty
-    unreadable ///< there is a file, but not all of it could be had: it must be neither sent nor deleted
+    unreadable ///< there is a file, but not all of it could be read: it must be neither sent nor deleted
 };
 
 /// Reads the file into `text`: up to the first NUL, without the blanks (only blanks) at its end.
 ///
-/// `size` receives the file's length in bytes, which says more than the text when that is cut; 0 unless whole. Files of
-/// 4 GB and more count as unreadable.
+/// `size` receives the file's length in bytes, also when the text is shorter than the file; 0 unless whole. Files of 4
+/// GB and more count as unreadable.
 Content Read(const std::string& path, std::string& text, unsigned long& size);
 
-/// Deletes the file, or the link that stands there; devices and folders stay. The one place that does.
+/// Deletes the file, or the link at that path; devices and folders are left alone. No other code deletes the log.
 void Delete(const std::string& path);
 
 } // namespace AnalyticsSDK::EventLog

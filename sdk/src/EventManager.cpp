@@ -30,7 +30,8 @@ EventManager::EventManager(const char* serverUrl)
     m_pWebClient = CreateWebClient();
 }
 
-// Neither stops nor joins the worker, which would by now call into a half-destroyed object: Close() came before.
+// Neither stops nor joins the worker: Close() has done so. Here it would be too late, since the worker would call into
+// a half-destroyed object.
 EventManager::~EventManager()
 {
     if (m_pWebClient != nullptr)
@@ -39,8 +40,8 @@ EventManager::~EventManager()
 
 void EventManager::Init()
 {
-    // The client first: the worker may begin with a cycle, and the client without proxies of its own would go by the
-    // environment's.
+    // The client first: the worker may begin with a cycle, and before its Init() the client would use the proxies of
+    // the environment.
     if (m_pWebClient != nullptr)
         m_pWebClient->Init(true);
     ThreadHelper::Init("EventManager Thread");
@@ -48,7 +49,7 @@ void EventManager::Init()
 
 void EventManager::Close()
 {
-    ThreadHelper::Close(); // first: an upload of the worker's still needs the client
+    ThreadHelper::Close(); // first, because an upload of the worker still needs the client
     if (m_pWebClient != nullptr)
         m_pWebClient->Close();
 }
@@ -57,16 +58,16 @@ void EventManager::Process()
 {
     if (IsShuttingDown())
         return;
-    // No look at the network first: without one the request fails, and the file waits for the next cycle. Nor is the
-    // lock held from the read to the deletion: logging would stand still for as long as the server takes.
+    // The network is not checked first: without it the request fails and the file waits for the next cycle. The lock is
+    // not held from the read to the deletion: logging would stop for as long as the server takes.
     std::string text;
-    unsigned long size = 0; // the file's, and what decides: blanks alone are sent too, and then deleted
+    unsigned long size = 0; // of the file, which decides: a file of blanks only is sent too, and then deleted
     if (ReadPendingEvents(text, size) && size > 0 && Upload(std::move(text)))
         DeleteEventLogFile();
 }
 
-// Settings. Each that a line holds makes the common fields be written anew. They take no lock: a host sets them before
-// Init(), or between events, and what the worker reads of them (address, id, version) does not change later.
+// Settings. Changing one that is part of a line discards the common fields. No locks: a host sets them before Init() or
+// between events, and those that the worker reads (address, id, version) do not change later.
 
 unsigned long EventManager::GetTimeout() const
 {
@@ -75,7 +76,7 @@ unsigned long EventManager::GetTimeout() const
 
 void EventManager::SetTimeout(unsigned long milliseconds)
 {
-    // The wait takes 32 bits; cut off, an interval of "for ever" could become one of no time at all.
+    // The wait takes 32 bits; truncating a huge interval could make it zero.
     constexpr uint32_t most = std::numeric_limits<uint32_t>::max();
     m_nWaitInterval = milliseconds < most ? static_cast<uint32_t>(milliseconds) : most;
 }
@@ -136,12 +137,13 @@ void EventManager::SetApplicationVersion(const char* version)
 void EventManager::SetCertificateFile(const char* path)
 {
     m_strCertificateFile = TextOf(path);
-    // At once, not at Init(): requests of a direct user's may come before it.
+    // At once, not at Init(): a host that uses the class directly may make requests before that.
     if (m_pWebClient != nullptr)
         m_pWebClient->SetCertificateFile(m_strCertificateFile.c_str());
 }
 
-// The unique id. It tells installations apart, so it is kept where it can be, and made anew only where none is held.
+// The unique id. It tells installations apart, so it is saved if possible, and a new one is made only when there is
+// none.
 
 void EventManager::SetUniqueId(const char* id)
 {
@@ -166,8 +168,8 @@ void EventManager::InitUniqueId()
     if (LoadUniqueIdFromFile())
         return;
     SetUniqueId(CreateNewUniqueId().c_str());
-    // Somebody else may have made the file since it was looked for: then that id is this installation's. An empty file
-    // stays empty, and the new id with us.
+    // Another process may have made the file since the check: then its id is this installation's. An empty file stays
+    // empty, and the new id is kept in memory only.
     if (!UniqueIdFile::Create(m_strPidFilePath, m_strUniqueId))
         LoadUniqueIdFromFile();
 }
@@ -180,7 +182,7 @@ bool EventManager::LoadUniqueIdFromFile()
     return true;
 }
 
-// Asking for an empty id makes one, which saves it in turn: that ends there, as the id is no longer empty then.
+// GetUniqueId() may make an id and save it, which calls this again. That ends there, because the id is no longer empty.
 void EventManager::SaveUniqueIdToFile()
 {
     UniqueIdFile::Create(m_strPidFilePath, GetUniqueId());
@@ -197,7 +199,7 @@ void EventManager::LogEvent(const char* name, LogObject* event)
     FinishLine(event);
 }
 
-// A number stays one in the line, so that servers tell it from a name made of digits.
+// A number is written as a number, so that servers can tell it from a name made of digits.
 void EventManager::LogEvent(int id, LogObject* event)
 {
     if (event == nullptr)
@@ -207,7 +209,8 @@ void EventManager::LogEvent(int id, LogObject* event)
     FinishLine(event);
 }
 
-// A line's first half is the same for all events of one second, so it is kept as text; its writer keeps its memory.
+// The first elements of a line are the same for all events of one second, so their text is kept; the writer keeps its
+// memory.
 void EventManager::BeginLine()
 {
     RefreshCommonFields();
@@ -216,7 +219,8 @@ void EventManager::BeginLine()
 
 void EventManager::RefreshCommonFields()
 {
-    // Read before the text is made: at the turn of a second it is then made once too often, never once too seldom.
+    // Read before the text is made: at the turn of a second the text is then rather made once too often than kept too
+    // long.
     const time_t now = ::time(nullptr);
     if (m_pCurrentEvent && now == m_nCommonFieldsTime)
         return;
@@ -230,7 +234,7 @@ void EventManager::AddCommonEventFields()
 {
     if (!m_pCurrentEvent)
         return;
-    std::string time; // stays empty should the clock be unreadable: a line without a time is better than none
+    std::string time; // stays empty if the clock cannot be read: a line without a time is better than none
     GetCurrentDateTime(time, "%Y-%m-%d %H:%M:%S");
     m_pCurrentEvent->element(nullptr, m_nLogVersion);
     m_pCurrentEvent->element(nullptr, time.c_str());
@@ -244,7 +248,7 @@ void EventManager::FinishLine(LogObject* event)
     EventLog::Append(m_strEventLogFilePath, EndLine(event));
 }
 
-// Kept before the append: hosts read back what they logged, even where the disk did not take it.
+// Kept before the append: hosts can read back what they logged even when the disk did not take it.
 std::string_view EventManager::EndLine(LogObject* event)
 {
     if (const lumo::json_writer* writer = event->GetWriter()) {
@@ -266,9 +270,9 @@ bool EventManager::ReadPendingEvents(std::string& text, unsigned long& size)
     return EventLog::Read(m_strEventLogFilePath, text, size) != EventLog::Content::unreadable;
 }
 
-// Appended, not assigned: a direct user may have put text of another file before it.
+// Appended, not assigned: a host that uses the class directly may have put other text before it.
 //
-// For direct users: an unreadable file looks like none to them, and must not be deleted by them either way.
+// To such a host an unreadable file looks like no file, and it deletes neither.
 void EventManager::LoadDataToSend(std::stringstream& stream, unsigned long& size)
 {
     std::string text;
@@ -281,7 +285,7 @@ void EventManager::DeleteEventLogFile()
     EventLog::Delete(m_strEventLogFilePath);
 }
 
-// A forked child's copy of the client shares connections with the parent: a request of its own would garble theirs.
+// A forked child's copy of the client shares connections with the parent: a request of the child would garble theirs.
 bool EventManager::MaySend() const
 {
     return m_pWebClient != nullptr && IsOwnProcess();
@@ -291,13 +295,13 @@ bool EventManager::Upload(std::string&& text)
 {
     if (!MaySend())
         return false;
-    std::ostream nowhere(nullptr); // however much the server answers
-    long status = 0; // nor does it matter what it answers with: the result says whether it took the events
+    std::ostream nowhere(nullptr); // discards the body, whatever its length
+    long status = 0;               // not needed: the result says whether the server took the events
     auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
     return m_pWebClient->ExecRequest(m_strServerUrl.c_str(), &nowhere, status, RequestTypePost, &form);
 }
 
-// Without an item id: whoever hears of one upload hears of all, and does the same for each.
+// Without an item id: a callback treats all uploads alike.
 bool EventManager::UploadAsync(std::string&& text, IProgressCallback* callback)
 {
     if (!MaySend())
@@ -316,7 +320,7 @@ bool EventManager::UploadDataAsync(std::stringstream& stream, IProgressCallback*
     return UploadAsync(stream.str(), callback);
 }
 
-// The worker uploads, not the caller, whom a slow server would keep. Its hour begins anew with this cycle.
+// The worker uploads, not the caller, whom a slow server would block. The interval starts over after this cycle.
 void EventManager::StartUpload()
 {
     Wake();

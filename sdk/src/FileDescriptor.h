@@ -1,4 +1,4 @@
-// An open file that closes itself, and system calls that signals do not end.
+// An owned file descriptor, and system calls repeated after signals.
 #ifndef ANALYTICSSDK_FILEDESCRIPTOR_H
 #define ANALYTICSSDK_FILEDESCRIPTOR_H
 
@@ -12,8 +12,8 @@
 
 namespace AnalyticsSDK {
 
-/// Repeats a system call for as long as a signal interrupts it (EINTR): a host's handlers may be without SA_RESTART,
-/// and its timers quick.
+/// Repeats a system call for as long as a signal interrupts it (EINTR): a host may install handlers without SA_RESTART
+/// and use fast timers.
 template <typename Call>
 auto Uninterrupted(Call call)
 {
@@ -41,14 +41,15 @@ public:
     ~FileDescriptor()
     {
         if (m_nFile != -1)
-            ::close(m_nFile); // never repeated: the number is free even after an interruption, and may be another's
+            ::close(
+                m_nFile); // never repeated: the number is free even after EINTR, and may be reused by another thread
     }
 
     explicit operator bool() const { return m_nFile != -1; }
     int Get() const { return m_nFile; }
 
-    /// One call each: fewer bytes than asked for are for the caller to judge, who alone knows whether the rest may
-    /// follow in another. -1 with errno on failure.
+    /// One system call each. The result may be fewer bytes than asked for; the caller knows whether the rest may follow
+    /// in another call. -1 with errno on failure.
     ssize_t Write(const char* text, size_t size) const
     {
         return Uninterrupted([=, this] { return ::write(m_nFile, text, size); });

@@ -9,10 +9,10 @@
 
 namespace AnalyticsSDK {
 
-// Frames. They hang on each other from the root down and stay there when they end, for the next event to use: an event
-// of the usual shape costs no allocation of its own.
+// Frames form a list from the root down and are kept when they end, for the next event: an event of the usual shape
+// allocates nothing.
 
-// Deeper ones are given back: one odd event must not cost memory for the rest of the session.
+// Deeper frames are freed: one unusual event must not hold memory for the rest of the session.
 static constexpr uint32_t keptDepth = 128;
 
 HandleParameters::~HandleParameters()
@@ -27,7 +27,7 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
     if (!spPlace)
         spPlace.Reset(new Frame);
     Frame& frame = *spPlace;
-    // Both documents stay once they were needed: what stands here in the next event may be of the other kind.
+    // Each document is kept once it was made: in the next event this frame may be of the other kind.
     if (kind == Frame::object && !frame.spObject)
         frame.spObject.emplace();
     if (kind == Frame::array && !frame.spArray)
@@ -40,7 +40,7 @@ Frame& HandleParameters::Push(Frame::Kind kind, const char* name)
     return frame;
 }
 
-// Documents are emptied here, not when they are used again: a large one gives its memory back now.
+// Documents are emptied here rather than on their next use, so that a large one frees its memory now.
 void HandleParameters::Pop()
 {
     if (top->kind == Frame::object)
@@ -49,12 +49,12 @@ void HandleParameters::Pop()
         top->spArray->Restart();
     top = top->parent;
     --depth;
-    if (depth >= keptDepth) // then a parent is there
+    if (depth >= keptDepth) // so there is a parent
         top->spSpare.Reset();
 }
 
-// What is ended is over, also when memory runs out on its way to its parent or to the disk: who has ended all that he
-// began can begin the next event.
+// An ended frame is closed even when memory runs out while it is added to its parent or to the file: after ending
+// everything it began, a host can begin the next event.
 struct HandleParameters::Ending
 {
     HandleParameters& session;
@@ -65,7 +65,7 @@ uint32_t HandleParameters::BeginEvent(const char* name)
 {
     if (in_event != 0)
         return ANALYTICS_EVENT_OPEN;
-    Push(Frame::object, nullptr); // first: when it runs out of memory no event is open
+    Push(Frame::object, nullptr); // first: when it runs out of memory, no event is open
     event_name = name;
     in_event = 1;
     return ANALYTICS_OK;
@@ -75,7 +75,7 @@ uint32_t HandleParameters::EndEvent()
 {
     if (in_event == 0)
         return ANALYTICS_NO_EVENT;
-    // Refused rather than closed: a host that has lost count would log a wrong event and never know.
+    // Refused rather than closed: a host that has lost count would otherwise log a wrong event without notice.
     if (top->parent != nullptr)
         return ANALYTICS_NESTED_OPEN;
     const Ending ending{*this};
@@ -85,7 +85,7 @@ uint32_t HandleParameters::EndEvent()
     return ANALYTICS_OK;
 }
 
-// Objects want names and arrays refuse them: JSON has no other place for one.
+// Members of objects need a name and elements of arrays have none, as in JSON.
 uint32_t HandleParameters::CheckName(const char* name) const
 {
     if (top == nullptr)
@@ -105,7 +105,8 @@ uint32_t HandleParameters::BeginFrame(Frame::Kind kind, const char* name)
     return result;
 }
 
-/// What an end call answers when it cannot be: the two kinds differ, and that is meant.
+/// What an end call returns when it is refused. Deliberate: the codes differ by kind, because hosts tell the two
+/// mistakes apart by them since the first version.
 static constexpr struct
 {
     uint32_t onlyRoot;
@@ -113,8 +114,8 @@ static constexpr struct
 } endRefused[] = {{ANALYTICS_NO_OBJECT_OPEN, ANALYTICS_NAME_REFUSED},
                   {ANALYTICS_NO_ARRAY_OPEN, ANALYTICS_NAME_REQUIRED}};
 
-// Ended first: the parent copies the child's text as it stands, closing bracket included. What the documents answer
-// does not matter: they refuse nothing that the checks above let through.
+// Ended first: the parent copies the child's text, closing bracket included. The results of the documents are not
+// needed: they refuse nothing that the checks above allow.
 static void AddTo(Frame& parent, Frame& child)
 {
     if (child.kind == Frame::object) {
@@ -132,7 +133,7 @@ static void AddTo(Frame& parent, Frame& child)
         parent.spObject->AddArray(child.name, &*child.spArray);
 }
 
-// With only the root open either end is one too many, whatever its kind: that is answered first.
+// With only the root open, any end call is one too many: checked before the kind.
 uint32_t HandleParameters::EndFrame(Frame::Kind kind)
 {
     if (top == nullptr)
@@ -148,8 +149,8 @@ uint32_t HandleParameters::EndFrame(Frame::Kind kind)
 
 uint32_t HandleParameters::AddProperty(const char* key)
 {
-    char text[200]; // longer answers, which no known machine has, come out empty
-    // Before the machine is asked, which may take its time.
+    char text[200]; // longer values, which no known machine has, become empty
+    // Checked before the machine is queried, which may take time.
     if (top == nullptr)
         return ANALYTICS_NO_EVENT;
     const uint32_t result = GetProperty(key, text, sizeof text);
@@ -160,11 +161,11 @@ uint32_t HandleParameters::AddProperty(const char* key)
     return AddNamed(key, [&](LogObject& object, const char* name) { object.AddString(name, text); });
 }
 
-// Sending and what is heard of it.
+// Sending, and what observers receive.
 
 uint32_t HandleParameters::AddObserver(const char* event, analytics_observer callback, void* context)
 {
-    // Exact names: a host that misspells one hears so at once instead of waiting for calls that never come.
+    // Exact names: a misspelled one is refused at once, instead of an observer that is never called.
     const struct
     {
         const char* event;
@@ -190,10 +191,10 @@ static uint32_t ResultOf(Delivery::Sent sent)
 
 uint32_t HandleParameters::Send(bool synchronous)
 {
-    // No observer is told: the host is waiting here for the result. Only SendFor() gives it a time.
+    // No observer is called: the host waits here for the result. Only SendFor() gives it a time.
     if (synchronous)
         return event_manager.Send() == Delivery::Sent::all ? ANALYTICS_OK : ANALYTICS_SEND_FAILED;
-    sending = 1; // before the outcome can clear it
+    sending = 1; // before the callback can clear it
     if (event_manager.SendLater())
         return ANALYTICS_OK;
     sending = 0;
@@ -205,8 +206,9 @@ uint32_t HandleParameters::SendFor(uint32_t wait_ms)
     return ResultOf(event_manager.SendFor(wait_ms));
 }
 
-// Whatever an observer throws would pass through C code: it ends the process here, where it can be seen. One that adds
-// observers moves the records, hence places and copies; those added hear from the next time on.
+// noexcept: an exception of an observer would pass through C code, so it ends the process here, where the cause is
+// visible. An observer may add observers, which moves the records, hence indexes and copies; added ones are called from
+// the next time on.
 void HandleParameters::Notify(const Observers& observers, uint32_t value, double amount) noexcept
 {
     const size_t count = observers.size();
@@ -220,18 +222,18 @@ void HandleParameters::Notify(const Observers& observers, uint32_t value, double
 void HandleParameters::OnDownloadComplete(const char*)
 {
     sending = 0;
-    // Before the observers: one of them may look whether the file is gone, or log the first event of the next upload.
+    // Before the observers: one of them may check that the file is gone, or log the first event of the next upload.
     event_manager.DeleteEventLogFile();
     Notify(complete_observers, 0, 0.0);
 }
 
-// Cancels come from the library alone, at shutdown: there is nothing that a host would not know.
+// Only the library cancels, at shutdown, so there is nothing to tell the host.
 void HandleParameters::OnDownloadCancel(const char*)
 {
     sending = 0;
 }
 
-// The web client's own codes (-3, -7) are the general failure to hosts, like every status without a row.
+// For hosts the web client's own codes (-3, -7) are the general failure, like every status without a row.
 static uint32_t ObservedError(long code)
 {
     static constexpr struct
@@ -263,21 +265,21 @@ void HandleParameters::OnSendEnded(bool taken, long status)
     Notify(taken ? complete_observers : error_observers, taken ? 0 : ObservedError(status), 0.0);
 }
 
-// By way of the virtual call, so that whoever overrides the one hears the other. The proxy's name goes no further:
-// hosts that want it use the web client directly.
+// By the virtual call, so that an override of OnDownloadError sees this failure too. The proxy's name is dropped: hosts
+// that need it use the web client directly.
 void HandleParameters::OnProxyAuthenticationError(const char* itemID, long code, const char*)
 {
     OnDownloadError(itemID, code);
 }
 
-// Compared before it is converted: converting what does not fit is undefined.
+// Compared before converting: converting a value that does not fit is undefined.
 uint32_t ObservedAmount(double amount)
 {
     const bool fits = amount > -2147483649.0 && amount < 2147483648.0; // false for NaN
     return static_cast<uint32_t>(fits ? static_cast<int32_t>(amount) : std::numeric_limits<int32_t>::min());
 }
 
-// Sizes first, meant so: an observer of progress then knows what it is progress of.
+// Deliberate: the size observers first, so that a progress observer knows the total already.
 void HandleParameters::OnProgressUpdate(const char*, double downloaded, double total, double speed)
 {
     Notify(size_observers, ObservedAmount(total), 0.0);

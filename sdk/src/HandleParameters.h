@@ -30,19 +30,19 @@ struct Frame
     const char* name = nullptr;        ///< the host's, not copied; null for the root and inside arrays
     std::optional<LogObject> spObject; ///< the document when kind is object
     std::optional<LogArray> spArray;   ///< the document when kind is array
-    lumo::scoped_ptr<Frame> spSpare;   ///< the frame that the next deeper level used before, for use again
+    lumo::scoped_ptr<Frame> spSpare;   ///< the frame that the next deeper level used before, kept for reuse
     Frame* parent = nullptr;           ///< the enclosing frame, null for the root
 };
 
-/// A callback of the host's and what it wants to be called with.
+/// A callback of the host and its context.
 struct observerData
 {
     analytics_observer callback;
     void* context;
 };
 
-/// One session. The host drives it by way of Analytics.cpp, which has checked that it is there. Driven by one host
-/// thread at a time; its IProgressCallback half is called by the web client's thread.
+/// One session. The host uses it through Analytics.cpp, which has checked the pointer. Driven by one host thread at a
+/// time; its IProgressCallback half is called by the web client's thread.
 class HandleParameters : public IProgressCallback
 {
 public:
@@ -51,7 +51,7 @@ public:
     {}
     HandleParameters(const HandleParameters&) = delete;
     HandleParameters& operator=(const HandleParameters&) = delete;
-    /// Drops an event that is still open, frame by frame: however deep it is, that takes no more stack.
+    /// Drops an event that is still open, frame by frame, so that its depth takes no stack.
     ~HandleParameters();
 
     // The event being built. Each answers an analytics_result and checks before it changes anything.
@@ -96,10 +96,10 @@ private:
     static void Notify(const Observers& observers, uint32_t value, double amount) noexcept;
 
     uint32_t in_event = 0;
-    std::atomic<uint32_t> sending{0}; ///< an asynchronous send is under way; kept for debuggers, nothing reads it
+    std::atomic<uint32_t> sending{0}; ///< an asynchronous send is in progress; only for debuggers, nothing reads it
     const char* event_name = nullptr; ///< the host's, not copied
     Frame* top = nullptr;             ///< the innermost frame, null with no event open
-    lumo::scoped_ptr<Frame> spRoot;   ///< where the frames hang, open or spare
+    lumo::scoped_ptr<Frame> spRoot;   ///< the first of the frames, open or spare
     uint32_t depth = 0;               ///< open frames
 
     Observers complete_observers;
@@ -108,7 +108,7 @@ private:
     Observers progress_observers;
 };
 
-// The name is looked at before the kind, unlike in a begin call: there a null name means the call without one.
+// The name is checked before the kind, unlike in a begin call, where a null name means the call without a name.
 template <typename Add>
 uint32_t HandleParameters::AddNamed(const char* name, Add add)
 {

@@ -11,9 +11,9 @@
 
 namespace AnalyticsSDK {
 
-static HeldFile* heldFiles = nullptr; // guarded by the log's lock, which every fork waits for
+static HeldFile* heldFiles = nullptr; // guarded by the log's lock, which is held during every fork
 
-// In the child, whose only thread is this one. No lock is given up: it is the parent's as well.
+// Runs in the child, which has only this thread. It does not unlock: the lock is shared with the parent.
 void CloseHeldFilesInChild()
 {
     for (HeldFile* file = heldFiles; file != nullptr; file = file->m_next) {
@@ -58,7 +58,8 @@ void HeldFile::Unlist()
     m_file = -1;
 }
 
-// Unlocked by itself first: a child that is being born may hold a copy for a moment, and with it the lock.
+// Unlocked before closing: a child that fork() is just making may have a copy of the descriptor for a moment, and with
+// it the lock.
 void HeldFile::Close()
 {
     LogLock hold;

@@ -1,8 +1,8 @@
-// A file that stays open and locked across calls, in a process that may fork and whose host may close any number.
+// A file that stays open and locked across calls, in a process that may fork and whose host may close any descriptor.
 //
-// An advisory lock of flock(2) belongs to the open file, which a forked child shares with its parent: while the child
-// keeps its copy the lock does not end with the parent. So every file that is held here is listed, and a child closes
-// its copies as it is born; the objects there are then closed ones.
+// An advisory lock of flock(2) belongs to the open file, which a forked child shares with its parent: as long as the
+// child keeps its copy, the lock does not end with the parent. So all held files are listed, and a child closes its
+// copies right after the fork; its HeldFile objects are then closed.
 #ifndef ANALYTICSSDK_HELDFILE_H
 #define ANALYTICSSDK_HELDFILE_H
 
@@ -22,27 +22,28 @@ public:
     HeldFile& operator=(const HeldFile&) = delete;
     ~HeldFile() { Close(); }
 
-    /// Opens close-on-exec, without following a link and without waiting for a pipe's other end; closes what was held.
-    /// False with errno when it cannot be opened.
+    /// Opens close-on-exec, without following a link and without waiting for a pipe's other end; closes the file held
+    /// before. False with errno when it cannot be opened.
     bool Open(const std::string& path, int flags, mode_t mode = 0666);
-    /// Gives up the lock, then the file.
+    /// Releases the lock, then closes the file.
     void Close();
     explicit operator bool() const { return m_file != -1; }
     int Get() const { return m_file; }
 
-    /// What the file is now. False when it is no longer ours: a host that closes numbers which it never opened has
-    /// given this one to something else. Then it is neither unlocked nor closed, only forgotten.
+    /// The file's present status. False when the descriptor now belongs to another file, because the host closed a
+    /// number that it never opened. It is then neither unlocked nor closed, only forgotten.
     bool Look(struct stat& now);
 
     enum class Lock
     {
         held,
-        refused,    ///< somebody else holds it
+        refused,    ///< another process or handle holds it
         unsupported ///< this file system has no locks: the caller goes on without one
     };
     /// Asks for the exclusive lock, without waiting.
     Lock TryLock();
-    /// The same, again and again for `wait_ms`. Not under the log's lock: other threads go on logging.
+    /// The same, repeated for `wait_ms`. Not to be called under the log's lock, so that other threads can go on
+    /// logging.
     Lock WaitForLock(int wait_ms);
     void Unlock();
     /// Whether the path still leads to this file: between open and lock another process may have renamed or replaced
@@ -63,7 +64,7 @@ private:
     HeldFile** m_link = nullptr;
 };
 
-/// Write permission for nobody: how a file says that it is sealed.
+/// A file without write permission is sealed.
 inline bool IsSealed(const struct stat& file)
 {
     return (file.st_mode & 0222) == 0;

@@ -26,7 +26,7 @@ constexpr std::size_t uuid_length = 36;
 void WriteUuid(char (&text)[uuid_length + 1])
 {
     char* out = text;
-    // No identifier rather than a guessable one: two machines with the same would count as one.
+    // Rather no identifier than a predictable one: two machines with the same would count as one.
     if (host::uuid_bytes bytes{}; host::facts().uuid(bytes) == host::answer::found)
         for (std::size_t at = 0; at < bytes.size(); ++at) {
             // 8-4-4-4-12 digits, as RFC 4122 writes them, in lower case: servers compare identifiers byte by byte.
@@ -57,7 +57,7 @@ std::int32_t GetUUID(char* buffer, unsigned int size)
 
 bool IsOnline()
 {
-    // What cannot be read counts as offline: whoever asks then keeps its data for later, which loses nothing.
+    // A failure counts as offline: the caller then keeps its data for later and loses nothing.
     std::uint32_t flags = 0;
     if (host::facts().reachability(flags) != host::answer::found)
         return false;

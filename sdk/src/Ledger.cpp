@@ -71,7 +71,7 @@ std::optional<DeliveryClock::time_point> Ledger::FirstAside() const
 std::vector<BatchName> Ledger::Order(const OutboxContents& contents, bool all)
 {
     lumo::scoped_lock hold(m_lock);
-    // What is gone from the folder needs no record. Both are in order.
+    // Batches that are gone from the folder need no record. Both lists are sorted.
     auto waiting = contents.batches.begin();
     std::erase_if(m_records, [&](const auto& record) {
         while (waiting != contents.batches.end() && waiting->name < record.first)

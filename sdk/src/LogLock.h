@@ -1,4 +1,4 @@
-// The guard of the log's lock on the way of every event.
+// The guard of the log's lock for each append.
 #ifndef ANALYTICSSDK_LOGLOCK_H
 #define ANALYTICSSDK_LOGLOCK_H
 
@@ -8,8 +8,8 @@
 
 namespace AnalyticsSDK {
 
-/// Holds the lock. Appends take a few microseconds, so a waiting thread first tries for about as long: putting it
-/// to sleep and waking it again would cost more than the append itself.
+/// Holds the lock. An append takes a few microseconds, so a waiting thread first polls for about as long: sleeping and
+/// being woken would cost more than the append itself.
 class LUMO_THREAD_ANNOTATION(scoped_lockable) LogLock
 {
 public:

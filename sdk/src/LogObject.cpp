@@ -19,7 +19,7 @@ static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value 
 {
     if (!writer)
         return 0;
-    // What the short way refuses has not been begun, so the general one takes it from the start.
+    // The short way writes nothing that it then refuses, so the general one starts over.
     return lumo::json_elements::try_add(*writer, name, value) ? 1 : add_generally(*writer, name, value);
 }
 
@@ -32,14 +32,14 @@ static std::uint32_t add_text(std::optional<Writer>& writer, const char* name, c
     return writer ? add_generally(*writer, name, std::string_view(text, size)) : 0;
 }
 
-// Children of both kinds come as what they have in common, so that the code for them is there once.
+// Children of both kinds are passed as their common base, so that their code exists once.
 template <class Writer>
 static std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
 {
     return add(writer, name, child);
 }
 
-// A document that is closed already stays as it is, and that counts as done.
+// Closing a closed document changes nothing and succeeds.
 template <class Writer>
 static std::uint32_t finish(std::optional<Writer>& writer)
 {
@@ -49,7 +49,7 @@ static std::uint32_t finish(std::optional<Writer>& writer)
     return 1;
 }
 
-// Unnamed and compact: every event has to end up on one line of the log file.
+// Unnamed and compact: every event must fit on one line of the log file.
 LogObject::LogObject()
 {
     writer.emplace(nullptr, true);
@@ -92,14 +92,14 @@ std::uint32_t LogObject::AddBoolean(const char* name, bool value)
     return add(writer, name, value);
 }
 
-// An own writer that is missing refuses whatever the child is like, so it is looked at first; here and below.
+// Without a writer of its own this refuses any child, so that is checked first; here and below.
 std::uint32_t LogObject::AddObject(const char* name, LogObject* child)
 {
     const lumo::json_writer* childs = child->GetWriter();
     return writer && childs == nullptr ? 1 : add_child(writer, name, childs);
 }
 
-// The array's own writer: the one of the object that an array also is has no text of any use.
+// The array's own writer: that of its base class LogObject has no useful text.
 std::uint32_t LogObject::AddArray(const char* name, LogArray* child)
 {
     const lumo::json_writer* childs = child->GetArrayWriter();
@@ -122,13 +122,13 @@ std::string LogObject::ToString() const
     return writer ? writer->text : std::string();
 }
 
-// By way of a copy, as the decoder wants a terminator and the writer's text has none.
+// Copied first, because the decoder needs a terminator and the writer's text has none.
 std::wstring LogObject::ToWString() const
 {
     return lumo::utf8_to_wide(ToString());
 }
 
-// The object writer underneath is made as well and stays unused: who holds an array as an object finds one there.
+// The writer of the base class is made too and stays unused: code that uses an array as a LogObject finds one.
 LogArray::LogArray()
 {
     array_writer.emplace(nullptr, true);
@@ -136,7 +136,7 @@ LogArray::LogArray()
 
 LogArray::~LogArray() = default;
 
-// Elements are members without a name; the rest is the same.
+// Elements are members without a name.
 std::uint32_t LogArray::AddString(const char* value)
 {
     return add(array_writer, nullptr, value);
@@ -172,7 +172,7 @@ std::uint32_t LogArray::AddBoolean(bool value)
     return add(array_writer, nullptr, value);
 }
 
-// Unlike an object's, a child that is missing is refused; that is meant.
+// Deliberate: unlike with an object a missing child is refused, because an array would lose an element without notice.
 std::uint32_t LogArray::AddObject(LogObject* child)
 {
     const lumo::json_writer* childs = child != nullptr ? child->GetWriter() : nullptr;
@@ -192,7 +192,7 @@ std::uint32_t LogArray::EndObject()
 
 void LogArray::Restart()
 {
-    // Both writers: the unused one may have been ended or added to by way of a LogObject pointer.
+    // Both writers: the unused one may have been changed through a LogObject pointer.
     LogObject::Restart();
     if (array_writer)
         array_writer->restart();

@@ -15,7 +15,8 @@ namespace AnalyticsSDK {
 
 using Clock = std::chrono::steady_clock;
 
-static constexpr auto patience = std::chrono::milliseconds(90); // of the 100: the rest is for the line's own file
+static constexpr auto patience =
+    std::chrono::milliseconds(90); // of the 100 ms; the rest is for writing the line to a file of its own
 static constexpr int quickTries = 4;
 static constexpr auto rest = std::chrono::microseconds(50);
 
@@ -29,7 +30,7 @@ OpenLog::Written OpenLog::Append(std::string_view line)
             LogLock hold;
             step = TryAppend(line);
             sealed = m_sealed;
-            // The first rounds need no clock, and are mostly enough: one meets the sealed file, one opens the next.
+            // The first rounds read no clock and are usually enough: one finds the file sealed, one opens the next.
             waits = step == Step::again && (tries < quickTries || (!m_wasStuck && Clock::now() - start < patience));
             if (!waits) {
                 m_wasStuck = step == Step::again;
@@ -40,7 +41,7 @@ OpenLog::Written OpenLog::Append(std::string_view line)
             return sealed ? Written::andSealed : Written::yes;
         if (step == Step::failed)
             return Written::no;
-        if (!waits) // the line is a batch of its own then
+        if (!waits) // the line becomes a batch of its own
             return WriteAside(line) ? Written::andSealed : Written::no;
         if (tries == 1)
             start = Clock::now();
@@ -49,8 +50,8 @@ OpenLog::Written OpenLog::Append(std::string_view line)
     }
 }
 
-// Whether the handle is still the file that is written to. Without a link, or sealed, it is not, whoever did it; and
-// what a host has put in its place is not ours to touch.
+// Whether the handle is still the file to write to. It is not when it has no link any more or is sealed, whichever
+// process did that; and what a host has put in its place must not be changed.
 bool OpenLog::LooksOpen(struct stat& now)
 {
     return m_file.Look(now) && now.st_nlink > 0 && !IsSealed(now);
@@ -69,7 +70,7 @@ OpenLog::Step OpenLog::TryAppend(std::string_view line)
     }
     const HeldFile::Lock lock = m_file.TryLock();
     if (lock == HeldFile::Lock::refused)
-        return Step::again; // the next look tells whether that was a sealing
+        return Step::again; // the next check shows whether it was being sealed
     if (!LooksOpen(now)) {
         m_file.Close();
         return Step::again;
@@ -80,7 +81,7 @@ OpenLog::Step OpenLog::TryAppend(std::string_view line)
     return step;
 }
 
-// Answers `written` when there is a file to write to.
+// Returns `written` when there is a file to write to.
 OpenLog::Step OpenLog::OpenAnew()
 {
     struct stat log;
@@ -94,7 +95,7 @@ OpenLog::Step OpenLog::OpenAnew()
     if (!m_file) {
         if (errno != EACCES)
             return Step::aside;
-        m_outbox.SealOpen(0); // sealed, and its sealer may have died before the rename
+        m_outbox.SealOpen(0); // sealed, and the process that sealed it may have died before the rename
         return Step::again;
     }
     struct stat now;
@@ -104,12 +105,12 @@ OpenLog::Step OpenLog::OpenAnew()
     }
     if (!IsSealed(now))
         return Step::written;
-    m_file.Close(); // opened all the same, as root may
+    m_file.Close(); // root can open a sealed file
     m_outbox.SealOpen(0);
     return Step::again;
 }
 
-// What cannot be read counts as whole.
+// A byte that cannot be read counts as a line feed.
 bool OpenLog::EndsInMidLine(off_t end) const
 {
     char last = '\n';
@@ -122,7 +123,7 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
     const bool midLine = EndsInMidLine(end);
     const auto size = static_cast<off_t>(line.size() + midLine);
     if (m_maySeal && end > 0 && end + size > m_options[Option::batch_bytes] && now.st_uid == ::geteuid()) {
-        if (!m_file.IsAt(m_outbox.OpenPath())) { // moved away by somebody: what stands there now is not this
+        if (!m_file.IsAt(m_outbox.OpenPath())) { // moved away: the path leads to another file or none
             m_file.Close();
             return Step::again;
         }
@@ -137,7 +138,7 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
     const std::string_view text = midLine ? closing : line;
     const ssize_t written = Uninterrupted([&] { return ::write(m_file.Get(), text.data(), text.size()); });
     if (written != size) {
-        if (written > 0) // nobody else has written since: the lock is held
+        if (written > 0) // no other process has written since, because the lock is held
             static_cast<void>(Uninterrupted([&] { return ::ftruncate(m_file.Get(), end); }));
         return Step::failed;
     }

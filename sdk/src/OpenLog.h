@@ -39,7 +39,7 @@ private:
     {
         written,
         failed,
-        again, ///< somebody holds, seals or has replaced the file
+        again, ///< another process holds, seals or has replaced the file
         aside  ///< nothing can be written there
     };
     Step TryAppend(std::string_view line);
@@ -56,7 +56,7 @@ private:
     off_t m_end = -1;        ///< where our last line ended; -1: not known
     bool m_sealed = false;   ///< by the append under way
     bool m_maySeal = true;   ///< until it fails; again with the next cycle
-    bool m_wasStuck = false; ///< the last append waited in vain: the next one does not wait
+    bool m_wasStuck = false; ///< the last append waited without success, so the next one does not wait
 };
 
 } // namespace AnalyticsSDK

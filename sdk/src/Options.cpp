@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t most_ms = std::numeric_limits<int32_t>::max(), day_ms = 86'400'000;
 
-// In the order of Option. What starts a sentence is what the option is; what follows is for hosts to know.
+// In the order of Option. The text of each row says what the option does, then what hosts should know.
 constexpr std::array<OptionRow, static_cast<size_t>(Option::count)> table{{
     {"delivery",
      0,
@@ -45,7 +45,7 @@ constexpr std::array<OptionRow, static_cast<size_t>(Option::count)> table{{
      "What is forced onto the disk: nothing, each sealed batch, each event."},
 }};
 
-// The place of a choice's word, or the number that the digits are.
+// The index of a choice's word, or the value of the digits.
 std::optional<int64_t> ValueOf(const OptionRow& row, const char* text)
 {
     if (row.words[0] == nullptr)
@@ -62,7 +62,8 @@ std::optional<int64_t> ReadDigits(std::string_view text)
 {
     int64_t value = 0;
     const char* end = text.data() + text.size();
-    if (text.empty() || text.size() > 19 || text.front() == '-') // from_chars takes a minus, and zeros for ever
+    if (text.empty() || text.size() > 19 ||
+        text.front() == '-') // from_chars accepts a minus, and any number of leading zeros
         return std::nullopt;
     const auto [rest, error] = std::from_chars(text.data(), end, value);
     return error == std::errc() && rest == end ? std::optional(value) : std::nullopt;

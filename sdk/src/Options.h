@@ -33,7 +33,7 @@ enum class Option : size_t
     count
 };
 
-/// One option. A choice has words, and its value is the place of one of them; a number has none.
+/// One option. A choice has words, and its value is the index of one of them; a number has none.
 struct OptionRow
 {
     const char* key;
@@ -57,7 +57,7 @@ public:
     bool Set(Option option, const char* text);
     /// The value as Set() takes it.
     std::string Text(Option option) const;
-    /// The value: a number, or the place of the word in its row.
+    /// The value: a number, or the index of the word in its row.
     int64_t operator[](Option option) const;
     /// Whether a choice is at this word.
     bool Is(Option option, std::string_view word) const

@@ -28,7 +28,7 @@ int64_t Now_ms()
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-// A clock that was wrong when the batch was sealed must not cost its events.
+// A batch must not be lost because the clock was wrong when it was sealed.
 bool IsOlder(const BatchName& name, int64_t age_ms)
 {
     const int64_t sealed = name.SealedAt_ms(), now = Now_ms();
@@ -40,13 +40,13 @@ struct CloseFolder
     void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
-// Opens, locks and seals. "No such file" counts as done.
+// Opens, locks and seals. A file that does not exist counts as done.
 bool Seal(const std::string& path, const std::string& log, int wait_ms, bool (*wanted)(const struct stat&))
 {
     HeldFile file;
     struct stat now;
     if (!file.Open(path, O_RDONLY) && errno == EACCES)
-        file.Open(path, O_WRONLY); // writable and not readable: odd, but then it may be sealed as well
+        file.Open(path, O_WRONLY); // writable but not readable: it can be sealed all the same
     if (!file)
         return errno == ENOENT || errno == ENOTDIR;
     if (!file.Look(now) || !S_ISREG(now.st_mode) || !wanted(now))
@@ -143,13 +143,13 @@ OutboxContents Outbox::Tidy() const
     return std::move(found.contents);
 }
 
-// An empty one that is sealed already must go on, too: nobody can write to it.
+// An empty file that is sealed already must be renamed too: it cannot be written to any more.
 bool Outbox::SealOpen(int wait_ms) const
 {
     return Seal(OpenPath(), m_log, wait_ms, [](const struct stat& file) { return file.st_size > 0 || IsSealed(file); });
 }
 
-// Under the log's lock, so that no session of this process that is in the default mode writes to it just now.
+// Under the log's lock, so that no session of this process in the default mode writes to it meanwhile.
 void Outbox::TakeOver() const
 {
     LogLock hold;
@@ -166,7 +166,7 @@ void Outbox::Sync(const OutboxContents& contents, int64_t since_ms) const
     }
 }
 
-// A number that somebody holds is being told, and so is one.
+// A `.dropped` file that another process holds is being reported, so it counts too.
 bool Outbox::IsDropped(const BatchName& name) const
 {
     std::unique_ptr<Batch> number;

@@ -45,10 +45,10 @@ public:
     const std::string& Log() const { return m_log; }
     std::string OpenPath() const { return m_log + ".open"; }
 
-    /// Looks, and changes nothing.
+    /// Scans the folder and changes nothing.
     OutboxContents Scan() const;
-    /// Looks, and puts in order what crashes left: abandoned temporary files, empty batches, batches beside the number
-    /// of their dropped lines, numbers that are none.
+    /// Scans the folder and removes what crashes left: abandoned temporary files, empty batches, batches that were
+    /// dropped already, invalid `.dropped` files.
     OutboxContents Tidy() const;
 
     /// Seals what was written so far, or finishes a sealing that was begun; nothing when the file is empty or missing.
@@ -58,11 +58,11 @@ public:
     void TakeOver() const;
     /// Forces batches that were sealed at or after a time onto the disk.
     void Sync(const OutboxContents& contents, int64_t since_ms) const;
-    /// Whether the number of the batch's lines stands beside it: then they are dropped, though their file is there.
+    /// Whether a `.dropped` file for the batch exists: then its lines are dropped, though their file is still there.
     bool IsDropped(const BatchName& name) const;
 
     /// Drops the oldest batches until the limits hold. Claimed ones are spared.
-    /// @param lost hears the number of lines of each one that is dropped
+    /// @param lost receives the number of lines of each dropped batch
     void KeepLimits(OutboxContents& contents, const OutboxLimits& limits,
                     const std::function<void(uint64_t)>& lost) const;
 

@@ -22,7 +22,7 @@ namespace {
 constexpr double bytes_to_megabytes = 1.0 / 1048576;
 constexpr double bytes_to_gigabytes_divisor = 1000000000.0;
 
-// One set of numbers: what a source could not tell goes to the caller as it is.
+// Sources and probes use the same numbers, so a failure is passed on unchanged.
 std::int32_t status(answer given)
 {
     return static_cast<std::int32_t>(given);
@@ -74,7 +74,7 @@ struct version
 // Four binary-coded-decimal digits could not count past 10.9.9, so from 10.4 on three plain selectors tell the version.
 bool read_version(version& read)
 {
-    // Asked first and alone: an old system has no other selector to ask.
+    // Read first: an old system has no other selector.
     std::int32_t packed = 0;
     if (facts().selector(selector("sysv"), packed) != answer::found)
         return false;
@@ -98,7 +98,7 @@ constexpr struct
     {0x10C, 0x10C, "PPC G4"},  {0x110, 0x112, "PPC G4"},  {0x139, 0x139, "PPC G5"},  {0x13C, 0x13C, "PPC G5"},
 };
 
-// A code outside the table has an empty family, and that is the answer: meant, see the header.
+// A code outside the table has an empty family, which is no failure; the header says why.
 const char* family_name(std::int32_t code)
 {
     for (const auto& family : families)
@@ -162,7 +162,7 @@ std::int32_t GetOSName(char* buffer, unsigned int size)
 
 std::int32_t GetOSVersion(char* buffer, unsigned int size)
 {
-    // A code of its own, since a report without a version cannot be assigned to a release at all.
+    // A status of its own, since a report without a version cannot be assigned to a release.
     version read{};
     if (!read_version(read))
         return PROBE_VERSION_UNREADABLE;
@@ -189,7 +189,7 @@ std::int32_t GetCPUType(char* buffer, unsigned int size)
     host::processor_identity identity{};
     if (const answer given = facts().processor(identity); given != answer::found)
         return status(given);
-    // A newer machine tells its processor's name, which is worth more than a family; only a code needs the table.
+    // A newer machine gives its processor's name, which says more than a family; only a code needs the table.
     const char* name = identity.named ? identity.name.data() : family_name(identity.code);
     lumo::sprintf_safe(buffer, size, "%s", name);
     return PROBE_DONE;
@@ -207,7 +207,8 @@ std::int32_t GetCPUUsage(char* buffer, unsigned int size)
         return status(given);
     const auto busy = static_cast<double>(sum.user + sum.system);
     const auto all = static_cast<double>(sum.user + sum.system + sum.idle);
-    // Without any processor this is 0/0, written as the platform writes it: meant, the server knows it as "no answer".
+    // Deliberate: without any processor this is 0/0, written as the C library prints it, because servers take that text
+    // for "no answer".
     return print_fraction(buffer, size, busy / (all / 100), "%");
 }
 
@@ -216,8 +217,8 @@ std::int32_t GetTotalRAM(char* buffer, unsigned int size)
     return print_selector(buffer, size, selector("ramm"), " MB");
 }
 
-// What a pager calls free says little about what a program could still get, so no figure was ever sent; the key stays
-// because readers of the events expect it.
+// The pager's free memory says little about what a program could still allocate, so no figure was ever sent; the key is
+// kept because readers of the events expect it.
 std::int32_t GetFreeRAM(char* buffer, unsigned int size)
 {
     tova_strcpy(buffer, size, "0 MB");
@@ -241,7 +242,7 @@ std::int32_t GetFreeVirtualMemory(char* buffer, unsigned int size)
     std::uint64_t page_size = 0;
     if (!GetVMInfo(counts, page_size))
         return PROBE_FAILED;
-    // 32 bits on purpose, unlike the total: the figure starts over at 4 GiB, as it always did.
+    // Deliberate: 32 bits, unlike the total; the header says why.
     const auto bytes = static_cast<std::uint32_t>(counts.free * page_size);
     return print_fraction(buffer, size, bytes * bytes_to_megabytes, " MB");
 }
@@ -263,7 +264,7 @@ std::int32_t GetTimeZone(char* buffer, unsigned int size)
     const int bias = -tova::minutes_east();
     const int hours = bias / 60;
     const int minutes = std::abs(bias - hours * 60);
-    // The hours alone choose the sign, so half an hour west prints as "+00:30": meant.
+    // Deliberate: the hours alone choose the sign, so half an hour west is "+00:30"; the header says why.
     lumo::sprintf_safe(buffer, size, -hours >= 0 ? "+%2.2d:%2.2d" : "%2.2d:%2.2d", -hours, minutes);
     return PROBE_DONE;
 }

@@ -24,12 +24,12 @@ constexpr const char* request_header_lines[] = {
     "Cache-Control: no-cache",
 };
 
-// Cut behind its name, the line sends nothing: it keeps libcurl from adding the header to a large post, which costs a
-// whole second against every server that ignores it.
+// Cut behind its name, the line makes libcurl leave the header out. Otherwise libcurl would add it to large posts, and
+// wait a whole second with every server that ignores it.
 constexpr const char* line_ask_first = "Expect: 100-continue";
 constexpr std::size_t ask_name_length = std::string_view("Expect:").size();
 
-// libcurl's setter with its failures collected: one look at the end tells whether all options hold.
+// libcurl's setter, which collects failures: one check at the end tells whether all options were set.
 class OptionSetter
 {
 public:
@@ -77,8 +77,8 @@ struct Amounts
     double expected, received;
 };
 
-// By its type, not its buffer: the std::cout of a host that has switched off the synchronisation with stdio has an open
-// file behind it, which must not be closed.
+// By its type, not its buffer: std::cout of a host that has called sync_with_stdio(false) has an open file buffer,
+// which must not be closed.
 std::filebuf* OpenFileOf(std::ostream* out)
 {
     std::filebuf* file = nullptr;
@@ -94,8 +94,8 @@ bool IsText(std::ostream* out)
     return dynamic_cast<std::ostringstream*>(out) || dynamic_cast<std::stringstream*>(out);
 }
 
-// A file that cannot be written loses its data in silence, which is meant. It is closed with its last block, so that
-// whoever hears of the end finds it whole on the disk.
+// Deliberate: a file that cannot be written loses its data without an error, because the outcome of a transfer is about
+// the network. It is closed with its last block, so that the file is complete when the end is reported.
 void WriteToFile(std::ostream& out, std::filebuf& file, std::string_view block, bool bWhole)
 {
     out.write(block.data(), static_cast<std::streamsize>(block.size()));
@@ -105,8 +105,8 @@ void WriteToFile(std::ostream& out, std::filebuf& file, std::string_view block, 
     }
 }
 
-// False when the text could not grow: a stream swallows the exception, and a body with a hole is no body. A stream that
-// was at its end or had failed before it was given just drops the data, which counts as taken.
+// False when the text could not grow: the stream swallows the exception, and a body with a gap is useless. A stream
+// that was at its end or had failed before just drops the data, which counts as success.
 bool WriteToText(std::ostream& out, std::string_view block, bool bWhole)
 {
     out.write(block.data(), static_cast<std::streamsize>(block.size()));
@@ -115,7 +115,7 @@ bool WriteToText(std::ostream& out, std::string_view block, bool bWhole)
     return !out.bad();
 }
 
-// What is past the limit is dropped and counts as taken: a long answer must not fail the upload that it answers.
+// Data past the limit is dropped, which counts as success: a long answer must not fail the upload.
 bool KeepText(CurlEasyHandle& handle, std::string_view block, bool bWhole)
 {
     const std::size_t limit = TransferSettings::text_body_limit;
@@ -124,7 +124,7 @@ bool KeepText(CurlEasyHandle& handle, std::string_view block, bool bWhole)
     return WriteToText(*handle.GetStream(), kept, bWhole);
 }
 
-// For queued transfers. Whatever is not the block's size makes libcurl end the transfer with its write error.
+// For queued transfers. Any result but the block's size makes libcurl end the transfer with its write error.
 bool TakeBlock(CurlEasyHandle& handle, std::string_view block)
 {
     const Amounts amounts(handle.GetHandle());
@@ -143,7 +143,7 @@ bool TakeBlock(CurlEasyHandle& handle, std::string_view block)
     return true;
 }
 
-// For synchronous requests. What goes neither into a file nor into a text is dropped and counts as taken.
+// For synchronous requests. Data for neither a file nor a text is dropped, which counts as success.
 bool TakePlainBlock(CurlEasyHandle& handle, std::string_view block)
 {
     const Amounts amounts(handle.GetHandle());
@@ -204,7 +204,7 @@ void SetCommonOptions(OptionSetter& set, CurlEasyHandle* handle, bool bProgress)
     set(CURLOPT_URL, handle->GetUrl());
     set(CURLOPT_WRITEFUNCTION, bProgress ? WriteWithProgress : WritePlain)(CURLOPT_WRITEDATA, handle);
     set(CURLOPT_HEADERFUNCTION, HearHeader)(CURLOPT_HEADERDATA, handle);
-    set(CURLOPT_FAILONERROR, 1L); // from 400 on; a page that tells of a failure is nobody's body
+    set(CURLOPT_FAILONERROR, 1L); // from 400 on, so that an error page is not delivered as the body
     set(CURLOPT_NOPROGRESS, 1L)(CURLOPT_FOLLOWLOCATION, 1L)(CURLOPT_MAXREDIRS, 10L);
     set(CURLOPT_CONNECTTIMEOUT_MS, TransferSettings::connect_timeout_ms.load());
     set(CURLOPT_TIMEOUT_MS, TransferSettings::total_timeout_ms.load());
@@ -242,7 +242,7 @@ void SetMultipartBody(OptionSetter& set, CurlEasyHandle* handle, const FormParam
     set(CURLOPT_HTTPPOST, handle->GetPostData()->pFirst);
 }
 
-// Only the given file decides: libcurl's built-in folder of authorities would let in whoever the system trusts.
+// Only the given file counts: libcurl's default folder would add all authorities that the system trusts.
 void SetCertificateOptions(OptionSetter& set, const std::string& certificateFile)
 {
     std::string path = certificateFile;
@@ -250,14 +250,14 @@ void SetCertificateOptions(OptionSetter& set, const std::string& certificateFile
         GetAbsolutePath("cacert.pem", path);
     set(CURLOPT_SSL_VERIFYHOST, 2L)(CURLOPT_CAINFO, path.c_str())(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
-    // Read for each connection: libcurl would go on for a day with what the file held once. Without OpenSSL under it,
-    // it keeps nothing and does not know the option.
+    // Read for each connection: libcurl would otherwise cache the file for a day. Without OpenSSL libcurl has no such
+    // cache and does not know the option.
     set.Try(CURLOPT_CA_CACHE_TIMEOUT, 0L);
 }
 
 } // namespace
 
-// Measured first: a body that grew step by step would cost a large log's upload twice its memory.
+// Measured first: a body that grew step by step could take twice the memory.
 std::string BuildFormBody(const FormParameters& params)
 {
     std::size_t size = params.empty() ? 0 : params.size() - 1;

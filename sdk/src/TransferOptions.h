@@ -1,5 +1,5 @@
 /// @file
-/// The options that every transfer gets, and what becomes of the data that arrives.
+/// The options of every transfer, and the handling of received data.
 #pragma once
 
 #include <map>
@@ -22,12 +22,12 @@ std::string BuildFormBody(const FormParameters& params);
 /// @param params needed during the call only
 /// @param bProgress whether progress is reported and cancelling heeded (queued transfers), or data just written
 /// @param certificateFile authorities for an https URL; empty: "cacert.pem" beside the program
-/// @return false when libcurl took an option badly, as when memory is short: the transfer is then not fit to be made
+/// @return false when libcurl refused an option, for lack of memory for example: the transfer must not be started then
 bool ApplyTransferOptions(CurlEasyHandle* handle, RequestType type, const FormParameters* params, bool bProgress,
                           const std::string& certificateFile);
 
-/// Makes a post wait for the go-ahead ("Expect: 100-continue", a second at most) before it sends its body, or not wait,
-/// as at first. Nothing for a transfer without options.
+/// Makes a post wait for the server's permission ("Expect: 100-continue", a second at most) before it sends its body;
+/// by default it does not wait. Does nothing before the options are set.
 void AskBeforeBody(CurlEasyHandle* handle, bool bAsk);
 
 /// Whether a URL is an https one by its first letters, exactly as they stand.

@@ -13,7 +13,8 @@ constexpr int createNew = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
 
 bool WriteAll(const FileDescriptor& file, const std::string& text)
 {
-    // To the disk before the file gets its name: an empty id file after a power cut would stay empty for ever.
+    // Synced before the file gets its name: otherwise a power cut could leave an empty file, which would never be
+    // replaced.
     return file && file.Write(text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
            Uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
 }
@@ -21,7 +22,7 @@ bool WriteAll(const FileDescriptor& file, const std::string& text)
 /// Makes a file beside `path` that holds the id; empty, and errno tells why, when that cannot be done.
 std::string WriteNeighbour(const std::string& path, const std::string& id)
 {
-    // Bounded, as a folder full of such leftovers is somebody's fault or attack: the id then lives in memory.
+    // Bounded: a folder full of such files is an error or an attack, and the id is then kept in memory only.
     for (int number = 0; number < 100; ++number) {
         std::string name = path + '.' + std::to_string(tova_process_id()) + '.' + std::to_string(number);
         const FileDescriptor file(name.c_str(), createNew);
@@ -35,8 +36,8 @@ std::string WriteNeighbour(const std::string& path, const std::string& id)
     return {};
 }
 
-/// For file systems without hard links, and names too long to have a neighbour: never replaces anything either, but a
-/// death in between leaves an empty file.
+/// For file systems without hard links, and names too long for a temporary file beside them. It never replaces a file
+/// either, but a crash in between leaves an empty one.
 bool WriteInPlace(const std::string& path, const std::string& id)
 {
     const FileDescriptor file(path.c_str(), createNew);
@@ -48,8 +49,8 @@ bool WriteInPlace(const std::string& path, const std::string& id)
     return false;
 }
 
-/// Reads up to the first NUL, the end, or the bound, which no id reaches: a file system's damage can leave a file of
-/// any size, and the id stands in every line.
+/// Reads up to the first NUL, the end, or the bound, which no id reaches: a damaged file can have any size, and the id
+/// is part of every line.
 bool ReadId(const FileDescriptor& file, std::string& id)
 {
     constexpr size_t mostBytes = 64 * 1024;
@@ -57,7 +58,7 @@ bool ReadId(const FileDescriptor& file, std::string& id)
     while (id.size() < mostBytes) {
         const ssize_t got = file.Read(piece, sizeof piece);
         if (got <= 0)
-            return got == 0 && !id.empty(); // of an empty file nothing, not even the end, tells an id
+            return got == 0 && !id.empty(); // an empty file holds no id, not even an empty one
         const size_t length = strnlen(piece, static_cast<size_t>(got));
         id.append(piece, length);
         if (length < static_cast<size_t>(got))
@@ -77,7 +78,7 @@ bool Load(const std::string& path, std::string& id)
     std::string text;
     if (!file || !ReadId(file, text))
         return false;
-    // Assigned only when it differs: a worker may look at an empty id while the host does.
+    // Assigned only when it differs, because a worker may read the id at the same time.
     if (id != text)
         id = text;
     return true;
@@ -85,7 +86,7 @@ bool Load(const std::string& path, std::string& id)
 
 bool Create(const std::string& path, const std::string& id)
 {
-    // Without random bytes there is no id: an empty file would keep later starts, which may have one, from saving it.
+    // Without random bytes there is no id, and an empty file would prevent a later start from saving one.
     if (path.empty() || id.empty() || CheckFileExists(path.c_str()))
         return false;
     const std::string neighbour = WriteNeighbour(path, id);

@@ -8,10 +8,10 @@ namespace AnalyticsSDK {
 
 UploadFields UploadForm(const char* id, const std::string& version, std::string&& text)
 {
-    const CurlUse use; // hashing is OpenSSL's work, which a process that is leaving may have torn down
+    const CurlUse use; // hashing needs OpenSSL, which a process that exits may have torn down
     UploadFields form{{UploadField::uniqueId, id}, {UploadField::version, version}};
-    form[UploadField::token] = use ? UploadToken(id) : ""; // there also when it is empty: receivers expect four fields
-    form[UploadField::data] = std::move(text);             // moved all the way, never copied
+    form[UploadField::token] = use ? UploadToken(id) : ""; // present even when empty: servers expect four fields
+    form[UploadField::data] = std::move(text);             // moved, never copied
     return form;
 }
 

@@ -1,6 +1,6 @@
-// The form that an upload posts, and the layout of the lines in it: one place for those who send and those who receive.
+// The form that an upload posts, and the layout of the lines in it: shared by clients and servers.
 //
-// Receivers and the command take this header alone; what it calls is exported.
+// Servers and the command include this header only; the functions that it calls are exported.
 #ifndef ANALYTICSSDK_UPLOADFORM_H
 #define ANALYTICSSDK_UPLOADFORM_H
 
@@ -12,14 +12,14 @@
 
 namespace AnalyticsSDK {
 
-/// Version of the layout of event lines, their first element: receivers tell layouts apart by it.
+/// Version of the layout of event lines, their first element: servers tell layouts apart by it.
 inline constexpr int lineLayoutVersion = 3;
 
 /// Names of the fields. Every upload has the first four.
 namespace UploadField {
 inline constexpr char data[] = "data";   ///< the event lines
 inline constexpr char uniqueId[] = "g";  ///< of the installation that sends
-inline constexpr char token[] = "t";     ///< proves that the sender knows how the unique id is to be hashed
+inline constexpr char token[] = "t";     ///< shows that the client knows how to hash the unique id
 inline constexpr char version[] = "v";   ///< of the application
 inline constexpr char batch[] = "b";     ///< the batch that the lines belong to
 inline constexpr char dropped[] = "d";   ///< how many lines, from the first one on, were thrown away

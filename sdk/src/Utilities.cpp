@@ -14,7 +14,7 @@
 
 namespace AnalyticsSDK {
 
-// The rules stand once, in lumo/strings.h; here each gets a function for either kind of string.
+// The rules are in lumo/strings.h; here each has a function for either kind of string.
 std::string& TrimLeft(std::string& s, const std::string& chars)
 {
     return lumo::trim_left<char>(s, chars);
@@ -77,7 +77,7 @@ void BytesToString(const unsigned char* bytes, long count, std::string& out)
 bool GetAbsolutePath(const char* relative, std::string& out)
 {
     std::string path = lumo::dir::process();
-    // Not asked whether `relative` begins with "/": it counts as relative whatever it looks like.
+    // A leading "/" is not checked for: the header says why.
     if (relative != nullptr && *relative != '\0') {
         if (!path.empty() && path.back() != '/')
             path += '/';
@@ -92,14 +92,15 @@ bool GetHostFromUrl(const char* url, std::string& host)
     if (url == nullptr)
         return false;
     const lumo::uri parsed(url);
-    // Without a scheme there is no telling where a host would begin, and proxies are chosen by it: no guess.
+    // Without a scheme the host cannot be told for certain, and proxies are chosen by it.
     const bool has_scheme = !parsed.scheme().empty();
     host = has_scheme ? parsed.host() : std::string();
     return has_scheme;
 }
 
-// The time of an event goes this way, past strftime(): that reads the locale, and on some systems the time zone under
-// the C library's lock, which a forked child may find held for ever. False when there is more in `format`.
+// The time of an event is formatted here and not by strftime(), which reads the locale and, on some systems, the time
+// zone under a lock of the C library that can stay locked for ever in a forked child. False when there is more in
+// `format`.
 static bool FormatNumbers(const std::tm& time, const char* format, std::string& text)
 {
     static constexpr struct
@@ -126,7 +127,7 @@ static bool FormatNumbers(const std::tm& time, const char* format, std::string& 
 
 bool GetCurrentDateTime(std::string& out, const char* format)
 {
-    constexpr std::size_t longest = 21; // characters, as promised
+    constexpr std::size_t longest = 21; // characters; see the header
     std::tm utc;
     if (!tova::time_utc_from(std::time(nullptr), &utc))
         return false;
@@ -144,7 +145,7 @@ bool GetCurrentDateTime(std::string& out, const char* format)
 
 double GetCurrentTimeInMillis()
 {
-    // Not the time of day, whatever the name says: somebody who sets the clock would make every transfer look stalled.
+    // Not the time of day, despite the name: setting the clock would make every transfer look stalled.
     return static_cast<double>(tova_time_ms(tova_time_units()));
 }
 
@@ -153,7 +154,7 @@ bool CheckFileExists(const char* path)
     return tova_file_exists(path) != 0;
 }
 
-// For hosts that ask all the same: the answer is the one they must be ready for anyway, that there are none.
+// Hosts that call this must be prepared for a machine without network cards anyway.
 bool GetMACAddresses(std::vector<std::string>&)
 {
     return false;

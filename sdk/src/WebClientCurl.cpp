@@ -11,9 +11,9 @@
 namespace AnalyticsSDK {
 namespace {
 
-// How late the worker learns what libcurl does not wake it for: a stall, the machine going offline.
+// How late the worker notices what libcurl does not wake it for: a stall, or a lost network.
 constexpr int wait_ms = 100;
-// A cache answers a dead proxy even while it is banned, so that it would come round for ever.
+// The cache returns a dead proxy even while it is banned, so without a limit attempts would never end.
 constexpr int most_attempts = 10;
 // What IProgressCallback::OnDownloadError reports beside HTTP statuses.
 constexpr long code_stalled = -3, code_other_proxy = -7, status_final = 200, status_refused = 400,
@@ -24,8 +24,8 @@ const char* OrEmpty(const char* text)
     return text ? text : "";
 }
 
-// Memory that runs out on the way makes a failed step of it: an exception would end a worker's cycle half way, or reach
-// the host.
+// Runs a step; running out of memory makes it a failed one. An exception would end a worker's cycle in the middle, or
+// reach the host.
 template <class Step>
 bool Succeeds(Step step) noexcept
 {
@@ -36,7 +36,8 @@ bool Succeeds(Step step) noexcept
     }
 }
 
-// The status that counts. Through a proxy to https it is the proxy's answer to CONNECT; that is meant.
+// The status to report. Deliberate: through a proxy to https it is the proxy's answer to CONNECT, so that a host sees a
+// 407 of the proxy.
 long ReadStatus(const CurlEasyHandle& handle)
 {
     const bool bTunnel = IsHttps(handle.GetUrl()) && handle.UsesProxy();
@@ -46,9 +47,9 @@ long ReadStatus(const CurlEasyHandle& handle)
     return status;
 }
 
-// What libcurl's success is worth, since what a server took is deleted. libcurl also calls it a success when the
-// connection ends before a final status came, or between a refusing status and the empty line behind its headers; and
-// when it stopped sending, because the server answered early and closed.
+// Checks a success of libcurl, because events that the server took are deleted. libcurl also calls it a success when
+// the connection ends before a final status came, or between a refusing status and the empty line behind its headers;
+// and when it stopped sending, because the server answered early and closed.
 long JudgeSuccess(CurlEasyHandle& handle, long result)
 {
     if (result != CURLE_OK)
@@ -101,7 +102,7 @@ bool WebClient::Init(bool bUseOwnProxySupport)
         pProxyManager = &proxyManager;
         pCredentialStore = &credentialStore;
     }
-    // The base answers nothing: whether there is a thread was noted in start(), which it calls.
+    // Init() of the base returns nothing; start(), which it calls, has noted whether there is a thread.
     ThreadHelper::Init("WebClient Thread");
     return !bThreadRefused;
 }
@@ -114,14 +115,14 @@ bool WebClient::start()
 
 void WebClient::Close()
 {
-    // The transfers that a forked child could cancel are its parent's.
+    // In a forked child the transfers are those of its parent.
     if (!IsOwnProcess())
         return;
     CancelAllDownloads();
     ThreadHelper::Close();
 }
 
-// The worker may wait in libcurl, which knows nothing of our stop event.
+// The worker may wait inside libcurl, where the stop event does not wake it.
 void WebClient::stop()
 {
     ThreadHelper::stop();
@@ -164,7 +165,8 @@ CurlEasyHandle* WebClient::FindRequestByID(const char* itemID)
     return spMultiHandle->FindEasyHandleByID(OrEmpty(itemID));
 }
 
-// Asking outside the completion of a text's own transfer is a mistake in the host's program, which no answer mends.
+// Any other call than within the completion of that text's transfer is a mistake in the host's program, which no result
+// could report usefully.
 std::ostringstream* WebClient::GetStream(const char* itemID)
 {
     CurlEasyHandle* pHandle = FindRequestByID(itemID);
@@ -209,8 +211,8 @@ bool WebClient::QueueFileForDownload(const char* url, const char* filePath, IPro
     });
 }
 
-// A child made by fork() has no thread to perform what it queues, nor has a client that was refused one: what it kept
-// would never go. Before Init() there is still one to come.
+// A child made by fork() has no thread to perform what it queues, nor has a client whose thread could not be started:
+// queued transfers would never be sent. Before Init() queueing is fine, as the thread is still to come.
 bool WebClient::Queue(scoped_ptr<CurlEasyHandle>& spHandle, const char* url, IProgressCallback* callback,
                       RequestType type, std::map<std::string, std::string>* params, const char* itemID)
 {
@@ -221,7 +223,7 @@ bool WebClient::Queue(scoped_ptr<CurlEasyHandle>& spHandle, const char* url, IPr
     if (!SetCurlTransferOptions(spHandle.Get(), url, type, params, true))
         return false;
     SetProxyToNextValidProxy(spHandle.Get(), url, pProxyManager, pCredentialStore);
-    // Let go only once it is listed: a list that cannot grow leaves the transfer to us.
+    // Released only once it is listed: when the list cannot grow, the transfer is still owned here.
     spMultiHandle->AddEasyHandle(spHandle.Get());
     std::ignore = spHandle.Detach();
     StartDownload();
@@ -252,7 +254,7 @@ bool WebClient::ExecRequest(const char* url, std::ostream* out, long& httpCode, 
     });
 }
 
-// libcurl quotes a proxy that it does not understand, the login in its URL included: such words are kept back.
+// libcurl quotes a proxy that it cannot parse, with the login in its URL: such messages are not kept.
 void WebClient::RememberError(CurlEasyHandle* handle, long result)
 {
     const char* text = handle->GetErrorBuffer();
@@ -290,7 +292,7 @@ bool WebClient::RunToEnd(CurlEasyHandle* handle, const char* url, long& httpCode
     }
 }
 
-// Leaves when nothing is under way; whoever queues sets the wake event, which leads back here.
+// Returns when no transfer is left; queueing sets the wake event, which leads back here.
 void WebClient::Process()
 {
     int running = -1;
@@ -308,14 +310,14 @@ bool WebClient::ProcessOnce(int& running)
     return running == 0 || IsShuttingDown() || curl_multi_poll(multi, nullptr, 0, wait_ms, nullptr) == CURLM_OK;
 }
 
-// Takes up what was queued, lets libcurl work, hears what has ended or stalled.
+// Adopts queued transfers, lets libcurl work, and handles those that have ended or stalled.
 bool WebClient::PerformTransfers(int& running)
 {
     const CurlUse use;
     if (!use)
         return false;
     spMultiHandle->RunCalls();
-    std::vector<CurlEasyHandle*> refused; // libcurl will never speak of these, and each must end once
+    std::vector<CurlEasyHandle*> refused; // libcurl reports no end of these, and each must end once
     spMultiHandle->AdoptQueued(refused);
     for (CurlEasyHandle* handle : refused)
         FinishTransfer(handle, CURLE_FAILED_INIT);
@@ -329,7 +331,7 @@ bool WebClient::PerformTransfers(int& running)
     return true;
 }
 
-// A stop leaves messages unread: Close promises that what it cuts off ends without a call.
+// After a stop messages are left unread: Close() ends transfers without calling their callbacks.
 void WebClient::FinishTransfers()
 {
     int left = 0;
@@ -337,7 +339,7 @@ void WebClient::FinishTransfers()
         CURLMsg* message = curl_multi_info_read(spMultiHandle->GetHandle(), &left);
         if (message == nullptr)
             return;
-        // The message dies with the transfer that it is about: everything is read from it before.
+        // The message is destroyed with its transfer, so everything is read from it first.
         CurlEasyHandle* handle = spMultiHandle->FindEasyHandle(message->easy_handle);
         if (message->msg == CURLMSG_DONE && handle)
             FinishTransfer(handle, JudgeSuccess(*handle, message->data.result));
@@ -349,7 +351,7 @@ void WebClient::FinishTransfer(CurlEasyHandle* handle, long result)
     const long status = ReadStatus(*handle);
     handle->nResult = result;
     handle->CloseStream(); // before the call, in which the host may open the file
-    // Whatever the host's code throws, the transfer has ended, and must not stay listed to end once more as stalled.
+    // Even if the host's code throws, the transfer has ended and must be removed, or it would end again as stalled.
     if (handle->GetCallback())
         Succeeds([&] {
             NotifyEnd(handle, result, status);
@@ -371,11 +373,11 @@ void WebClient::NotifyEnd(CurlEasyHandle* handle, long result, long status)
     } else if (result == CURLE_WRITE_ERROR) {
         callback.OnDownloadError(id, status);
     } else if (status == status_proxy_login) {
-        // A proxy that asks who we are works: it is remembered, so that the login given next goes to it.
+        // A proxy that asks for a login works: it is remembered, so that the next login is sent to it.
         HandleProxySuccess(result, handle, url);
         callback.OnProxyAuthenticationError(id, status, handle->spProxyInfo ? handle->spProxyInfo->GetProxy() : "");
     } else if (HandleProxyError(result, handle, url)) {
-        // The transfer ends all the same: the one who queued it decides whether the events go out once more.
+        // The transfer ends all the same: its owner decides whether to queue it again.
         Succeeds([&] { return SetProxyToNextValidProxy(handle, url, pProxyManager, pCredentialStore); });
         callback.OnDownloadError(id, code_other_proxy);
     } else {

@@ -1,9 +1,19 @@
 /// @file
-/// What an operating system must tell about the machine: facts only. Turning them into text is not the system's
-/// business but SystemInfo.cpp's and Identity.cpp's, one code for all systems.
+/// The contract between the library and an operating system: the facts about the machine. SystemInfo.cpp and
+/// Identity.cpp make texts of them, with one code for all systems.
 ///
-/// Each folder beside this header fills the contract for one system. A test replaces the whole source with made-up
-/// facts. Every function may be called on any thread, takes microseconds, never blocks, and keeps nothing.
+/// Each folder beside this header fills the contract for one system; a test replaces the whole source by made-up facts.
+///
+/// What holds for every call: any thread may call at any time, several at once too. The call takes microseconds and
+/// never blocks: no packet, no name look-up, no other program. It takes no lock of the library, throws nothing,
+/// allocates nothing that outlives it, and keeps no state that a caller could see. The result is one of #answer:
+///
+/// - found: every output parameter holds the value.
+/// - unsupported: this machine or system has no source for the fact; the same call may be repeated, with the same
+/// result.
+/// - failed: the source exists and could not be read or understood; a later call may succeed.
+///
+/// With any answer but found the output parameters hold unspecified values, which the caller must not use.
 #pragma once
 
 #include <array>
@@ -15,7 +25,7 @@ namespace AnalyticsSDK::host {
 /// Whether a fact could be read. The numbers are those of the probes' statuses.
 enum class answer : std::int32_t
 {
-    found = 0,
+    found = 0,       ///< the output parameters hold the fact
     unsupported = 1, ///< no such source on this machine
     failed = 2       ///< the source exists and could not be read
 };
@@ -53,10 +63,11 @@ struct processor_load
     std::uint64_t user, system, idle;
 };
 
-/// Receives one processor's counters; `context` is the caller's own.
+/// Receives one processor's counters, on the thread that called `source::loads`; `context` is what was passed there.
+/// Must not throw.
 using load_visitor = void(void* context, const processor_load& load);
 
-/// The pager's books, in pages.
+/// The pager's counts, in pages, read at about one moment.
 struct page_counts
 {
     std::uint64_t free, active, inactive, wired;
@@ -79,28 +90,39 @@ using uuid_bytes = std::array<unsigned char, 16>;
 /// The facts. No member is ever null.
 struct source
 {
-    /// 'sysv' (packed version), 'sys1' to 'sys3', 'sysa' (architecture), 'mclk' (MHz), 'ramm' (megabytes).
+    /// A number by its code: 'sysv' (packed version), 'sys1' to 'sys3', 'sysa' (architecture), 'mclk' (MHz), 'ramm'
+    /// (megabytes). Any other code is unsupported.
     answer (*selector)(std::uint32_t code, std::int32_t& value);
+    /// The first processor. Found sets `named`, and `name` or `code` accordingly.
     answer (*processor)(processor_identity& identity);
+    /// A text of the kernel, not empty. Unsupported where the system has no such name.
     answer (*sysctl_text)(sysctl_name name, text& value);
-    /// Visits every processor once. With an answer other than found some may have been visited, which do not count.
+    /// Calls `visit` once for every processor, before it returns. With an answer other than found it may have visited
+    /// some; the caller drops their counters.
     answer (*loads)(load_visitor* visit, void* context);
+    /// The size of a page of memory in bytes, not 0.
     answer (*page_size)(std::uint64_t& bytes);
+    /// The pager's counts; their unit is the size that `page_size` gives.
     answer (*pages)(page_counts& counts);
+    /// The start-up volume; its block size is not 0.
     answer (*first_volume)(volume& start_up);
+    /// The name that the owner gave the machine, not empty.
     answer (*computer_name)(text& value);
-    /// The system's judgement whether the network can be reached, from its routing tables and without a packet.
+    /// Whether the routing tables lead to the network: sets the flag_ bits. Called while the caller holds a lock of the
+    /// web client, so it must not call back into the library.
     answer (*reachability)(std::uint32_t& flags);
+    /// A new UUID from the system's random bytes, with version 4 and the variant of RFC 4122 set. Never waits for
+    /// entropy: without enough of it, failed.
     answer (*uuid)(uuid_bytes& bytes);
 };
 
-/// The running system's source; defined once per system.
+/// The running system's source; defined once per system. Any thread, also before and after main(); always the same.
 const source& system_facts();
 
-/// Stands in for the system while a test wants it so. Atomic, because worker threads ask while a test replaces.
+/// The source that a test has put in place of the system's. Atomic, because worker threads read it meanwhile.
 inline std::atomic<const source*> replacement{nullptr};
 
-/// The source to ask.
+/// The source in force. Any thread.
 inline const source& facts()
 {
     const source* made_up = replacement.load(std::memory_order_acquire);

@@ -1,11 +1,12 @@
-// Numbers under four-character codes. The service that once had them is gone from every system of today, so each code
-// stands for one of the facts that the system's folder tells.
+// Numbers by four-character code. The system service of that kind does not exist any more, so each code stands for a
+// fact that the system's folder reads.
 #include "host/sources.h"
 
 namespace AnalyticsSDK::host {
 namespace {
 
-// The packed form has one digit for each number, which today's versions do not fit: it only says to read the others.
+// The packed form has one digit for each number, too few for today's versions: its value only says that the others must
+// be read.
 answer packed_version(std::int32_t& value)
 {
     value = 0x1040;

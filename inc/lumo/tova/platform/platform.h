@@ -1,6 +1,9 @@
 /// The contract between the portability layer and an operating system: what POSIX leaves open, and nothing else.
 ///
 /// One folder beside this file fills it per system; CMake chooses the folder. Not installed.
+///
+/// What holds for every call: any thread may call at any time, before tova_initialize() and after tova_shutdown() too.
+/// No call takes a lock of the library, keeps state that a caller could see, logs or aborts; failures are results.
 #ifndef LUMO_TOVA_PLATFORM_PLATFORM_H
 #define LUMO_TOVA_PLATFORM_PLATFORM_H
 
@@ -9,32 +12,47 @@
 
 namespace tova::platform {
 
-/// Nanoseconds of a clock tick: numerator / denominator.
+/// Nanoseconds of a clock tick: numerator / denominator. Neither is 0.
 struct time_base
 {
     uint32_t numerator;
     uint32_t denominator;
 };
 
+/// The length of a tick of clock_ticks(): the same at each call for as long as the process runs. Cannot fail.
 time_base clock_time_base();
 
-/// Ticks of the monotonic clock.
+/// Ticks of a monotonic clock since an arbitrary moment: never less than an earlier result on any thread, and not
+/// affected by setting the time of day. It may stop while the machine sleeps. Cannot fail, does not block.
 uint64_t clock_ticks();
 
-/// The system's number of the calling thread.
+/// The system's number of the calling thread: not 0, different from that of every other living thread of the process,
+/// the same for the whole life of the thread. Numbers may be reused after a thread's end. Cannot fail.
 uint32_t thread_number();
 
-/// Standard directories: each writes a terminated path and says whether there is one that fits.
+/// The directory for temporary files. `size` is the room of `buffer`, terminator included, and at least 1.
+///
+/// True: `buffer` holds a terminated absolute path, which need not exist. False: there is none, it cannot be read, or
+/// it needs more than `size` bytes; what `buffer` then holds is unspecified. May read files and the environment (a host
+/// must not change its environment meanwhile), so the result may differ from call to call. The same for the next three.
 bool temporary_directory(char* buffer, size_t size);
+/// The directory of the running program's file, or of its bundle where the system has bundles.
 bool process_directory(char* buffer, size_t size);
+/// The user's documents.
 bool documents_directory(char* buffer, size_t size);
+/// The user's data of applications.
 bool application_support_directory(char* buffer, size_t size);
 
-/// Says that all of this memory will be written soon, so that the system may hand it out in large pieces. A wish: no
-/// result.
+/// Tells the system that all of this memory will be written soon, so that it may use large pages.
+///
+/// The memory belongs to the caller, who does not release it during the call; its content does not change. Any address
+/// and size are allowed. A system that cannot do this does nothing: there is no failure. Leaves errno undefined.
 void expect_large_use(void* memory, size_t size);
 
-/// As socket(), but closed in programs that the host starts, from the first moment on where the system can do that.
+/// The same as socket(), but closed in programs that the host starts.
+///
+/// Returns a descriptor that the caller closes, or -1 with errno from socket(). Where the system can set the flag in
+/// the same call, no program inherits the socket; elsewhere one that starts during the call may.
 int open_socket(int family, int type, int protocol);
 
 } // namespace tova::platform

@@ -13,7 +13,7 @@ answer sources::computer_name([[maybe_unused]] text& value)
     const CFStringRef name = SCDynamicStoreCopyComputerName(nullptr, nullptr);
     if (!name)
         return answer::failed;
-    // False also when it does not fit: a part of a name is nobody's name.
+    // False also when the name does not fit: a part of it would be another name.
     const bool copied = CFStringGetCString(name, value.data(), value.size(), kCFStringEncodingUTF8);
     CFRelease(name);
     return copied ? answer::found : answer::failed;

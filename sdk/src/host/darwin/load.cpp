@@ -15,13 +15,13 @@ answer sources::loads(load_visitor* visit, void* context)
     mach_port_deallocate(mach_task_self(), machine);
     if (result != KERN_SUCCESS)
         return answer::failed;
-    // One record of tick counts for each processor, told as an array of plain words.
+    // One record of tick counts for each processor, returned as an array of words.
     const auto* loads = reinterpret_cast<const processor_cpu_load_info_data_t*>(info);
     for (natural_t at = 0; at < processors; ++at) {
         const auto& ticks = loads[at].cpu_ticks;
         visit(context, {ticks[CPU_STATE_USER], ticks[CPU_STATE_SYSTEM], ticks[CPU_STATE_IDLE]});
     }
-    // The kernel put the array into our address space and leaves it to us.
+    // The kernel allocated the array in this process, which must free it.
     vm_deallocate(mach_task_self(), reinterpret_cast<vm_address_t>(info), words * sizeof *info);
     return answer::found;
 }

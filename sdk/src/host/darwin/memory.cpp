@@ -1,11 +1,11 @@
-// Memory: the page size and the pager's books.
+// Memory: the page size and the pager's page counts.
 #include <mach/mach.h>
 
 #include "host/sources.h"
 
 namespace AnalyticsSDK::host {
 
-// The port is a right that the kernel counts: whoever asks for it gives it back, or a long run collects them.
+// Each call of mach_host_self() adds a reference to the port, which must be released.
 answer sources::page_size(std::uint64_t& bytes)
 {
     const mach_port_t machine = mach_host_self();

@@ -41,7 +41,7 @@ answer sources::processor(processor_identity& identity)
     cpu_type_t type = 0;
     if (const answer given = sysctls::number("hw.cputype", type); given != answer::found)
         return given;
-    // Codes ended with that generation; a later processor tells its name in plain text.
+    // Later processors have no such code; the kernel gives their name as text.
     identity.named = type != CPU_TYPE_POWERPC;
     return identity.named ? sysctls::string("machdep.cpu.brand_string", identity.name) : powerpc_code(identity.code);
 }

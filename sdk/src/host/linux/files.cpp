@@ -12,10 +12,10 @@ namespace AnalyticsSDK::host::files {
 
 line_file::line_file(const char* root, const char* path)
 {
-    // A path that does not fit comes out empty and is then a file that does not exist, which every caller expects.
+    // A path that does not fit becomes empty, which opens no file; every caller handles that.
     char whole[1024];
     tova_sprintf(whole, sizeof whole, "%s%s", root, path);
-    // Not to be inherited by programs of the host, nor to become their terminal whatever stands under that name.
+    // Closed in programs that the host starts, and never made a controlling terminal.
     descriptor = open(whole, O_RDONLY | O_CLOEXEC | O_NOCTTY);
 }
 
@@ -25,7 +25,7 @@ line_file::~line_file()
         close(descriptor);
 }
 
-// A buffer of fixed size instead of a string: what allocates nothing cannot fail where a host is short of memory.
+// A buffer of fixed size instead of a string, which could fail when memory is short.
 bool line_file::next(std::string_view& line)
 {
     for (;;) {
@@ -39,7 +39,7 @@ bool line_file::next(std::string_view& line)
             return false;
         line = {buffer + begin, ended ? feed : held}; // refill() has moved `begin`
         begin += ended ? feed + 1 : held;
-        // A full buffer without a line feed is a line cut off; what comes until its end is no line of its own.
+        // A full buffer without a line feed is a line that was cut; its rest is skipped.
         const bool rest_of_a_cut_line = passing_over;
         passing_over = full && !ended;
         if (!rest_of_a_cut_line)
@@ -49,11 +49,11 @@ bool line_file::next(std::string_view& line)
 
 bool line_file::refill()
 {
-    // What was handed out is used up by now, so the rest moves to the front.
+    // The line returned last is not needed any more, so the rest moves to the front.
     std::memmove(buffer, buffer + begin, end - begin);
     end -= begin;
     begin = 0;
-    // These files never block, but a signal of the host's can still come in between.
+    // Reading these files never blocks, but a signal can still interrupt it.
     ssize_t count;
     do
         count = read(descriptor, buffer + end, sizeof buffer - end);

@@ -20,14 +20,14 @@ public:
     bool is_open() const { return descriptor >= 0; }
 
     /// Hands out the next line without its line feed, valid until the next call; false at the end. A line longer than
-    /// the buffer is cut, and what was cut off is passed over: no fact stands that far to the right.
+    /// the buffer is cut and its rest skipped: no fact is that far to the right.
     bool next(std::string_view& line);
 
 private:
     bool refill();
 
     int descriptor;
-    bool passing_over = false; // what comes next is the rest of a line that was handed out
+    bool passing_over = false; // the next bytes are the rest of a line that was cut
     std::size_t begin = 0;
     std::size_t end = 0;
     char buffer[4096];

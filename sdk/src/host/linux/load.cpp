@@ -20,7 +20,7 @@ bool take_number(std::string_view& rest, std::uint64_t& number)
 // "cpu0 user nice system idle ..."
 bool parse_load(std::string_view line, processor_load& load)
 {
-    // Read and passed over: the processor's own number, and the ticks of programs that yield to others.
+    // Read but not used: the processor's number, and the ticks of niced programs.
     std::uint64_t number, nice;
     line.remove_prefix(3);
     return take_number(line, number) && take_number(line, load.user) && take_number(line, nice) &&

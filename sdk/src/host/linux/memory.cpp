@@ -27,7 +27,7 @@ constexpr struct
     {"Inactive", &kibibytes::inactive},
 };
 
-// A kernel that does not tell active and inactive memory leaves them 0; without a total there is no answer.
+// Active and inactive memory stay 0 on a kernel that does not report them; without a total the fact cannot be read.
 bool read_figures(const char* root, kibibytes& memory)
 {
     files::line_file file(root, "/proc/meminfo");
@@ -46,7 +46,7 @@ namespace readers {
 
 answer pages(const char* root, std::uint64_t page_size, page_counts& counts)
 {
-    // Smaller pages than the file's unit exist nowhere; they would divide by zero.
+    // No system has pages smaller than the file's unit; the check prevents a division by zero.
     kibibytes memory;
     if (page_size < 1024 || !read_figures(root, memory))
         return answer::failed;
@@ -73,7 +73,7 @@ answer memory_megabytes(const char* root, std::int32_t& megabytes)
 
 answer sources::page_size(std::uint64_t& bytes)
 {
-    // Asked and not assumed: some processors run with pages of 16 or 64 KiB.
+    // Not a constant: some machines have pages of 16 or 64 KiB.
     const long size = sysconf(_SC_PAGESIZE);
     if (size <= 0)
         return answer::failed;

@@ -13,10 +13,10 @@ answer readers::model(const char* root, text& value)
     for (const char* origin : origins) {
         files::line_file file(root, origin);
         std::string_view line;
-        // An empty name is none: some firmware leaves it blank.
+        // An empty name counts as none: some firmware leaves it blank.
         if (!file.is_open() || !file.next(line) || (line = files::trim(line)).empty())
             continue;
-        // Half a model would be counted as another model.
+        // Part of a model's name would be counted as another model.
         if (line.size() >= value.size())
             return answer::failed;
         value[line.copy(value.data(), value.size() - 1)] = '\0';

@@ -1,4 +1,4 @@
-// The processor's name and clock. x86 tells both in /proc/cpuinfo; others have other keys, or nothing.
+// The processor's name and clock. On x86 both are in /proc/cpuinfo; other architectures have other keys, or nothing.
 #include <charconv>
 #include <cmath>
 
@@ -21,7 +21,7 @@ bool first_value(line_file& file, const std::string_view (&keys)[Count], text& f
     std::size_t best = Count;
     std::string_view line, key, value;
     for (int read = 0; read < lines_to_read && best != 0 && file.next(line); ++read) {
-        // An empty or over-long value is passed over as if it were not there: another key may serve.
+        // An empty or over-long value is ignored: another key may have one that can be used.
         if (!files::split_pair(line, key, value) || value.empty() || value.size() >= found.size())
             continue;
         for (std::size_t at = 0; at < best; ++at)
@@ -33,7 +33,7 @@ bool first_value(line_file& file, const std::string_view (&keys)[Count], text& f
     return best != Count;
 }
 
-// Units behind the number ("2300.000000MHz") are passed over; 0 when there is no number.
+// A unit behind the number ("2300.000000MHz") is ignored; 0 when there is no number.
 double leading_number(std::string_view digits)
 {
     double number = 0;
@@ -43,7 +43,7 @@ double leading_number(std::string_view digits)
 
 bool to_megahertz(double number, std::int32_t& megahertz)
 {
-    // Some kernels write 0 where a hypervisor hides the clock; as a fact that would be worse than none.
+    // Some kernels write 0 where a hypervisor hides the clock, which counts as unknown.
     if (!(number >= 1 && number < 1e6))
         return false;
     megahertz = static_cast<std::int32_t>(std::lround(number));

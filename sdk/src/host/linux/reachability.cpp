@@ -9,7 +9,7 @@
 namespace AnalyticsSDK::host {
 namespace {
 
-// A root name server's: fixed for good, and reached over the same way as any server out there.
+// The address of a root name server: it does not change, and is routed like that of any other server.
 constexpr const char* fixed_address_4 = "198.41.0.4";
 constexpr const char* fixed_address_6 = "2001:503:ba3e::2:30";
 // Nothing is ever sent to it; only 0 is refused by some systems.
@@ -54,7 +54,7 @@ answer sources::reachability(std::uint32_t& flags)
     const answer by_6 = route ? answer::found : look_up_6(route);
     if (by_4 != answer::found && by_6 != answer::found)
         return answer::failed;
-    // Lines come up by themselves here or not at all, so the flag of a connection to be made first is never set.
+    // This system has no connections that are dialled on demand, so that flag is never set.
     flags = route ? flag_reachable : 0;
     return answer::found;
 }

@@ -1,6 +1,6 @@
 /// @file
-/// The Linux facts that come out of files. Each reader takes the folder that the files stand under, so that samples
-/// of other machines can be read as well: "" is the machine itself.
+/// The Linux facts that are read from files. Each reader takes the folder that holds /proc and /sys, so that samples of
+/// other machines can be read too: "" is the machine itself.
 #pragma once
 
 #include "host/host.h"
@@ -16,7 +16,7 @@ answer clock_megahertz(const char* root, std::int32_t& megahertz);
 /// The counters of every processor in /proc/stat.
 answer loads(const char* root, load_visitor* visit, void* context);
 
-/// The books of /proc/meminfo, in pages of `page_size` bytes.
+/// The counts of /proc/meminfo, in pages of `page_size` bytes.
 answer pages(const char* root, std::uint64_t page_size, page_counts& counts);
 
 /// MemTotal of /proc/meminfo in units of 1,048,576 bytes.

@@ -5,8 +5,8 @@
 
 namespace AnalyticsSDK::host {
 
-// The standard streams open files that every program started meanwhile inherits; a buffer made around a descriptor is
-// this standard library's own way out.
+// A file opened by a standard stream is inherited by programs that the host starts. libstdc++ can make a file buffer
+// from a descriptor instead.
 void OpenForWriting(std::ofstream& file, const char* path)
 {
     const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
