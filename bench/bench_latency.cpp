@@ -20,7 +20,7 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-/// Notes when the first bytes of each request arrive; answers, or holds the connection open and says nothing.
+/// Notes when the first bytes of each request arrive; answers, or keeps the connection open without an answer.
 class Server
 {
 public:
@@ -168,7 +168,7 @@ private:
         m_ended = true;
         m_changed.notify_one();
     }
-    // A figure that holds a failed request is worth nothing.
+    // A measurement with a failed request is invalid.
     void OnDownloadCancel(const char*) override { std::abort(); }
     void OnDownloadError(const char*, long) override { std::abort(); }
     void OnProxyAuthenticationError(const char*, long, const char*) override { std::abort(); }
@@ -213,7 +213,7 @@ void measure(Table& table)
     };
     const char* against = "condition variable + raw send";
     table.row("queue to first byte, idle", against, compare_figures(ours, theirs, "us"), at_most(6, 3.5));
-    // From here on a second transfer stays open, which the worker has to look after besides.
+    // From here on a second transfer stays open, which the worker handles too.
     queue.hold(silent.url());
     silent.arrival(0);
     table.row("queue to first byte, one held open", against, compare_figures(ours, theirs, "us"), at_most(6, 3.5));

@@ -263,7 +263,7 @@ const Group peer_rows("log: peers", [](Table& table) {
               compare_figures([&] { return each_ns(ours); }, [&] { return each_ns(rows); }, "ns", 9), at_most(0, 0.15));
 
     const auto logger = spdlog::basic_logger_mt("bench", folder.file("spdlog.log"));
-    // No time and no level in front, and nothing kept back: the line alone, and on its way before the next.
+    // Only the line, without time and level, and flushed before the next one.
     logger->set_pattern("%v");
     logger->flush_on(spdlog::level::trace);
     const auto lines = [&](long times) {

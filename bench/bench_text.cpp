@@ -77,8 +77,8 @@ double least_ns(const Work& work)
     return least;
 }
 
-// What events of so many members cost, in short turns that go round all sizes, so that whatever the machine does meets
-// all of them. Low values of many: differences are taken of them, and others on the machine only ever add.
+// What events of so many members cost, in short turns over all sizes in rotation, so that disturbances affect all sizes
+// alike. The low values of many are used: differences are taken of them, and disturbances only ever add.
 std::vector<double> events_ns(const Session& session, const std::vector<long>& sizes)
 {
     constexpr double turn_ns = 300'000;
@@ -113,7 +113,7 @@ const Group member_curve("curve: members", [](Table& table) {
         std::snprintf(text, sizeof text, "%ld members: %.2f ns each", sizes[i], each.back());
         table.note("cost per member", text);
     }
-    // That of one alone is shown: it partly hides behind what every event costs.
+    // That of a single member is shown only: it partly overlaps with the fixed cost of an event.
     const Figures figures = {std::max(each[2], each[3]), each[1], std::max(each[2], each[3]) / each[1], "ns"};
     table.row("cost per member, dearer of 200, 2,000", "cost per member of an event of 20", figures, at_most(1.5, 1.5));
 });

@@ -57,7 +57,8 @@ Server::Server() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 
 Server::~Server()
 {
-    // Descriptors are closed last: a number given out anew while a thread still reads from it would be another's.
+    // Descriptors are closed last: a number that is reused while a thread still reads from it would be another
+    // connection.
     ending = true;
     shutdown(listener.get(), SHUT_RDWR);
     acceptor.join();
@@ -125,7 +126,7 @@ try {
         send_all(connection, "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     }
 } catch (const std::exception&) {
-    // The other side went: that is its right.
+    // The client has closed the connection, which is no error.
 }
 
 void send_all(int connection, const std::string& bytes)

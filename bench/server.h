@@ -1,4 +1,4 @@
-// A receiving server of the bench: as little as takes a post, so that what is measured is the sender.
+// The server of the bench: it does only what taking a post needs, so that the client is measured.
 #pragma once
 
 #include <atomic>

@@ -56,7 +56,7 @@ Figures compare_figures(const std::function<double()>& ours, const std::function
                         const std::string& unit, int repetitions)
 {
     std::vector<double> our_figures, reference_figures, ratios;
-    // In turns, and the ratio taken of neighbours: what slows the machine for a second slows both of a pair.
+    // In turns, with the ratio of neighbouring turns: what slows the machine for a second slows both of a pair.
     for (int i = 0; i < repetitions; ++i) {
         reference_figures.push_back(reference());
         our_figures.push_back(ours());
@@ -116,7 +116,7 @@ void Table::row(const std::string& name, const std::string& against, const Figur
                 shown(figures.ours, figures.unit).c_str(), shown(figures.reference, figures.unit).c_str(),
                 figures.ratio, shown_limit(limits.must, limits.sense).c_str(),
                 shown_limit(limits.goal, limits.sense).c_str(), row.verdict.c_str());
-    // At once: a whole run takes minutes, and somebody may be watching.
+    // Flushed at once: a whole run takes minutes, and a person may be watching.
     std::fflush(stdout);
     m_rows.push_back(row);
 }

@@ -24,8 +24,8 @@ enum class Clock
     wall    ///< for work that waits or has threads of its own
 };
 
-/// Times both in turn, a millisecond or one piece of work each, so that whatever the machine does meanwhile meets both.
-/// The figures are medians; the ratio is the median of the ratios of neighbours.
+/// Times both in turn, a millisecond or one piece of work each, so that disturbances on the machine affect both. The
+/// figures are medians; the ratio is the median of the ratios of neighbours.
 Figures compare(const Work& ours, const Work& reference, int repetitions = 151, Clock clock = Clock::thread);
 
 /// The same for figures that the work itself takes: each call gives one.
@@ -57,7 +57,7 @@ inline Limits at_least(double must, double goal)
     return {Limits::at_least, must, goal};
 }
 
-/// Collects rows, prints each as it comes and keeps them for bench.json.
+/// Collects rows, prints each at once and keeps them for bench.json.
 class Table
 {
 public:
@@ -92,7 +92,7 @@ struct Group
 /// All groups of this program, in no particular order: that of the linker.
 std::vector<Group>& groups();
 
-/// Keeps the compiler from dropping a result nobody reads.
+/// Keeps the compiler from dropping an unused result.
 template <class T>
 inline void keep(const T& value)
 {

@@ -1,4 +1,5 @@
-// The words of the analytics command, one source each. A word reads its options into a record and runs with it.
+// The subcommands of the analytics command, one source each. A subcommand reads its options into a record and runs with
+// it.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -13,7 +14,8 @@ enum exit_status : int
     usage = 2,  ///< the command line is wrong
 };
 
-/// Each adds its word to the program; once the command line is read, the word's `run` leaves its status in `status`.
+/// Each adds its subcommand to the program; once the command line is read, its `run` stores the exit status in
+/// `status`.
 void add_log(CLI::App& program, int& status);
 void add_show(CLI::App& program, int& status);
 void add_send(CLI::App& program, int& status);

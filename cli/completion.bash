@@ -14,7 +14,7 @@ _analytics() {
     *:help:*) choices="log show send properties" ;;
     *:properties:*) choices="$keys --json --help" ;;
     esac
-    # Options only once they are begun: after "show" and "send" a file is meant more often.
+    # Options only after "-": behind "show" and "send" a file is more likely.
     [[ $current == -* ]] || [ -z "$files" ] || choices=""
     mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current")
     if [ -n "$files" ] && [[ $current != -* ]]; then

@@ -26,8 +26,7 @@ struct Options
     std::string application_version = ANALYTICS_VERSION;
 };
 
-// The library's contract is to lose an event in silence rather than to disturb a host; a person at a shell wants to
-// know.
+// The library loses an event without an error rather than disturb a host; a person at a shell wants to know.
 bool can_append(const std::string& path)
 {
     int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
@@ -74,7 +73,7 @@ int log_event(const Options& options, const members::Object& event)
     return result == analytics::result::ok ? done : failed;
 }
 
-// Before anything is written: an event that lacks a fact is not what was asked for.
+// Checked before anything is written: an event without a requested property must not be logged.
 bool has_properties(const std::vector<std::string>& keys)
 {
     char value[200];

@@ -16,7 +16,7 @@ int refuse(const std::string& what, const std::string& help)
     return commands::usage;
 }
 
-// The command line leaves off before any word: `first` is what stands where the word should.
+// The command line has no valid subcommand: `first` is the word in its place.
 int refuse_word(const std::string& first)
 {
     std::string what = "it takes a word that says what to do";
@@ -57,7 +57,7 @@ int run(int argc, char** argv)
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        // Help and version come here as well, and are no error.
+        // Help and version arrive here too and are no error.
         const auto words = program.get_subcommands();
         if (error.get_exit_code() == 0)
             status = program.exit(error);

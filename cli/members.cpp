@@ -16,7 +16,7 @@ bool read_whole(std::string_view text, Number& number)
     return error == std::errc() && end == text.data() + text.size();
 }
 
-// "007" and "1." are texts: who writes them so does not mean a number.
+// "007" and "1." are texts: numbers are not written that way.
 bool looks_like_a_number(std::string_view text)
 {
     if (!text.empty() && text[0] == '-')
@@ -122,12 +122,15 @@ std::string put_at(Object& event, std::string_view key, bool element, Value valu
     }
 }
 
+template <typename Scope>
+void write_members(const Object& from, Scope& into);
+
 template <typename Scope, typename... Name>
 void write_node(const Node& node, Scope& into, Name... name)
 {
     if (auto* object = std::get_if<Object>(&node.value)) {
         auto inner = into.open_object(name...);
-        write(*object, inner);
+        write_members(*object, inner);
     } else if (auto* array = std::get_if<Array>(&node.value)) {
         auto inner = into.open_array(name...);
         for (const Node& element : array->elements)
@@ -141,6 +144,13 @@ void write_node(const Node& node, Scope& into, Name... name)
             },
             node.value);
     }
+}
+
+template <typename Scope>
+void write_members(const Object& from, Scope& into)
+{
+    for (const auto& [name, node] : from.members)
+        write_node(node, into, name.c_str());
 }
 
 } // namespace
@@ -165,10 +175,9 @@ std::string add(Object& event, std::string_view word)
     return what.empty() ? what : complain(what);
 }
 
-void write(const Object& from, analytics::detail::members& into)
+void write(const Object& from, analytics::event& into)
 {
-    for (const auto& [name, node] : from.members)
-        write_node(node, into, name.c_str());
+    write_members(from, into);
 }
 
 } // namespace members

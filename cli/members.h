@@ -33,11 +33,11 @@ struct Member
     Node node;
 };
 
-/// Adds one word to an event: KEY=VALUE, KEY[]=VALUE, with KEY:TYPE for a chosen type. Answers what is wrong with it,
-/// and then changes nothing that matters: the event is not to be logged.
+/// Adds one word to an event: KEY=VALUE, KEY[]=VALUE, with KEY:TYPE for a chosen type. Returns what is wrong with
+/// it, or the empty text; after an error the event must not be logged.
 std::string add(Object& event, std::string_view word);
 
 /// Writes everything into an open event.
-void write(const Object& from, analytics::detail::members& into);
+void write(const Object& from, analytics::event& into);
 
 } // namespace members

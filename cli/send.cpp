@@ -1,4 +1,4 @@
-// analytics send: uploads an event log file now, and says how it went.
+// analytics send: uploads an event log file now, and prints the outcome.
 #include "commands.h"
 #include "table.h"
 #include "terminal.h"
@@ -121,8 +121,8 @@ bool append(const std::string& path, std::string_view text)
     return whole;
 }
 
-// What was appended while the upload was under way stays: the file is moved aside, so that no host writes to it any
-// more, and what it holds beyond the sent text goes back. That is all of it when a host has uploaded and deleted the
+// Lines that were appended during the upload are kept: the file is moved aside, so that no host writes to it any more,
+// and what it holds beyond the sent text is written back. That is all of it when a host has uploaded and deleted the
 // file meanwhile and begun a new one.
 bool remove_sent(const std::string& path, const std::string& sent)
 {
@@ -156,7 +156,7 @@ std::string reason(long http_status, const std::string& network)
     return network.empty() ? "no reason is known" : network;
 }
 
-// What is printed ends up in logs: no login is to be among it. A password may hold any character, "/" and "@" included,
+// Output may end up in logs, so it must not contain a login. A password may hold any character, "/" and "@" included,
 // so all before the last "@" is left out, but for a scheme.
 std::string without_login(std::string url)
 {

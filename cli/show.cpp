@@ -20,7 +20,7 @@ struct Options
 
 void ignore(size_t, const wire::Fault&) {}
 
-// Lines are read anew for each purpose rather than kept: a log may be large.
+// Lines are parsed again for each purpose rather than kept: a log may be large.
 template <typename Event, typename Broken>
 size_t each_line(std::string_view text, Event event, Broken broken)
 {
@@ -99,7 +99,10 @@ int run(const Options& options)
     std::string text;
     if (!terminal::read_file(options.file, text))
         return failed;
-    options.json ? print_json(text) : print_table(text, options.wide);
+    if (options.json)
+        print_json(text);
+    else
+        print_table(text, options.wide);
     std::cout.flush(); // on a terminal, the faults come after the events
     size_t broken = 0;
     auto point_at = [&](size_t line, const wire::Fault& fault) {

@@ -8,7 +8,7 @@ namespace table {
 
 namespace {
 
-// A unique id, the widest of the usual texts, takes 36. Without a limit one long name would be paid for in every row.
+// A unique id, the widest of the usual texts, takes 36. Without a limit one long name would widen every row.
 constexpr size_t widest = 40;
 
 // Texts are UTF-8 whatever the user's locale is. Where the system lacks this one, every byte beyond ASCII counts as
@@ -29,7 +29,7 @@ private:
     locale_t m_before;
 };
 
-// Takes the first character off a text and answers how many columns it takes.
+// Removes the first character of a text and returns how many columns it takes.
 size_t take_character(std::string_view& text)
 {
     wchar_t character = 0;

@@ -12,7 +12,7 @@
 
 namespace terminal {
 
-// A terminal that obeys more than line feeds.
+// Whether it is a terminal with control sequences.
 static bool is_able(int descriptor)
 {
     const char* kind = std::getenv("TERM");

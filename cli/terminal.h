@@ -1,4 +1,4 @@
-// What the command prints, and how: colours and cut lines only where a person looks at them.
+// What the command prints: colours and shortened lines only on a terminal.
 #pragma once
 
 #include <string>
@@ -15,8 +15,8 @@ unsigned error_width();
 
 std::string bold(std::string_view text);
 
-/// One line on standard error, "analytics: ..." in front, in red on a terminal. What a terminal would obey of the text,
-/// which may hold names of files and addresses, is made printable.
+/// One line on standard error, "analytics: ..." in front, in red on a terminal. Control bytes in the text, which may
+/// hold file names and addresses, are made printable.
 void error(std::string_view text);
 
 /// The whole file, or standard input for "-". False, with the reason reported, when it cannot be read.

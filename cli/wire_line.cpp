@@ -153,7 +153,7 @@ private:
         return whole;
     }
 
-    // Objects and arrays may nest to any depth, so they are followed with a stack of our own.
+    // Objects and arrays may nest to any depth, so an explicit stack is used instead of recursion.
     bool containers()
     {
         std::string closers;
@@ -219,7 +219,7 @@ bool is_control(char c)
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7F;
 }
 
-// U+0080 to U+009F, which terminals may obey as they do the escape byte.
+// U+0080 to U+009F, which terminals may interpret like the escape byte.
 bool is_long_control(std::string_view piece)
 {
     return piece.size() == 2 && piece[0] == '\xC2' && piece[1] < '\xA0';
@@ -255,8 +255,11 @@ std::string printable(std::string_view text)
         size_t size = utf8_sequence(text);
         bool hidden = size == 0 || (size == 1 && is_control(text[0])) || is_long_control(text.substr(0, size));
         size = std::max<size_t>(size, 1);
-        for (char c : text.substr(0, size))
-            hidden ? shown += hexadecimal("\\x", c) : shown += c;
+        if (!hidden)
+            shown += text.substr(0, size);
+        else
+            for (char c : text.substr(0, size))
+                shown += hexadecimal("\\x", c);
         text.remove_prefix(size);
     }
     return shown;

@@ -1,7 +1,7 @@
 // Reads lines of the event log file, exactly as the library writes them.
 //
-// An event's text is legal as it stands, also where JSON readers refuse it: raw control bytes in a text, bytes that
-// are no UTF-8, and numbers that are not finite.
+// An event's text is valid here even where JSON readers refuse it: raw control bytes in a text, bytes that are no
+// UTF-8, and numbers that are not finite.
 #pragma once
 
 #include <optional>
@@ -30,8 +30,8 @@ std::optional<Fault> read_line(std::string_view text, Line& line);
 std::string unquoted(std::string_view text);
 /// Fit for a terminal: control bytes and broken UTF-8 as "\x01", everything else as it is.
 std::string printable(std::string_view text);
-/// The same value for any JSON reader: control bytes escaped, broken UTF-8 as U+FFFD, numbers that are not finite as
-/// texts ("nan").
+/// The same value for strict JSON readers: control bytes escaped, broken UTF-8 as U+FFFD, numbers that are not finite
+/// as texts ("nan").
 std::string to_json(std::string_view text);
 
 } // namespace wire

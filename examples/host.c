@@ -48,7 +48,7 @@ static void on_amount(void* context, uint32_t value, double amount)
     printf("%s observer: value %u, amount %g\n", (const char*)context, value, amount);
 }
 
-/* Every call of the library answers a code; a host that wants to know looks at it. */
+/* Every call of the library returns a code, which a host may check. */
 static void check(uint32_t code)
 {
     if (code != ANALYTICS_OK) {
@@ -141,7 +141,7 @@ static void log_machine(analytics_session* session)
     end(session);
 }
 
-/* Legal in an event although no JSON reader takes it: the library writes what the host hands it. */
+/* Allowed in an event although JSON readers refuse it: the library writes what the host passes. */
 static void log_oddities(analytics_session* session)
 {
     begin(session, "oddities");
@@ -183,7 +183,7 @@ static void log_later_events(analytics_session* session)
     log_simple(session, "quit", "reason", "user");
 }
 
-/* Starts an upload and waits, two minutes at most, for what the observers hear of it. */
+/* Starts an upload and waits, two minutes at most, for what its observers receive. */
 static uint32_t send_and_watch(analytics_session* session)
 {
     struct timespec limit;
@@ -234,10 +234,10 @@ int main(int argc, char** argv)
     }
     offline = argc > 3 && strcmp(argv[3], "offline") == 0;
     configure(&config, argv[1], argv[2]);
-    session = analytics_initialize(&config); /* the record is copied: it may go */
+    session = analytics_initialize(&config); /* the record is copied and not needed any more */
     if (!session)
         return 1;
-    /* Before the first send, because the lists take no lock. The context is handed back to the observer as it is. */
+    /* Before the first send, because the lists take no lock. The context is passed to the observer unchanged. */
     check(analytics_observer_add(session, "complete", on_complete, "complete"));
     check(analytics_observer_add(session, "error", on_error, "error"));
     check(analytics_observer_add(session, "size", on_amount, "size"));

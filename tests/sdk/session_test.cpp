@@ -119,10 +119,14 @@ TEST(OneSession, NestsToAnyDepth)
     for (const int depth : {40, 3, 300}) { // frames are used again, up to a depth
         std::string expected = "{ ";
         analytics_event_begin(s, "deep");
-        for (int level = 0; level < depth; ++level, expected += "\"o\": { ")
+        for (int level = 0; level < depth; ++level) {
             EXPECT_EQ(analytics_name_object_begin(s, "o"), 0u);
-        for (int level = 0; level < depth; ++level, expected += "} ")
+            expected += "\"o\": { ";
+        }
+        for (int level = 0; level < depth; ++level) {
             EXPECT_EQ(analytics_object_end(s), 0u);
+            expected += "} ";
+        }
         EXPECT_EQ(analytics_event_end(s), 0u);
         EXPECT_EQ(s.last_event(), expected + "}");
     }

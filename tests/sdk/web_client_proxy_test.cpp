@@ -381,7 +381,8 @@ TEST_F(WebClientProxies, AreTriedTenTimesAtMostHoweverOftenOneIsNamed)
     Stubborn manager;
     client.SetProxyManager(&manager);
     for (const int times : {0, 3, 9, 10, 1000}) {
-        manager.times = times, manager.asked = 0;
+        manager.times = times;
+        manager.asked = 0;
         EXPECT_EQ(times < 10 ? "true 200" : "false 0", posted(server.url())) << times;
         EXPECT_EQ(std::min(times + 1, 10), manager.asked);
     }

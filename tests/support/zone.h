@@ -20,7 +20,10 @@ public:
     }
     ~Zone()
     {
-        m_before ? setenv("TZ", m_before->c_str(), 1) : unsetenv("TZ");
+        if (m_before)
+            setenv("TZ", m_before->c_str(), 1);
+        else
+            unsetenv("TZ");
         tzset();
     }
 

@@ -142,8 +142,13 @@ TEST(Semaphore, LetsOneWaiterThroughPerSet)
     tova_semaphore_create(&s, 0, 1);
     std::atomic<int> taken{0};
     const auto take = [&](bool timed) {
-        for (int i = 0; i < 10; ++i, ++taken)
-            timed ? static_cast<void>(tova_semaphore_wait_time(&s, 60'000)) : tova_semaphore_wait(&s);
+        for (int i = 0; i < 10; ++i) {
+            if (timed)
+                tova_semaphore_wait_time(&s, 60'000);
+            else
+                tova_semaphore_wait(&s);
+            ++taken;
+        }
     };
     std::thread threads[] = {std::thread(take, false), std::thread(take, true), std::thread(take, false)};
     for (int i = 1; i <= 30; ++i) {

@@ -1,4 +1,4 @@
-/// What both of the library's users of libcurl owe the host. Not installed.
+/// What the library's two users of libcurl both set to protect the host. Not installed.
 #ifndef LUMO_TOVA_OWN_CURL_SAFEGUARDS_H
 #define LUMO_TOVA_OWN_CURL_SAFEGUARDS_H
 

@@ -74,7 +74,7 @@ TOVA_FOR_VBMI2 inline window decode_window(const void* at, std::size_t left, uns
     const __m256i second = _mm256_maskz_loadu_epi8(static_cast<__mmask32>(there >> 1), text + 1);
     const __m256i third = _mm256_maskz_loadu_epi8(static_cast<__mmask32>(there >> 2), text + 2);
 
-    const __mmask32 two = _mm256_cmpge_epu8_mask(first, all(0xC0)); // two or more
+    const __mmask32 two = _mm256_cmpge_epu8_mask(first, all(0xC0)); // two two or more
     const __mmask32 three = _mm256_cmpge_epu8_mask(first, all(0xE0));
     // As signed numbers, the continuation bytes (80 to BF) are the smallest.
     const __mmask32 continuing = _mm256_cmplt_epi8_mask(first, all(0xC0));
