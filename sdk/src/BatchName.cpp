@@ -60,16 +60,16 @@ std::string BatchName::NewId()
         return {};
     unsigned char bytes[16];
     uint64_t now = NextMoment_ms();
-    for (int at = 5; at >= 0; --at, now >>= 8)
+    for (int at = 5; at >= 0; --at) {
         bytes[at] = static_cast<unsigned char>(now);
-    now >>= 8;
-}
-// Ten bytes of the UUID, without its bytes 6 and 8, in which version and variant are fixed bits.
-std::copy_n(random.begin(), 6, bytes + 6);
-std::copy_n(random.begin() + 9, 4, bytes + 12);
-std::string id;
-lumo::append_hexadecimal(bytes, sizeof bytes, id);
-return id;
+        now >>= 8;
+    }
+    // Ten bytes of the UUID, without its bytes 6 and 8, in which version and variant are fixed bits.
+    std::copy_n(random.begin(), 6, bytes + 6);
+    std::copy_n(random.begin() + 9, 4, bytes + 12);
+    std::string id;
+    lumo::append_hexadecimal(bytes, sizeof bytes, id);
+    return id;
 }
 
 int64_t BatchName::SealedAt_ms() const

@@ -49,9 +49,8 @@ public:
         bool asked = false;      ///< by a host: batches that were set aside are tried too, claimed ones waited for
         bool mayTakeOver = true; ///< whether the file of the default mode is taken over
         DeliveryClock::time_point end = DeliveryClock::time_point::max(); ///< what waits for locks ends by then
-        std::function<bool()> isOver = [] {
-            return false;
-        }; ///< true when the time limit has passed or the session ends
+        /// True when the time limit has passed or the session ends.
+        std::function<bool()> isOver = [] { return false; };
     };
 
     Cycle(const Outbox& outbox, const Options& options, Ledger& ledger, Terms terms);

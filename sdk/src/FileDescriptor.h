@@ -41,8 +41,7 @@ public:
     ~FileDescriptor()
     {
         if (m_nFile != -1)
-            ::close(
-                m_nFile); // never repeated: the number is free even after EINTR, and may be reused by another thread
+            ::close(m_nFile); // never repeated: even after EINTR the number is free and may be reused
     }
 
     explicit operator bool() const { return m_nFile != -1; }

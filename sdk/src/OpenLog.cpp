@@ -15,8 +15,8 @@ namespace AnalyticsSDK {
 
 using Clock = std::chrono::steady_clock;
 
-static constexpr auto patience =
-    std::chrono::milliseconds(90); // of the 100 ms; the rest is for writing the line to a file of its own
+// Of the 100 ms that an append may take; the rest is for writing the line to a file of its own.
+static constexpr auto patience = std::chrono::milliseconds(90);
 static constexpr int quickTries = 4;
 static constexpr auto rest = std::chrono::microseconds(50);
 

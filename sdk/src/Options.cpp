@@ -62,8 +62,8 @@ std::optional<int64_t> ReadDigits(std::string_view text)
 {
     int64_t value = 0;
     const char* end = text.data() + text.size();
-    if (text.empty() || text.size() > 19 ||
-        text.front() == '-') // from_chars accepts a minus, and any number of leading zeros
+    // from_chars accepts a minus, and any number of leading zeros.
+    if (text.empty() || text.size() > 19 || text.front() == '-')
         return std::nullopt;
     const auto [rest, error] = std::from_chars(text.data(), end, value);
     return error == std::errc() && rest == end ? std::optional(value) : std::nullopt;

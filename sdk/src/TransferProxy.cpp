@@ -33,7 +33,7 @@ bool SetNext(CurlEasyHandle* pHandle, const char* url, IProxyManager* manager, I
     if (!manager->GetProxy(url, pHandle->spProxyInfo)) {
         // Not null: libcurl would then look for a proxy in the environment.
         curl_easy_setopt(curl, CURLOPT_PROXY, "");
-        // What an earlier attempt left for its proxy is none of the server's business.
+        // Removes the login of an earlier attempt's proxy, which the server must not see.
         SetLogin(*pHandle, "", nullptr);
         return false;
     }
@@ -41,9 +41,9 @@ bool SetNext(CurlEasyHandle* pHandle, const char* url, IProxyManager* manager, I
     const char* pszProxy = pHandle->spProxyInfo->GetProxy();
     tova_assert(0 < strlen(pszProxy));
     curl_easy_setopt(curl, CURLOPT_PROXY, pszProxy);
-    // The environment's no_proxy exempts nobody from the manager's choice.
+    // no_proxy of the environment does not override the manager's choice.
     curl_easy_setopt(curl, CURLOPT_NOPROXY, "");
-    curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L); // whatever scheme the proxy asks for
+    curl_easy_setopt(curl, CURLOPT_PROXYAUTH, -1L); // any scheme that the proxy asks for
     SetLogin(*pHandle, pszProxy, store);
     // For https the proxy passes bytes on and sees none of them.
     if (IsHttps(url))
@@ -51,7 +51,7 @@ bool SetNext(CurlEasyHandle* pHandle, const char* url, IProxyManager* manager, I
     return true;
 }
 
-// Only what happens before the proxy has said a word is laid at its door: what it answers may be the server's fault.
+// Only failures before the proxy's first answer count as the proxy's: later ones may be the server's.
 bool Ban(const CurlEasyHandle& handle, long result, IProxyManager* manager)
 {
     const bool bBlame =
@@ -62,7 +62,8 @@ bool Ban(const CurlEasyHandle& handle, long result, IProxyManager* manager)
     return true;
 }
 
-// A proxy that is known for the host stays, even when another has just worked; that is meant.
+// Deliberate: a proxy that is known for the host is kept, even when another has just worked, because a host may have
+// set it.
 bool Remember(const CurlEasyHandle& handle, const char* url, IProxyManager* manager)
 {
     if (!handle.UsesProxy() || manager == nullptr)

@@ -9,7 +9,7 @@
 
 namespace {
 
-// A string that goes with its scope.
+// A string that is released with its scope.
 struct scoped_string : tova_string
 {
     scoped_string() { tova_string_init(this); }
@@ -25,21 +25,21 @@ struct download
     static void body(void* user, const void* bytes, uint32_t count, tova_http_response*)
     {
         auto* self = static_cast<download*>(user);
-        // Failed once is failed: a later block that fits must not hide the hole.
+        // A failure is kept: a later block that fits must not hide the gap.
         self->failed = self->failed || !tova_file_write(&self->file, bytes, count);
     }
 
-    // The only way for a full disk to stop the transfer.
+    // Stops the transfer when a write has failed, on a full disk for example.
     static int32_t progress(void* user, uint64_t, uint64_t) { return !static_cast<download*>(user)->failed; }
 };
 
 } // namespace
 
-// Makes a file beside `path` and gives its name. What is there already, left behind or laid out as a link, is not ours
-// to open.
+// Creates a file beside `path` and gives its name. An existing file, left behind or placed there as a link, is never
+// opened.
 static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
 {
-    // With a number for each download, names meet only those that a crash left behind.
+    // With a number for each download, a name can only exist when a crash left it behind.
     static uint32_t downloads;
     tova_file_init(file);
     for (int tries = 0; tries < 100; ++tries) {
@@ -66,11 +66,11 @@ int32_t tova_http_to_file(tova_http* h, const char* path)
     scoped_string neighbour;
     if (!open_neighbour(&target.file, path, &neighbour))
         return 0;
-    // A response of its own, since its callbacks are the way into the file.
+    // A separate response, whose callbacks write the file.
     tova_http_response r;
     tova_http_response_create(&r);
     tova_http_response_callback_set(&r, &target, download::body, nullptr, download::progress);
-    // Renamed only when whole. A full disk shows at the latest write, and the neighbour goes.
+    // Renamed only when whole; otherwise the temporary file is removed.
     const bool done = tova_http_request(h, &r, tova_http_get) && !target.failed;
     tova_http_response_destroy(&r);
     tova_file_close(&target.file);

@@ -24,7 +24,7 @@ void tova_string_reserve(tova_string* s, uint32_t size)
     if (size <= s->_capacity)
         return;
     char* grown = static_cast<char*>(realloc(s->_text, size));
-    // There is no result to report it with, and a text cut short would be sent as if it were whole.
+    // Aborts: there is no result to report it with, and a shortened text would be sent as if it were whole.
     if (!grown)
         tova_assert(false);
     grown[s->_length] = 0;

@@ -11,7 +11,7 @@ namespace {
 
 using byte = unsigned char;
 
-// U+FFFD, what stands for a sequence that is none.
+// U+FFFD, which replaces an invalid sequence.
 constexpr uint32_t replacement = 0xFFFD;
 
 constexpr bool is_continuation(byte b)
@@ -19,7 +19,7 @@ constexpr bool is_continuation(byte b)
     return (b & 0xC0) == 0x80;
 }
 
-// Surrogates are half characters of another encoding and no code points of their own.
+// Surrogates are halves of UTF-16 pairs and no characters of their own.
 constexpr bool is_code_point(uint32_t value)
 {
     return value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
@@ -31,32 +31,33 @@ struct decoded
     uint32_t value;
 };
 
-// Every sequence by the general rule, the broken ones too. The terminator is no continuation, so it ends any sequence.
+// Decodes any sequence, the invalid ones too. The terminator is no continuation byte, so it ends any sequence.
 decoded decode_any(const byte* at)
 {
-    // A value below its length's least is an overlong form, which could smuggle a character past a filter.
+    // A value below the least of its length is an overlong form, which could smuggle a character past a filter.
     static constexpr uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
-    // The ones at the front of a lead byte are the length of its sequence, what stands behind them is payload.
+    // The number of leading one bits in a lead byte is the length of its sequence; the bits behind them are payload.
+    // For 0xE2, 11100010, that is length 3 and payload 0010.
     const int length = std::countl_one(*at);
     uint32_t value = *at++ & (0x7Fu >> length);
-    // A continuation without a lead, or a byte that never had a meaning: each counts for itself.
+    // A continuation byte without a lead byte, or a byte that is never valid: each is one invalid sequence.
     if (length < 2 || length > 6)
         return {at, replacement};
     for (int i = 1; i < length; ++i) {
         if (!is_continuation(*at))
-            // The byte in the way may begin a character of its own and is left for the next call.
+            // The byte that interrupts may begin a character and is left for the next call.
             return {at, replacement};
         value = value << 6 | (*at++ & 0x3Fu);
     }
     return {at, value >= least[length] && is_code_point(value) ? value : replacement};
 }
 
-// The same for what most text is made of, in line.
+// The same for the most frequent sequences, inline.
 inline decoded decode(const byte* at)
 {
     if (*at < 0x80)
         return {at + 1, *at};
-    // 0xC0 and 0xC1 begin overlong forms only and are left to the general rule, as is everything else that is odd.
+    // 0xC0 and 0xC1 begin only overlong forms; decode_any() handles them and everything else that is rare.
     if (*at >= 0xC2 && *at < 0xE0 && is_continuation(at[1]))
         return {at + 2, (at[0] & 0x1Fu) << 6 | (at[1] & 0x3Fu)};
     if ((*at & 0xF0) == 0xE0 && is_continuation(at[1]) && is_continuation(at[2])) {
@@ -67,7 +68,7 @@ inline decoded decode(const byte* at)
     return decode_any(at);
 }
 
-// The one walk over a text: counting and converting both take it, so they cannot disagree on a broken sequence.
+// The one loop over a text, for counting and for converting, so that the two cannot disagree on an invalid sequence.
 template <class Sink>
 class utf8_walk
 {
@@ -89,11 +90,12 @@ public:
 
 private:
 #if TOVA_UTF8_WINDOW
-    // Goes on to the end by windows.
+    // Continues to the end in windows.
     TOVA_FOR_VBMI2 __attribute__((noinline)) void windows()
     {
         utf8_walk here = *this; // a copy that nothing points to stays in registers
-        // Windows follow at a steady pace, wherever sequences end, so that none has to wait for the one before.
+        // Windows begin at fixed distances, wherever sequences end, so that the processor can start on one before it
+        // has finished the last.
         for (unsigned carry = 0; here.at < here.end;) {
             const auto left = static_cast<size_t>(here.end - here.at);
             const auto window = tova::utf8::decode_window(here.at, left, carry);
@@ -115,7 +117,7 @@ private:
     }
 #endif
 
-    // Goes on in blocks while the text has one and the sink has room for as many code points.
+    // Continues in blocks while the text has a whole block and the sink has room for as many code points.
     template <int size>
     void blocks()
     {
@@ -131,7 +133,7 @@ private:
             if (tova::utf8::has_windows())
                 return windows();
 #endif
-            // Not tried again before the block is through: a text with letters of its own has them everywhere.
+            // The next blocks are not tried before this one is done: a text with non-ASCII letters has them everywhere.
             for (const byte* const stop = at + size; at < stop;)
                 one();
         }
@@ -140,7 +142,7 @@ private:
     template <size_t size>
     static bool all_ascii(const byte (&block)[size])
     {
-        // Word by word, with one test at the end: the top bit of any byte says that it is not ASCII.
+        // Word by word, with one test at the end: a byte with its top bit set is not ASCII.
         uint64_t bits = 0;
         for (size_t i = 0; i < size; i += sizeof bits) {
             uint64_t word;
@@ -162,7 +164,7 @@ private:
     Sink sink;
 };
 
-// The sinks of a walk: one counts, one writes. room() is how many more code points it takes unasked.
+// The sinks of the loop: one counts, one writes. room() is how many more code points it takes without check_room().
 struct code_point_counter
 {
     size_t count = 0;
@@ -183,7 +185,7 @@ struct wide_writer
     wchar_t* last; // room for the terminator
 
     ptrdiff_t room() const { return last - at; }
-    // Asked for each character: how many there will be is known only at the end.
+    // Called for each character: how many there will be is known only at the end.
     void check_room() const
     {
         if (at == last)
@@ -212,7 +214,7 @@ TOVA_FOR_VBMI2 void put_window(wide_writer& sink, const tova::utf8::window& wind
 }
 #endif
 
-// Whether the last sequence wants more bytes than the text has.
+// Whether the last sequence announces more bytes than the text has.
 bool is_cut_off(const char* text)
 {
     const size_t size = strlen(text);
@@ -231,7 +233,7 @@ bool is_cut_off(const char* text)
 // Writes the UTF-8 of one code point into `out` and returns its length.
 int encode(uint32_t value, char* out)
 {
-    // Half a character has no UTF-8, and a decoder would refuse what it was given for one.
+    // A surrogate has no UTF-8 form that a decoder accepts.
     if (!is_code_point(value))
         value = replacement;
     if (value < 0x80) {
@@ -241,8 +243,8 @@ int encode(uint32_t value, char* out)
     const int length = value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
     for (int i = length - 1; i > 0; --i, value >>= 6)
         out[i] = static_cast<char>(0x80 | (value & 0x3F));
-    // The mark of the lead byte has as many ones as the sequence has bytes; the shift leaves just those in the low
-    // byte.
+    // The mark of the lead byte has as many ones as the sequence has bytes: shifting 0xF00 right leaves just those in
+    // the low byte, 0xE0 for a length of 3.
     out[0] = static_cast<char>(0xF00 >> length | value);
     return length;
 }
@@ -253,15 +255,15 @@ int32_t tova_utf8_to_wide(wchar_t* dst, unsigned size, const char* src)
 {
     if (!dst)
         return static_cast<int32_t>(utf8_walk(src, code_point_counter{}).finish().count + 1);
-    // Room for a terminator alone is a length taken for a size, most likely.
+    // A size of 1 is most likely a length passed by mistake.
     tova_assert(size > 1);
     wchar_t* const end = utf8_walk(src, wide_writer{dst, dst + size - 1}).finish().at;
     *end = 0;
     return static_cast<int32_t>(end - dst) + 1;
 }
 
-// Stricter than the conversion, and that is meant: who asks for the length alone has the text in pieces and must not
-// take the front of a character for a character.
+// Deliberate: stricter than the conversion, because a caller that asks for the length alone may have a text in pieces
+// and must not count the front of a character as one.
 uint32_t tova_utf8_to_wide_length(const char* src)
 {
     tova_assert(!is_cut_off(src));
@@ -272,7 +274,7 @@ int32_t tova_wide_to_utf8(char* dst, unsigned size, const wchar_t* src)
 {
     if (dst)
         tova_assert(size > 1);
-    // One loop measures and converts, as with the other direction.
+    // One loop measures and converts, as in the other direction.
     size_t used = 0;
     for (; *src; ++src) {
         char bytes[4];
