@@ -75,7 +75,7 @@ part)
         fail "a project that only uses the library must not install it"
     ;;
 static)
-    cmake -G Ninja -S "$source" -B "$work/build" -DCMAKE_BUILD_TYPE=Release -DANALYTICS_STATIC=ON -DANALYTICS_CLI=OFF \
+    cmake -G Ninja -S "$source" -B "$work/build" -DCMAKE_BUILD_TYPE=Release -DANALYTICS_STATIC=ON -DANALYTICS_CLI=OFF -DANALYTICS_COLLECTOR=OFF \
         -DANALYTICS_EXAMPLES=OFF >"$work/log" 2>&1 && cmake --build "$work/build" >>"$work/log" 2>&1 || fail "$(cat "$work/log")"
     install_and_move "$work/build"
     build_consumer -DWAY=static -DCMAKE_PREFIX_PATH="$tree"
