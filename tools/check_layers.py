@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The layer rule of tools/layers.txt: an include goes down or sideways, never up. Also: what a host includes pulls in
+"""The layer rule of tools/layers.txt: an include goes down or stays in its room, and never comes round. Also: what a host includes pulls in
 no library of a third party, and which operating system it is asked nowhere but in the folders that stand for one."""
 import re
 import subprocess
@@ -12,20 +12,40 @@ THIRD_PARTY = re.compile(r"^(curl|openssl)/")
 SOURCE_ROOTS = ["inc", "sdk/src", "tests", "cli", "collector", "examples", "."]
 
 
-def read_ranks():
-    ranks = []
-    for line in open("tools/layers.txt", encoding="utf-8"):
-        if line.strip() and not line.startswith("#"):
-            rank, path = line.split()
-            ranks.append((path, int(rank)))
-    return sorted(ranks, key=lambda entry: -len(entry[0]))
+def noun_of(path):
+    """A header and its source are one noun, wherever they stand."""
+    return re.sub(r"\.(h|c|cpp)$", "", path).replace("inc/AnalyticsSDK/", "sdk/src/")
 
 
-def rank_of(path, ranks):
-    for prefix, rank in ranks:
-        if path == prefix or (prefix.endswith("/") and path.startswith(prefix)):
-            return rank
-    return None
+class Rooms:
+    """The rooms of tools/layers.txt: a rank each, and those of the same rank that it may include."""
+
+    def __init__(self):
+        self.lines, self.places, self.halves = [], [], []
+        for line in open("tools/layers.txt", encoding="utf-8"):
+            if line.startswith("one "):
+                self.halves.append(set(line.split()[1:]))
+            elif line.strip() and not line.startswith("#"):
+                self.add(*(part.split() for part in (line + " >").split(">")[:2]))
+
+    def add(self, words, sideways):
+        self.lines.append((int(words[0]), sideways))
+        for room in words[1:]:
+            self.places.append((room if "/" in room else f"sdk/src/{room}", len(self.lines) - 1))
+
+    def of(self, path):
+        """The number of the room's line; a noun or file by its name goes before the folder that it stands in."""
+        found = [(len(place), line) for place, line in self.places
+                 if place in (path, noun_of(path)) or (place.endswith("/") and path.startswith(place))]
+        return max(found)[1] if found else None
+
+    def may_include(self, source, target):
+        (own, sideways), (other, _) = self.lines[source], self.lines[target]
+        named = {self.of(room + "x") for room in sideways}
+        return other < own or source == target or (other == own and target in named)
+
+    def is_one(self, nouns):
+        return any(set(nouns) <= halves for halves in self.halves)
 
 
 def resolve(included, source, files):
@@ -37,8 +57,22 @@ def resolve(included, source, files):
     return None
 
 
-def faults_of(source, ranks, files):
-    own = rank_of(source, ranks)
+def circles(graph, rooms):
+    """Nouns that need each other, by way of others too: those that reach each other."""
+    reached = {}
+    for noun in graph:
+        reached[noun], rest = set(), [noun]
+        while rest:
+            for other in graph.get(rest.pop(), ()):
+                if other not in reached[noun]:
+                    reached[noun].add(other)
+                    rest.append(other)
+    rings = {frozenset(other for other in reached[noun] if noun in reached.get(other, ())) for noun in graph}
+    return ["an include circle: " + ", ".join(sorted(ring)) for ring in rings if len(ring) > 1 and not rooms.is_one(ring)]
+
+
+def faults_of(source, rooms, files, graph):
+    own = rooms.of(source)
     if own is None:
         yield f"{source}: has no layer; give it one in tools/layers.txt"
         return
@@ -62,16 +96,20 @@ def faults_of(source, ranks, files):
             yield f"{where}: nothing under inc/ may know {target}"
         elif public and NOT_INSTALLED.search(target):
             yield f"{where}: {target} is not installed, so no public header may include it"
-        elif (rank_of(target, ranks) or 0) > own:
-            yield f"{where}: includes {target}, which is above it"
+        elif rooms.of(target) is not None and not rooms.may_include(own, rooms.of(target)):
+            yield f"{where}: includes {target}, which is above it or another room of its rank"
+        if noun_of(target) != noun_of(source):
+            graph.setdefault(noun_of(source), set()).add(noun_of(target))
 
 
 def main():
     listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], check=True, capture_output=True, text=True)
     files = {name for name in listed.stdout.split("\n") if name.endswith((".h", ".hpp", ".c", ".cpp"))}
-    ranks = read_ranks()
-    faults = [fault for source in sorted(files) for fault in faults_of(source, ranks, files)]
-    print("\n".join(faults) if faults else f"{len(files)} files, {len({rank for _, rank in ranks})} layers")
+    rooms, graph = Rooms(), {}
+    faults = [fault for source in sorted(files) for fault in faults_of(source, rooms, files, graph)]
+    faults += circles(graph, rooms)
+    ranks = len({rank for rank, _ in rooms.lines})
+    print("\n".join(faults) if faults else f"{len(files)} files in {len(rooms.lines)} rooms of {ranks} ranks, no circle")
     return 1 if faults else 0
 
 

@@ -8,23 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "lumo/mutex.h"
-
 namespace AnalyticsSDK::EventLog {
-
-/// Never destroyed: after main() workers may still append, and static destructors of the host may log.
-union LastingMutex
-{
-    constexpr LastingMutex() : none() {}
-    ~LastingMutex() {}
-
-    char none; ///< until the mutex is made, before any global object of the host's
-    lumo::mutex mutex;
-};
-
-/// Guards every append to, read of and deletion of event log files in this process. Recursive. Hosts know it as
-/// EventManager::m_spLogMutex; the library takes it by LogLock.
-extern LastingMutex lock;
 
 /// Appends a line, which brings its line feed, in one write. A line is written whole or not at all.
 ///

@@ -7,6 +7,7 @@
 #include "AnalyticsSDK/Utilities.h"
 #include "EventLine.h"
 #include "EventLog.h"
+#include "LogLock.h"
 #include "UniqueIdFile.h"
 #include "UploadForm.h"
 

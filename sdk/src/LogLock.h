@@ -1,12 +1,28 @@
-// The guard of the log's lock for each append.
+// The log's lock, and its guard for each append.
 #ifndef ANALYTICSSDK_LOGLOCK_H
 #define ANALYTICSSDK_LOGLOCK_H
 
-#include "EventLog.h"
 #include "lumo/mutex.h"
 #include "lumo/own/simd.h"
 
 namespace AnalyticsSDK {
+namespace EventLog {
+
+/// Never destroyed: after main() workers may still append, and static destructors of the host may log.
+union LastingMutex
+{
+    constexpr LastingMutex() : none() {}
+    ~LastingMutex() {}
+
+    char none; ///< until the mutex is made, before any global object of the host's
+    lumo::mutex mutex;
+};
+
+/// Guards every append to, read of and deletion of event log files in this process. Recursive. Hosts know it as
+/// EventManager::m_spLogMutex. It is made with EventLog.
+extern LastingMutex lock;
+
+} // namespace EventLog
 
 /// Holds the lock. An append takes a few microseconds, so a waiting thread first polls for about as long: sleeping and
 /// being woken would cost more than the append itself.
