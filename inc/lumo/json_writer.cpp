@@ -23,16 +23,12 @@ bool json_writer::_is_first() const noexcept
     return _next.text[0] != ',';
 }
 
-json_writer::json_writer(unopened, bool compact) noexcept : _compact(compact)
-{
-    _set_level(0, true);
-}
-
 json_writer::json_writer(const char* name, bool compact) : json_writer(unopened(), compact)
 {
     if (name != nullptr) {
         // Still outside of any level: the name stands on a line without indentation.
         _put('{');
+        _set_level(0, true);
         _write_name(name);
         _wrapped = true;
     }
@@ -176,8 +172,10 @@ void json_writer::_break()
 
 json_writer_array::json_writer_array(const char* name, bool compact) : json_writer(unopened(), compact)
 {
-    if (name != nullptr)
+    if (name != nullptr) {
+        _set_level(0, true);
         _write_name(name);
+    }
     _put('[');
     // Behind a name the array counts as begun, hence the comma before its first element.
     _set_level(1, name == nullptr);

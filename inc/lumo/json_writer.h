@@ -97,8 +97,8 @@ protected:
     /// For the array, which opens with another bracket.
     struct unopened
     {};
-    /// Opens nothing: that is the array's to do.
-    json_writer(unopened, bool compact) noexcept;
+    /// Opens nothing and is on no level: that is the array's to do.
+    json_writer(unopened, bool compact) noexcept : _compact(compact) {}
 
     /// Appends one byte.
     void _put(char c);
