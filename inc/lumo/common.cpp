@@ -65,29 +65,47 @@ char* put_exponent(char* out, int exponent)
     return out + 4;
 }
 
-// Lays six digits out as "%g" does. The digits stay in one number, the first in its lowest byte, and are stored eight
-// bytes at a time: surplus bytes are overwritten by the next store or lie behind the end.
+// Six digits in the bytes of one number: the first digit in the lowest byte, the two highest bytes 0.
+std::uint64_t six_in_one(std::uint32_t digits)
+{
+    const auto pair = [](std::uint32_t value) {
+        const char* const text = detail::small.pair[value];
+        return static_cast<std::uint64_t>(static_cast<unsigned char>(text[0]) | static_cast<unsigned char>(text[1])
+                                                                                    << 8);
+    };
+    return pair(digits / 10000) | pair(digits / 100 % 100) << 16 | pair(digits % 100) << 32;
+}
+
+// Stores them, and two more bytes, with the lowest first whatever the processor.
+void store(char* out, std::uint64_t text)
+{
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    text = __builtin_bswap64(text);
+#endif
+    std::memcpy(out, &text, sizeof text);
+}
+
+// Lays six digits out as "%g" does. The digits stay in one number and are stored eight bytes at a time: surplus bytes
+// are overwritten by the next store or lie behind the end.
 char* put_six(char* out, six_digits number)
 {
-    // Times 100, so that the six come first of the eight and the two behind them are zeros like any others.
-    const std::uint64_t digits = detail::eight_digits(number.digits * 100);
+    constexpr std::uint64_t six_zeros = 0x303030303030;
+    const std::uint64_t text = six_in_one(number.digits);
     // Trailing zeros are dropped; the first digit is never 0, so the argument is not 0.
-    const int count = 8 - static_cast<int>(static_cast<unsigned>(__builtin_clzll(digits)) / 8);
-    const std::uint64_t text = digits + detail::eight_zeros;
-
+    const int count = 8 - __builtin_clzll(text ^ six_zeros) / 8;
     const bool scientific = number.exponent < -4 || number.exponent >= 6;
     if (!scientific && number.exponent < 0) {
         std::memcpy(out, "0.000000", 8);
         out += 1 - number.exponent;
-        detail::store(out, text);
+        store(out, text);
         return out + count;
     }
     const int before_point = scientific ? 1 : number.exponent + 1;
-    detail::store(out, text);
+    store(out, text);
     out += before_point;
     if (count > before_point) {
         *out++ = '.';
-        detail::store(out, text >> 8 * before_point);
+        store(out, text >> 8 * before_point);
         out += count - before_point;
     }
     return scientific ? put_exponent(out, number.exponent) : out;

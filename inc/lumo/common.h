@@ -40,7 +40,7 @@ template <class T>
 __attribute__((always_inline)) inline std::size_t put_decimal(char* out, T value)
 {
     const std::size_t sign = value < 0 ? 1 : 0;
-    if (sign != 0)
+    if (value < 0)
         *out = '-';
     return sign + detail::put_digits(out + sign, magnitude_of(value));
 }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <random>
+#include <string>
 
 namespace {
 
@@ -46,6 +47,20 @@ TEST(Integers, HaveSignFillAndDigitsInAnyBase)
     for (const auto& c : cases)
         EXPECT_EQ(lumo::write<long long>(c.value, c.base, c.width, c.fill), c.text);
     EXPECT_EQ(lumo::write(INT_MIN, 16, 12, '0'), "-00080000000");
+}
+
+static std::string decimal(long long value)
+{
+    char text[lumo::number_room];
+    return {text, lumo::put_decimal(text, value)};
+}
+
+TEST(Integers, HaveTheirDigitsAtEveryLength)
+{
+    for (long long power = 1; power < LLONG_MAX / 10; power *= 10)
+        for (const long long value : {power, power - 1, -power, 1 - power, 9 * power / 7})
+            EXPECT_EQ(decimal(value), std::to_string(value));
+    EXPECT_EQ(decimal(LLONG_MIN), "-9223372036854775808");
 }
 
 // Where rounding is hard: halves between two six-digit numbers, powers of ten, and the neighbours of both.
