@@ -157,7 +157,10 @@ private:
     api::Surroundings surroundings()
     {
         return {ANALYTICS_VERSION, m_settings.store, [this] { return m_writer.status(); },
-                [this] { return http::health_json(m_server.counts(), m_uploads); }};
+                [this] {
+                    return http::health_json(m_server.counts(), m_uploads) +
+                           (m_users.configured() ? ",\"login\":true" : ",\"login\":false");
+                }};
     }
 
     static std::vector<std::string> normalized(std::vector<std::string> proxies)

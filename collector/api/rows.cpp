@@ -128,6 +128,7 @@ std::string json_of(const store::Point& row)
         .text("at", iso_time(row.at))
         .count("events", row.events)
         .count("installations", row.installations)
+        .count("new_installations", row.new_installations)
         .count("rejects", row.rejects)
         .count("dropped", row.dropped)
         .end('}');

@@ -1,119 +1,109 @@
-// The tiles and the large chart: how much happened, and when.
-import { count, el, empty, fill, find, iso, seconds, table } from "./dom.js";
+// The tiles, the large chart and the days beside it: how much happened, and when.
+import { count, el, empty, fill, find, iso, minute, numberColumn, seconds, table } from "./dom.js";
+import { panel } from "./panel.js";
+import { draw, remove } from "./plot.js";
 import { ask, change, chosen, period, setPeriod, step } from "./state.js";
 
-const metrics = { events: "Events", installations: "Installations", dropped: "Dropped by hosts", rejects: "Rejected lines" };
+const metrics = { events: "Events", installations: "Installations", rejects: "Rejected lines", dropped: "Dropped by hosts" };
+const perInstallation = (of) => (of.installations ? Math.round((10 * of.events) / of.installations) / 10 : 0);
 const tiles = [
-  { key: "events", label: "Events", of: (s) => s.events, line: (p) => p.events },
-  { key: "installations", label: "Installations", of: (s) => s.installations, line: (p) => p.installations },
-  { key: "new_installations", label: "New installations", of: (s) => s.new_installations },
-  { key: "events_per_installation", label: "Events per installation",
-    of: (s) => (s.installations ? Math.round((10 * s.events) / s.installations) / 10 : 0),
-    line: (p) => (p.installations ? p.events / p.installations : 0) },
-  { key: "versions", label: "Versions", of: (s) => s.versions },
-  { key: "rejects", label: "Rejected lines", of: (s) => s.rejects, line: (p) => p.rejects },
-  { key: "dropped", label: "Dropped by hosts", of: (s) => s.dropped, line: (p) => p.dropped },
+  { key: "events", label: "Events", line: (point) => point.events },
+  { key: "installations", label: "Installations", line: (point) => point.installations },
+  { key: "new_installations", label: "New installations", line: (point) => point.new_installations },
+  { key: "events_per_installation", label: "Events per installation", of: perInstallation, line: perInstallation },
+  { key: "versions", label: "Versions" },
+  { key: "rejects", label: "Rejected lines", line: (point) => point.rejects, isLoss: true },
+  { key: "dropped", label: "Dropped by hosts", line: (point) => point.dropped, isLoss: true },
 ];
-let plot = null;
 
-function change_since(now, before) {
-  if (!before) return now ? "none before" : "";
+const chart = panel("chart", "Over time");
+const days = panel("days", "Days");
+
+function changeSince(now, before, isLoss) {
+  if (!before) return el("span", {}, now ? "none before" : " ");
   const percent = Math.round((100 * (now - before)) / before);
-  return `${percent > 0 ? "+" : ""}${percent} % since the period before`;
+  const isGood = isLoss ? percent < 0 : percent > 0;
+  return [el("span", { class: percent === 0 ? undefined : isGood ? "good" : "bad" }, `${percent > 0 ? "+" : ""}${percent} %`),
+    ` from ${count(before)}`];
 }
+
+const svg = (tag, attributes) => {
+  const element = document.createElementNS("http://www.w3.org/2000/svg", tag);
+  for (const [name, value] of Object.entries(attributes)) element.setAttribute(name, value);
+  return element;
+};
 
 function sparkline(values) {
   const most = Math.max(1e-9, ...values);
-  const svg = document.createElementNS("http://www.w3.org/2000/svg", "svg");
-  svg.setAttribute("viewBox", `0 0 ${Math.max(1, values.length - 1)} 26`);
-  svg.setAttribute("preserveAspectRatio", "none");
-  svg.setAttribute("aria-hidden", "true");
-  const line = document.createElementNS("http://www.w3.org/2000/svg", "polyline");
-  line.setAttribute("points", values.map((value, i) => `${i},${25 - (23 * value) / most}`).join(" "));
-  svg.append(line);
-  return svg;
+  const picture = svg("svg", { viewBox: `0 0 ${Math.max(1, values.length - 1)} 26`, preserveAspectRatio: "none", "aria-hidden": "true" });
+  picture.append(svg("polyline", { points: values.map((value, i) => `${i},${25 - (23 * value) / most}`).join(" ") }));
+  return picture;
 }
 
 /** All steps of the period, those without anything included. */
-function whole(rows, from, to) {
-  const width = step() === "day" ? 86400 : 3600;
+function whole(rows, from, to, width) {
   const known = new Map(rows.map((row) => [seconds(row.at), row]));
   const points = [];
   for (let at = Math.floor(from / width) * width; at < to; at += width)
-    points.push(known.get(at) ?? { at: iso(at), events: 0, installations: 0, rejects: 0, dropped: 0 });
+    points.push(known.get(at) ?? { at: iso(at), events: 0, installations: 0, new_installations: 0, rejects: 0, dropped: 0 });
   return points;
 }
 
 function drawTiles(summary, points) {
-  fill(find("tiles"), tiles.map((tile) => {
-    const value = tile.of(summary);
-    return el("div", { class: "tile", "data-tile": tile.key, "data-value": String(value) },
-      el("div", { class: "label" }, tile.label),
-      el("div", { class: "value" }, count(value)),
-      el("div", { class: "change" }, change_since(value, tile.of(summary.previous))),
-      tile.line ? sparkline(points.map(tile.line)) : null);
+  fill(find("tiles"), tiles.map(({ key, label, of = (figures) => figures[key], line, isLoss }) => {
+    const [now, before] = [of(summary), of(summary.previous)];
+    // What is known of whole periods alone gets the line from the period before to this one.
+    return el("div", { class: "tile", "data-tile": key, "data-value": String(now) },
+      el("div", { class: "label" }, label), el("div", { class: "value" }, count(now)),
+      el("div", { class: "change", title: "since the period before" }, changeSince(now, before, isLoss)),
+      sparkline(line ? points.map(line) : [before, now]));
   }));
 }
 
-const color = (name) => getComputedStyle(document.documentElement).getPropertyValue(name).trim();
+function drawChoice(metric) {
+  const choice = (words, title, pressed, hint) => el("button", { type: "button", "aria-pressed": String(pressed), title: hint,
+    onclick: () => change(words) }, title);
+  const compared = chosen("compare") === "1";
+  fill(chart.tools, Object.entries(metrics).map(([key, title]) => choice({ show: key }, title, key === metric)),
+    el("span", { class: "spread" }), choice({ step: "hour" }, "Hours", step() === "hour"),
+    choice({ step: "day" }, "Days", step() === "day"),
+    choice({ compare: compared ? null : "1" }, "Compare", compared, "With the period before (X)"));
+}
 
 function drawChart(points, before, metric) {
-  plot?.destroy();
-  plot = null;
-  const place = find("chart");
-  if (points.every((point) => point.events + point.rejects + point.dropped === 0)) {
-    fill(place, empty("Nothing was logged in this period."));
-    return;
-  }
-  fill(place);
-  const data = [points.map((point) => seconds(point.at)), points.map((point) => point[metric])];
-  const series = [{}, { label: metrics[metric], stroke: color("--accent"), width: 2, fill: color("--accent") + "22" }];
-  if (before) {
-    data.push(points.map((_, i) => before[i]?.[metric] ?? 0));
-    series.push({ label: "Period before", stroke: color("--before"), width: 1.5, dash: [6, 4] });
-  }
-  const axis = { stroke: color("--quiet"), grid: { stroke: color("--line") }, ticks: { stroke: color("--line") } };
-  plot = new uPlot({
-    width: place.clientWidth, height: 260, series, axes: [axis, { ...axis, size: 60 }],
-    tzDate: (at) => uPlot.tzDate(new Date(at * 1000), "UTC"),
-    scales: { y: { range: (_, low, high) => [0, Math.max(1, high * 1.05)] } },
-    hooks: { setSelect: [zoom] },
-  }, data, place);
+  const lines = [{ label: metrics[metric], values: points.map((point) => point[metric]), color: "--accent", fill: true }];
+  if (before)
+    lines.push({ label: "Period before", values: points.map((_, i) => before[i]?.[metric] ?? 0), color: "--before", dash: [6, 4] });
+  remove("plot");
+  const isEmpty = [...points, ...(before ?? [])].every((point) => point.events + point.rejects + point.dropped === 0);
+  chart.show({ view: "series", further: { step: step() }, rows: isEmpty ? [] : points, nothing: "Nothing was logged in this period.",
+    make: (rows) => [el("div", { id: "plot" }),
+      el("details", {}, el("summary", {}, "The same as a table"), figuresOf("series", rows, (row) => minute(row.at)))] });
+  if (!isEmpty)
+    draw("plot", points.map((point) => seconds(point.at)), lines,
+      (from, to) => setPeriod(Math.floor(from / 3600) * 3600, Math.ceil(to / 3600) * 3600));
 }
 
-/** A stretch that was drawn with the pointer becomes the period. */
-function zoom(chart) {
-  if (chart.select.width < 4) return;
-  const from = chart.posToVal(chart.select.left, "x");
-  const to = chart.posToVal(chart.select.left + chart.select.width, "x");
-  setPeriod(Math.floor(from / 3600) * 3600, Math.ceil(to / 3600) * 3600);
-}
+const figuresOf = (name, rows, head) => table({ panel: name, caption: "Figures over time", heading: "From (UTC)", rows, head,
+  weight: name === "days" ? (row) => row.events : undefined,
+  columns: Object.entries(metrics).map(([field, title]) => numberColumn(title.split(" ")[0], field)) });
 
-function drawTable(points) {
-  const column = (title, field) => ({ title, field, number: true, cell: (row) => row[field] });
-  fill(find("chart-table"), table({ panel: "series", caption: "Figures over time", heading: "From (UTC)", rows: points,
-    head: (row) => row.at.slice(0, 16).replace("T", " "),
-    columns: Object.entries(metrics).map(([field, title]) => column(title, field)) }));
-}
-
-function drawChoice(metric) {
-  fill(find("chart-choice"), Object.entries(metrics).map(([key, title]) =>
-    el("button", { type: "button", "aria-pressed": String(key === metric), onclick: () => change({ show: key }) }, title)),
-    el("button", { type: "button", "aria-pressed": String(chosen("compare") === "1"), title: "X",
-      onclick: () => change({ compare: chosen("compare") === "1" ? null : "1" }) }, "Compare"));
+function drawDays(rows) {
+  const button = (row) => el("button", { type: "button", title: "This day alone",
+    onclick: () => setPeriod(seconds(row.at), seconds(row.at) + 86400) }, row.at.slice(0, 10));
+  days.show({ view: "series", further: { step: "day" }, rows: [...rows].reverse(), totalRows: rows.length,
+    nothing: "Nothing was logged in this period.", make: (some) => figuresOf("days", some, button) });
 }
 
 export async function showFigures() {
   const { from, to } = period();
+  const width = { hour: 3600, day: 86400 }[step()];
   const metric = chosen("show") in metrics ? chosen("show") : "events";
-  const compared = chosen("compare") === "1";
-  const [summary, now, before] = await Promise.all([ask("summary"), ask("series", { step: step() }),
-    compared ? ask("series", { step: step() }, to - from) : null]);
-  const points = whole(now.rows, from, to);
+  const [summary, now, before, daily] = await Promise.all([ask("summary"), ask("series", { step: step() }),
+    chosen("compare") === "1" ? ask("series", { step: step() }, to - from) : null, ask("series", { step: "day" })]);
+  const points = whole(now.rows, from, to, width);
   drawChoice(metric);
   drawTiles(summary, points);
-  drawChart(points, before && whole(before.rows, from - (to - from), from), metric);
-  drawTable(points);
+  drawChart(points, before && whole(before.rows, from - (to - from), from, width), metric);
+  drawDays(daily.rows);
 }
-
-addEventListener("resize", () => plot?.setSize({ width: find("chart").clientWidth, height: 260 }));

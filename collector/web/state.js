@@ -7,33 +7,44 @@ const week = 7 * 24 * hour;
 
 const listeners = [];
 export const onChange = (listener) => listeners.push(listener);
+/** Draws everything anew, as after a change of colours. */
+export const redraw = () => listeners.forEach((listener) => listener());
+addEventListener("popstate", redraw);
 
 const words = () => new URLSearchParams(location.search);
 
+function put(into, further) {
+  for (const [word, value] of Object.entries(further)) {
+    into.delete(word);
+    for (const one of [].concat(value ?? [])) into.append(word, one);
+  }
+  return into;
+}
+
 /** Changes words of the address (null takes one out) and shows what they say. */
 export function change(changes) {
-  const next = words();
-  for (const [word, value] of Object.entries(changes)) {
-    next.delete(word);
-    for (const one of [].concat(value ?? [])) next.append(word, one);
-  }
-  const text = next.toString();
+  const text = put(words(), changes).toString();
   history.pushState(null, "", text ? `/?${text}` : "/");
-  listeners.forEach((listener) => listener());
+  redraw();
 }
-addEventListener("popstate", () => listeners.forEach((listener) => listener()));
 
 export const filters = () => filterWords.filter((word) => words().has(word)).map((word) => [word, words().get(word)]);
 export const clearFilters = () => change(Object.fromEntries(filterWords.map((word) => [word, null])));
 export const chosen = (word) => words().get(word);
 export const all = (word) => words().getAll(word);
 
+/** A word of the address as seconds; null when it is missing or no time. */
+function time(word) {
+  const at = words().has(word) ? seconds(words().get(word)) : NaN;
+  return Number.isFinite(at) ? at : null;
+}
+
 /** The period in seconds, whole hours as the API counts them; `open` when it ends now. */
 export function period() {
-  const open = !words().has("to");
-  const to = Math.ceil((open ? Date.now() / 1000 : seconds(words().get("to"))) / hour) * hour;
-  const from = words().has("from") ? Math.floor(seconds(words().get("from")) / hour) * hour : to - week;
-  return { from, to, open };
+  const open = time("to") === null;
+  const to = Math.ceil((time("to") ?? Date.now() / 1000) / hour) * hour;
+  const from = time("from") === null ? to - week : Math.floor(time("from") / hour) * hour;
+  return { from: Math.min(from, to - hour), to, open };
 }
 
 export function setPeriod(from, to) {
@@ -41,24 +52,37 @@ export function setPeriod(from, to) {
   change({ from: iso(from), to: to >= now ? null : iso(to) });
 }
 
-/** The query of an API address: the period and the filters, with further words. */
+/** The query of an API address: the period, `shift` seconds earlier, and the filters, with further words. */
 export function query(further = {}, shift = 0) {
   const { from, to } = period();
   const next = new URLSearchParams({ from: iso(from - shift), to: iso(to - shift) });
-  for (const [word, value] of filters()) next.set(word, value);
-  for (const [word, value] of Object.entries(further)) {
-    next.delete(word);
-    for (const one of [].concat(value ?? [])) next.append(word, one);
-  }
-  return next.toString();
+  return put(put(next, Object.fromEntries(filters())), further).toString();
 }
 
-export const step = () => (period().to - period().from <= 8 * 24 * hour ? "hour" : "day");
+export const apiAddress = (name, further, shift) => `/api/${name}?${query(further, shift)}`;
+
+/** The step of the chart: as chosen, else hours for up to eight days. */
+export function step() {
+  const { from, to } = period();
+  return ["hour", "day"].includes(chosen("step")) ? chosen("step") : to - from <= 8 * 24 * hour ? "hour" : "day";
+}
+
+// One round of questions at a time: those of an older address are given up, so that their answers, coming late, are not
+// drawn over the newer ones.
+let round = new AbortController();
+export function beginRound() {
+  round.abort();
+  round = new AbortController();
+  return round.signal;
+}
 
 /** Asks the API; throws an Error with the answer's sentence. */
 export async function ask(name, further, shift) {
-  const answer = await fetch(`/api/${name}?${query(further, shift)}`);
+  const { signal } = round;
+  const answer = await fetch(apiAddress(name, further, shift), { signal });
   if (answer.status === 401) location.assign("/login");
   if (!answer.ok) throw new Error((await answer.json().catch(() => ({}))).error ?? `the collector answered ${answer.status}`);
-  return answer.json();
+  const given = await answer.json();
+  signal.throwIfAborted();
+  return given;
 }
