@@ -2,7 +2,7 @@
 import { count, el, empty, fill, find, iso, minute, numberColumn, seconds, table } from "./dom.js";
 import { panel } from "./panel.js";
 import { draw, remove } from "./plot.js";
-import { ask, change, chosen, period, setPeriod, step } from "./state.js";
+import { ask, change, chosen, period, setPeriod, step, steps } from "./state.js";
 
 const metrics = { events: "Events", installations: "Installations", rejects: "Rejected lines", dropped: "Dropped by hosts" };
 const perInstallation = (of) => (of.installations ? Math.round((10 * of.events) / of.installations) / 10 : 0);
@@ -41,12 +41,10 @@ function sparkline(values) {
 }
 
 /** All steps of the period, those without anything included. */
-function whole(rows, from, to, width) {
-  const known = new Map(rows.map((row) => [seconds(row.at), row]));
-  const points = [];
-  for (let at = Math.floor(from / width) * width; at < to; at += width)
-    points.push(known.get(at) ?? { at: iso(at), events: 0, installations: 0, new_installations: 0, rejects: 0, dropped: 0 });
-  return points;
+function whole(rows, from, to) {
+  const known = new Map(rows.map((row) => [row.at, row]));
+  return steps({ from, to }).map(iso).map((at) =>
+    known.get(at) ?? { at, events: 0, installations: 0, new_installations: 0, rejects: 0, dropped: 0 });
 }
 
 function drawTiles(summary, points) {
@@ -97,13 +95,12 @@ function drawDays(rows) {
 
 export async function showFigures() {
   const { from, to } = period();
-  const width = { hour: 3600, day: 86400 }[step()];
   const metric = chosen("show") in metrics ? chosen("show") : "events";
   const [summary, now, before, daily] = await Promise.all([ask("summary"), ask("series", { step: step() }),
     chosen("compare") === "1" ? ask("series", { step: step() }, to - from) : null, ask("series", { step: "day" })]);
-  const points = whole(now.rows, from, to, width);
+  const points = whole(now.rows, from, to);
   drawChoice(metric);
   drawTiles(summary, points);
-  drawChart(points, before && whole(before.rows, from - (to - from), from, width), metric);
+  drawChart(points, before && whole(before.rows, from - (to - from), from), metric);
   drawDays(daily.rows);
 }

@@ -23,7 +23,9 @@ function askToForget(id) {
 }
 
 async function showTimeline(id) {
-  const { rows } = await ask("timeline", { installation: id, limit: 100, from: "1970-01-01", to: "9999-12-31" });
+  // All it did, whatever the page is filtered by.
+  const { rows } = await ask("timeline", { installation: id, application: null, version: null, name: null,
+    from: "1970-01-01", to: "9999-12-31", limit: 100 });
   const events = table({ panel: "timeline", caption: `The last events of ${id}`, heading: "Logged (UTC)", rows,
     head: (row) => row.logged_at, columns: [{ title: "Name", cell: (row) => row.name ?? "null" },
       { title: "Version", cell: (row) => `${row.application} ${row.version}` },

@@ -1,8 +1,8 @@
 // With one name chosen: the keys of its events, their values, their numbers, both over time.
-import { count, el, empty, fill, find, minute, numberColumn, seconds, short, table, valueText } from "./dom.js";
+import { count, el, empty, fill, find, iso, minute, numberColumn, seconds, short, table, valueText } from "./dom.js";
 import { panel } from "./panel.js";
 import { draw, remove } from "./plot.js";
-import { ask, change, chosen, step } from "./state.js";
+import { ask, change, chosen, step, steps } from "./state.js";
 
 const properties = panel("properties", "Properties of", { searchable: true });
 const lineColors = ["--accent", "--second", "--third", "--fourth", "--fifth"];
@@ -31,7 +31,7 @@ const asText = (value) => JSON.stringify(value); // "1" and 1 are two values
 
 /** The most frequent values, one line each; the table below has what the chart has. */
 function overTime(key, { rows }) {
-  const times = [...new Set(rows.map((row) => row.at))];
+  const times = steps().map(iso);
   const sums = new Map();
   for (const row of rows) sums.set(asText(row.value), (sums.get(asText(row.value)) ?? 0) + row.events);
   const values = [...sums].sort((a, b) => b[1] - a[1]).slice(0, lineColors.length).map(([text]) => text);
@@ -62,8 +62,8 @@ export async function showProperties() {
   const time = property?.series.rows.length ? overTime(key, property.series) : null;
   properties.show({ view: "properties", rows: rows.filter((row) => row.key === key), textOf: (row) => valueText(row.value),
     nothing: "These events have no members of their own.", make: (some) => el("div", { class: "columns" },
-      table({ panel: "property-values", caption: `Values of ${key}`, heading: "Value", rows: some, weight: (row) => row.events,
-        head: (row) => valueText(row.value), columns: [numberColumn("Events", "events")] }),
+      el("div", { class: "values", tabindex: "0", role: "region", "aria-label": `Values of ${key}` }, table({ panel: "property-values", caption: `Values of ${key}`, heading: "Value", rows: some, weight: (row) => row.events,
+        head: (row) => valueText(row.value), columns: [numberColumn("Events", "events")] })),
       el("div", {}, property.numbers ? numbersOf(property.numbers) : null, time?.content ?? empty("Nothing over time."))) });
   time?.plot();
 }

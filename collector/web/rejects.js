@@ -9,7 +9,7 @@ export async function showRejects() {
   const { total, rows } = await ask("rejects");
   rejects.show({ view: "rejects", rows, totalRows: total, nothing: "Every line was an event.", make: (some) => table({
     panel: "rejects", caption: "Rejected lines", heading: "Received (UTC)", rows: some,
-    head: (row) => el("span", { class: "moment" }, moment(row.received_at)),
+    head: (row) => moment(row.received_at),
     columns: [{ title: "Reason", cell: (row) => row.reason }, { title: "Line", cell: (row) => el("code", {}, row.line) },
       { title: "Installation", cell: (row) => row.installation }] }) });
 }

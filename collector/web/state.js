@@ -67,6 +67,13 @@ export function step() {
   return ["hour", "day"].includes(chosen("step")) ? chosen("step") : to - from <= 8 * 24 * hour ? "hour" : "day";
 }
 
+/** Where the steps of the period begin, in seconds. */
+export function steps({ from, to } = period()) {
+  const width = { hour: 3600, day: 86400 }[step()];
+  const first = Math.floor(from / width) * width;
+  return Array.from({ length: Math.ceil((to - first) / width) }, (_, i) => first + i * width);
+}
+
 // One round of questions at a time: those of an older address are given up, so that their answers, coming late, are not
 // drawn over the newer ones.
 let round = new AbortController();
