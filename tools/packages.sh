@@ -5,6 +5,7 @@ packages_build="build-essential file cmake ninja-build pkg-config libcurl4-opens
     nlohmann-json3-dev libcli11-dev"
 packages_collector="libboost-dev libsqlite3-dev libsimdjson-dev libsodium-dev zlib1g-dev libssl-dev libcli11-dev"
 packages_test="locales libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
+packages_browser="chromium chromium-driver python3-selenium"
 packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
 packages_fuzz="clang libclang-rt-14-dev"
 packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools xz-utils binutils python3 git"
@@ -37,7 +38,7 @@ need_packages() { # GROUP...: installs what the groups lack; says which command 
     local group wanted="" missing runner=()
     for group in "$@"; do
         if [ "$group" = all ]; then
-            wanted="$packages_build $packages_collector $packages_test $packages_bench $packages_fuzz $packages_check"
+            wanted="$packages_build $packages_collector $packages_test $packages_browser $packages_bench $packages_fuzz $packages_check"
         elif [ "$group" = darwin ]; then
             { command -v npm && command -v python3; } >/dev/null || wanted="$wanted $packages_darwin"
         else

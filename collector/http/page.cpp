@@ -96,7 +96,8 @@ void add_safeguards(Answer& answer)
                                "default-src 'self'; frame-ancestors 'none'; base-uri 'none'; form-action 'self'");
     answer.fields.emplace_back("X-Content-Type-Options", "nosniff");
     answer.fields.emplace_back("X-Frame-Options", "DENY");
-    answer.fields.emplace_back("Referrer-Policy", "no-referrer");
+    // Not no-referrer: with that a browser sends the login's form with "Origin: null", as if from elsewhere.
+    answer.fields.emplace_back("Referrer-Policy", "same-origin");
     answer.fields.emplace_back("Cache-Control", "no-store");
 }
 
@@ -227,7 +228,7 @@ Answer Page::file(const Request& request)
         Answer metrics{200, m_settings.metrics(), "text/plain; version=0.0.4; charset=utf-8", {}, {}, {}, false};
         return metrics;
     }
-    const web::Asset* asset = web::asset(request.path);
+    const web::Asset* asset = web::asset(request.path == "/favicon.ico" ? "/favicon.svg" : request.path);
     if (asset == nullptr)
         return sentence(404, "there is nothing at this address");
     Answer answer;
