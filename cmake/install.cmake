@@ -53,6 +53,7 @@ foreach(document ${documents})
   install(FILES ${PROJECT_BINARY_DIR}/documents/${document} DESTINATION ${CMAKE_INSTALL_DOCDIR}/${folder}
           COMPONENT ${component})
 endforeach()
+install(FILES docs/collector.png DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT dev)
 install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev PATTERN CMakeLists.txt EXCLUDE)
 
 # --- Debian packages: `cpack -G DEB`, or ./dev package ---------------------------------------------------------------

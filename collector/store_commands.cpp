@@ -37,6 +37,12 @@ struct Failure : std::runtime_error
     using std::runtime_error::runtime_error;
 };
 
+/// A sentence about an option.
+struct WrongOption : Failure
+{
+    using Failure::Failure;
+};
+
 template <class Value>
 Value value_of(store::Result<Value> result)
 {
@@ -63,7 +69,9 @@ api::Words words_of(const Choice& choice)
     api::Words words;
     for (const auto& [name, value] : choice.filters)
         if (const std::string fault = api::take_word(name, value, words); !fault.empty())
-            throw Failure("--" + fault);
+            throw WrongOption("--" + fault);
+    if (words.has_from && words.has_to && words.query.from > words.query.to)
+        throw WrongOption("--from is later than --to");
     return words;
 }
 
@@ -105,8 +113,9 @@ void write_out(const std::string& text)
 
 void export_events(const Choice& choice)
 {
+    const api::Words words = words_of(choice);
     const auto store = open_store(choice, store::Opening::use);
-    api::Export all(value_of(store->reading()), words_of(choice));
+    api::Export all(value_of(store->reading()), words);
     for (;;) {
         const std::string piece = value_of(all.next());
         write_out(piece);
@@ -119,9 +128,10 @@ void export_events(const Choice& choice)
 
 void report(const Choice& choice)
 {
+    const api::Words words = words_of(choice);
     const auto store = open_store(choice, store::Opening::use);
     const auto reading = value_of(store->reading());
-    write_out(value_of(api::report(*reading, words_of(choice), choice.text, choice.plot)));
+    write_out(value_of(api::report(*reading, words, choice.text, choice.plot)));
 }
 
 std::string text_of(const std::string& file)
@@ -182,6 +192,9 @@ CLI::App* add_command(CLI::App& program, int& status, const char* word, const ch
         try {
             run(*choice);
             status = done;
+        } catch (const WrongOption& wrong) {
+            fail(wrong.what());
+            status = usage;
         } catch (const Failure& failure) {
             status = fail(failure.what());
         }

@@ -42,7 +42,7 @@ struct Point
 {
     Seconds at = 0; ///< where the hour or the UTC day begins
     uint64_t events = 0, installations = 0, rejects = 0, dropped = 0;
-    uint64_t new_installations = 0; ///< as in Summary, in the step of their first event
+    uint64_t new_installations = 0; ///< those of the step whose first event lies in it
 };
 
 struct NameRow

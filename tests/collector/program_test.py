@@ -221,6 +221,8 @@ class Commands(unittest.TestCase):
             self.assertEqual(run("backup", copy, "--store", collector.store).returncode, 1)
             self.assertEqual(run("import", os.path.join(folder, "none"), "--store", collector.store).returncode, 1)
             self.assertEqual(run("export", "--store", os.path.join(folder, "none.db")).returncode, 1)
+            for wrong in [["--from", "2026-02-30"], ["--from", "2026-11-22", "--to", "2026-11-21"], ["--format", "xml"]]:
+                self.assertEqual(run("export", "--store", collector.store, *wrong).returncode, 2, wrong)
 
 
 if __name__ == "__main__":

@@ -110,15 +110,13 @@ Result<std::vector<Point>> SqliteReading::series(const Query& query, Step step, 
         auto start_of = [&](Seconds at) { return step == Step::hour ? hour_of(at) * 3600 : day_of(at) * 86400; };
         Grouping grouping{[&](const KindParts&, Seconds at) { return start_of(at); }, false, step == Step::hour};
         std::map<Seconds, Point> points;
-        Installations active;
+        const auto fresh = new_ones(m_database, selection, start_of);
         for (const auto& [at, tally] : tally(m_database, selection, grouping)) {
             points[at].events = tally.events;
             points[at].installations = tally.installations.count();
-            active.add(tally.installations);
+            if (const auto found = fresh.find(at); found != fresh.end())
+                points[at].new_installations = found->second.count_common(tally.installations);
         }
-        // Under a filter the first event of all may be another's: then its step has no event that is shown.
-        for (const auto& [at, fresh] : new_ones(m_database, selection, start_of))
-            points[at].new_installations = fresh.count_common(active);
         for_each_loss(m_database, selection, [&](Seconds at, uint64_t rejects, uint64_t dropped) {
             points[start_of(at)].rejects += rejects;
             points[start_of(at)].dropped += dropped;
@@ -126,7 +124,7 @@ Result<std::vector<Point>> SqliteReading::series(const Query& query, Step step, 
         std::vector<Point> rows;
         for (auto& [at, point] : points) {
             point.at = at;
-            if (point.events + point.new_installations + point.rejects + point.dropped != 0)
+            if (point.events + point.installations + point.rejects + point.dropped != 0)
                 rows.push_back(point);
         }
         return rows;

@@ -93,12 +93,6 @@ void Installations::add(int64_t installation)
     m_chunks[installation >> Bits::g_bits].add(static_cast<uint32_t>(installation & ((1 << Bits::g_bits) - 1)));
 }
 
-void Installations::add(const Installations& other)
-{
-    for (const auto& [chunk, bits] : other.m_chunks)
-        m_chunks[chunk].add(bits);
-}
-
 uint64_t Installations::count() const
 {
     uint64_t count = 0;

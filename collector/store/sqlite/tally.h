@@ -11,7 +11,6 @@ class Installations
 public:
     void add(int64_t installation);
     void add(int64_t chunk, std::string_view bits) { m_chunks[chunk].add(bits); }
-    void add(const Installations& other);
     uint64_t count() const;
     uint64_t count_common(const Installations& other) const;
 
