@@ -155,6 +155,31 @@ const Group whole_row("upload: whole", [](Table& table) {
     table.row("whole upload, 10 MB of lines", "raw socket send of the ready-made body", figures, at_most(4, 2.3));
 });
 
+const Group packed_row("upload: packed", [](Table& table) {
+    const Folder folder;
+    const std::string path = folder.file("events.log"), lines = event_lines(megabyte / 2);
+    Server server;
+    const Session session(path, server.url());
+    const auto bytes_of = [&](const char* how, double& seconds) {
+        write_lines(path, lines);
+        const std::size_t before = server.taken();
+        if (analytics_option_set(session.get(), "compress", how) != ANALYTICS_OK)
+            throw std::runtime_error("no such way to pack");
+        seconds = seconds_of([&] {
+            if (analytics_send(session.get(), 1) != ANALYTICS_OK)
+                throw std::runtime_error("the upload of the bench failed");
+        });
+        return static_cast<double>(server.taken() - before);
+    };
+    double packed_s = 0, plain_s = 0;
+    const Figures figures =
+        compare_figures([&] { return bytes_of("gzip", packed_s); }, [&] { return bytes_of("none", plain_s); }, "bytes");
+    table.row("512 KB of lines, packed", "the same, as they are", figures, at_most(0.15, 0.15));
+    char text[100];
+    std::snprintf(text, sizeof text, "%.1f ms packed, %.1f ms plain", packed_s * 1e3, plain_s * 1e3);
+    table.note("time of such an upload", text);
+});
+
 const Group size_curve("curve: log file size", [](Table& table) {
     const Folder folder;
     Server server;

@@ -116,6 +116,7 @@ bool Server::take_request(int connection, std::string& buffer)
             return false;
         have += static_cast<std::size_t>(got);
     }
+    bytes += head + 4 + size;
     return true;
 }
 

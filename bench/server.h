@@ -35,6 +35,8 @@ public:
     Server& operator=(const Server&) = delete;
 
     std::string url() const;
+    /// Bytes of all requests so far, their headers included.
+    std::size_t taken() const { return bytes; }
     /// A new connection to it, with TCP_NODELAY.
     int connect() const;
 
@@ -45,6 +47,7 @@ private:
     Descriptor listener;
     int port = 0;
     std::atomic<bool> ending{false};
+    std::atomic<std::size_t> bytes{0};
     std::mutex lock;
     std::vector<int> connections;
     std::vector<std::thread> threads;

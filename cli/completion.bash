@@ -10,7 +10,7 @@ _analytics() {
     *:--url | *:--id | *:--app | *:--app-version) ;;
     *:log:*) choices="--file --id-file --app --app-version --property --help" ;;
     *:show:*) choices="--json --wide --help" files=yes ;;
-    *:send:*) choices="--url --id --app-version --certificates --keep --help" files=yes ;;
+    *:send:*) choices="--url --id --app-version --certificates --keep --batches --wait --help" files=yes ;;
     *:help:*) choices="log show send properties" ;;
     *:properties:*) choices="$keys --json --help" ;;
     esac

@@ -4,6 +4,8 @@
 #include "terminal.h"
 #include "wire_line.h"
 
+#include "analytics.hpp"
+
 #include "AnalyticsSDK/ProxyUtilities.h"
 #include "AnalyticsSDK/WebClient.h"
 #include "UploadForm.h"
@@ -34,6 +36,8 @@ struct Options
     std::string application_version;
     std::string certificate_file;
     bool keep = false;
+    bool batches = false;
+    unsigned wait_s = 60;
 };
 
 // On a terminal, one line that counts the seconds for as long as this object lives; elsewhere one line is enough.
@@ -185,9 +189,44 @@ int send(const Options& options, const std::string& text)
     return options.keep || options.file == "-" || remove_sent(options.file, text) ? done : failed;
 }
 
+// A session of the command's own takes the file over and sends it, and whatever hosts have left beside it: receivers
+// that know batches keep each line once, however often this is repeated.
+int send_in_batches(Options options)
+{
+    std::string text;
+    if (options.file == "-" || options.keep)
+        return terminal::error("--batches moves the file into batches: it takes neither - nor --keep"), failed;
+    if (access(options.file.c_str(), F_OK) == 0 && !terminal::read_file(options.file, text))
+        return failed;
+    complete(options, text); // batches may wait where no file does
+    analytics::settings settings;
+    settings.upload_url = options.url;
+    settings.event_log_file = options.file;
+    settings.unique_id = options.unique_id;
+    settings.application_version = options.application_version;
+    settings.certificate_file = options.certificate_file;
+    analytics::session session(settings);
+    auto result = session.set_option("delivery", "batches");
+    if (result != analytics::result::ok)
+        return terminal::error(options.file + ": batches cannot be named after it"), failed;
+    {
+        Working working("sending what waits in " + options.file + " to " + wire::printable(without_login(options.url)));
+        result = session.send_for(std::chrono::seconds(options.wait_s));
+    }
+    const analytics_stats stats = session.stats();
+    std::cout << "sent " << stats.events_delivered << " events in " << stats.requests << " requests; "
+              << stats.bytes_waiting << " bytes wait" << std::endl;
+    if (result == analytics::result::ok)
+        return done;
+    const std::string why = session.last_error();
+    return terminal::error("sending failed: " + (why.empty() ? analytics::text(result) : why)), failed;
+}
+
 int run(Options options)
 {
     std::string text;
+    if (options.batches)
+        return send_in_batches(options);
     if (!terminal::read_file(options.file, text))
         return failed;
     if (text.empty()) {
@@ -214,6 +253,8 @@ void add_send(CLI::App& program, int& status)
     word->add_option("--certificates", options->certificate_file,
                      "certificate authorities (PEM) for https (default: cacert.pem beside the command)");
     word->add_flag("--keep", options->keep, "leave the file as it is");
+    word->add_flag("--batches", options->batches, "send in batches, with those that wait beside the file");
+    word->add_option("--wait", options->wait_s, "with --batches: seconds at most")->check(CLI::Range(1u, 86400u));
     word->callback([options, &status] { status = run(*options); });
 }
 

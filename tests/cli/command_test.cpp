@@ -261,6 +261,23 @@ TEST_F(Command, SendsTheWholeFileAsTheLibraryDoes)
     EXPECT_EQ(server.count(), 2u);
 }
 
+TEST_F(Command, SendsInBatchesWhatStandsInAndBesideTheFile)
+{
+    log_events(3);
+    const std::string waiting = log + "." + std::string(32, '0') + ".0.batch";
+    support::write_file(waiting, "[ 3, \"of a host\" ]\n");
+    support::HttpServer server(503);
+    Ended ended = run({"send", log, "--url", server.url(), "--batches", "--wait", "5"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.errors, HasSubstr("sending failed: The server answered 503"));
+    server.answer(200);
+    ended = run({"send", log, "--url", server.url(), "--batches"});
+    EXPECT_EQ(ended.status, 0) << ended.errors;
+    EXPECT_EQ(ended.output, "sent 4 events in 2 requests; 0 bytes wait\n");
+    EXPECT_FALSE(exists(log) || exists(waiting));
+    EXPECT_EQ(run({"send", "-", "--url", server.url(), "--batches"}).status, 1);
+}
+
 TEST_F(Command, KeepsEventsThatCameWhileItWasSending)
 {
     log_events(1);

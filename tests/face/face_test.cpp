@@ -53,6 +53,26 @@ enum : short
 
 } // namespace
 
+TEST_F(Face, SetsOptionsAndTellsFigures)
+{
+    support::HttpServer server(503);
+    analytics::session session(settings(server.url()));
+    std::string value;
+    EXPECT_EQ(session.set_option("delivery", "batches"), result::ok);
+    EXPECT_EQ(session.set_option("batch_bytes", 5000), result::ok);
+    EXPECT_EQ(session.set_option("batch_bytes", -1), result::value_refused);
+    EXPECT_EQ(session.option("nosuch", value), result::unknown_option);
+    EXPECT_EQ(session.option("batch_bytes", value), result::ok);
+    EXPECT_EQ(value, "5000");
+    session.log("e");
+    EXPECT_EQ(session.send_for(std::chrono::seconds(20)), result::send_failed);
+    EXPECT_EQ(session.stats().requests_failed, 1u);
+    EXPECT_NE(session.last_error().find("503"), std::string::npos);
+    server.answer(200);
+    EXPECT_EQ(session.send_for(std::chrono::hours(10'000)), result::ok);
+    EXPECT_EQ(session.stats().events_delivered, 1u);
+}
+
 TEST_F(Face, AddsEveryTypeByItsKind)
 {
     analytics::session session(settings());
