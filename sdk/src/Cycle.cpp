@@ -38,7 +38,7 @@ OutboxContents KeepInOrder(const Outbox& outbox, const Options& options, Ledger&
     OutboxContents contents = outbox.Tidy();
     outbox.KeepLimits(contents, {std::max(bytes, leastBatchesKept * batch), options[Option::outbox_days] * day_ms},
                       [&](uint64_t lines) { ledger.figures.dropped += lines; });
-    if (options.Is(Option::sync, "batch") && !contents.batches.empty()) {
+    if (options.Is(Option::sync, Choice::syncBatch) && !contents.batches.empty()) {
         outbox.Sync(contents, ledger.figures.synced_ms);
         ledger.figures.synced_ms = contents.batches.back().name.SealedAt_ms();
     }
@@ -187,7 +187,7 @@ bool Cycle::Fill(const Batch& batch, BatchRequest& request) const
 {
     request.id = batch.Name().id;
     request.first = m_parts.front().first;
-    request.compressed = m_options.Is(Option::compress, "gzip") && m_ledger.MayCompress();
+    request.compressed = m_options.Is(Option::compress, Choice::gzip) && m_ledger.MayCompress();
     if (!batch.Read(m_parts.front(), request.data))
         return false;
     request.lines = CountLines(request.data);

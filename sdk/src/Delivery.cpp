@@ -86,7 +86,8 @@ bool Delivery::SetOption(Option option, const char* value)
 {
     lumo::scoped_lock hold(m_optionLock);
     Options wanted; // tells whether the value is one, before anything is done for it
-    if (!wanted.Set(option, value) || (option == Option::delivery && wanted.Is(option, "batches") && !UseBatches()))
+    if (!wanted.Set(option, value) ||
+        (option == Option::delivery && wanted.Is(option, Choice::batches) && !UseBatches()))
         return false;
     m_options.Set(option, value);
     if (option == Option::delivery && m_openLog)
@@ -95,7 +96,7 @@ bool Delivery::SetOption(Option option, const char* value)
         SetTimeout(static_cast<unsigned long>(m_options[option]));
         Tell(rescheduled);
     }
-    if (option == Option::send_at_start && m_options.Is(option, "yes") && !m_ranOnce)
+    if (option == Option::send_at_start && m_options.Is(option, Choice::yes) && !m_ranOnce)
         Tell(started);
     return true;
 }
@@ -116,7 +117,7 @@ void Delivery::LogEvent(const char* name, LogObject* event)
         if (how == OpenLog::Written::andSealed)
             Tell(sealed);
     } else
-        written = EventLog::Append(m_strEventLogFilePath, line, m_options.Is(Option::sync, "event"));
+        written = EventLog::Append(m_strEventLogFilePath, line, m_options.Is(Option::sync, Choice::syncEvent));
     if (!written)
         ++m_ledger.figures.failed;
 }
@@ -137,7 +138,7 @@ bool Delivery::MustEnd() const
 
 PostTerms Delivery::Terms(std::function<bool()> isOver, bool inBatches) const
 {
-    const bool compressed = m_options.Is(Option::compress, "gzip") && m_ledger.MayCompress();
+    const bool compressed = m_options.Is(Option::compress, Choice::gzip) && m_ledger.MayCompress();
     return {.total_ms = static_cast<long>(m_options[Option::request_ms]),
             .compressed = compressed,
             .inBatches = inBatches,

@@ -83,7 +83,7 @@ private:
 
     void Tell(unsigned news);
     bool UseBatches();
-    bool InBatches() const { return m_options.Is(Option::delivery, "batches"); }
+    bool InBatches() const { return m_options.Is(Option::delivery, Choice::batches); }
     bool MayTakeOver() const;
     bool MustEnd() const;
     PostTerms Terms(std::function<bool()> isOver, bool inBatches) const;

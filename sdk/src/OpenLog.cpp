@@ -143,7 +143,7 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
         return Step::failed;
     }
     m_end = end + size;
-    if (m_options.Is(Option::sync, "event"))
+    if (m_options.Is(Option::sync, Choice::syncEvent))
         static_cast<void>(Uninterrupted([this] { return ::fsync(m_file.Get()); }));
     return Step::written;
 }
@@ -152,7 +152,7 @@ bool OpenLog::WriteAside(std::string_view line) const
 {
     const std::string id = BatchName::NewId();
     return !m_outbox.Log().empty() && !id.empty() &&
-           Batch::Make(m_outbox.Log(), {id, 0}, BatchKind::batch, line, !m_options.Is(Option::sync, "none"));
+           Batch::Make(m_outbox.Log(), {id, 0}, BatchKind::batch, line, m_options[Option::sync] != 0);
 }
 
 void OpenLog::Refresh()

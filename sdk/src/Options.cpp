@@ -106,9 +106,4 @@ std::string Options::Text(Option option) const
     return row.words[0] != nullptr ? row.words[static_cast<size_t>(value)] : std::to_string(value);
 }
 
-int64_t Options::operator[](Option option) const
-{
-    return m_values[static_cast<size_t>(option)].load(std::memory_order_relaxed);
-}
-
 } // namespace AnalyticsSDK

@@ -33,6 +33,11 @@ enum class Option : size_t
     count
 };
 
+/// Places of words in their rows.
+namespace Choice {
+inline constexpr int64_t batches = 1, gzip = 1, yes = 1, syncBatch = 1, syncEvent = 2;
+}
+
 /// One option. A choice has words, and its value is the index of one of them; a number has none.
 struct OptionRow
 {
@@ -58,12 +63,12 @@ public:
     /// The value as Set() takes it.
     std::string Text(Option option) const;
     /// The value: a number, or the index of the word in its row.
-    int64_t operator[](Option option) const;
-    /// Whether a choice is at this word.
-    bool Is(Option option, std::string_view word) const
+    int64_t operator[](Option option) const
     {
-        return word == Table()[static_cast<size_t>(option)].words[static_cast<size_t>((*this)[option])];
+        return m_values[static_cast<size_t>(option)].load(std::memory_order_relaxed);
     }
+    /// Whether a choice is at this word, by its place in the row: looked at for every event.
+    bool Is(Option option, int64_t place) const { return (*this)[option] == place; }
 
 private:
     std::array<std::atomic<int64_t>, static_cast<size_t>(Option::count)> m_values;
