@@ -44,7 +44,7 @@ const Group face_rows("text: C++ face", [](Table& table) {
                           log_event(session.handle());
                   },
                   25),
-              at_most(1.10, 1.03));
+              at_most(1.20, 1.10));
 });
 
 } // namespace

@@ -90,7 +90,7 @@ const Group event_row("log: whole event", [](Table& table) {
     const Session session(path);
     table.row("whole event, one thread", "open, write, close of a line of that length",
               compare(whole_events(session.get(), path), raw_appends(folder.file("raw.log"), line_of(folder))),
-              at_most(1.70, 1.45));
+              at_most(1.80, 1.45));
 });
 
 /// A session that delivers in batches, for as long as the bench takes to no server.

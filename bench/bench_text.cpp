@@ -34,7 +34,7 @@ void with_classes(long times)
 
 const Group text_rows("text", [](Table& table) {
     table.row("event text, classes", "RapidJSON Writer, reused buffer", compare(with_classes, with_rapidjson),
-              at_most(0.50, 0.30));
+              at_most(0.60, 0.30));
     const Session session("");
     table.row("event text, C interface", "RapidJSON Writer, reused buffer",
               compare(
@@ -43,7 +43,7 @@ const Group text_rows("text", [](Table& table) {
                           log_event(session.get());
                   },
                   with_rapidjson),
-              at_most(0.70, 0.45));
+              at_most(0.75, 0.40));
 });
 
 // An event of so many members, or so deep, without a log file.

@@ -152,7 +152,7 @@ const Group whole_row("upload: whole", [](Table& table) {
                });
     };
     const Figures figures = compare_figures([&] { return upload_ns(session, path, lines); }, raw, "ns", 15);
-    table.row("whole upload, 10 MB of lines", "raw socket send of the ready-made body", figures, at_most(4, 2.3));
+    table.row("whole upload, 10 MB of lines", "raw socket send of the ready-made body", figures, at_most(4.5, 2.4));
 });
 
 const Group packed_row("upload: packed", [](Table& table) {
