@@ -138,12 +138,13 @@ private:
     // True when the callback is to hear the end, too.
     bool Hear(long result)
     {
+        const bool forwards = heard != nullptr; // looked at first: whom End() wakes may destroy this
         answer = m_courier.Judge(*handle, headers, result, terms);
-        if (heard)
+        if (forwards)
             heard(answer);
         else
             End([] {});
-        return heard != nullptr;
+        return forwards;
     }
 
     template <typename Call>
