@@ -2,7 +2,8 @@
 _analytics() {
     local current=$2 previous=$3 word=${COMP_WORDS[1]} choices="" files=""
     local keys="os_name os_ver mfg model arch cpu cpu_clock cpu_usage ram_total ram_free vm_total vm_free hd_total hd_free
-        bios uuid tz"
+        bios uuid tz system system_version kernel machine processors memory_bytes memory_available_bytes disk_bytes
+        disk_free_bytes locale time_zone desktop display virtualized boot_seconds"
     case $COMP_CWORD:$word:$previous in
     1:*) choices="log show send properties help --help --version" ;;
     *:--file | *:--id-file | *:--certificates) files=yes ;;

@@ -18,10 +18,6 @@ struct Options
     bool json = false;
 };
 
-const char* const all_keys[] = {"os_name",   "os_ver",    "mfg",       "model",    "arch",     "cpu",
-                                "cpu_clock", "cpu_usage", "ram_total", "ram_free", "vm_total", "vm_free",
-                                "hd_total",  "hd_free",   "bios",      "uuid",     "tz"};
-
 std::string quoted(const std::string& text)
 {
     std::string json = "\"";
@@ -50,7 +46,9 @@ int run(const Options& options)
 {
     std::vector<std::string> keys = options.keys;
     if (keys.empty())
-        keys.assign(std::begin(all_keys), std::end(all_keys));
+        analytics_property_each([](void* all, const char* key,
+                                   const char*) { static_cast<std::vector<std::string>*>(all)->emplace_back(key); },
+                                &keys);
     std::vector<table::Row> rows;
     int status = done;
     for (const std::string& key : keys) {

@@ -249,6 +249,10 @@ ANALYTICS_API uint32_t analytics_log_get(analytics_session* session, char* buffe
  *
  * Keys: os_name os_ver mfg model arch cpu cpu_clock cpu_usage ram_total ram_free vm_total vm_free hd_total hd_free bios
  * uuid tz. "uuid" is a new one at every call.
+ *
+ * And, told as the system itself has them: system system_version kernel machine locale time_zone desktop display
+ * virtualized, which are texts, and processors memory_bytes memory_available_bytes disk_bytes disk_free_bytes
+ * boot_seconds, which are numbers. README.md has a sentence and an example for each.
  */
 /** @{ */
 
@@ -256,7 +260,8 @@ ANALYTICS_API uint32_t analytics_log_get(analytics_session* session, char* buffe
  * Reads a property. Any thread; needs no session (the argument is ignored, null will do).
  *
  * @param key    one of the keys above; null is an unknown one
- * @param buffer receives text; must not be null (the process is aborted). 64 bytes hold every value but long models
+ * @param buffer receives text, of a number its decimal digits; must not be null (the process is aborted). 64 bytes hold
+ * every value but long models
  * @param size   size of the buffer in bytes, terminator included; at least 1. A value that does not fit gives
  *               the empty text and 0; a constant one (os_name, mfg, arch, ram_free, bios) or a cached one (cpu,
  *               cpu_clock) aborts the process
@@ -266,7 +271,19 @@ ANALYTICS_API uint32_t analytics_property_get(analytics_session* session, const 
                                               unsigned int size);
 
 /**
- * Adds a property as a string to what is innermost: in an object under its own key, in an array without.
+ * Lists the keys of all properties, each with a sentence that says what it tells.
+ *
+ * Any thread; needs no session. The texts are static; the order is that above, the same at every call.
+ *
+ * @param each    called once for each key, before this returns; must not throw; null: nothing happens
+ * @param context handed back as it is
+ */
+ANALYTICS_API void analytics_property_each(void (*each)(void* context, const char* key, const char* sentence),
+                                           void* context);
+
+/**
+ * Adds a property to what is innermost, as a string or, where it is one, as a number: in an object under its own key,
+ * in an array without.
  *
  * @param name the key
  * @return 0, 100, 301, and what analytics_property_get() answers when that is not 0 (nothing is added then)

@@ -1,17 +1,23 @@
 #include "facts.h"
 
 #include <algorithm>
-#include <iterator>
+#include <vector>
+
+#include "analytics.h"
 
 namespace intake {
 
 bool is_fact(std::string_view name)
 {
-    // The keys that analytics_property_add() knows, in order.
-    static constexpr std::string_view names[] = {"arch",      "bios", "cpu",   "cpu_clock", "cpu_usage", "hd_free",
-                                                 "hd_total",  "mfg",  "model", "os_name",   "os_ver",    "ram_free",
-                                                 "ram_total", "tz",   "uuid",  "vm_free",   "vm_total"};
-    return std::binary_search(std::begin(names), std::end(names), name);
+    static const std::vector<std::string_view> names = [] {
+        std::vector<std::string_view> all;
+        analytics_property_each([](void* to, const char* key,
+                                   const char*) { static_cast<std::vector<std::string_view>*>(to)->emplace_back(key); },
+                                &all);
+        std::sort(all.begin(), all.end());
+        return all;
+    }();
+    return std::binary_search(names.begin(), names.end(), name);
 }
 
 } // namespace intake

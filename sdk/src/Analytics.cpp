@@ -261,6 +261,12 @@ uint32_t analytics_property_get(analytics_session*, const char* key, char* buffe
     return Guarded([=] { return GetProperty(key, buffer, size); });
 }
 
+void analytics_property_each(void (*each)(void* context, const char* key, const char* sentence), void* context)
+{
+    if (each != nullptr)
+        EachProperty(each, context);
+}
+
 uint32_t analytics_property_add(analytics_session* session, const char* name)
 {
     return With(session, [=](HandleParameters& handle) { return handle.AddProperty(name); });

@@ -149,16 +149,19 @@ uint32_t HandleParameters::EndFrame(Frame::Kind kind)
 
 uint32_t HandleParameters::AddProperty(const char* key)
 {
-    char text[200]; // longer values, which no known machine has, become empty
+    PropertyValue value;
     // Checked before the machine is queried, which may take time.
     if (top == nullptr)
         return ANALYTICS_NO_EVENT;
-    const uint32_t result = GetProperty(key, text, sizeof text);
+    const uint32_t result = ReadProperty(key, value);
     if (result != ANALYTICS_OK)
         return result;
     if (top->kind == Frame::array)
-        return AddUnnamed([&](LogArray& array) { array.AddString(text); });
-    return AddNamed(key, [&](LogObject& object, const char* name) { object.AddString(name, text); });
+        return AddUnnamed(
+            [&](LogArray& array) { value.isNumber ? array.AddUInt64(value.number) : array.AddString(value.text); });
+    return AddNamed(key, [&](LogObject& object, const char* name) {
+        value.isNumber ? object.AddUInt64(name, value.number) : object.AddString(name, value.text);
+    });
 }
 
 // Sending, and what observers receive.

@@ -3,9 +3,11 @@
 
 #include <array>
 #include <cmath>
+#include <map>
 #include <sstream>
 
 #include "AnalyticsSDK/SystemInfo.h"
+#include "analytics.h"
 #include "host/linux/files.h"
 #include "host/linux/readers.h"
 #include "host/version.h"
@@ -98,6 +100,38 @@ TEST(LinuxFacts, AgreeWithWhatTheMachinesOwnToolsSay)
     }
 }
 
+// The same for the facts that have no probe of their own.
+TEST(LinuxFacts, AreThoseOfThisMachine)
+{
+    const struct
+    {
+        const char *key, *command;
+        double room;
+    } facts[] = {{"system", "echo linux", 0},
+                 {"system_version", ". /etc/os-release; echo $PRETTY_NAME", 0},
+                 {"kernel", "uname -r", 0},
+                 {"machine", "uname -m", 0},
+                 {"processors", "getconf _NPROCESSORS_ONLN", 0},
+                 {"memory_bytes", "awk '/^MemTotal:/ { print $2 * 1024 }' OFMT=%.0f CONVFMT=%.0f /proc/meminfo", 0},
+                 {"memory_available_bytes", "awk '/^MemAvailable:/ { print $2 * 1024 }' /proc/meminfo", 2e9},
+                 {"disk_bytes", "df -B1 --output=size / | tail -n 1 | tr -d ' '", 0},
+                 {"disk_free_bytes", "df -B1 --output=avail / | tail -n 1", 5e9},
+                 {"boot_seconds", "cat /proc/uptime", 60},
+                 {"virtualized", "test ! -e /.dockerenv || echo container", 0}};
+    for (const auto& [key, command, room] : facts) {
+        char ours[200] = "";
+        const std::string told = shell(command);
+        const uint32_t result = analytics_property_get(nullptr, key, ours, sizeof ours);
+        if (told.empty())
+            continue;
+        EXPECT_EQ(result, 0u) << key;
+        if (room != 0)
+            EXPECT_LE(std::fabs(std::stod(ours) - std::stod(told)), room) << key << ": " << told;
+        else
+            EXPECT_EQ(ours, told) << key;
+    }
+}
+
 TEST(LinuxFacts, SampleMachinesAreWhatTheirKernelsTell)
 {
     const struct
@@ -179,6 +213,55 @@ TEST(LinuxFacts, KernelReleasesNeedNotHaveThreeNumbersOfOneDigit)
         std::int32_t n[3];
         EXPECT_EQ(host::parse_version(release, n), expected[0] != 0) << release;
         EXPECT_EQ(std::to_array(n), expected) << release;
+    }
+}
+
+TEST(LinuxFacts, SampleMachinesTellWhatTheyAre)
+{
+    // The environment of each machine is a row's own: variables with their values, blanks between them.
+    static std::map<std::string, std::string> variables;
+    const auto look_up = [](const char* name) -> const char* {
+        const auto found = variables.find(name);
+        return found != variables.end() ? found->second.c_str() : nullptr;
+    };
+    const struct
+    {
+        const char *machine, *environment, *signature, *expected;
+    } cases[] = {
+        {"x86_64-large", "LANG=de_DE.UTF-8 XDG_CURRENT_DESKTOP=ubuntu:GNOME WAYLAND_DISPLAY=wayland-0 DISPLAY=:0", "",
+         "Ubuntu 24.04.1 LTS, 300, 67447894016, 61018136576, 8640123, de_DE, Europe/Berlin, GNOME, wayland, no"},
+        {"aarch64", "LANG=sr_RS.UTF-8@latin LC_ALL= LC_MESSAGES= DISPLAY=:10 XDG_CURRENT_DESKTOP=KDE", "",
+         "Debian GNU/Linux 12 (bookworm), 6, 3977674752, 3125440512, 0, sr_RS@latin, Etc/UTC, KDE, x11, no"},
+        {"container", "LANG=en_GB TZ=:America/New_York LC_ALL=POSIX", "KVMKVMKVM",
+         "Say \"hi\" $1, failed, 2147483648, 2140160000, failed, C, America/New_York, , none, container"},
+        {"ppc64le", "TZ=", "", "unsupported, failed, 34088681472, unsupported, failed, C, UTC, , none, no"},
+        {"broken", "TZ=CET-1CEST container=podman", "",
+         "unsupported, failed, failed, failed, failed, C, CET-1CEST, , none, container"},
+        {"no such machine", "", "KVMKVMKVM", "unsupported, failed, failed, failed, failed, C, UTC, , none, kvm"},
+        {"no such machine", "", "Unheard Of", "unsupported, failed, failed, failed, failed, C, UTC, , none, unknown"},
+        {"qemu", "", "", "unsupported, 1, failed, failed, failed, C, UTC, , none, qemu"},
+        {"flagged", "", "", "unsupported, failed, failed, failed, failed, C, UTC, , none, unknown"},
+    };
+    for (const auto& [machine, environment, signature, expected] : cases) {
+        variables.clear();
+        std::istringstream words(environment);
+        for (std::string word; words >> word;)
+            variables[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+        const std::string root = sample(machine);
+        std::string told = outcome(readers::release, machine) + ", " + outcome(readers::processors, machine) + ", " +
+                           outcome(readers::memory_bytes, machine) + ", " +
+                           outcome(readers::memory_available, machine) + ", " + outcome(readers::boot_seconds, machine);
+        host::text value{};
+        readers::locale(look_up, value);
+        told += std::string(", ") + value.data();
+        const host::answer zoned = readers::time_zone(root.c_str(), look_up, value);
+        told += zoned == host::answer::found ? std::string(", ") + value.data() : ", no zone";
+        readers::desktop(look_up, value);
+        told += std::string(", ") + value.data();
+        readers::display(look_up, value);
+        told += std::string(", ") + value.data();
+        readers::virtualized(root.c_str(), look_up, signature, value);
+        EXPECT_EQ(told + ", " + value.data(), expected) << machine;
     }
 }
 

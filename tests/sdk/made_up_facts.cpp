@@ -13,6 +13,13 @@ host::answer give(const std::optional<T>& fact, T& value)
     return host::answer::found;
 }
 
+template <class Fact, class T>
+host::answer give_of(const std::map<Fact, T>& facts, Fact fact, T& value)
+{
+    const auto found = facts.find(fact);
+    return give(found != facts.end() ? std::optional(found->second) : std::nullopt, value);
+}
+
 host::answer give_selector(std::uint32_t code, std::int32_t& value)
 {
     for (const auto& [name, number] : machine->selectors)
@@ -43,6 +50,8 @@ constexpr host::source made_up = {
     [](host::text& value) { return give(machine->computer_name, value); },
     [](std::uint32_t& flags) { return give(machine->reachability, flags); },
     [](host::uuid_bytes& bytes) { return give(machine->uuid, bytes); },
+    [](host::text_fact fact, host::text& value) { return give_of(machine->texts, fact, value); },
+    [](host::number_fact fact, std::uint64_t& value) { return give_of(machine->numbers, fact, value); },
 };
 
 } // namespace

@@ -26,4 +26,6 @@ struct MadeUpFacts
     std::optional<host::volume> volume;
     std::optional<std::uint32_t> reachability;
     std::optional<host::uuid_bytes> uuid;
+    std::map<host::text_fact, host::text> texts;
+    std::map<host::number_fact, std::uint64_t> numbers;
 };

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/host.h"
+#include "made_up_facts.h"
 #include "support/session.h"
 
 using namespace AnalyticsSDK;
@@ -225,6 +226,40 @@ TEST(Properties, AreAnsweredByKeyExactly)
         EXPECT_EQ(analytics_property_get(nullptr, key, text, sizeof text), 0u) << key;
         EXPECT_STRNE(text, "") << key;
     }
+}
+
+TEST(Properties, AreListedOldOnesFirstAndNumbersAddedAsNumbers)
+{
+    std::string keys;
+    const auto list = [](void* to, const char* key, const char* sentence) {
+        *static_cast<std::string*>(to) += std::string(key) + (sentence[0] ? " " : "!");
+    };
+    analytics_property_each(list, &keys);
+    analytics_property_each(nullptr, &keys);
+    EXPECT_EQ(keys,
+              "os_name os_ver mfg model arch cpu cpu_clock cpu_usage ram_total ram_free vm_total vm_free hd_total "
+              "hd_free bios uuid tz system system_version kernel machine processors memory_bytes "
+              "memory_available_bytes disk_bytes disk_free_bytes locale time_zone desktop display virtualized "
+              "boot_seconds ");
+    MadeUpFacts facts;
+    facts.missing = host::answer::unsupported;
+    facts.volume = {4096, 39038085, 9794921};
+    facts.numbers = {{host::number_fact::memory, UINT64_MAX}};
+    facts.texts = {{host::text_fact::time_zone, {"Europe/Berlin"}}, {host::text_fact::desktop, {""}}};
+    const Session s;
+    analytics_event_begin(s, "e");
+    for (const char* key : {"disk_bytes", "disk_free_bytes", "memory_bytes", "time_zone", "desktop"})
+        EXPECT_EQ(analytics_property_add(s, key), 0u) << key;
+    for (const char* key : {"processors", "kernel"})
+        EXPECT_EQ(analytics_property_add(s, key), 1u) << key;
+    analytics_event_end(s);
+    EXPECT_EQ(s.last_event(), R"({ "disk_bytes": 159899996160, "disk_free_bytes": 40119996416, )"
+                              R"("memory_bytes": 18446744073709551615, "time_zone": "Europe/Berlin", "desktop": "" })");
+    char text[21] = "";
+    EXPECT_EQ(analytics_property_get(s, "memory_bytes", text, sizeof text), 0u);
+    EXPECT_STREQ(text, "18446744073709551615");
+    EXPECT_EQ(analytics_property_get(s, "memory_bytes", text, sizeof text - 1), 0u);
+    EXPECT_STREQ(text, ""); // what does not fit
 }
 
 TEST(Properties, OfTheProcessorAreAskedForOnce)

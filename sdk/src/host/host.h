@@ -81,6 +81,31 @@ struct volume
     std::uint64_t available_blocks; ///< those that an ordinary user may still fill
 };
 
+/// Facts that are texts, told in the system's own words.
+enum class text_fact
+{
+    system,         ///< the family: "linux", "darwin"
+    system_version, ///< the release's own name or number: "Debian GNU/Linux 12 (bookworm)", "14.5"
+    kernel,         ///< the kernel's release
+    machine,        ///< the processor's instruction set: "x86_64", "aarch64"
+    locale,         ///< language and territory: "de_DE"; "C" where none is chosen
+    time_zone,      ///< the zone's name: "Europe/Berlin"
+    desktop,        ///< the desktop that the process runs in; empty without one
+    display,        ///< "wayland", "x11", "none"
+    virtualized,    ///< "container", a hypervisor's name, "no"
+    count
+};
+
+/// Facts that are numbers.
+enum class number_fact
+{
+    processors,       ///< those that run
+    memory,           ///< bytes
+    memory_available, ///< bytes that programs can still get without swapping
+    boot_seconds,     ///< since the machine started
+    count
+};
+
 /// Bits of `source::reachability`.
 inline constexpr std::uint32_t flag_reachable = 2, flag_connection_required = 4;
 
@@ -114,6 +139,8 @@ struct source
     /// A new UUID from the system's random bytes, with version 4 and the variant of RFC 4122 set. Never waits for
     /// entropy: without enough of it, failed.
     answer (*uuid)(uuid_bytes& bytes);
+    answer (*fact_text)(text_fact fact, text& value);
+    answer (*fact_number)(number_fact fact, std::uint64_t& value);
 };
 
 /// The running system's source; defined once per system. Any thread, also before and after main(); always the same.

@@ -24,4 +24,20 @@ answer computer_name(text& value);
 answer reachability(std::uint32_t& flags);
 answer uuid(uuid_bytes& bytes);
 
+answer fact_text(text_fact fact, text& value);              // host/facts.cpp
+answer fact_number(number_fact fact, std::uint64_t& value); // host/facts.cpp
+answer kernel_release(text& value);                         // host/environment.cpp
+answer time_zone(text& value);
+answer system_family(text& value);
+answer system_version(text& value);
+answer machine(text& value);
+answer locale(text& value);
+answer desktop(text& value);
+answer display(text& value);
+answer virtualized(text& value);
+answer processors(std::uint64_t& count);
+answer memory_bytes(std::uint64_t& bytes);
+answer memory_available(std::uint64_t& bytes);
+answer boot_seconds(std::uint64_t& seconds);
+
 } // namespace AnalyticsSDK::host::sources

@@ -1,6 +1,9 @@
-// Load counters of every processor, in ticks since the machine started.
+// The processors: how many run, for how long, and their load counters, in ticks since the machine started.
+#include <ctime>
 #include <mach/mach.h>
+#include <sys/time.h>
 
+#include "host/darwin/sysctl.h"
 #include "host/sources.h"
 
 namespace AnalyticsSDK::host {
@@ -24,6 +27,24 @@ answer sources::loads(load_visitor* visit, void* context)
     // The kernel allocated the array in this process, which must free it.
     vm_deallocate(mach_task_self(), reinterpret_cast<vm_address_t>(info), words * sizeof *info);
     return answer::found;
+}
+
+answer sources::processors(std::uint64_t& count)
+{
+    std::int32_t running = 0;
+    const answer given = sysctls::number("hw.logicalcpu", running);
+    count = static_cast<std::uint64_t>(running);
+    return given;
+}
+
+answer sources::boot_seconds(std::uint64_t& seconds)
+{
+    timeval started{};
+    const answer given = sysctls::number("kern.boottime", started);
+    const auto passed = std::time(nullptr) - started.tv_sec;
+    // The clock may have been set back since.
+    seconds = passed > 0 ? static_cast<std::uint64_t>(passed) : 0;
+    return given;
 }
 
 } // namespace AnalyticsSDK::host

@@ -1,6 +1,7 @@
 // Memory: the page size and the pager's page counts.
 #include <mach/mach.h>
 
+#include "host/darwin/sysctl.h"
 #include "host/sources.h"
 
 namespace AnalyticsSDK::host {
@@ -27,6 +28,22 @@ answer sources::pages(page_counts& counts)
     if (result != KERN_SUCCESS)
         return answer::failed;
     counts = {statistics.free_count, statistics.active_count, statistics.inactive_count, statistics.wire_count};
+    return answer::found;
+}
+
+answer sources::memory_bytes(std::uint64_t& bytes)
+{
+    return sysctls::number("hw.memsize", bytes);
+}
+
+// What is free, and what holds nothing that could not be read again: the pager takes inactive pages first.
+answer sources::memory_available(std::uint64_t& bytes)
+{
+    std::uint64_t size = 0;
+    page_counts counts{};
+    if (page_size(size) != answer::found || pages(counts) != answer::found)
+        return answer::failed;
+    bytes = (counts.free + counts.inactive) * size;
     return answer::found;
 }
 

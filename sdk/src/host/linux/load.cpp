@@ -1,4 +1,5 @@
-// Load counters: the "cpu0", "cpu1", ... lines of /proc/stat, in ticks since the machine started.
+// The processors: how many run, for how long, and their load counters, which are the "cpu0", "cpu1", ... lines of
+// /proc/stat, in ticks since the machine started.
 #include <charconv>
 
 #include "host/linux/files.h"
@@ -47,6 +48,54 @@ answer readers::loads(const char* root, load_visitor* visit, void* context)
         visit(context, load);
     } while (file.next(line));
     return answer::found;
+}
+
+// "0-3,8,10-11": what the kernel calls a list.
+static std::uint64_t count_list(std::string_view list)
+{
+    std::uint64_t count = 0, first = 0;
+    for (list = files::trim(list); take_number(list, first);) {
+        std::uint64_t last = first;
+        if (list.starts_with('-')) {
+            list.remove_prefix(1);
+            if (!take_number(list, last) || last < first)
+                return 0;
+        }
+        count += last - first + 1;
+        if (!list.starts_with(','))
+            break;
+        list.remove_prefix(1);
+    }
+    return list.empty() ? count : 0;
+}
+
+answer readers::processors(const char* root, std::uint64_t& count)
+{
+    count = 0;
+    files::line_file online(root, "/sys/devices/system/cpu/online");
+    if (std::string_view list; online.is_open() && online.next(list))
+        count = count_list(list);
+    const auto add = [](void* sum, const processor_load&) { ++*static_cast<std::uint64_t*>(sum); };
+    if (count == 0 && loads(root, add, &count) != answer::found)
+        return answer::failed;
+    return count != 0 ? answer::found : answer::failed;
+}
+
+answer readers::boot_seconds(const char* root, std::uint64_t& seconds)
+{
+    files::line_file file(root, "/proc/uptime");
+    std::string_view line;
+    return file.is_open() && file.next(line) && take_number(line, seconds) ? answer::found : answer::failed;
+}
+
+answer sources::processors(std::uint64_t& count)
+{
+    return readers::processors("", count);
+}
+
+answer sources::boot_seconds(std::uint64_t& seconds)
+{
+    return readers::boot_seconds("", seconds);
 }
 
 answer sources::loads(load_visitor* visit, void* context)

@@ -13,7 +13,7 @@ namespace {
 
 struct kibibytes
 {
-    std::uint64_t total = 0, free = 0, active = 0, inactive = 0;
+    std::uint64_t total = 0, available = 0, free = 0, active = 0, inactive = 0;
 };
 
 constexpr struct
@@ -21,10 +21,8 @@ constexpr struct
     std::string_view key;
     std::uint64_t kibibytes::*figure;
 } figures[] = {
-    {"MemTotal", &kibibytes::total},
-    {"MemFree", &kibibytes::free},
-    {"Active", &kibibytes::active},
-    {"Inactive", &kibibytes::inactive},
+    {"MemTotal", &kibibytes::total}, {"MemAvailable", &kibibytes::available}, {"MemFree", &kibibytes::free},
+    {"Active", &kibibytes::active},  {"Inactive", &kibibytes::inactive},
 };
 
 // Active and inactive memory stay 0 on a kernel that does not report them; without a total the fact cannot be read.
@@ -69,7 +67,35 @@ answer memory_megabytes(const char* root, std::int32_t& megabytes)
     return answer::found;
 }
 
+answer memory_bytes(const char* root, std::uint64_t& bytes)
+{
+    kibibytes memory;
+    if (!read_figures(root, memory))
+        return answer::failed;
+    bytes = memory.total * 1024;
+    return answer::found;
+}
+
+answer memory_available(const char* root, std::uint64_t& bytes)
+{
+    kibibytes memory;
+    if (!read_figures(root, memory))
+        return answer::failed;
+    bytes = memory.available * 1024;
+    return bytes != 0 ? answer::found : answer::unsupported;
+}
+
 } // namespace readers
+
+answer sources::memory_bytes(std::uint64_t& bytes)
+{
+    return readers::memory_bytes("", bytes);
+}
+
+answer sources::memory_available(std::uint64_t& bytes)
+{
+    return readers::memory_available("", bytes);
+}
 
 answer sources::page_size(std::uint64_t& bytes)
 {
