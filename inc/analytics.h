@@ -207,7 +207,7 @@ ANALYTICS_API uint32_t analytics_name_int64_add(analytics_session* session, cons
 /** Adds a member to the innermost object. @return 0, 100, 301, 400, 401 */
 ANALYTICS_API uint32_t analytics_name_uint64_add(analytics_session* session, const char* name, uint64_t value);
 /**
- * Adds a text with a length to the innermost object, like a string; a NUL in it is written as \u0000.
+ * Adds a text with a length to the innermost object, like a string; a NUL in it is written as "\\u0000".
  *
  * @param text needs no terminator: `size` bytes are read and no more; null is written as null, whatever the size
  * @return 0, 100, 301, 400, 401

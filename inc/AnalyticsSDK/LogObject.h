@@ -46,7 +46,7 @@ public:
     std::uint32_t AddInt64(const char* name, long long value);
     /// The same without a sign.
     std::uint32_t AddUInt64(const char* name, unsigned long long value);
-    /// A string of `size` bytes, which needs no terminator; each NUL in it is written as \u0000. A null text gives
+    /// A string of `size` bytes, which needs no terminator; each NUL in it is written as "\\u0000". A null text gives
     /// null, whatever the size.
     std::uint32_t AddText(const char* name, const char* text, std::size_t size);
     /// Six significant digits, as "%g" prints them; NaN and infinities come out as nan and inf, which is no valid JSON.

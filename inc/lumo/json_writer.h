@@ -59,8 +59,8 @@ public:
     /// The same without a sign.
     void element(const char* name, unsigned long long value);
 
-    /// A member with a string value of a known size, which may hold NULs: each is written as \u0000, the only escape of
-    /// its form. Nothing behind the size is read.
+    /// A member with a string value of a known size, which may hold NULs: each is written as "\\u0000", the only escape
+    /// of its form. Nothing behind the size is read.
     void element(const char* name, std::string_view value);
 
     /// Closes the object; a second call does nothing. Members written afterwards land after the closing brace,

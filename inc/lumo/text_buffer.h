@@ -58,12 +58,17 @@ public:
     /// Where `part` stands first from a place on, or std::string_view::npos.
     std::size_t find(std::string_view part, std::size_t from = 0) const noexcept { return view().find(part, from); }
 
-    /// By their bytes, here and below.
+    /// Bytes against bytes.
     friend bool operator==(const text_buffer& a, const text_buffer& b) noexcept { return a.view() == b.view(); }
+    /// Bytes against bytes.
     friend bool operator==(const text_buffer& a, std::string_view b) noexcept { return a.view() == b; }
+    /// Bytes against bytes.
     friend bool operator==(std::string_view a, const text_buffer& b) noexcept { return a == b.view(); }
+    /// Bytes against bytes.
     friend bool operator!=(const text_buffer& a, const text_buffer& b) noexcept { return a.view() != b.view(); }
+    /// Bytes against bytes.
     friend bool operator!=(const text_buffer& a, std::string_view b) noexcept { return a.view() != b; }
+    /// Bytes against bytes.
     friend bool operator!=(std::string_view a, const text_buffer& b) noexcept { return a != b.view(); }
 
     /// Makes room for `count` more bytes and returns where they go. What is written there counts from commit() on; all
