@@ -9,7 +9,9 @@
 #include <fstream>
 #include <thread>
 
-static std::string processor()
+namespace {
+
+std::string processor()
 {
     std::ifstream file("/proc/cpuinfo");
     for (std::string line; std::getline(file, line);)
@@ -18,11 +20,13 @@ static std::string processor()
     return "unknown processor";
 }
 
-static bool wanted(const std::string& name, int count, char** words)
+bool wanted(const std::string& name, int count, char** words)
 {
     return count == 0 ||
            std::any_of(words, words + count, [&](const char* w) { return name.find(w) != std::string::npos; });
 }
+
+} // namespace
 
 int main(int count, char** arguments)
 try {

@@ -20,11 +20,15 @@ Folder::~Folder()
     std::filesystem::remove_all(path, ignored);
 }
 
+namespace {
+
 template <std::size_t size>
-static void fill(char (&field)[size], const std::string& text)
+void fill(char (&field)[size], const std::string& text)
 {
     std::snprintf(field, size, "%s", text.c_str());
 }
+
+} // namespace
 
 analytics_config config_of(const std::string& log_path, const std::string& url)
 {

@@ -111,7 +111,7 @@ AnalyticsSDK::UploadFields form_of(const Options& options, const std::string& te
 {
     namespace field = AnalyticsSDK::UploadField;
     return {{field::data, text},
-            {field::uniqueId, options.unique_id},
+            {field::unique_id, options.unique_id},
             {field::token, AnalyticsSDK::UploadToken(options.unique_id.c_str())},
             {field::version, options.application_version}};
 }

@@ -6,13 +6,15 @@
 #include "fuzz.h"
 #include "model.h"
 
-static AnalyticsSDK::EventManager& manager()
+namespace {
+
+AnalyticsSDK::EventManager& manager()
 {
     static AnalyticsSDK::EventManager only("http://127.0.0.1:9/");
     return only;
 }
 
-static void check_reading(const std::string& content)
+void check_reading(const std::string& content)
 {
     std::stringstream stream;
     unsigned long length = 99;
@@ -22,6 +24,8 @@ static void check_reading(const std::string& content)
     fuzz::same("the length", static_cast<long long>(content.size()), static_cast<long long>(length));
     fuzz::same("the text to send", expected, stream.str());
 }
+
+} // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {

@@ -6,13 +6,15 @@
 #include "fuzz.h"
 #include "model.h"
 
-static AnalyticsSDK::EventManager& manager()
+namespace {
+
+AnalyticsSDK::EventManager& manager()
 {
     static AnalyticsSDK::EventManager only("http://127.0.0.1:9/");
     return only;
 }
 
-static void check_event_line(const std::string& log_file, const std::string& id)
+void check_event_line(const std::string& log_file, const std::string& id)
 {
     AnalyticsSDK::LogObject event;
     event.EndObject();
@@ -22,6 +24,8 @@ static void check_event_line(const std::string& log_file, const std::string& id)
     model::check_line({"", "", id}, "\"e\"", "{ }", fuzz::read_file(log_file));
     unlink(log_file.c_str());
 }
+
+} // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {

@@ -37,8 +37,7 @@
  * **Ownership.** The library copies every value at once. The exception is names: the event's name must stay valid until
  * analytics_event_end(), the name of an object or array until its own end call.
  */
-#ifndef ANALYTICS_H
-#define ANALYTICS_H
+#pragma once
 
 #include <stdbool.h>
 #include <stddef.h>
@@ -276,7 +275,7 @@ ANALYTICS_API uint32_t analytics_property_get(analytics_session* session, const 
  * Any thread; needs no session. The texts are static; the order is that above, the same at every call.
  *
  * @param each    called once for each key, before this returns; must not throw; null: nothing happens
- * @param context handed back as it is
+ * @param context passed to the callback unchanged
  */
 ANALYTICS_API void analytics_property_each(void (*each)(void* context, const char* key, const char* sentence),
                                            void* context);
@@ -401,6 +400,4 @@ ANALYTICS_API uint32_t analytics_last_error(analytics_session* session, char* te
 
 #ifdef __cplusplus
 }
-#endif
-
 #endif

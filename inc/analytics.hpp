@@ -1,37 +1,36 @@
-/// @file analytics.hpp
-/// The C++ face of the library: header-only C++17 over analytics.h, nothing to link that C hosts do not link.
-///
-///     analytics::settings settings;
-///     settings.upload_url = "https://collector.example/events";
-///     settings.event_log_file = "events.log";
-///     settings.unique_id_file = "unique-id";
-///     analytics::session session(settings);
-///
-///     {
-///         auto launch = session.open_event("launch");
-///         launch.add("user", "a");
-///         auto window = launch.open_object("window");
-///         window.add("width", 1280);
-///     }                                          // window and launch end here, and the event is a line of the file
-///     session.log("click", {{"button", "ok"}, {"count", 3}, {"modifiers", {"shift", "alt"}}}); // a whole event
-///     session.send();
-///
-/// **An event cannot be left half built.** Sessions, events, objects and arrays end when they leave their scope, also
-/// by an exception. What is still open in them ends first, whatever the order: an event that ends, ends its objects;
-/// adding to an object ends what was opened in it. What has ended refuses everything with result::no_event.
-///
-/// **Values.** bool, any integer, float or double, any text, nullptr; a duration, written in whole milliseconds; an
-/// optional of these, null without a value; a range of these (vector, array, span, braces), which becomes an array, and
-/// a range of pairs of a name and a value (map, braces), which becomes an object. Any other type is a compile error of
-/// one sentence.
-///
-/// **Names** are texts, too: const char*, std::string or std::string_view. That of an event, object or array must
-/// outlive it when it is a const char*; the others are kept.
-///
-/// **Cost.** A scope is four pointers and an empty string; an add is one comparison and the C call. Nothing is
-/// allocated but for settings, observers, string views and names that are kept.
-///
-/// **Text and threads** are as analytics.h says: UTF-8, one thread at a time per session.
+// The C++ face of the library: header-only C++17 over analytics.h, nothing to link that C hosts do not link.
+//
+//     analytics::settings settings;
+//     settings.upload_url = "https://collector.example/events";
+//     settings.event_log_file = "events.log";
+//     settings.unique_id_file = "unique-id";
+//     analytics::session session(settings);
+//
+//     {
+//         auto launch = session.open_event("launch");
+//         launch.add("user", "a");
+//         auto window = launch.open_object("window");
+//         window.add("width", 1280);
+//     }                                          // window and launch end here, and the event is a line of the file
+//     session.log("click", {{"button", "ok"}, {"count", 3}, {"modifiers", {"shift", "alt"}}}); // a whole event
+//     session.send();
+//
+// **An event cannot be left half built.** Sessions, events, objects and arrays end when they leave their scope, also
+// by an exception. What is still open in them ends first, whatever the order: an event that ends, ends its objects;
+// adding to an object ends what was opened in it. What has ended refuses everything with result::no_event.
+//
+// **Values.** bool, any integer, float or double, any text, nullptr; a duration, written in whole milliseconds; an
+// optional of these, null without a value; a range of these (vector, array, span, braces), which becomes an array, and
+// a range of pairs of a name and a value (map, braces), which becomes an object. Any other type is a compile error of
+// one sentence.
+//
+// **Names** are texts, too: const char*, std::string or std::string_view. That of an event, object or array must
+// outlive it when it is a const char*; the others are kept.
+//
+// **Cost.** A scope is four pointers and an empty string; an add is one comparison and the C call. Nothing is
+// allocated but for settings, observers, string views and names that are kept.
+//
+// **Text and threads** are as analytics.h says: UTF-8, one thread at a time per session.
 #pragma once
 
 #include "analytics_values.hpp"

@@ -1,6 +1,5 @@
-/// @file analytics_values.hpp
-/// The result codes and the values of the C++ face: what each type of C++ becomes in an event. Hosts include
-/// analytics.hpp.
+// The result codes and the values of the C++ face: what each type of C++ becomes in an event. Hosts include
+// analytics.hpp.
 #pragma once
 
 #include "analytics.h"

@@ -72,6 +72,24 @@ names() {
     echo "$(git grep -hE '^TEST(_F|_P)?\(' -- tests | wc -l) names of tests have 60 characters at most"
 }
 
+# Of the commits that the remote's main branch does not have yet; without a remote there is nothing to compare with.
+commits() {
+    local main subject count=0 bad=0
+    main=$(git for-each-ref --format='%(refname)' 'refs/remotes/*/main' | head -n 1)
+    if [ -z "$main" ]; then
+        echo "no remote with a main branch, so no commits to look at"
+        return 0
+    fi
+    while IFS= read -r subject; do
+        count=$((count + 1))
+        if [ "${#subject}" -gt 60 ] || ! [[ $subject =~ ^[a-z][a-z0-9_./-]*:\ [^\ ] ]]; then
+            echo "not 'room: what changed' in at most 60 characters: $subject"
+            bad=1
+        fi
+    done < <(git log --no-merges --format=%s "$main..HEAD")
+    [ "$bad" -eq 0 ] && echo "$count subjects of commits that $main does not have"
+}
+
 # A promise is worth the test that shows it: what the third column of its tables names must be there.
 promises() {
     local tests name count=0
@@ -88,6 +106,8 @@ promises() {
 
 : >"$logs/times"
 check words words
+check commits commits
+check forms tools/check_forms.py
 check promises promises
 check names names
 check format formatted

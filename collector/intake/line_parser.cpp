@@ -103,8 +103,8 @@ std::string LineParser::Json::read_members(const element (&members)[g_members], 
 {
     int64_t version = 0;
     std::string_view time, application, application_version, installation;
-    if (members[0].get_int64().get(version) || version != AnalyticsSDK::lineLayoutVersion)
-        return "the layout's version is not " + std::to_string(AnalyticsSDK::lineLayoutVersion);
+    if (members[0].get_int64().get(version) || version != AnalyticsSDK::line_layout_version)
+        return "the layout's version is not " + std::to_string(AnalyticsSDK::line_layout_version);
     if (members[1].get_string().get(time) || members[2].get_string().get(application) ||
         members[3].get_string().get(application_version) || members[4].get_string().get(installation))
         return "a member that must be a text is none";

@@ -1,10 +1,9 @@
-/// @file
-/// User names and passwords for proxies, in memory only.
-///
-/// A proxy is named exactly as the proxy manager hands it out and as IProgressCallback::OnProxyAuthenticationError
-/// reports it: a text with other letters, or without the port, names another proxy. Any thread may use a store. The
-/// library adds nothing by itself. A password is overwritten in memory when its record is destroyed, and never appears
-/// in messages.
+// User names and passwords for proxies, in memory only.
+//
+// A proxy is named exactly as the proxy manager hands it out and as IProgressCallback::OnProxyAuthenticationError
+// reports it: a text with other letters, or without the port, names another proxy. Any thread may use a store. The
+// library adds nothing by itself. A password is overwritten in memory when its record is destroyed, and never appears
+// in messages.
 #pragma once
 
 #include <map>

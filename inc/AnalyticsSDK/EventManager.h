@@ -1,13 +1,9 @@
-/**
- * @file EventManager.h
- * The event manager of a session: keeps its settings and unique id, writes events to the event log file, uploads that
- * file.
- *
- * Text is 8-bit and passes through unchanged; a null text given to a setter counts as empty. Nothing here reports an
- * I/O error: a failed append loses that event, a failed upload leaves the file for the next cycle.
- */
-#ifndef ANALYTICSSDK_EVENTMANAGER_H
-#define ANALYTICSSDK_EVENTMANAGER_H
+// The event manager of a session: keeps its settings and unique id, writes events to the event log file, uploads that
+// file.
+//
+// Text is 8-bit and passes through unchanged; a null text given to a setter counts as empty. Nothing here reports an
+// I/O error: a failed append loses that event, a failed upload leaves the file for the next cycle.
+#pragma once
 
 #include <ctime>
 #include <sstream>
@@ -165,5 +161,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

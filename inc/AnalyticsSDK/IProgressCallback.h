@@ -1,10 +1,9 @@
-/// @file
-/// IProgressCallback: reports the progress and outcome of a queued transfer.
-///
-/// Every call comes from the web client's own thread, never with a lock of the library held, and carries first the item
-/// id that was given when the transfer was queued. A call may queue or cancel transfers; it must not close or release
-/// the web client, which would wait for the very thread that it is on. Each transfer ends with exactly one of complete,
-/// cancel, error or proxy authentication error, unless the client is closed first: then none of them is called.
+// IProgressCallback: reports the progress and outcome of a queued transfer.
+//
+// Every call comes from the web client's own thread, never with a lock of the library held, and carries first the item
+// id that was given when the transfer was queued. A call may queue or cancel transfers; it must not close or release
+// the web client, which would wait for the very thread that it is on. Each transfer ends with exactly one of complete,
+// cancel, error or proxy authentication error, unless the client is closed first: then none of them is called.
 #pragma once
 
 #include "lumo/tova/base.h"

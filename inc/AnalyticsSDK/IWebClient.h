@@ -1,9 +1,8 @@
-/// @file
-/// IWebClient: HTTP and HTTPS requests, queued on a thread of the client's own or made on the caller's.
-///
-/// Texts are 8-bit and copied in; a null text counts as empty. Except for Init, Close and Release, which belong to the
-/// owner, every operation may be called from any thread, callbacks included. Failures are results, never exceptions.
-/// TLS is version 1.2 at least, with peer and host verified; redirects (10 at most) never leave http and https.
+// IWebClient: HTTP and HTTPS requests, queued on a thread of the client's own or made on the caller's.
+//
+// Texts are 8-bit and copied in; a null text counts as empty. Except for Init, Close and Release, which belong to the
+// owner, every operation may be called from any thread, callbacks included. Failures are results, never exceptions.
+// TLS is version 1.2 at least, with peer and host verified; redirects (10 at most) never leave http and https.
 #pragma once
 
 #include <map>

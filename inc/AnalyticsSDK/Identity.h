@@ -1,7 +1,6 @@
-/// @file
-/// Identity: salted hashes of texts, fresh random identifiers, and whether the network can be reached.
-///
-/// Any thread may call any of these at any time.
+// Identity: salted hashes of texts, fresh random identifiers, and whether the network can be reached.
+//
+// Any thread may call any of these at any time.
 #pragma once
 
 #include <string>

@@ -1,9 +1,8 @@
-/// @file
-/// Which proxy a transfer goes through: the proxy manager, and the texts that its lists are made from.
-///
-/// A proxy is a text like "host:port", possibly with a scheme in front ("socks5://host:port"; libcurl's CURLOPT_PROXY
-/// says which there are), and is compared and passed on unchanged. Times are milliseconds. Null texts count as empty.
-/// Any thread may use a manager; a CProxyInfo belongs to one transfer.
+// Which proxy a transfer goes through: the proxy manager, and the texts that its lists are made from.
+//
+// A proxy is a text like "host:port", possibly with a scheme in front ("socks5://host:port"; libcurl's CURLOPT_PROXY
+// says which there are), and is compared and passed on unchanged. Times are milliseconds. Null texts count as empty.
+// Any thread may use a manager; a CProxyInfo belongs to one transfer.
 #pragma once
 
 #include <cstdint>

@@ -1,16 +1,15 @@
-/// @file
-/// Facts about the computer that the library runs on, as short texts.
-///
-/// Every probe has one contract. It takes a buffer and its size in chars, terminator included, and returns a status
-/// (AnalyticsSDK::ProbeStatus). The caller owns the buffer; nothing is allocated that outlives the call, nothing is
-/// remembered between calls, nothing blocks: no name look-up, no other program, no packet.
-///
-/// - Text is UTF-8, written with a terminator. Text that does not fit gives the empty string and status 0; only
-///   GetModel, GetDomainWorkGroup and GetSystemName answer 2 instead and leave the buffer alone.
-/// - The constants (GetOSName, GetManufacturer, GetBIOS, GetFreeRAM, GetArchitectureType) abort the process when
-///   they do not fit: give them 16 chars.
-/// - With any status but 0 the buffer is not written, so set its first char to NUL before the call.
-/// - Any thread may call any probe at any time.
+// Facts about the computer that the library runs on, as short texts.
+//
+// Every probe has one contract. It takes a buffer and its size in chars, terminator included, and returns a status
+// (AnalyticsSDK::ProbeStatus). The caller owns the buffer; nothing is allocated that outlives the call, nothing is
+// remembered between calls, nothing blocks: no name look-up, no other program, no packet.
+//
+// - Text is UTF-8, written with a terminator. Text that does not fit gives the empty string and status 0; only
+//   GetModel, GetDomainWorkGroup and GetSystemName answer 2 instead and leave the buffer alone.
+// - The constants (GetOSName, GetManufacturer, GetBIOS, GetFreeRAM, GetArchitectureType) abort the process when
+//   they do not fit: give them 16 chars.
+// - With any status but 0 the buffer is not written, so set its first char to NUL before the call.
+// - Any thread may call any probe at any time.
 #pragma once
 
 #include <cstdint>

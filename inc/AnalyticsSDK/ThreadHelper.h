@@ -1,11 +1,7 @@
-/**
- * @file ThreadHelper.h
- * A worker: one background thread that does something after every wait, until it is stopped.
- *
- * Base of the event manager and of the web client. Times are milliseconds.
- */
-#ifndef ANALYTICSSDK_THREADHELPER_H
-#define ANALYTICSSDK_THREADHELPER_H
+// A worker: one background thread that does something after every wait, until it is stopped.
+//
+// Base of the event manager and of the web client. Times are milliseconds.
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -88,5 +84,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -1,9 +1,8 @@
-/// @file
-/// WebClient: the library's HTTP engine. IWebClient.h describes its operations.
-///
-/// Queued transfers run side by side on the "WebClient Thread", the only user of libcurl's multi interface; other
-/// threads reach them through a list with a lock. A synchronous request runs on its caller's thread alone. Each request
-/// asks the proxy manager for its route and the credential store for its login before every attempt.
+// WebClient: the library's HTTP engine. IWebClient.h describes its operations.
+//
+// Queued transfers run side by side on the "WebClient Thread", the only user of libcurl's multi interface; other
+// threads reach them through a list with a lock. A synchronous request runs on its caller's thread alone. Each request
+// asks the proxy manager for its route and the credential store for its login before every attempt.
 #pragma once
 
 #include <atomic>

@@ -1,8 +1,7 @@
-/// @file
-/// The salted, iterated hash that an upload proves its origin with.
-///
-/// A record is 56 bytes: 8 bytes of salt from the cryptographic generator, then 48 bytes derived from text and salt
-/// with PBKDF2, HMAC-SHA1, 1,000 iterations. This is the only form in which a hash is stored or sent. Any thread.
+// The salted, iterated hash that an upload proves its origin with.
+//
+// A record is 56 bytes: 8 bytes of salt from the cryptographic generator, then 48 bytes derived from text and salt
+// with PBKDF2, HMAC-SHA1, 1,000 iterations. This is the only form in which a hash is stored or sent. Any thread.
 #pragma once
 
 #include "lumo/scoped_ptr.h"

@@ -155,8 +155,12 @@ void json_writer::_write_encode(std::string_view s)
     while (!s.empty()) {
         const std::string_view part = s.substr(0, piece);
         char* out = text.reserve(6 * piece);
-        for (const char c : part)
-            out += c != '\0' ? put_escaped(out, c) : (std::memcpy(out, "\\u0000", 6), 6);
+        for (const char c : part) {
+            if (c != '\0')
+                out += put_escaped(out, c);
+            else
+                out = std::copy_n("\\u0000", 6, out);
+        }
         text.commit(out);
         s.remove_prefix(part.size());
     }

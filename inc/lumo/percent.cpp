@@ -7,8 +7,10 @@
 
 namespace lumo {
 
+namespace {
+
 // Computed from the list at compile time, so that the list is the only place that states the rule.
-static constexpr simd::byte_class unsafe = simd::make_byte_class([](char byte) {
+constexpr simd::byte_class unsafe = simd::make_byte_class([](char byte) {
     if (byte < '!' || byte > 'z')
         return true;
     for (const char* c = g_uri_unsafe_characters; *c != '\0'; ++c)
@@ -19,7 +21,9 @@ static constexpr simd::byte_class unsafe = simd::make_byte_class([](char byte) {
 
 // Encoded piece by piece through a buffer that stays in the processor's cache. Resizing `out` first would fill its
 // memory with zeros and then write it again.
-static constexpr std::size_t piece = 8192;
+constexpr std::size_t piece = 8192;
+
+} // namespace
 
 std::size_t percent_encoded_size(std::string_view in)
 {

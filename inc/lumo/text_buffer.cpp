@@ -5,8 +5,12 @@
 
 namespace lumo {
 
+namespace {
+
 // The first block from the heap: a typical event fits, and the allocator serves this size from its quickest list.
-static constexpr std::size_t first_block = 1008;
+constexpr std::size_t first_block = 1008;
+
+} // namespace
 
 void text_buffer::append(std::string_view text)
 {

@@ -4,11 +4,15 @@
 
 namespace lumo {
 
+namespace {
+
 // A part that is absent has a null pointer, which no string may be made of.
-static std::string_view view_of_part(const tova_uri_part& part)
+std::string_view view_of_part(const tova_uri_part& part)
 {
     return part.text == nullptr ? std::string_view() : std::string_view(part.text, part.length);
 }
+
+} // namespace
 
 uri::uri(const char* text) : _parts()
 {

@@ -64,7 +64,7 @@ static void Configure(EventManager& manager, const analytics_config& config)
 {
     manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
     manager.SetPidFilePath(FieldText(config.pid_file).c_str());
-    manager.SetLogVersion(lineLayoutVersion);
+    manager.SetLogVersion(line_layout_version);
     if (config.unique_id[0] != '\0') {
         manager.SetUniqueId(FieldText(config.unique_id).c_str());
         manager.SaveUniqueIdToFile();

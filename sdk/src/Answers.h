@@ -1,6 +1,5 @@
 // What a server's answer to a request means for the batch that was in it.
-#ifndef ANALYTICSSDK_ANSWERS_H
-#define ANALYTICSSDK_ANSWERS_H
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -40,5 +39,3 @@ bool IsFailure(const Answer& answer);
 int64_t RetryAfter_ms(std::string_view retryAfter, std::string_view date);
 
 } // namespace AnalyticsSDK
-
-#endif

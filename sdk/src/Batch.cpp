@@ -16,8 +16,8 @@
 namespace AnalyticsSDK {
 namespace {
 
-constexpr size_t pieceSize = 64 * 1024;
-constexpr int lockPatience_ms = 100;
+constexpr size_t piece_size = 64 * 1024;
+constexpr int lock_patience_ms = 100;
 
 bool IsOwnFile(const struct stat& file)
 {
@@ -48,7 +48,7 @@ std::unique_ptr<HeldFile> NewTemporary(const std::string& path)
     for (int tries = 0; tries < 3; ++tries) {
         auto file = std::make_unique<HeldFile>();
         if (file->Open(path, O_RDWR | O_CREAT | O_EXCL, 0600)) {
-            if (file->WaitForLock(lockPatience_ms) != HeldFile::Lock::refused && file->IsAt(path))
+            if (file->WaitForLock(lock_patience_ms) != HeldFile::Lock::refused && file->IsAt(path))
                 return file;
         } else if (errno == EEXIST)
             RemoveAbandoned(path);
@@ -106,7 +106,7 @@ Batch::Claimed Batch::Claim(const std::string& log, const BatchName& name, Batch
 template <typename Visit>
 bool Batch::Walk(const BatchPart& part, Visit visit) const
 {
-    std::vector<char> piece(std::min<uint64_t>(pieceSize, part.bytes));
+    std::vector<char> piece(std::min<uint64_t>(piece_size, part.bytes));
     for (uint64_t at = part.offset, end = part.offset + part.bytes; at < end;) {
         const auto size = static_cast<size_t>(std::min<uint64_t>(piece.size(), end - at));
         if (!m_file->ReadAt(static_cast<off_t>(at), piece.data(), size))

@@ -1,6 +1,5 @@
 // One file of the outbox, claimed: the process that holds its exclusive lock may send, split, drop and delete it.
-#ifndef ANALYTICSSDK_BATCH_H
-#define ANALYTICSSDK_BATCH_H
+#pragma once
 
 #include <cstdint>
 #include <memory>
@@ -84,5 +83,3 @@ private:
 void RemoveAbandoned(const std::string& path);
 
 } // namespace AnalyticsSDK
-
-#endif

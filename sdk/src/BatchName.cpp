@@ -12,7 +12,7 @@
 namespace AnalyticsSDK {
 namespace {
 
-constexpr size_t idDigits = 32, timeDigits = 12;
+constexpr size_t id_digits = 32, time_digits = 12;
 constexpr std::string_view extensions[] = {".batch", ".dropped", ".tmp"};
 
 bool IsLowerHex(char c)
@@ -38,10 +38,8 @@ bool TakePrefix(std::string_view& text, std::string_view prefix)
     return has;
 }
 
-} // namespace
-
 /// Now, and later than at the call before: what one process seals in a millisecond keeps its order.
-static uint64_t NextMoment_ms()
+uint64_t NextMoment_ms()
 {
     using namespace std::chrono;
     static std::atomic<uint64_t> last{0};
@@ -52,6 +50,8 @@ static uint64_t NextMoment_ms()
     while (!last.compare_exchange_weak(before, next));
     return next;
 }
+
+} // namespace
 
 std::string BatchName::NewId()
 {
@@ -75,7 +75,7 @@ std::string BatchName::NewId()
 int64_t BatchName::SealedAt_ms() const
 {
     int64_t time_ms = 0;
-    std::from_chars(id.data(), id.data() + std::min(timeDigits, id.size()), time_ms, 16);
+    std::from_chars(id.data(), id.data() + std::min(time_digits, id.size()), time_ms, 16);
     return time_ms;
 }
 
@@ -88,10 +88,10 @@ std::string FileOf(std::string_view log, const BatchName& name, BatchKind kind)
 std::optional<std::pair<BatchName, BatchKind>> ReadFileName(std::string_view file, std::string_view log)
 {
     BatchName name;
-    if (!TakePrefix(file, log) || !TakePrefix(file, ".") || file.size() < idDigits)
+    if (!TakePrefix(file, log) || !TakePrefix(file, ".") || file.size() < id_digits)
         return std::nullopt;
-    name.id = file.substr(0, idDigits);
-    file.remove_prefix(idDigits);
+    name.id = file.substr(0, id_digits);
+    file.remove_prefix(id_digits);
     const size_t dot = file.rfind('.');
     if (!std::all_of(name.id.begin(), name.id.end(), IsLowerHex) || !TakePrefix(file, ".") || dot == file.npos ||
         dot == 0)

@@ -1,6 +1,5 @@
 // The file names of the outbox: files beside the log, one for each batch.
-#ifndef ANALYTICSSDK_BATCHNAME_H
-#define ANALYTICSSDK_BATCHNAME_H
+#pragma once
 
 #include <compare>
 #include <cstdint>
@@ -41,5 +40,3 @@ std::string FileOf(std::string_view log, const BatchName& name, BatchKind kind);
 std::optional<std::pair<BatchName, BatchKind>> ReadFileName(std::string_view file, std::string_view log);
 
 } // namespace AnalyticsSDK
-
-#endif

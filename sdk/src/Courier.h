@@ -2,8 +2,7 @@
 //
 // IWebClient's operations stay as they are, hosts call them; what a session needs beyond them goes this way through the
 // same client, its proxies and its queue.
-#ifndef ANALYTICSSDK_COURIER_H
-#define ANALYTICSSDK_COURIER_H
+#pragma once
 
 #include <chrono>
 #include <functional>
@@ -73,5 +72,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -1,8 +1,7 @@
-/// @file
-/// Owning wrappers around libcurl: a form, a header list, one transfer, and all queued transfers.
-///
-/// Each releases what it holds in its destructor. A transfer belongs to one thread; the list of queued ones is shared,
-/// see CurlMultiHandle.
+// Owning wrappers around libcurl: a form, a header list, one transfer, and all queued transfers.
+//
+// Each releases what it holds in its destructor. A transfer belongs to one thread; the list of queued ones is shared,
+// see CurlMultiHandle.
 #pragma once
 
 #include <atomic>

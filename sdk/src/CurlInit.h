@@ -1,6 +1,5 @@
-/// @file
-/// CurlInit: sets libcurl and the TLS library under it up once per process, and keeps threads out of them once the
-/// process exits.
+// CurlInit: sets libcurl and the TLS library under it up once per process, and keeps threads out of them once the
+// process exits.
 #pragma once
 
 #include "lumo/mutex.h"

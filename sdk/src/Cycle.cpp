@@ -9,10 +9,10 @@
 namespace AnalyticsSDK {
 namespace {
 
-constexpr int claimPatience_ms = 100, sealPatience_ms = 1000;
-constexpr uint64_t leastSplit = 4096; // bytes of lines
-constexpr uint64_t leastBatchesKept = 4;
-constexpr size_t mostDropped = 1000;
+constexpr int claim_patience_ms = 100, seal_patience_ms = 1000;
+constexpr uint64_t least_split = 4096; // bytes of lines
+constexpr uint64_t least_batches_kept = 4;
+constexpr size_t most_dropped = 1000;
 constexpr int64_t day_ms = 86'400'000;
 
 // Whether a file is so much larger than its limit that it is worth splitting: it holds a very long line, was taken
@@ -36,7 +36,7 @@ OutboxContents KeepInOrder(const Outbox& outbox, const Options& options, Ledger&
     const auto batch = static_cast<uint64_t>(options[Option::batch_bytes]);
     const auto bytes = static_cast<uint64_t>(options[Option::outbox_bytes]);
     OutboxContents contents = outbox.Tidy();
-    outbox.KeepLimits(contents, {std::max(bytes, leastBatchesKept * batch), options[Option::outbox_days] * day_ms},
+    outbox.KeepLimits(contents, {std::max(bytes, least_batches_kept * batch), options[Option::outbox_days] * day_ms},
                       [&](uint64_t lines) { ledger.figures.dropped += lines; });
     if (options.Is(Option::sync, Choice::syncBatch) && !contents.batches.empty()) {
         outbox.Sync(contents, ledger.figures.synced_ms);
@@ -79,7 +79,7 @@ void Cycle::Prepare()
 {
     if (m_terms.mayTakeOver)
         m_outbox.TakeOver(); // first: it is older
-    if (!m_outbox.SealOpen(Patience_ms(m_terms.asked ? sealPatience_ms : claimPatience_ms)))
+    if (!m_outbox.SealOpen(Patience_ms(m_terms.asked ? seal_patience_ms : claim_patience_ms)))
         NoteFailure(0); // its events stay unsent
     DeleteTaken();
     const OutboxContents contents = KeepInOrder(m_outbox, m_options, m_ledger);
@@ -95,7 +95,7 @@ void Cycle::DeleteTaken()
     for (const BatchName& name : m_ledger.TakenOnes()) {
         std::unique_ptr<Batch> batch;
         const Batch::Claimed claimed =
-            Batch::Claim(m_outbox.Log(), name, BatchKind::batch, Patience_ms(claimPatience_ms), batch);
+            Batch::Claim(m_outbox.Log(), name, BatchKind::batch, Patience_ms(claim_patience_ms), batch);
         if (claimed == Batch::Claimed::gone || (batch && batch->Delete()))
             m_ledger.Forget(name);
     }
@@ -116,7 +116,7 @@ std::unique_ptr<Batch> Cycle::ClaimPlanned()
         const BatchName name = m_plan.front();
         std::unique_ptr<Batch> batch;
         m_plan.pop_front();
-        switch (Batch::Claim(m_outbox.Log(), name, BatchKind::batch, m_busyEnd ? 0 : Patience_ms(claimPatience_ms),
+        switch (Batch::Claim(m_outbox.Log(), name, BatchKind::batch, m_busyEnd ? 0 : Patience_ms(claim_patience_ms),
                              batch)) {
         case Batch::Claimed::yes:
             if (!m_outbox.IsDropped(name))
@@ -274,26 +274,26 @@ bool Cycle::Divide(Batch& batch)
 // misconfigured.
 Cycle::After Cycle::Shrink(Batch& batch, const Answer& answer)
 {
-    if (m_parts.front().bytes < leastSplit)
+    if (m_parts.front().bytes < least_split)
         return SetAside(batch, answer);
-    const bool mustWait = DeliveryClock::now() < m_ledger.RetryAfterEnd();
+    const bool must_wait = DeliveryClock::now() < m_ledger.RetryAfterEnd();
     if (Divide(batch)) {
-        if (mustWait)
+        if (must_wait)
             NoteFailure(answer.status);
-        return mustWait ? After::end : After::onward;
+        return must_wait ? After::end : After::onward;
     }
-    const auto lines = IsWhole(batch) ? batch.Drop(m_dropped.size() < mostDropped) : std::nullopt;
+    const auto lines = IsWhole(batch) ? batch.Drop(m_dropped.size() < most_dropped) : std::nullopt;
     if (!lines)
         return SetAside(batch, answer);
     m_ledger.figures.dropped += *lines;
     m_dropped.push_back(batch.Name());
-    return mustWait ? After::end : After::leave;
+    return must_wait ? After::end : After::leave;
 }
 
 Cycle::After Cycle::TryLater(Batch& batch, const Answer& answer)
 {
     const bool silent = answer.status == 0 && answer.connected && !answer.endedHere;
-    if (m_ledger.WasSilentTooOften(batch.Name(), silent) && (m_parts.front().bytes < leastSplit || !Divide(batch)))
+    if (m_ledger.WasSilentTooOften(batch.Name(), silent) && (m_parts.front().bytes < least_split || !Divide(batch)))
         m_ledger.SetAside(batch.Name());
     return Fail(batch, answer);
 }

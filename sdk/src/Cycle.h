@@ -1,6 +1,5 @@
 // One run through the outbox: which batch is next, and what an answer does to it. Independent of the network code.
-#ifndef ANALYTICSSDK_CYCLE_H
-#define ANALYTICSSDK_CYCLE_H
+#pragma once
 
 #include <deque>
 #include <functional>
@@ -105,5 +104,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

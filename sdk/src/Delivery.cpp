@@ -151,8 +151,8 @@ Answer Delivery::SendBatch(const BatchRequest& request, const PostTerms& terms, 
     form[UploadField::batch] = request.id;
     form[UploadField::dropped] = std::to_string(request.dropped);
     form[UploadField::lines] = std::to_string(request.lines);
-    form[UploadField::firstLine] = std::to_string(request.first);
-    form[UploadField::sentAt] = std::to_string(Now_ms());
+    form[UploadField::first_line] = std::to_string(request.first);
+    form[UploadField::sent_at] = std::to_string(Now_ms());
     return queued ? m_courier.PostQueued(m_strServerUrl, form, terms, m_observers)
                   : m_courier.Post(m_strServerUrl, form, terms).answer;
 }

@@ -2,8 +2,7 @@
 //
 // In the default mode it does what EventManager does, byte for byte. In batches its worker drives cycles over the
 // outbox. A host's thread only appends, or waits for a sending that it has asked for.
-#ifndef ANALYTICSSDK_DELIVERY_H
-#define ANALYTICSSDK_DELIVERY_H
+#pragma once
 
 #include <atomic>
 #include <functional>
@@ -122,5 +121,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

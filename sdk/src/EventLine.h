@@ -1,6 +1,5 @@
 // The line of one event, under construction: a JSON array and its line feed.
-#ifndef ANALYTICSSDK_EVENTLINE_H
-#define ANALYTICSSDK_EVENTLINE_H
+#pragma once
 
 #include <string_view>
 
@@ -28,5 +27,3 @@ public:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

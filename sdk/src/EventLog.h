@@ -2,8 +2,7 @@
 //
 // Every function takes the log's lock by itself. A path is opened for each operation and never kept open,
 // so the host may move or delete the file at any time.
-#ifndef ANALYTICSSDK_EVENTLOG_H
-#define ANALYTICSSDK_EVENTLOG_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -36,5 +35,3 @@ Content Read(const std::string& path, std::string& text, unsigned long& size);
 void Delete(const std::string& path);
 
 } // namespace AnalyticsSDK::EventLog
-
-#endif

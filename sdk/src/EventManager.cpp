@@ -13,7 +13,7 @@
 
 namespace AnalyticsSDK {
 
-static constexpr uint32_t uploadInterval_ms = 3'600'000;
+static constexpr uint32_t upload_interval_ms = 3'600'000;
 static constexpr time_t never = -1;
 
 constinit lumo::mutex& EventManager::m_spLogMutex = EventLog::lock.mutex;
@@ -27,7 +27,7 @@ static const char* TextOf(const char* text)
 EventManager::EventManager(const char* serverUrl)
     : m_pWebClient(nullptr), m_strServerUrl(TextOf(serverUrl)), m_nCommonFieldsTime(never)
 {
-    m_nWaitInterval = uploadInterval_ms;
+    m_nWaitInterval = upload_interval_ms;
     m_pWebClient = CreateWebClient();
 }
 

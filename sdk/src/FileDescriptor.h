@@ -1,6 +1,5 @@
 // An owned file descriptor, and system calls repeated after signals.
-#ifndef ANALYTICSSDK_FILEDESCRIPTOR_H
-#define ANALYTICSSDK_FILEDESCRIPTOR_H
+#pragma once
 
 #include <cerrno>
 #include <cstddef>
@@ -63,5 +62,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -1,6 +1,5 @@
 // Packing of request bodies.
-#ifndef ANALYTICSSDK_GZIP_H
-#define ANALYTICSSDK_GZIP_H
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -11,5 +10,3 @@ namespace AnalyticsSDK {
 bool Gzip(std::string_view text, std::string& packed);
 
 } // namespace AnalyticsSDK
-
-#endif

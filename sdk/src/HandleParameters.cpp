@@ -13,7 +13,7 @@ namespace AnalyticsSDK {
 // allocates nothing.
 
 // Deeper frames are freed: one unusual event must not hold memory for the rest of the session.
-static constexpr uint32_t keptDepth = 128;
+static constexpr uint32_t kept_depth = 128;
 
 HandleParameters::~HandleParameters()
 {
@@ -49,7 +49,7 @@ void HandleParameters::Pop()
         top->spArray->Restart();
     top = top->parent;
     --depth;
-    if (depth >= keptDepth) // so there is a parent
+    if (depth >= kept_depth) // so there is a parent
         top->spSpare.Reset();
 }
 
@@ -111,8 +111,8 @@ static constexpr struct
 {
     uint32_t onlyRoot;
     uint32_t otherKind;
-} endRefused[] = {{ANALYTICS_NO_OBJECT_OPEN, ANALYTICS_NAME_REFUSED},
-                  {ANALYTICS_NO_ARRAY_OPEN, ANALYTICS_NAME_REQUIRED}};
+} end_refused[] = {{ANALYTICS_NO_OBJECT_OPEN, ANALYTICS_NAME_REFUSED},
+                   {ANALYTICS_NO_ARRAY_OPEN, ANALYTICS_NAME_REQUIRED}};
 
 // Ended first: the parent copies the child's text, closing bracket included. The results of the documents are not
 // needed: they refuse nothing that the checks above allow.
@@ -139,9 +139,9 @@ uint32_t HandleParameters::EndFrame(Frame::Kind kind)
     if (top == nullptr)
         return ANALYTICS_NO_EVENT;
     if (top->parent == nullptr)
-        return endRefused[kind].onlyRoot;
+        return end_refused[kind].onlyRoot;
     if (top->kind != kind)
-        return endRefused[kind].otherKind;
+        return end_refused[kind].otherKind;
     const Ending ending{*this};
     AddTo(*top->parent, *top);
     return ANALYTICS_OK;

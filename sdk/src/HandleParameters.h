@@ -1,6 +1,5 @@
 // A session: what an analytics_session pointer points to. Holds the event being built and the host's observers.
-#ifndef ANALYTICSSDK_HANDLEPARAMETERS_H
-#define ANALYTICSSDK_HANDLEPARAMETERS_H
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -138,5 +137,3 @@ uint32_t HandleParameters::AddUnnamed(Add add)
 uint32_t ObservedAmount(double amount);
 
 } // namespace AnalyticsSDK
-
-#endif

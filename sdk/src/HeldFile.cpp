@@ -11,7 +11,11 @@
 
 namespace AnalyticsSDK {
 
-static HeldFile* heldFiles = nullptr; // guarded by the log's lock, which is held during every fork
+namespace {
+
+HeldFile* heldFiles = nullptr; // guarded by the log's lock, which is held during every fork
+
+} // namespace
 
 // Runs in the child, which has only this thread. It does not unlock: the lock is shared with the parent.
 void CloseHeldFilesInChild()

@@ -3,8 +3,7 @@
 // An advisory lock of flock(2) belongs to the open file, which a forked child shares with its parent: as long as the
 // child keeps its copy, the lock does not end with the parent. So all held files are listed, and a child closes its
 // copies right after the fork; its HeldFile objects are then closed.
-#ifndef ANALYTICSSDK_HELDFILE_H
-#define ANALYTICSSDK_HELDFILE_H
+#pragma once
 
 #include <string>
 
@@ -71,5 +70,3 @@ inline bool IsSealed(const struct stat& file)
 }
 
 } // namespace AnalyticsSDK
-
-#endif

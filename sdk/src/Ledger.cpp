@@ -5,7 +5,7 @@
 
 namespace AnalyticsSDK {
 
-constexpr int mostSilences = 3;
+constexpr int most_silences = 3;
 
 int64_t HalfToWhole(int64_t limit)
 {
@@ -141,7 +141,7 @@ bool Ledger::WasSilentTooOften(const BatchName& name, bool silent)
         return false;
     }
     int& silences = m_records[name].silences;
-    silences = (silences + 1) % mostSilences;
+    silences = (silences + 1) % most_silences;
     return silences == 0;
 }
 

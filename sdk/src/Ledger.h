@@ -1,6 +1,5 @@
 // What a session remembers of its deliveries: figures, waits, and what became of the batches that it tried.
-#ifndef ANALYTICSSDK_LEDGER_H
-#define ANALYTICSSDK_LEDGER_H
+#pragma once
 
 #include <atomic>
 #include <chrono>
@@ -93,5 +92,3 @@ private:
 int64_t HalfToWhole(int64_t limit);
 
 } // namespace AnalyticsSDK
-
-#endif

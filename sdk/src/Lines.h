@@ -1,6 +1,5 @@
 // Lines of events as they are numbered: every line but the empty ones.
-#ifndef ANALYTICSSDK_LINES_H
-#define ANALYTICSSDK_LINES_H
+#pragma once
 
 #include <cstdint>
 #include <cstring>
@@ -37,5 +36,3 @@ inline uint64_t CountLines(std::string_view text)
 }
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -13,9 +13,11 @@ __attribute__((noinline)) static std::uint32_t add_generally(lumo::json_writer& 
     return 1;
 }
 
+namespace {
+
 // Adds to a writer that may be missing.
 template <class Writer, class Value>
-static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value value)
+std::uint32_t add(std::optional<Writer>& writer, const char* name, Value value)
 {
     if (!writer)
         return 0;
@@ -25,7 +27,7 @@ static std::uint32_t add(std::optional<Writer>& writer, const char* name, Value 
 
 // A text with a size has the general way alone, unless it is none at all.
 template <class Writer>
-static std::uint32_t add_text(std::optional<Writer>& writer, const char* name, const char* text, std::size_t size)
+std::uint32_t add_text(std::optional<Writer>& writer, const char* name, const char* text, std::size_t size)
 {
     if (text == nullptr)
         return add(writer, name, text);
@@ -34,20 +36,22 @@ static std::uint32_t add_text(std::optional<Writer>& writer, const char* name, c
 
 // Children of both kinds are passed as their common base, so that their code exists once.
 template <class Writer>
-static std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
+std::uint32_t add_child(std::optional<Writer>& writer, const char* name, const lumo::json_writer* child)
 {
     return add(writer, name, child);
 }
 
 // Closing a closed document changes nothing and succeeds.
 template <class Writer>
-static std::uint32_t finish(std::optional<Writer>& writer)
+std::uint32_t finish(std::optional<Writer>& writer)
 {
     if (!writer)
         return 0;
     writer->finish();
     return 1;
 }
+
+} // namespace
 
 // Unnamed and compact: every event must fit on one line of the log file.
 LogObject::LogObject()

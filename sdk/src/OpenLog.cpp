@@ -15,10 +15,14 @@ namespace AnalyticsSDK {
 
 using Clock = std::chrono::steady_clock;
 
+namespace {
+
 // Of the 100 ms that an append may take; the rest is for writing the line to a file of its own.
-static constexpr auto patience = std::chrono::milliseconds(90);
-static constexpr int quickTries = 4;
-static constexpr auto rest = std::chrono::microseconds(50);
+constexpr auto patience = std::chrono::milliseconds(90);
+constexpr int quick_tries = 4;
+constexpr auto rest = std::chrono::microseconds(50);
+
+} // namespace
 
 OpenLog::Written OpenLog::Append(std::string_view line)
 {
@@ -31,7 +35,7 @@ OpenLog::Written OpenLog::Append(std::string_view line)
             step = TryAppend(line);
             sealed = m_sealed;
             // The first rounds read no clock and are usually enough: one finds the file sealed, one opens the next.
-            waits = step == Step::again && (tries < quickTries || (!m_wasStuck && Clock::now() - start < patience));
+            waits = step == Step::again && (tries < quick_tries || (!m_wasStuck && Clock::now() - start < patience));
             if (!waits) {
                 m_wasStuck = step == Step::again;
                 m_sealed = false;
@@ -120,8 +124,8 @@ bool OpenLog::EndsInMidLine(off_t end) const
 OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now)
 {
     const off_t end = now.st_size;
-    const bool midLine = EndsInMidLine(end);
-    const auto size = static_cast<off_t>(line.size() + midLine);
+    const bool mid_line = EndsInMidLine(end);
+    const auto size = static_cast<off_t>(line.size() + mid_line);
     if (m_maySeal && end > 0 && end + size > m_options[Option::batch_bytes] && now.st_uid == ::geteuid()) {
         if (!m_file.IsAt(m_outbox.OpenPath())) { // moved away: the path leads to another file or none
             m_file.Close();
@@ -134,8 +138,8 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
             return Step::again;
         }
     }
-    const std::string closing = midLine ? std::string("\n").append(line) : std::string();
-    const std::string_view text = midLine ? closing : line;
+    const std::string closing = mid_line ? std::string("\n").append(line) : std::string();
+    const std::string_view text = mid_line ? closing : line;
     const ssize_t written = Uninterrupted([&] { return ::write(m_file.Get(), text.data(), text.size()); });
     if (written != size) {
         if (written > 0) // no other process has written since, because the lock is held

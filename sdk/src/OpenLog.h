@@ -1,6 +1,5 @@
 // The file that events are written to in batches: kept open, locked for each line, sealed when it is full.
-#ifndef ANALYTICSSDK_OPENLOG_H
-#define ANALYTICSSDK_OPENLOG_H
+#pragma once
 
 #include <chrono>
 #include <string>
@@ -60,5 +59,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -2,8 +2,7 @@
 //
 // One table holds each option's key, default, bounds and sentence; docs/options.md says the same, and a test compares
 // the two. Any thread may read while another one sets.
-#ifndef ANALYTICSSDK_OPTIONS_H
-#define ANALYTICSSDK_OPTIONS_H
+#pragma once
 
 #include <array>
 #include <atomic>
@@ -78,5 +77,3 @@ private:
 std::optional<int64_t> ReadDigits(std::string_view text);
 
 } // namespace AnalyticsSDK
-
-#endif

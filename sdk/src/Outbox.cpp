@@ -14,7 +14,7 @@
 namespace AnalyticsSDK {
 namespace {
 
-constexpr size_t mostDropped = 1000;
+constexpr size_t most_dropped = 1000;
 constexpr int64_t year2020_ms = 1'577'836'800'000;
 
 bool IsOwnFile(const struct stat& file)
@@ -184,11 +184,11 @@ void Outbox::KeepLimits(OutboxContents& contents, const OutboxLimits& limits,
         if ((bytes <= limits.bytes && !IsOlder(waiting.name, limits.age_ms)) ||
             Batch::Claim(m_log, waiting.name, BatchKind::batch, 0, batch) != Batch::Claimed::yes)
             return false;
-        const auto lines = batch->Drop(told < mostDropped);
+        const auto lines = batch->Drop(told < most_dropped);
         if (!lines)
             return false;
         bytes -= std::min(bytes, waiting.bytes);
-        if (told<mostDropped&& * lines> 0) {
+        if (told<most_dropped&& * lines> 0) {
             ++told;
             contents.dropped.push_back(waiting.name);
         }

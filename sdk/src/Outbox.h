@@ -1,6 +1,5 @@
 // The outbox of a log: sealed batches that wait beside it, for any process that logs there to send.
-#ifndef ANALYTICSSDK_OUTBOX_H
-#define ANALYTICSSDK_OUTBOX_H
+#pragma once
 
 #include <cstdint>
 #include <functional>
@@ -78,5 +77,3 @@ private:
 bool SealHeld(const HeldFile& file, const struct stat& now, const std::string& path, const std::string& log);
 
 } // namespace AnalyticsSDK
-
-#endif

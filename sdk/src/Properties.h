@@ -1,6 +1,5 @@
 // The properties of the machine, by key.
-#ifndef ANALYTICSSDK_PROPERTIES_H
-#define ANALYTICSSDK_PROPERTIES_H
+#pragma once
 
 #include <cstdint>
 
@@ -26,5 +25,3 @@ uint32_t ReadProperty(const char* key, PropertyValue& value);
 void EachProperty(void (*each)(void* context, const char* key, const char* sentence), void* context);
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -1,6 +1,5 @@
 // Why a request failed, in one sentence that says what to do.
-#ifndef ANALYTICSSDK_REASONS_H
-#define ANALYTICSSDK_REASONS_H
+#pragma once
 
 #include <string>
 
@@ -18,5 +17,3 @@ struct Failure
 std::string ReasonOf(const Failure& failure);
 
 } // namespace AnalyticsSDK
-
-#endif

@@ -1,5 +1,4 @@
-/// @file
-/// Secrets that leave nothing behind in memory.
+// Secrets that leave nothing behind in memory.
 #pragma once
 
 #include <string>

@@ -5,9 +5,13 @@
 
 namespace AnalyticsSDK {
 
-static constexpr uint32_t defaultInterval_ms = 30'000;
+namespace {
 
-ThreadHelper::ThreadHelper() : m_stopGuard(false), m_nWaitInterval(defaultInterval_ms), m_nProcess(tova_process_id())
+constexpr uint32_t default_interval_ms = 30'000;
+
+} // namespace
+
+ThreadHelper::ThreadHelper() : m_stopGuard(false), m_nWaitInterval(default_interval_ms), m_nProcess(tova_process_id())
 {
     tova_event_create(&m_wakeEvent, 1);
 }

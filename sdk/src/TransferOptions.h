@@ -1,5 +1,4 @@
-/// @file
-/// The options of every transfer, and the handling of received data.
+// The options of every transfer, and the handling of received data.
 #pragma once
 
 #include <map>

@@ -1,5 +1,4 @@
-/// @file
-/// The route of a transfer: through which proxy it goes, with which login, and what becomes of a proxy afterwards.
+// The route of a transfer: through which proxy it goes, with which login, and what becomes of a proxy afterwards.
 #pragma once
 
 #include "AnalyticsSDK/CredentialStore.h"

@@ -1,5 +1,4 @@
-/// @file
-/// The limits of transfers, and the clock that they go by.
+// The limits of transfers, and the clock that they go by.
 #pragma once
 
 #include <atomic>

@@ -9,7 +9,7 @@
 namespace AnalyticsSDK::UniqueIdFile {
 namespace {
 
-constexpr int createNew = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+constexpr int create_new = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
 
 bool WriteAll(const FileDescriptor& file, const std::string& text)
 {
@@ -25,7 +25,7 @@ std::string WriteNeighbour(const std::string& path, const std::string& id)
     // Bounded: a folder full of such files is an error or an attack, and the id is then kept in memory only.
     for (int number = 0; number < 100; ++number) {
         std::string name = path + '.' + std::to_string(tova_process_id()) + '.' + std::to_string(number);
-        const FileDescriptor file(name.c_str(), createNew);
+        const FileDescriptor file(name.c_str(), create_new);
         if (WriteAll(file, id))
             return name;
         if (file)
@@ -40,7 +40,7 @@ std::string WriteNeighbour(const std::string& path, const std::string& id)
 /// either, but a crash in between leaves an empty one.
 bool WriteInPlace(const std::string& path, const std::string& id)
 {
-    const FileDescriptor file(path.c_str(), createNew);
+    const FileDescriptor file(path.c_str(), create_new);
     if (!file)
         return false;
     if (WriteAll(file, id))

@@ -1,6 +1,5 @@
 // The unique-id file: the characters of an installation's id and nothing else, made once and never rewritten.
-#ifndef ANALYTICSSDK_UNIQUEIDFILE_H
-#define ANALYTICSSDK_UNIQUEIDFILE_H
+#pragma once
 
 #include <string>
 
@@ -19,5 +18,3 @@ bool Load(const std::string& path, std::string& id);
 bool Create(const std::string& path, const std::string& id);
 
 } // namespace AnalyticsSDK::UniqueIdFile
-
-#endif

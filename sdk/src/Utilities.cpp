@@ -98,10 +98,12 @@ bool GetHostFromUrl(const char* url, std::string& host)
     return has_scheme;
 }
 
+namespace {
+
 // The time of an event is formatted here and not by strftime(), which reads the locale and, on some systems, the time
 // zone under a lock of the C library that can stay locked for ever in a forked child. False when there is more in
 // `format`.
-static bool FormatNumbers(const std::tm& time, const char* format, std::string& text)
+bool FormatNumbers(const std::tm& time, const char* format, std::string& text)
 {
     static constexpr struct
     {
@@ -124,6 +126,8 @@ static bool FormatNumbers(const std::tm& time, const char* format, std::string& 
     }
     return true;
 }
+
+} // namespace
 
 bool GetCurrentDateTime(std::string& out, const char* format)
 {

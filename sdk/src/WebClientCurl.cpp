@@ -234,12 +234,12 @@ bool WebClient::SetCurlTransferOptions(CurlEasyHandle* handle, const char* url, 
                                        std::map<std::string, std::string>* params, bool bProgress)
 {
     handle->SetUrl(OrEmpty(url));
-    std::string certificateFile; // copied: no lock of ours is held while libcurl works
+    std::string certificate_file; // copied: no lock of ours is held while libcurl works
     {
         lumo::scoped_lock hold(certificateLock);
-        certificateFile = strCertificateFile;
+        certificate_file = strCertificateFile;
     }
-    return ApplyTransferOptions(handle, type, params, bProgress, certificateFile);
+    return ApplyTransferOptions(handle, type, params, bProgress, certificate_file);
 }
 
 bool WebClient::ExecRequest(const char* url, std::ostream* out, long& httpCode, RequestType type,

@@ -7,10 +7,14 @@
 
 using namespace std::string_literals;
 
-static std::string line_with(const std::string& event)
+namespace {
+
+std::string line_with(const std::string& event)
 {
     return R"([ 3, "2026-01-31 23:59:59", "app", "1.0", "U", "launch", )" + event + " ]";
 }
+
+} // namespace
 
 TEST(WireLine, SlicesTheSevenElementsAsTheyStand)
 {

@@ -9,8 +9,10 @@
 
 namespace support {
 
+namespace {
+
 // Hands on until a side has spent what it may send (true) or leaves.
-static bool relay(RawServer::Connection& client, int server, size_t from_client, size_t from_server)
+bool relay(RawServer::Connection& client, int server, size_t from_client, size_t from_server)
 {
     pollfd ends[] = {{client.socket(), POLLIN, 0}, {server, POLLIN, 0}};
     size_t left[] = {from_client, from_server};
@@ -29,6 +31,8 @@ static bool relay(RawServer::Connection& client, int server, size_t from_client,
     }
     return true;
 }
+
+} // namespace
 
 CuttingRelay::CuttingRelay(int server_port, size_t from_server, size_t from_client)
     : m_clients([=, this](RawServer::Connection& client) {

@@ -7,7 +7,9 @@
 
 namespace support {
 
-static sockaddr_in loopback(int port)
+namespace {
+
+sockaddr_in loopback(int port)
 {
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -15,6 +17,8 @@ static sockaddr_in loopback(int port)
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     return address;
 }
+
+} // namespace
 
 HeldPort::HeldPort() : m_socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
 {

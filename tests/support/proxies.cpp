@@ -7,13 +7,17 @@
 
 namespace support {
 
-static bool accepts_connections(int port)
+namespace {
+
+bool accepts_connections(int port)
 {
     const int client = connect_loopback(port);
     if (client >= 0)
         close(client);
     return client >= 0;
 }
+
+} // namespace
 
 std::string ProxyProgram::text() const
 {

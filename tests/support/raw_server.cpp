@@ -90,8 +90,10 @@ std::string Connection::read_some(size_t most)
     return piece;
 }
 
+namespace {
+
 // How many bytes of the text make one whole request; npos while some are missing.
-static size_t whole_request(const std::string& text)
+size_t whole_request(const std::string& text)
 {
     size_t body = text.find("\r\n\r\n");
     if (body == text.npos)
@@ -103,6 +105,8 @@ static size_t whole_request(const std::string& text)
     size_t size = length == head.npos ? 0 : std::stoul(head.substr(length + 17));
     return text.size() < body + size ? text.npos : body + size;
 }
+
+} // namespace
 
 bool Connection::more()
 {

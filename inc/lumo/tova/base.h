@@ -1,10 +1,9 @@
-/// What every header of the portability layer uses: the export macro, the version stamp and the assertion.
-///
-/// `tova` is plain C over the operating system: functions `tova_<object>_<operation>` on records that the caller owns.
-/// A record is zero-filled and stamped by its create operation and lives where the caller put it; the layer neither
-/// allocates nor moves it. Text is narrow, NUL-terminated UTF-8. Booleans are int32_t, 1 for yes and 0 for no.
-#ifndef LUMO_TOVA_BASE_H
-#define LUMO_TOVA_BASE_H
+// What every header of the portability layer uses: the export macro, the version stamp and the assertion.
+//
+// `tova` is plain C over the operating system: functions `tova_<object>_<operation>` on records that the caller owns.
+// A record is zero-filled and stamped by its create operation and lives where the caller put it; the layer neither
+// allocates nor moves it. Text is narrow, NUL-terminated UTF-8. Booleans are int32_t, 1 for yes and 0 for no.
+#pragma once
 
 #include <stddef.h>
 #include <stdint.h>
@@ -54,5 +53,3 @@ TOVA_C_END
 /// The same with a fixed number in place of the line: crash reports of hosts are matched by file and number, which must
 /// not change when lines are added above.
 #define tova_assert_at(number, expr) ((expr) ? (void)0 : tova_assert_failed(__FILE__, number, #expr))
-
-#endif

@@ -1,9 +1,8 @@
-/// The monotonic clock, and calendar time with its text forms.
-///
-/// All functions may be called from any thread. Local times read the zone from the environment (TZ), so a host must
-/// not change its environment on another thread meanwhile; that is so with every C library.
-#ifndef LUMO_TOVA_CLOCK_H
-#define LUMO_TOVA_CLOCK_H
+// The monotonic clock, and calendar time with its text forms.
+//
+// All functions may be called from any thread. Local times read the zone from the environment (TZ), so a host must
+// not change its environment on another thread meanwhile; that is so with every C library.
+#pragma once
 
 #include "lumo/tova/base.h"
 
@@ -78,5 +77,3 @@ TOVA_API void tova_time_gmt(tova_time* t);
 TOVA_API int32_t tova_time_string(const tova_time* t, int32_t form, char* buffer, int32_t size);
 
 TOVA_C_END
-
-#endif

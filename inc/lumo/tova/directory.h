@@ -1,9 +1,8 @@
-/// Directories: make, remove, ask about, and where the standard ones are.
-///
-/// Paths are UTF-8 as the system takes them, absolute or from the working directory. Any thread may call; nothing is
-/// remembered between calls.
-#ifndef LUMO_TOVA_DIRECTORY_H
-#define LUMO_TOVA_DIRECTORY_H
+// Directories: make, remove, ask about, and where the standard ones are.
+//
+// Paths are UTF-8 as the system takes them, absolute or from the working directory. Any thread may call; nothing is
+// remembered between calls.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include "lumo/tova/security.h"
@@ -44,5 +43,3 @@ TOVA_API int32_t tova_directory_create(const char* path, const tova_security* se
 TOVA_API void tova_directory_get(int32_t kind, char* buffer, unsigned size);
 
 TOVA_C_END
-
-#endif

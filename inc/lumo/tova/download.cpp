@@ -33,11 +33,9 @@ struct download
     static int32_t progress(void* user, uint64_t, uint64_t) { return !static_cast<download*>(user)->failed; }
 };
 
-} // namespace
-
 // Creates a file beside `path` and gives its name. An existing file, left behind or placed there as a link, is never
 // opened.
-static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
+bool open_neighbour(tova_file* file, const char* path, tova_string* name)
 {
     // With a number for each download, a name can only exist when a crash left it behind.
     static uint32_t downloads;
@@ -56,6 +54,8 @@ static bool open_neighbour(tova_file* file, const char* path, tova_string* name)
     }
     return false;
 }
+
+} // namespace
 
 int32_t tova_http_to_file(tova_http* h, const char* path)
 {

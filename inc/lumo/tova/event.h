@@ -1,9 +1,8 @@
-/// Signals between the threads of one process: a flag to wait for.
-///
-/// The caller owns the record, which must not be copied or moved while it lives. Any thread may set, reset and wait.
-/// Destroy only when nobody waits. Null or unstamped records abort.
-#ifndef LUMO_TOVA_EVENT_H
-#define LUMO_TOVA_EVENT_H
+// Signals between the threads of one process: a flag to wait for.
+//
+// The caller owns the record, which must not be copied or moved while it lives. Any thread may set, reset and wait.
+// Destroy only when nobody waits. Null or unstamped records abort.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include <pthread.h>
@@ -50,5 +49,3 @@ TOVA_API void tova_event_wait(tova_event* e);
 TOVA_API int32_t tova_event_wait_time(tova_event* e, uint32_t wait_ms);
 
 TOVA_C_END
-
-#endif

@@ -1,10 +1,9 @@
-/// Files: open, read, write, seek, copy, list, inspect.
-///
-/// The caller owns the record and uses it from one thread at a time; different records are independent. Descriptors
-/// are not inherited by programs that the host starts. Failures are results; the system's error number is kept in the
-/// record. Null or unstamped records, a second open and unknown modes abort.
-#ifndef LUMO_TOVA_FILE_H
-#define LUMO_TOVA_FILE_H
+// Files: open, read, write, seek, copy, list, inspect.
+//
+// The caller owns the record and uses it from one thread at a time; different records are independent. Descriptors
+// are not inherited by programs that the host starts. Failures are results; the system's error number is kept in the
+// record. Null or unstamped records, a second open and unknown modes abort.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include "lumo/tova/clock.h"
@@ -145,5 +144,3 @@ TOVA_API int32_t tova_file_find_is_dir(const tova_file_find* f);
 TOVA_API void tova_file_find_close(tova_file_find* f);
 
 TOVA_C_END
-
-#endif

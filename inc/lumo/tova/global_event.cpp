@@ -4,13 +4,15 @@
 #include <cstring>
 #include <fcntl.h>
 
-static void check(const tova_global_event* ge)
+namespace {
+
+void check(const tova_global_event* ge)
 {
     tova_assert(ge);
     tova_assert(ge->_version == tova_version);
 }
 
-static void check_open(const tova_global_event* ge)
+void check_open(const tova_global_event* ge)
 {
     check(ge);
     // clang-format off
@@ -20,7 +22,7 @@ static void check_open(const tova_global_event* ge)
 
 // The system wants a slash before the name and none in it. A backslash is refused as well, so that a name means the
 // same on systems that separate with it.
-static void tova_global_event_unix_name(tova_global_event* ge, const char* name)
+void tova_global_event_unix_name(tova_global_event* ge, const char* name)
 {
     tova_assert(name);
     tova_assert(strchr(name, '\\') == NULL);
@@ -33,7 +35,7 @@ static void tova_global_event_unix_name(tova_global_event* ge, const char* name)
 }
 
 // Stamps the record and opens its semaphore with `flags`.
-static int32_t open_named(tova_global_event* ge, const char* name, int flags)
+int32_t open_named(tova_global_event* ge, const char* name, int flags)
 {
     tova_assert(ge);
     memset(ge, 0, sizeof *ge);
@@ -43,6 +45,8 @@ static int32_t open_named(tova_global_event* ge, const char* name, int flags)
     ge->_sem = sem_open(ge->_name, flags, 0666, 0);
     return ge->_sem != SEM_FAILED;
 }
+
+} // namespace
 
 int32_t tova_global_event_create(tova_global_event* ge, const char* name)
 {

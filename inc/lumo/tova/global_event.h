@@ -1,10 +1,9 @@
-/// Signals between processes, found by name.
-///
-/// A global event counts: each set is remembered until one wait takes it; there is neither reset nor broadcast. It is
-/// a named semaphore of the system and outlives the processes that use it until one of them destroys it. The caller
-/// owns the record; any thread may set and wait.
-#ifndef LUMO_TOVA_GLOBAL_EVENT_H
-#define LUMO_TOVA_GLOBAL_EVENT_H
+// Signals between processes, found by name.
+//
+// A global event counts: each set is remembered until one wait takes it; there is neither reset nor broadcast. It is
+// a named semaphore of the system and outlives the processes that use it until one of them destroys it. The caller
+// owns the record; any thread may set and wait.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include <semaphore.h>
@@ -51,5 +50,3 @@ TOVA_API void tova_global_event_wait(tova_global_event* ge);
 TOVA_API int32_t tova_global_event_try_wait(tova_global_event* ge);
 
 TOVA_C_END
-
-#endif

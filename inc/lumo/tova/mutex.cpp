@@ -5,14 +5,16 @@
 #include <cerrno>
 #include <cstring>
 
-static void check(const tova_mutex* m)
+namespace {
+
+void check(const tova_mutex* m)
 {
     tova_assert(m);
     tova_assert(m->_version == tova_version);
 }
 
 // The attribute object is released whether or not the mutex could be made.
-static void create(tova_mutex* m, int type)
+void create(tova_mutex* m, int type)
 {
     tova_assert(m);
     memset(m, 0, sizeof *m);
@@ -26,6 +28,8 @@ static void create(tova_mutex* m, int type)
     if (!done)
         tova_assert(false);
 }
+
+} // namespace
 
 // The plain name makes the recursive kind: code that a callback leads back into itself must not hang.
 void tova_mutex_create(tova_mutex* m)

@@ -1,9 +1,8 @@
-/// Mutual exclusion between the threads of one process.
-///
-/// The caller owns the record. Any thread may call. Misuse (a null or unstamped record) and impossible platform errors
-/// abort.
-#ifndef LUMO_TOVA_MUTEX_H
-#define LUMO_TOVA_MUTEX_H
+// Mutual exclusion between the threads of one process.
+//
+// The caller owns the record. Any thread may call. Misuse (a null or unstamped record) and impossible platform errors
+// abort.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include <pthread.h>
@@ -37,5 +36,3 @@ TOVA_API void tova_mutex_unlock(tova_mutex* m);
 TOVA_API int32_t tova_mutex_try_lock(tova_mutex* m);
 
 TOVA_C_END
-
-#endif

@@ -1,8 +1,7 @@
-/// The layer's process-wide state: start-up, shut-down and the log hook.
-///
-/// Loading the library starts the runtime and unloading it shuts it down, so a host rarely calls these itself.
-#ifndef LUMO_TOVA_RUNTIME_H
-#define LUMO_TOVA_RUNTIME_H
+// The layer's process-wide state: start-up, shut-down and the log hook.
+//
+// Loading the library starts the runtime and unloading it shuts it down, so a host rarely calls these itself.
+#pragma once
 
 #include "lumo/tova/base.h"
 
@@ -32,5 +31,3 @@ TOVA_API void tova_log_register(tova_log_callback callback);
 TOVA_API void tova_log(int32_t level, const char* format, ...) TOVA_PRINTF(2, 3);
 
 TOVA_C_END
-
-#endif

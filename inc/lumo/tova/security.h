@@ -1,10 +1,9 @@
-/// Who may read, write and search a file or directory: permission bits and owner, applied in one go.
-///
-/// A record gathers permissions, level by level, and is then given to tova_file_create, tova_directory_create or
-/// tova_security_file_set as often as wanted. The caller owns the record; one thread at a time. There is nothing to
-/// release. Null and unstamped records abort.
-#ifndef LUMO_TOVA_SECURITY_H
-#define LUMO_TOVA_SECURITY_H
+// Who may read, write and search a file or directory: permission bits and owner, applied in one go.
+//
+// A record gathers permissions, level by level, and is then given to tova_file_create, tova_directory_create or
+// tova_security_file_set as often as wanted. The caller owns the record; one thread at a time. There is nothing to
+// release. Null and unstamped records abort.
+#pragma once
 
 #include "lumo/tova/base.h"
 
@@ -71,5 +70,3 @@ TOVA_API int32_t tova_security_file_set(tova_security* s, const char* path);
 TOVA_API uint16_t tova_security_unix_mode(int32_t owner, int32_t group, int32_t others);
 
 TOVA_C_END
-
-#endif

@@ -6,11 +6,15 @@
 #include <cerrno>
 #include <cstring>
 
-static void check(const tova_semaphore* s)
+namespace {
+
+void check(const tova_semaphore* s)
 {
     tova_assert(s);
     tova_assert(s->_version == tova_version);
 }
+
+} // namespace
 
 void tova_semaphore_create(tova_semaphore* s, int32_t value, int32_t max)
 {

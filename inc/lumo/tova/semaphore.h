@@ -1,9 +1,8 @@
-/// Counting semaphores between the threads of one process, with an upper bound.
-///
-/// The caller owns the record, which must not be copied or moved while it lives. Any thread may set and wait, not only
-/// the one that made it. Destroy only when nobody waits. Null or unstamped records abort.
-#ifndef LUMO_TOVA_SEMAPHORE_H
-#define LUMO_TOVA_SEMAPHORE_H
+// Counting semaphores between the threads of one process, with an upper bound.
+//
+// The caller owns the record, which must not be copied or moved while it lives. Any thread may set and wait, not only
+// the one that made it. Destroy only when nobody waits. Null or unstamped records abort.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include <pthread.h>
@@ -40,5 +39,3 @@ TOVA_API void tova_semaphore_wait(tova_semaphore* s);
 TOVA_API int32_t tova_semaphore_wait_time(tova_semaphore* s, uint32_t wait_ms);
 
 TOVA_C_END
-
-#endif

@@ -1,11 +1,10 @@
-/// Bounded text: copies that never overflow, formatting that never truncates, UTF-8 and wide text.
-///
-/// Sizes count characters of the destination (wide characters for wide text), terminator included. Wide text is wchar_t
-/// of 32 bits, one code point each. A copy that does not fit is misuse and aborts with the assertion "false" after the
-/// destination was terminated; formatting that does not fit is a result. All memory is the caller's, and any thread may
-/// call; only the conversions of the formatter depend on the host's locale.
-#ifndef LUMO_TOVA_TEXT_H
-#define LUMO_TOVA_TEXT_H
+// Bounded text: copies that never overflow, formatting that never truncates, UTF-8 and wide text.
+//
+// Sizes count characters of the destination (wide characters for wide text), terminator included. Wide text is wchar_t
+// of 32 bits, one code point each. A copy that does not fit is misuse and aborts with the assertion "false" after the
+// destination was terminated; formatting that does not fit is a result. All memory is the caller's, and any thread may
+// call; only the conversions of the formatter depend on the host's locale.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include <stdarg.h>
@@ -97,5 +96,3 @@ TOVA_API const char* tova_string_get(const tova_string* s);
 TOVA_API uint32_t tova_string_length(const tova_string* s);
 
 TOVA_C_END
-
-#endif

@@ -1,9 +1,8 @@
-/// Threads, counters that several threads may change, and who is running.
-///
-/// A thread record belongs to its caller and must not be started or joined by two threads at once. The thread has a
-/// copy of what it needs: the record may be freed as soon as it was detached. Null records abort.
-#ifndef LUMO_TOVA_THREAD_H
-#define LUMO_TOVA_THREAD_H
+// Threads, counters that several threads may change, and who is running.
+//
+// A thread record belongs to its caller and must not be started or joined by two threads at once. The thread has a
+// copy of what it needs: the record may be freed as soon as it was detached. Null records abort.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include <pthread.h>
@@ -78,5 +77,3 @@ TOVA_API void tova_safe_decrement(uint32_t* counter);
 TOVA_API void tova_sleep(uint32_t sleep_ms);
 
 TOVA_C_END
-
-#endif

@@ -1,10 +1,9 @@
-/// One blocking HTTP transfer at a time, and URIs.
-///
-/// The caller owns the request and response records and uses both from one thread during a request; callbacks run on
-/// that thread. A failed transfer is a result, one line through tova_log (level 2) and a text in the response; null or
-/// unstamped records abort. The library's uploads use a client of their own instead.
-#ifndef LUMO_TOVA_TOVA_WEB_H
-#define LUMO_TOVA_TOVA_WEB_H
+// One blocking HTTP transfer at a time, and URIs.
+//
+// The caller owns the request and response records and uses both from one thread during a request; callbacks run on
+// that thread. A failed transfer is a result, one line through tova_log (level 2) and a text in the response; null or
+// unstamped records abort. The library's uploads use a client of their own instead.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include "lumo/tova/text.h"
@@ -264,5 +263,3 @@ TOVA_API void tova_uri_parse(tova_uri* uri, const char* text);
 TOVA_API int32_t tova_uri_decode(char* out, unsigned size, const char* text, unsigned length);
 
 TOVA_C_END
-
-#endif

@@ -1,9 +1,8 @@
-/// The whole portability layer except for the web: C99 and C++.
-///
-/// Each header below can be included by itself and says what its part is for. tova-web.h stays out, because it is for
-/// the few hosts that make requests of their own.
-#ifndef LUMO_TOVA_TOVA_H
-#define LUMO_TOVA_TOVA_H
+// The whole portability layer except for the web: C99 and C++.
+//
+// Each header below can be included by itself and says what its part is for. tova-web.h stays out, because it is for
+// the few hosts that make requests of their own.
+#pragma once
 
 #include "lumo/tova/base.h"
 #include "lumo/tova/clock.h"
@@ -17,5 +16,3 @@
 #include "lumo/tova/semaphore.h"
 #include "lumo/tova/text.h"
 #include "lumo/tova/thread.h"
-
-#endif

@@ -1,19 +1,18 @@
-/// @file
-/// The contract between the library and an operating system: the facts about the machine. SystemInfo.cpp and
-/// Identity.cpp make texts of them, with one code for all systems.
-///
-/// Each folder beside this header fills the contract for one system; a test replaces the whole source by made-up facts.
-///
-/// What holds for every call: any thread may call at any time, several at once too. The call takes microseconds and
-/// never blocks: no packet, no name look-up, no other program. It takes no lock of the library, throws nothing,
-/// allocates nothing that outlives it, and keeps no state that a caller could see. The result is one of #answer:
-///
-/// - found: every output parameter holds the value.
-/// - unsupported: this machine or system has no source for the fact; the same call may be repeated, with the same
-/// result.
-/// - failed: the source exists and could not be read or understood; a later call may succeed.
-///
-/// With any answer but found the output parameters hold unspecified values, which the caller must not use.
+// The contract between the library and an operating system: the facts about the machine. SystemInfo.cpp and
+// Identity.cpp make texts of them, with one code for all systems.
+//
+// Each folder beside this header fills the contract for one system; a test replaces the whole source by made-up facts.
+//
+// What holds for every call: any thread may call at any time, several at once too. The call takes microseconds and
+// never blocks: no packet, no name look-up, no other program. It takes no lock of the library, throws nothing,
+// allocates nothing that outlives it, and keeps no state that a caller could see. The result is one of #answer:
+//
+// - found: every output parameter holds the value.
+// - unsupported: this machine or system has no source for the fact; the same call may be repeated, with the same
+// result.
+// - failed: the source exists and could not be read or understood; a later call may succeed.
+//
+// With any answer but found the output parameters hold unspecified values, which the caller must not use.
 #pragma once
 
 #include <array>

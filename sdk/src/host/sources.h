@@ -1,6 +1,5 @@
-/// @file
-/// The members of host::source, one file per noun; see there for each contract. The system's folder defines them, but
-/// for the selectors, whose table is the same everywhere: for these the folder tells the four facts behind them.
+// The members of host::source, one file per noun; see there for each contract. The system's folder defines them, but
+// for the selectors, whose table is the same everywhere: for these the folder tells the four facts behind them.
 #pragma once
 
 #include "host/host.h"

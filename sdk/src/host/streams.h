@@ -1,5 +1,4 @@
-/// @file
-/// Opening file streams that programs of the host do not inherit.
+// Opening file streams that programs of the host do not inherit.
 #pragma once
 
 #include <fstream>

@@ -1,5 +1,4 @@
-/// @file
-/// Version numbers out of a text, for the systems that tell their version as one.
+// Version numbers out of a text, for the systems that tell their version as one.
 #pragma once
 
 #include <charconv>

@@ -8,8 +8,10 @@
 
 static_assert(__cplusplus == 201703L, "what is installed must not need more than C++17");
 
+namespace {
+
 // Objects of the host's may use the library before main().
-static struct EarlyUse
+struct EarlyUse
 {
     EarlyUse()
     {
@@ -29,6 +31,8 @@ static struct EarlyUse
     tova_thread thread;
     bool logged;
 } early;
+
+} // namespace
 
 int main(int argc, char** argv)
 {

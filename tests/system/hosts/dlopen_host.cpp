@@ -10,15 +10,17 @@
 
 using host::require;
 
+namespace {
+
 template <typename Function>
-static Function* symbol(void* library, const char* name)
+Function* symbol(void* library, const char* name)
 {
     void* found = dlsym(library, name);
     require(found != nullptr, name);
     return reinterpret_cast<Function*>(found);
 }
 
-static analytics_session* log_one(void* library, const analytics_config& config)
+analytics_session* log_one(void* library, const analytics_config& config)
 {
     analytics_session* session = symbol<decltype(analytics_initialize)>(library, "analytics_initialize")(&config);
     require(session != nullptr, "a session");
@@ -28,14 +30,14 @@ static analytics_session* log_one(void* library, const analytics_config& config)
     return session;
 }
 
-static void run_a_session(void* library, const analytics_config& config)
+void run_a_session(void* library, const analytics_config& config)
 {
     analytics_session* session = log_one(library, config);
     require(symbol<decltype(analytics_send)>(library, "analytics_send")(session, 1) == 0, "send");
     symbol<decltype(analytics_shutdown)>(library, "analytics_shutdown")(session);
 }
 
-static void unload_under_a_session(void* library, const analytics_config& config)
+void unload_under_a_session(void* library, const analytics_config& config)
 {
     analytics_session* session = log_one(library, config);
     const auto send = symbol<decltype(analytics_send)>(library, "analytics_send");
@@ -45,10 +47,12 @@ static void unload_under_a_session(void* library, const analytics_config& config
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-static void tell()
+void tell()
 {
     printf("%ld %ld %ld\n", host::entries("/proc/self/fd"), host::entries("/proc/self/task"), host::resident_kb());
 }
+
+} // namespace
 
 int main(int count, char** arguments)
 {

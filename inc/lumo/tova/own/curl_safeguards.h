@@ -1,6 +1,5 @@
-/// What the library's two users of libcurl both set to protect the host. Not installed.
-#ifndef LUMO_TOVA_OWN_CURL_SAFEGUARDS_H
-#define LUMO_TOVA_OWN_CURL_SAFEGUARDS_H
+// What the library's two users of libcurl both set to protect the host. Not installed.
+#pragma once
 
 #include "lumo/tova/platform/platform.h"
 
@@ -75,5 +74,3 @@ inline void set_proxy_login(CURL* curl, std::string_view proxy, std::string_view
 }
 
 } // namespace tova
-
-#endif

@@ -1,6 +1,5 @@
-/// What the layer's sources share among themselves, and the arithmetic that tests reach without waiting. Not installed.
-#ifndef LUMO_TOVA_OWN_INTERNAL_H
-#define LUMO_TOVA_OWN_INTERNAL_H
+// What the layer's sources share among themselves, and the arithmetic that tests reach without waiting. Not installed.
+#pragma once
 
 #include <atomic>
 #include <cstdint>
@@ -85,5 +84,3 @@ void time_local_from(time_t moment, tova_time* t);
 int32_t security_descriptor_set(tova_security* s, int32_t descriptor);
 
 } // namespace tova
-
-#endif

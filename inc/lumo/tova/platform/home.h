@@ -1,6 +1,5 @@
-/// The user's home directory, for the systems' files beside this one.
-#ifndef LUMO_TOVA_PLATFORM_HOME_H
-#define LUMO_TOVA_PLATFORM_HOME_H
+// The user's home directory, for the systems' files beside this one.
+#pragma once
 
 #include <cstddef>
 #include <cstdio>
@@ -37,5 +36,3 @@ inline bool home_directory(char* buffer, size_t size)
 }
 
 } // namespace tova::platform
-
-#endif

@@ -1,11 +1,10 @@
-/// The contract between the portability layer and an operating system: what POSIX leaves open, and nothing else.
-///
-/// One folder beside this file fills it per system; CMake chooses the folder. Not installed.
-///
-/// What holds for every call: any thread may call at any time, before tova_initialize() and after tova_shutdown() too.
-/// No call takes a lock of the library, keeps state that a caller could see, logs or aborts; failures are results.
-#ifndef LUMO_TOVA_PLATFORM_PLATFORM_H
-#define LUMO_TOVA_PLATFORM_PLATFORM_H
+// The contract between the portability layer and an operating system: what POSIX leaves open, and nothing else.
+//
+// One folder beside this file fills it per system; CMake chooses the folder. Not installed.
+//
+// What holds for every call: any thread may call at any time, before tova_initialize() and after tova_shutdown() too.
+// No call takes a lock of the library, keeps state that a caller could see, logs or aborts; failures are results.
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -56,5 +55,3 @@ void expect_large_use(void* memory, size_t size);
 int open_socket(int family, int type, int protocol);
 
 } // namespace tova::platform
-
-#endif

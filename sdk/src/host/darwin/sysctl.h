@@ -1,5 +1,4 @@
-/// @file
-/// Reading the kernel's sysctl values, which carry most of this system's facts.
+// Reading the kernel's sysctl values, which carry most of this system's facts.
 #pragma once
 
 #include <sys/sysctl.h>

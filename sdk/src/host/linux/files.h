@@ -1,5 +1,4 @@
-/// @file
-/// The kernel's small text files, read without allocating.
+// The kernel's small text files, read without allocating.
 #pragma once
 
 #include <cstddef>

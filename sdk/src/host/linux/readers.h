@@ -1,6 +1,5 @@
-/// @file
-/// The Linux facts that are read from files. Each reader takes the folder that holds /proc and /sys, so that samples of
-/// other machines can be read too: "" is the machine itself.
+// The Linux facts that are read from files. Each reader takes the folder that holds /proc and /sys, so that samples of
+// other machines can be read too: "" is the machine itself.
 #pragma once
 
 #include <string_view>
