@@ -2,6 +2,8 @@
 
 #include "lumo/own/json_elements.h"
 
+#include <algorithm>
+
 namespace lumo {
 
 // Set once per level instead of being put together for each of its many members. Lines of the outermost level, which
