@@ -1,6 +1,5 @@
 // The log's lock, and its guard for each append.
-#ifndef ANALYTICSSDK_LOGLOCK_H
-#define ANALYTICSSDK_LOGLOCK_H
+#pragma once
 
 #include "lumo/mutex.h"
 #include "lumo/own/simd.h"
