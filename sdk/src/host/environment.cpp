@@ -46,9 +46,11 @@ answer readers::locale(environment* look_up, text& value)
     return answer::found;
 }
 
+namespace {
+
 // "/usr/share/zoneinfo/posix/Europe/Berlin" is the zone Europe/Berlin; the two folders hold the same zones with and
 // without leap seconds.
-static std::string_view zone_of_path(std::string_view path)
+std::string_view zone_of_path(std::string_view path)
 {
     static constexpr std::string_view folder = "zoneinfo/";
     if (const std::size_t at = path.rfind(folder); at != std::string_view::npos)
@@ -59,7 +61,7 @@ static std::string_view zone_of_path(std::string_view path)
     return path;
 }
 
-static answer zone_of_link(const char* root, text& value)
+answer zone_of_link(const char* root, text& value)
 {
     char path[1024], target[1024];
     tova_sprintf(path, sizeof path, "%s/etc/localtime", root);
@@ -69,6 +71,8 @@ static answer zone_of_link(const char* root, text& value)
     // Without that file it is UTC; a copy of a zone's file has no name in it.
     return errno == ENOENT ? set_text(value, "UTC") : answer::unsupported;
 }
+
+} // namespace
 
 answer readers::linked_zone(const char* root, environment* look_up, text& value)
 {

@@ -1,5 +1,4 @@
-/// @file
-/// Facts that every system of this family tells alike: by environment variables, uname(2) and /etc/localtime.
+// Facts that every system of this family tells alike: by environment variables, uname(2) and /etc/localtime.
 #pragma once
 
 #include <string_view>
