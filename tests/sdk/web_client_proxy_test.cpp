@@ -98,7 +98,7 @@ TEST_P(RealProxies, CarryPlainRequestsAndTunnels)
     EXPECT_LE(1u, proxy->log_count(GetParam().connect +
                                    ("127.0.0.1:" + std::to_string(secure.port())))); // squid: when the tunnel ends
     secure.answer(404);
-    EXPECT_EQ("false 200", posted(secure.url())) << "the status of a tunnel is the proxy's, which is meant";
+    EXPECT_EQ("false 200", posted(secure.url())) << "the status of a tunnel is the proxy's";
     EXPECT_EQ("error 0", queued_post(secure.url())) << "and there is none when the tunnel stood already";
     HeldPort away;
     EXPECT_EQ(std::string("false ") + GetParam().server_away, posted(away.url()));
