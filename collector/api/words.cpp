@@ -3,6 +3,7 @@
 #include "json.h"
 
 #include "intake/percent.h"
+#include "intake/strict_json.h"
 
 #include <algorithm>
 #include <charconv>
@@ -65,10 +66,12 @@ const Word all_words[] = {
 
 std::string take_word(std::string_view name, std::string_view value, Words& words)
 {
+    // As the intake stores texts, so that a name whose bytes are no UTF-8 is found, and every answer is JSON.
+    const std::string text = intake::to_utf8(value);
     for (const Word& word : all_words)
         if (word.name == name)
-            return word.take(value, words) ? std::string() : std::string(name) + " " + word.rule;
-    return "there is no word \"" + std::string(name.substr(0, 40)) + "\"";
+            return word.take(text, words) ? std::string() : std::string(name) + " " + word.rule;
+    return "there is no word \"" + intake::to_utf8(name.substr(0, 40)) + "\"";
 }
 
 std::string read_words(std::string_view query, Words& words)

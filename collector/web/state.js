@@ -4,6 +4,8 @@ import { iso, seconds } from "./dom.js";
 const filterWords = ["application", "version", "name", "installation"];
 const hour = 3600;
 const week = 7 * 24 * hour;
+const longest = 3660 * 24 * hour; // ten years: a mistyped date must not draw a million days
+const longestOfHours = 100 * 24 * hour;
 
 const listeners = [];
 export const onChange = (listener) => listeners.push(listener);
@@ -44,7 +46,7 @@ export function period() {
   const open = time("to") === null;
   const to = Math.ceil((time("to") ?? Date.now() / 1000) / hour) * hour;
   const from = time("from") === null ? to - week : Math.floor(time("from") / hour) * hour;
-  return { from: Math.min(from, to - hour), to, open };
+  return { from: Math.max(Math.min(from, to - hour), to - longest), to, open };
 }
 
 export function setPeriod(from, to) {
@@ -61,9 +63,10 @@ export function query(further = {}, shift = 0) {
 
 export const apiAddress = (name, further, shift) => `/api/${name}?${query(further, shift)}`;
 
-/** The step of the chart: as chosen, else hours for up to eight days. */
+/** The step of the chart: as chosen, else hours for up to eight days; days for what is too long for hours. */
 export function step() {
   const { from, to } = period();
+  if (to - from > longestOfHours) return "day";
   return ["hour", "day"].includes(chosen("step")) ? chosen("step") : to - from <= 8 * 24 * hour ? "hour" : "day";
 }
 

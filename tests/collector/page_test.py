@@ -264,6 +264,13 @@ class Page(unittest.TestCase):
         self.browser.press("?")
         self.assertTrue(self.browser.js("document.querySelector('dialog').open"))
 
+    def test_mistyped_periods_show_what_they_can(self):
+        collector = self.start(events=EVENTS[:5])
+        for words in [{"from": "soon"}, {"from": "0001-01-01"}, {"from": NOW.date(), "to": "2001-01-01"}, {"from": "2001-01-01", "step": "hour"}]:
+            with self.subTest(**words):
+                self.browser.show(collector, **words)
+                self.assertEqual(self.browser.text("#message"), "")
+
     def test_drawing_on_the_chart_sets_the_period(self):
         collector = self.start()
         self.browser.show(collector)
