@@ -46,6 +46,35 @@ const Group text_rows("text", [](Table& table) {
               at_most(0.75, 0.40));
 });
 
+// What a session's own beginning of every event costs, by what it adds to the text of the plain event.
+Figures added_by(const std::function<void(analytics_session*)>& set_up)
+{
+    const Session plain(""), more("");
+    set_up(more.get());
+    const auto logs = [](const Session& session) {
+        return [&session](long times) {
+            for (long i = 0; i < times; ++i)
+                log_event(session.get());
+        };
+    };
+    Figures figures = compare(logs(more), logs(plain));
+    figures.ours -= figures.reference;
+    figures.ratio -= 1;
+    return figures;
+}
+
+const Group beginning_rows("text: stamps and context", [](Table& table) {
+    table.row("four stamps, by what they add", "event text, C interface", added_by([](analytics_session* session) {
+                  analytics_option_set(session, "stamp", "time_ms,sequence,session,event");
+              }),
+              at_most(0.35, 0.25));
+    table.row("ten context members, likewise", "event text, C interface", added_by([](analytics_session* session) {
+                  for (const auto& [name, value] : texts)
+                      analytics_context_string_set(session, name, value);
+              }),
+              at_most(0.35, 0.10));
+});
+
 // An event of so many members, or so deep, without a log file.
 void log_members(analytics_session* session, long members)
 {

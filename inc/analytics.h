@@ -117,7 +117,8 @@ typedef enum analytics_result
     ANALYTICS_NAME_REFUSED = 401, /**< inside an array nothing has a name; also: an object's end in an array */
     ANALYTICS_SYSTEM_VERSION_UNREADABLE = 402, /**< property "os_ver": the system's version could not be read */
     ANALYTICS_UNKNOWN_OPTION = 500,            /**< no option has this key */
-    ANALYTICS_VALUE_REFUSED = 501              /**< not a value that can be taken, or no room for one */
+    ANALYTICS_VALUE_REFUSED = 501,             /**< not a value that can be taken, or no room for one */
+    ANALYTICS_CONTEXT_FULL = 502               /**< the context has as many members as it can */
 } analytics_result;
 
 /**
@@ -242,6 +243,26 @@ ANALYTICS_API uint32_t analytics_float64_add(analytics_session* session, double 
  * @return 0, 100
  */
 ANALYTICS_API uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t length);
+
+/** @} */
+/** @name Context
+ *
+ * Members that every later event of the session begins with, before its own and behind its stamps (option `stamp`): a
+ * user's id, a plan, a screen. At most 64, in the order in which they were first set; what is set while an event is
+ * open counts from the next one. By the thread that builds events. Names and values are copied.
+ */
+/** @{ */
+
+/** Sets a member; a name that is there already gets the new value. @return 0, 100, 400 (null name), 502 */
+ANALYTICS_API uint32_t analytics_context_string_set(analytics_session* session, const char* name, const char* value);
+/** Likewise. @return 0, 100, 400, 502 */
+ANALYTICS_API uint32_t analytics_context_int64_set(analytics_session* session, const char* name, int64_t value);
+/** Likewise, with six significant digits. @return 0, 100, 400, 502 */
+ANALYTICS_API uint32_t analytics_context_float64_set(analytics_session* session, const char* name, double value);
+/** Likewise. @return 0, 100, 400, 502 */
+ANALYTICS_API uint32_t analytics_context_bool_set(analytics_session* session, const char* name, bool value);
+/** Removes a member; one that is not there is no mistake. @return 0, 100, 400 (null name) */
+ANALYTICS_API uint32_t analytics_context_remove(analytics_session* session, const char* name);
 
 /** @} */
 /** @name Properties of the machine

@@ -368,6 +368,33 @@ public:
             analytics_observer_add(m_handle, names[static_cast<int>(what)], forward_to, m_observers.back().get()));
     }
 
+    /// Sets a member that every later event begins with: a text, a number or a bool. @return also result::context_full
+    template <typename Name, typename T>
+    result context(const Name& name, const T& value)
+    {
+        return detail::with_c_text(name, [&](const char* key) {
+            if constexpr (std::is_same_v<T, bool>)
+                return detail::as_result(analytics_context_bool_set(m_handle, key, value));
+            else if constexpr (std::is_floating_point_v<T>)
+                return detail::as_result(analytics_context_float64_set(m_handle, key, static_cast<double>(value)));
+            else if constexpr (std::is_integral_v<T>)
+                return detail::as_result(analytics_context_int64_set(m_handle, key, static_cast<std::int64_t>(value)));
+            else
+                return detail::with_c_text(value, [&](const char* text) {
+                    return detail::as_result(analytics_context_string_set(m_handle, key, text));
+                });
+        });
+    }
+    /// Removes such a member, if it is there.
+    template <typename Name>
+    result remove_context(const Name& name)
+    {
+        return detail::with_c_text(
+            name, [&](const char* key) { return detail::as_result(analytics_context_remove(m_handle, key)); });
+    }
+    /// Has every later event begin with these stamps, all of them by default; see the option `stamp`.
+    result stamp(const char* stamps = "time_ms,sequence,session,event") noexcept { return set_option("stamp", stamps); }
+
     /// Reads a property of the machine. @param value receives it, empty when the result is not ok
     result property(const char* key, std::string& value) const
     {

@@ -43,7 +43,8 @@ enum class result : std::uint32_t
     name_refused = ANALYTICS_NAME_REFUSED,
     system_version_unreadable = ANALYTICS_SYSTEM_VERSION_UNREADABLE,
     unknown_option = ANALYTICS_UNKNOWN_OPTION,
-    value_refused = ANALYTICS_VALUE_REFUSED
+    value_refused = ANALYTICS_VALUE_REFUSED,
+    context_full = ANALYTICS_CONTEXT_FULL
 };
 
 /// The sentence that belongs to a result. Static text, never null.

@@ -22,6 +22,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace AnalyticsSDK {
 
@@ -66,6 +67,10 @@ public:
 
     /// Empties the document for the next use, as new; the memory of its text is kept, within limits.
     void Restart();
+
+    /// Begins anew with members that are ready: the text of an unfinished object with at least one, as ToString() gives
+    /// it.
+    void Resume(std::string_view begun);
 
     /// A copy of the text so far. Of a LogArray these two give the text of its unused object, not of the array: only
     /// root objects are ever converted.

@@ -242,6 +242,32 @@ uint32_t analytics_float64_add(analytics_session* session, double value)
     return AddUnnamed<&LogArray::AddDouble>(session, value);
 }
 
+uint32_t analytics_context_string_set(analytics_session* session, const char* name, const char* value)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.SetContext(name, value); });
+}
+
+uint32_t analytics_context_int64_set(analytics_session* session, const char* name, int64_t value)
+{
+    return With(session,
+                [=](HandleParameters& handle) { return handle.SetContext(name, static_cast<long long>(value)); });
+}
+
+uint32_t analytics_context_float64_set(analytics_session* session, const char* name, double value)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.SetContext(name, value); });
+}
+
+uint32_t analytics_context_bool_set(analytics_session* session, const char* name, bool value)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.SetContext(name, value); });
+}
+
+uint32_t analytics_context_remove(analytics_session* session, const char* name)
+{
+    return With(session, [=](HandleParameters& handle) { return handle.RemoveContext(name); });
+}
+
 uint32_t analytics_log_get(analytics_session* session, char* buffer, size_t length)
 {
     return With(session, [=](HandleParameters& handle) -> uint32_t {
@@ -346,6 +372,7 @@ const char* analytics_result_text(uint32_t code)
         {ANALYTICS_SYSTEM_VERSION_UNREADABLE, "The version of the operating system could not be read."},
         {ANALYTICS_UNKNOWN_OPTION, "There is no option with this key."},
         {ANALYTICS_VALUE_REFUSED, "The value is not one that can be taken, or there is no room for it."},
+        {ANALYTICS_CONTEXT_FULL, "The context has as many members as it can."},
     };
     for (const auto& sentence : sentences)
         if (sentence.code == code)

@@ -40,6 +40,8 @@ public:
     /// @return false, and no change, when the value is refused
     bool SetOption(Option option, const char* value);
     std::string GetOption(Option option) const { return m_options.Text(option); }
+    /// The stamps that an event begins with, as bits.
+    unsigned Stamps() const { return static_cast<unsigned>(m_options[Option::stamp]); }
 
     void LogEvent(const char* name, LogObject* event);
 

@@ -66,6 +66,13 @@ uint32_t HandleParameters::BeginEvent(const char* name)
     if (in_event != 0)
         return ANALYTICS_EVENT_OPEN;
     Push(Frame::object, nullptr); // first: when it runs out of memory, no event is open
+    try {
+        if (const std::string_view begun = m_context.Begin(event_manager.Stamps()); !begun.empty())
+            top->spObject->Resume(begun);
+    } catch (...) {
+        Pop();
+        throw;
+    }
     event_name = name;
     in_event = 1;
     return ANALYTICS_OK;
@@ -162,6 +169,14 @@ uint32_t HandleParameters::AddProperty(const char* key)
     return AddNamed(key, [&](LogObject& object, const char* name) {
         value.isNumber ? object.AddUInt64(name, value.number) : object.AddString(name, value.text);
     });
+}
+
+uint32_t HandleParameters::RemoveContext(const char* name)
+{
+    if (name == nullptr)
+        return ANALYTICS_NAME_REQUIRED;
+    m_context.Remove(name);
+    return ANALYTICS_OK;
 }
 
 // Sending, and what observers receive.

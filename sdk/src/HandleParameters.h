@@ -8,6 +8,7 @@
 
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/LogObject.h"
+#include "Context.h"
 #include "Delivery.h"
 #include "analytics.h"
 #include "lumo/scoped_ptr.h"
@@ -66,6 +67,10 @@ public:
     template <typename Add>
     uint32_t AddUnnamed(Add add);
     uint32_t AddProperty(const char* key);
+    /// Sets a member that every later event begins with.
+    template <typename Value>
+    uint32_t SetContext(const char* name, Value value);
+    uint32_t RemoveContext(const char* name);
 
     uint32_t AddObserver(const char* event, analytics_observer callback, void* context);
     uint32_t Send(bool synchronous);
@@ -94,6 +99,7 @@ private:
     uint32_t CheckName(const char* name) const;
     static void Notify(const Observers& observers, uint32_t value, double amount) noexcept;
 
+    Context m_context; ///< what every event begins with
     uint32_t in_event = 0;
     std::atomic<uint32_t> sending{0}; ///< an asynchronous send is in progress; only for debuggers, nothing reads it
     const char* event_name = nullptr; ///< the host's, not copied
@@ -130,6 +136,14 @@ uint32_t HandleParameters::AddUnnamed(Add add)
         return ANALYTICS_NAME_REQUIRED;
     add(*top->spArray);
     return ANALYTICS_OK;
+}
+
+template <typename Value>
+uint32_t HandleParameters::SetContext(const char* name, Value value)
+{
+    if (name == nullptr)
+        return ANALYTICS_NAME_REQUIRED;
+    return m_context.Set(name, value) ? ANALYTICS_OK : ANALYTICS_CONTEXT_FULL;
 }
 
 /// The value that a size or progress observer gets for an amount: truncated, as the bits of a signed 32-bit number.

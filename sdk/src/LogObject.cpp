@@ -121,6 +121,12 @@ void LogObject::Restart()
         writer->restart();
 }
 
+void LogObject::Resume(std::string_view begun)
+{
+    if (writer)
+        lumo::json_elements::resume(*writer, begun);
+}
+
 std::string LogObject::ToString() const
 {
     return writer ? writer->text : std::string();

@@ -1,5 +1,6 @@
 #include "Options.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <limits>
@@ -43,11 +44,44 @@ constexpr std::array<OptionRow, static_cast<size_t>(Option::count)> table{{
      2,
      {"none", "batch", "event"},
      "What is forced onto the disk: nothing, each sealed batch, each event."},
+    {"stamp",
+     0,
+     0,
+     15,
+     {"time_ms", "sequence", "session", "event"},
+     "Members that every event begins with, any of these with commas between them.",
+     true},
 }};
+
+// The bits of words with commas between them, in any order; none of them for an empty text.
+std::optional<int64_t> BitsOf(const OptionRow& row, std::string_view text)
+{
+    int64_t bits = 0;
+    while (!text.empty()) {
+        const std::string_view word = text.substr(0, text.find(','));
+        const auto place = std::find(row.words.begin(), row.words.end(), word);
+        if (place == row.words.end() || text.size() == word.size() + 1) // a comma with nothing behind it
+            return std::nullopt;
+        bits |= int64_t{1} << (place - row.words.begin());
+        text.remove_prefix(std::min(word.size() + 1, text.size()));
+    }
+    return bits;
+}
+
+std::string WordsOf(const OptionRow& row, int64_t bits)
+{
+    std::string text;
+    for (size_t at = 0; at < row.words.size(); ++at)
+        if ((bits >> at & 1) != 0)
+            text += (text.empty() ? "" : ",") + std::string(row.words[at]);
+    return text;
+}
 
 // The index of a choice's word, or the value of the digits.
 std::optional<int64_t> ValueOf(const OptionRow& row, const char* text)
 {
+    if (row.several)
+        return BitsOf(row, text);
     if (row.words[0] == nullptr)
         return ReadDigits(text);
     for (int64_t place = row.least; place <= row.most; ++place)
@@ -103,6 +137,8 @@ std::string Options::Text(Option option) const
 {
     const OptionRow& row = table[static_cast<size_t>(option)];
     const int64_t value = (*this)[option];
+    if (row.several)
+        return WordsOf(row, value);
     return row.words[0] != nullptr ? row.words[static_cast<size_t>(value)] : std::to_string(value);
 }
 

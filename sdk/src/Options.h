@@ -29,6 +29,7 @@ enum class Option : size_t
     close_ms,
     request_ms,
     sync,
+    stamp,
     count
 };
 
@@ -43,8 +44,9 @@ struct OptionRow
     const char* key;
     int64_t preset;
     int64_t least, most;
-    std::array<const char*, 3> words;
+    std::array<const char*, 4> words;
     const char* sentence;
+    bool several = false; ///< any of the words, with commas between them: the value has a bit for each
 };
 
 class Options

@@ -19,6 +19,12 @@ TEST(SessionOptions, RefuseOtherValuesWithoutAChange)
         {Option::delivery, "", false},
         {Option::delivery, "1", false},
         {Option::sync, "event", true},
+        {Option::stamp, "", true},
+        {Option::stamp, "sequence,event", true},
+        {Option::stamp, "time_ms,", false},
+        {Option::stamp, ",time_ms", false},
+        {Option::stamp, "time_ms, event", false},
+        {Option::stamp, "none", false},
         {Option::sync, nullptr, false},
         {Option::batch_bytes, "4096", true},
         {Option::batch_bytes, "4095", false},
@@ -50,7 +56,10 @@ TEST(SessionOptions, AreTheOnesOfTheDocument)
     for (const OptionRow& row : Options::Table()) {
         std::string values = std::to_string(row.least) + " to " + std::to_string(row.most);
         std::string preset = std::to_string(row.preset);
-        if (row.words[0] != nullptr) {
+        if (row.several) {
+            preset = "-";
+            values = "any of `time_ms`, `sequence`, `session`, `event`";
+        } else if (row.words[0] != nullptr) {
             preset = row.words[static_cast<size_t>(row.preset)];
             values.clear();
             for (int64_t place = row.least; place <= row.most; ++place)

@@ -109,6 +109,9 @@ struct json_elements
         return true;
     }
 
+    /// Starts over with the text of an unfinished document, members already in it.
+    static void resume(json_writer& writer, std::string_view begun) { writer._resume(begun); }
+
     /// A value of each kind behind its name, the general way; here and in the next two.
     static void add_value(json_writer& writer, const char* value)
     {
