@@ -80,7 +80,7 @@ struct Courier::Headers
 };
 
 /// A post in the client's queue. Lives until the client has let go of it.
-class Courier::Queued : public IProgressCallback
+class Courier::Queued final : public IProgressCallback
 {
 public:
     Queued(const Courier& courier, const PostTerms& courierTerms, IProgressCallback& callback)

@@ -230,11 +230,11 @@ Answer Cycle::Ask(const Send& send, BatchRequest& request)
         m_ledger.Enter(answer, sent_ms);
         return answer;
     };
-    const Answer answer = ask();
+    Answer answer = ask();
     if (Judge(answer, request.compressed) != Verdict::plain || m_terms.isOver())
         return answer;
     request.compressed = false;
-    const Answer plain = ask();
+    Answer plain = ask();
     if (Judge(plain, false) == Verdict::taken)
         m_ledger.RefuseCompression();
     return plain;

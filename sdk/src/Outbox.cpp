@@ -97,6 +97,7 @@ Outbox::Found Outbox::List() const
     if (::lstat(OpenPath().c_str(), &file) == 0 && S_ISREG(file.st_mode))
         found.contents.openBytes = static_cast<uint64_t>(file.st_size);
     const std::unique_ptr<DIR, CloseFolder> folder(::opendir(m_folder.c_str()));
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of its own
     while (const dirent* entry = folder ? ::readdir(folder.get()) : nullptr) {
         auto name = ReadFileName(entry->d_name, m_name);
         if (!name || ::fstatat(::dirfd(folder.get()), entry->d_name, &file, AT_SYMLINK_NOFOLLOW) != 0 ||

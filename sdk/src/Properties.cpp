@@ -176,7 +176,7 @@ uint32_t TextOf(const Property& property, char* buffer, unsigned int size)
 {
     if (property.cache != nullptr)
         return static_cast<uint32_t>(property.cache->Get(property.probe, buffer, size));
-    if (property.probe != nullptr)
+    if (property.number == nullptr) // then it has a probe
         return static_cast<uint32_t>(property.probe(buffer, size));
     uint64_t value = 0;
     const int32_t result = property.number(value);
