@@ -121,6 +121,17 @@ Answer funnel(Reading& reading, const Words& words, const Limit& limit)
     return json(Json('{').count("total", steps->size()).raw("rows", rows.end(']')).end('}'));
 }
 
+Answer timeline(Reading& reading, const Words& words, const Limit& limit)
+{
+    const auto rows = reading.timeline(words.query, limit);
+    if (!rows)
+        return failed(rows.fault());
+    if (rows->size() < words.query.limit)
+        return json(table_of(rows->size(), *rows));
+    const auto all = reading.summary(words.query, limit);
+    return all ? json(table_of(all->events, *rows)) : failed(all.fault());
+}
+
 struct Question
 {
     std::string_view path;
@@ -141,8 +152,7 @@ const Question questions[] = {
     {"/api/property", property},
     {"/api/installations", [](Reading& reading, const Words& words,
                               const Limit& limit) { return table(reading.installations(words.query, limit)); }},
-    {"/api/timeline", [](Reading& reading, const Words& words,
-                         const Limit& limit) { return list(reading.timeline(words.query, limit)); }},
+    {"/api/timeline", timeline},
     {"/api/retention", [](Reading& reading, const Words& words,
                           const Limit& limit) { return list(reading.retention(words.query, limit)); }},
     {"/api/funnel", funnel},

@@ -303,6 +303,7 @@ class Page(unittest.TestCase):
         wait_until(lambda: self.browser.rows("timeline"))
         newest = sorted((str(e.at) for e in EVENTS if e.installation == "installation-05"), reverse=True)[:100]
         self.assertEqual([at for at, _ in self.browser.rows("timeline")], newest)
+        self.assertEqual(collector.ask("/api/timeline?installation=installation-05&limit=1&from=2000-01-01")["total"], len(newest))
         self.browser.js("arguments[0].click()", self.browser.button("Forget it", "dialog"))
         self.assertEqual(len(collector.export("--installation", "installation-05")), len(newest), "it asks first")
         self.browser.click(self.browser.button("Forget it for good", "dialog"))
