@@ -149,7 +149,7 @@ std::optional<std::pair<BatchPart, BatchPart>> Batch::Halves(const BatchPart& pa
 {
     const auto content = ContentEnd(part);
     const uint64_t half = part.offset + part.bytes / 2;
-    uint64_t cut = 0, linesBefore = 0;
+    uint64_t cut = 0, lines_before = 0;
     LineCounter counter;
     const bool read = content && Walk(part, [&](uint64_t at, std::string_view piece) {
                           // Any line end is a possible cut if a line precedes it and something follows it.
@@ -164,14 +164,14 @@ std::optional<std::pair<BatchPart, BatchPart>> Batch::Halves(const BatchPart& pa
                               if ((cut != 0 && at > half) || at >= *content)
                                   return false;
                               cut = at;
-                              linesBefore = counter.Lines();
+                              lines_before = counter.Lines();
                           }
                           return true;
                       });
     if (!read || cut == 0)
         return std::nullopt;
     return std::pair(BatchPart{part.offset, cut - part.offset, part.first},
-                     BatchPart{cut, part.offset + part.bytes - cut, part.first + linesBefore});
+                     BatchPart{cut, part.offset + part.bytes - cut, part.first + lines_before});
 }
 
 // A copy of the part under a temporary name: locked, complete and on the disk, not yet sealed.

@@ -38,7 +38,7 @@ OutboxContents KeepInOrder(const Outbox& outbox, const Options& options, Ledger&
     OutboxContents contents = outbox.Tidy();
     outbox.KeepLimits(contents, {std::max(bytes, least_batches_kept * batch), options[Option::outbox_days] * day_ms},
                       [&](uint64_t lines) { ledger.figures.dropped += lines; });
-    if (options.Is(Option::sync, Choice::syncBatch) && !contents.batches.empty()) {
+    if (options.Is(Option::sync, Choice::sync_batch) && !contents.batches.empty()) {
         outbox.Sync(contents, ledger.figures.synced_ms);
         ledger.figures.synced_ms = contents.batches.back().name.SealedAt_ms();
     }

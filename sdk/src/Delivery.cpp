@@ -21,10 +21,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t longestName = 190;           // with what batches add to it, a file's name has at most 255 bytes
-constexpr auto lookDelay = milliseconds(500); // a batch that is sealed by size is sent within a second
-constexpr auto longestWait = milliseconds(60'000);
-constexpr auto forEver = DeliveryClock::time_point::max();
+constexpr size_t longest_name = 190;           // with what batches add to it, a file's name has at most 255 bytes
+constexpr auto look_delay = milliseconds(500); // a batch that is sealed by size is sent within a second
+constexpr auto longest_wait = milliseconds(60'000);
+constexpr auto for_ever = DeliveryClock::time_point::max();
 
 /// A whole upload under way, anywhere in this process: the file that it deletes must not be taken over meanwhile.
 std::atomic<int> wholeUploads{0};
@@ -72,7 +72,7 @@ bool Delivery::UseBatches()
 {
     if (!m_outbox) {
         const std::string log = AbsolutePath(m_strEventLogFilePath);
-        if (log.size() - (log.rfind('/') + 1) > longestName)
+        if (log.size() - (log.rfind('/') + 1) > longest_name)
             return false;
         m_outbox = std::make_unique<Outbox>(log);
         m_openLog = std::make_unique<OpenLog>(*m_outbox, m_options);
@@ -117,7 +117,7 @@ void Delivery::LogEvent(const char* name, LogObject* event)
         if (how == OpenLog::Written::andSealed)
             Tell(sealed);
     } else
-        written = EventLog::Append(m_strEventLogFilePath, line, m_options.Is(Option::sync, Choice::syncEvent));
+        written = EventLog::Append(m_strEventLogFilePath, line, m_options.Is(Option::sync, Choice::sync_event));
     if (!written)
         ++m_ledger.figures.failed;
 }
@@ -136,13 +136,13 @@ bool Delivery::MustEnd() const
     return end != 0 && DeliveryClock::now().time_since_epoch().count() >= end;
 }
 
-PostTerms Delivery::Terms(std::function<bool()> isOver, bool inBatches) const
+PostTerms Delivery::Terms(std::function<bool()> is_over, bool inBatches) const
 {
     const bool compressed = m_options.Is(Option::compress, Choice::gzip) && m_ledger.MayCompress();
     return {.total_ms = static_cast<long>(m_options[Option::request_ms]),
             .compressed = compressed,
             .inBatches = inBatches,
-            .isOver = std::move(isOver)};
+            .isOver = std::move(is_over)};
 }
 
 Answer Delivery::SendBatch(const BatchRequest& request, const PostTerms& terms, bool queued)
@@ -160,10 +160,10 @@ Answer Delivery::SendBatch(const BatchRequest& request, const PostTerms& terms, 
 CycleOutcome Delivery::RunCycle(bool byHost, bool queued, const Moment& end)
 {
     m_openLog->Refresh();
-    const auto isOver = [this, end] { return MustEnd() || DeliveryClock::now() >= end; };
-    PostTerms terms = Terms(isOver, true);
+    const auto is_over = [this, end] { return MustEnd() || DeliveryClock::now() >= end; };
+    PostTerms terms = Terms(is_over, true);
     Cycle cycle(*m_outbox, m_options, m_ledger,
-                {.asked = byHost, .mayTakeOver = InBatches() && MayTakeOver(), .end = end, .isOver = isOver});
+                {.asked = byHost, .mayTakeOver = InBatches() && MayTakeOver(), .end = end, .isOver = is_over});
     return cycle.Run([&](const BatchRequest& request) {
         terms.compressed = request.compressed;
         return SendBatch(request, terms, queued);
@@ -173,7 +173,7 @@ CycleOutcome Delivery::RunCycle(bool byHost, bool queued, const Moment& end)
 // One upload of the default mode. `evenEmpty`: a host that asks for one gets a request, also when no event is waiting.
 Delivery::Sent Delivery::SendWhole(bool evenEmpty, const PostTerms& terms, long* status)
 {
-    const WholeUpload underWay;
+    const WholeUpload under_way;
     std::string text;
     unsigned long size = 0; // the file's, and what decides: blanks alone are sent too, and then deleted
     // A file that could not be read ends it: its success would delete what was never sent.
@@ -224,7 +224,7 @@ Delivery::Sent Delivery::SendAll(const Moment& end)
 
 Delivery::Sent Delivery::Send()
 {
-    return MaySend() ? SendAll(forEver) : Sent::failed;
+    return MaySend() ? SendAll(for_ever) : Sent::failed;
 }
 
 Delivery::Sent Delivery::SendFor(uint32_t wait_ms)
@@ -246,7 +246,7 @@ Delivery::Sent Delivery::SendFor(uint32_t wait_ms)
 
 bool Delivery::QueueWhole(bool compressed)
 {
-    const auto underWay = std::make_shared<WholeUpload>();
+    const auto under_way = std::make_shared<WholeUpload>();
     std::string text;
     unsigned long size = 0;
     if (!ReadPendingEvents(text, size) || !MaySend())
@@ -256,7 +256,7 @@ bool Delivery::QueueWhole(bool compressed)
     const uint64_t lines = CountLines(text);
     const auto form = UploadForm(GetUniqueId(), m_strApplicationVersion, std::move(text));
     return m_courier.Queue(m_strServerUrl, form, terms, m_observers,
-                           [this, underWay, lines, sent_ms = Now_ms()](const Answer& answer) {
+                           [this, under_way, lines, sent_ms = Now_ms()](const Answer& answer) {
                                m_ledger.Enter(answer, sent_ms);
                                if (AnalyticsSDK::Judge(answer, false) == Verdict::taken)
                                    m_ledger.figures.delivered += lines;
@@ -285,13 +285,13 @@ bool Delivery::SendPlainAfter(long status)
 // On the worker, through the client's queue. The observers hear of its end where they hear of everything.
 void Delivery::SendAsked()
 {
-    const CycleOutcome outcome = RunCycle(true, true, forEver);
+    const CycleOutcome outcome = RunCycle(true, true, for_ever);
     bool taken = outcome.allTaken;
     long status = outcome.status;
     if (!InBatches()) {
-        long wholeStatus = 0;
-        const bool whole = SendWhole(true, Terms([this] { return MustEnd(); }, false), &wholeStatus) == Sent::all;
-        status = taken ? wholeStatus : status;
+        long whole_status = 0;
+        const bool whole = SendWhole(true, Terms([this] { return MustEnd(); }, false), &whole_status) == Sent::all;
+        status = taken ? whole_status : status;
         taken = taken && whole;
     }
     m_courier.CallThere([=, this] { m_ended(taken, status); }, [this] { return MustEnd(); });
@@ -345,7 +345,7 @@ uint32_t Delivery::Wait_ms() const
     const Moment due = m_lookAt ? std::min(*m_lookAt, Next()) : Next();
     const auto wait = std::chrono::ceil<milliseconds>(due - DeliveryClock::now());
     // The system's waits go by a clock that can be set.
-    const auto most = m_batches ? longestWait : milliseconds(std::numeric_limits<int32_t>::max());
+    const auto most = m_batches ? longest_wait : milliseconds(std::numeric_limits<int32_t>::max());
     return static_cast<uint32_t>(std::clamp(wait, milliseconds(0), most).count());
 }
 
@@ -374,7 +374,7 @@ void Delivery::Turn(unsigned news)
     if ((news & rescheduled) != 0)
         SetNext(AfterInterval());
     if ((news & sealed) != 0 && !m_lookAt)
-        m_lookAt = DeliveryClock::now() + lookDelay;
+        m_lookAt = DeliveryClock::now() + look_delay;
     if ((news & asked) != 0)
         SendAsked();
     const auto now = DeliveryClock::now();
@@ -405,7 +405,7 @@ void Delivery::Process()
     m_lookAt.reset();
     bool taken = true;
     if (m_batches.load() != nullptr)
-        taken = RunCycle(false, false, forEver).allTaken;
+        taken = RunCycle(false, false, for_ever).allTaken;
     if (!InBatches())
         taken = SendWhole(false, Terms([this] { return MustEnd(); }, false)) == Sent::all && taken;
     if (!taken)

@@ -21,7 +21,7 @@ constinit LastingMutex lock;
 [[maybe_unused]] static const struct LockStart
 {
     LockStart() { new (&lock.mutex) lumo::mutex(lumo::mutex::recursive); }
-} lockStart TOVA_BEFORE_THE_HOST;
+} lock_start TOVA_BEFORE_THE_HOST;
 
 namespace {
 
@@ -48,7 +48,7 @@ void RenewInChild()
 {
     new (&lock.mutex) lumo::mutex(lumo::mutex::recursive);
 }
-[[maybe_unused]] const int forkHandlers = pthread_atfork(LockBeforeFork, UnlockInParent, RenewInChild);
+[[maybe_unused]] const int fork_handlers = pthread_atfork(LockBeforeFork, UnlockInParent, RenewInChild);
 
 FileDescriptor OpenForAppend(const std::string& path)
 {
@@ -137,10 +137,10 @@ bool Append(const std::string& path, std::string_view line, bool synced)
     if (!file)
         return false;
     const off_t end = ::lseek(file.Get(), 0, SEEK_END);
-    const bool midLine = EndsInMidLine(file, hash, end);
-    const bool written = midLine ? WriteWhole(file, std::string("\n").append(line)) : WriteWhole(file, line);
+    const bool mid_line = EndsInMidLine(file, hash, end);
+    const bool written = mid_line ? WriteWhole(file, std::string("\n").append(line)) : WriteWhole(file, line);
     lastAppend.path = hash;
-    lastAppend.end = written && end >= 0 ? end + midLine + static_cast<off_t>(line.size()) : -1;
+    lastAppend.end = written && end >= 0 ? end + mid_line + static_cast<off_t>(line.size()) : -1;
     if (written && synced)
         static_cast<void>(Uninterrupted([&] { return ::fsync(file.Get()); }));
     return written;

@@ -9,11 +9,11 @@ namespace AnalyticsSDK {
 
 bool Gzip(std::string_view text, std::string& packed)
 {
-    constexpr int asGzip = 15 + 16; // the largest window, and gzip's header rather than zlib's
-    constexpr int memoryLevel = 8;
+    constexpr int as_gzip = 15 + 16; // the largest window, and gzip's header rather than zlib's
+    constexpr int memory_level = 8;
     constexpr size_t most = std::numeric_limits<uInt>::max() / 2;
     z_stream stream{};
-    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, asGzip, memoryLevel, Z_DEFAULT_STRATEGY) != Z_OK)
+    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, as_gzip, memory_level, Z_DEFAULT_STRATEGY) != Z_OK)
         return false;
     packed.resize(deflateBound(&stream, text.size()));
     size_t made = 0;

@@ -28,7 +28,7 @@ void CloseHeldFilesInChild()
     }
     heldFiles = nullptr;
 }
-[[maybe_unused]] static const int forkHandler = pthread_atfork(nullptr, nullptr, CloseHeldFilesInChild);
+[[maybe_unused]] static const int fork_handler = pthread_atfork(nullptr, nullptr, CloseHeldFilesInChild);
 
 bool HeldFile::Open(const std::string& path, int flags, mode_t mode)
 {

@@ -84,8 +84,8 @@ std::vector<BatchName> Ledger::Order(const OutboxContents& contents, bool all)
         const auto record = m_records.find(batch.name);
         if (record != m_records.end() && record->second.taken)
             continue;
-        const bool isAside = record != m_records.end() && record->second.asideUntil;
-        if (!isAside)
+        const bool is_aside = record != m_records.end() && record->second.asideUntil;
+        if (!is_aside)
             order.push_back(batch.name);
         else if (all || *record->second.asideUntil <= now)
             aside.push_back(batch.name);

@@ -147,7 +147,7 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
         return Step::failed;
     }
     m_end = end + size;
-    if (m_options.Is(Option::sync, Choice::syncEvent))
+    if (m_options.Is(Option::sync, Choice::sync_event))
         static_cast<void>(Uninterrupted([this] { return ::fsync(m_file.Get()); }));
     return Step::written;
 }

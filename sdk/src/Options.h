@@ -35,7 +35,7 @@ enum class Option : size_t
 
 /// Places of words in their rows.
 namespace Choice {
-inline constexpr int64_t batches = 1, gzip = 1, yes = 1, syncBatch = 1, syncEvent = 2;
+inline constexpr int64_t batches = 1, gzip = 1, yes = 1, sync_batch = 1, sync_event = 2;
 }
 
 /// One option. A choice has words, and its value is the index of one of them; a number has none.

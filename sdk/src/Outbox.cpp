@@ -60,12 +60,12 @@ bool Seal(const std::string& path, const std::string& log, int wait_ms, bool (*w
 bool SealHeld(const HeldFile& file, const struct stat& now, const std::string& path, const std::string& log)
 {
     const std::string id = BatchName::NewId();
-    const bool wasSealed = IsSealed(now);
-    if (id.empty() || (!wasSealed && ::fchmod(file.Get(), now.st_mode & 0555) != 0))
+    const bool was_sealed = IsSealed(now);
+    if (id.empty() || (!was_sealed && ::fchmod(file.Get(), now.st_mode & 0555) != 0))
         return false;
     if (std::rename(path.c_str(), FileOf(log, {id, 0}, BatchKind::batch).c_str()) == 0)
         return true;
-    static_cast<void>(::fchmod(file.Get(), wasSealed ? now.st_mode | S_IWUSR : now.st_mode & 07777));
+    static_cast<void>(::fchmod(file.Get(), was_sealed ? now.st_mode | S_IWUSR : now.st_mode & 07777));
     return false;
 }
 
@@ -134,8 +134,8 @@ OutboxContents Outbox::Tidy() const
     });
     std::erase_if(found.contents.batches, [&](const OutboxContents::Waiting& waiting) {
         std::unique_ptr<Batch> batch;
-        const bool isDropped = std::binary_search(dropped.begin(), dropped.end(), waiting.name);
-        if (waiting.bytes != 0 && !isDropped)
+        const bool is_dropped = std::binary_search(dropped.begin(), dropped.end(), waiting.name);
+        if (waiting.bytes != 0 && !is_dropped)
             return false;
         if (Batch::Claim(m_log, waiting.name, BatchKind::batch, 0, batch) == Batch::Claimed::yes)
             batch->Delete();

@@ -64,12 +64,12 @@ constinit union Caches
         for (CachedText& text : caches.texts)
             new (&text) CachedText;
     }
-} cachesStart TOVA_BEFORE_THE_HOST;
+} caches_start TOVA_BEFORE_THE_HOST;
 constinit CachedText& cpu = caches.texts[0];
 constinit CachedText& cpuClock = caches.texts[1];
 
 // In a child forked while another thread held the lock it would stay locked for ever.
-[[maybe_unused]] const int forkHandlers = pthread_atfork(
+[[maybe_unused]] const int fork_handlers = pthread_atfork(
     [] {
         cpu.LockBeforeFork();
         cpuClock.LockBeforeFork();

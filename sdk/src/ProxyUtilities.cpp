@@ -41,8 +41,8 @@ CProxyManager::~CProxyManager() = default;
 
 bool CProxyManager::GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInfo)
 {
-    const bool isNew = !spProxyInfo;
-    if (isNew)
+    const bool is_new = !spProxyInfo;
+    if (is_new)
         spProxyInfo.Reset(new CProxyInfo);
     tova_assert(spProxyInfo.Get());
     if (IsEmpty(url))
@@ -56,7 +56,7 @@ bool CProxyManager::GetProxy(const char* url, scoped_ptr<CProxyInfo>& spProxyInf
         return true;
     }
     // A record that is not new keeps its lists, so that a retry goes on where the attempt before it failed.
-    if (isNew && !GetProxyInfoForUrl(url, spProxyInfo.Get()))
+    if (is_new && !GetProxyInfoForUrl(url, spProxyInfo.Get()))
         return false;
     // Only the cache sets the flag; the header says why candidates wait for that.
     if (!spProxyInfo->bUseProxy)
@@ -153,9 +153,9 @@ bool GetProxyInfoForUrl(const char* url, CProxyInfo* info)
     if (IsEmpty(url) || info == nullptr || !lumo::proxy::get_for_url(url, proxies, bypass))
         return false;
     TokenizeProxyString(proxies.c_str(), info->vProxies);
-    bool isLocalBypassed = false;
-    TokenizeProxyBypassString(bypass.c_str(), info->vBypass, isLocalBypassed);
-    info->bBypassLocal = isLocalBypassed;
+    bool is_local_bypassed = false;
+    TokenizeProxyBypassString(bypass.c_str(), info->vBypass, is_local_bypassed);
+    info->bBypassLocal = is_local_bypassed;
     return true;
 }
 

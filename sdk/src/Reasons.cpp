@@ -9,7 +9,7 @@ constexpr struct
 {
     long status;
     const char* sentence;
-} byStatus[] = {
+} by_status[] = {
     {401, "The server asks for a login (401); look at the address."},
     {403, "The server refuses these events (403); look at the address and at what the server knows of this host."},
     {404, "The server does not know the address (404); look at its path."},
@@ -25,7 +25,7 @@ constexpr struct
 {
     long result;
     const char* sentence;
-} byResult[] = {
+} by_result[] = {
     {CURLE_URL_MALFORMAT, "The address cannot be understood; give a whole one with http or https."},
     {CURLE_UNSUPPORTED_PROTOCOL, "The address is neither http nor https; give one that is."},
     {CURLE_COULDNT_RESOLVE_PROXY, "The proxy's name was not found; look at the proxy and at the network."},
@@ -49,12 +49,12 @@ std::string ReasonOf(const Failure& failure)
     if (failure.result == CURLE_SSL_CACERT_BADFILE)
         return "There is no certificate file at " + failure.certificates +
                "; put the authorities there, or name another file.";
-    for (const auto& row : byStatus)
+    for (const auto& row : by_status)
         if (row.status == failure.status)
             return row.sentence;
     if (failure.status >= 300)
         return "The server answered " + std::to_string(failure.status) + "; look at the server.";
-    for (const auto& row : byResult)
+    for (const auto& row : by_result)
         if (row.result == failure.result)
             return row.sentence;
     return "The request failed (" + failure.words + "); it is tried again later.";

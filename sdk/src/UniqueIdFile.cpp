@@ -53,9 +53,9 @@ bool WriteInPlace(const std::string& path, const std::string& id)
 /// is part of every line.
 bool ReadId(const FileDescriptor& file, std::string& id)
 {
-    constexpr size_t mostBytes = 64 * 1024;
+    constexpr size_t most_bytes = 64 * 1024;
     char piece[4096];
-    while (id.size() < mostBytes) {
+    while (id.size() < most_bytes) {
         const ssize_t got = file.Read(piece, sizeof piece);
         if (got <= 0)
             return got == 0 && !id.empty(); // an empty file holds no id, not even an empty one
