@@ -305,7 +305,10 @@ void add_serve(CLI::App& program, int& status)
     const auto settings = std::make_shared<Settings>();
     CLI::App* command = program.add_subcommand("serve", "Takes uploads and shows them, until it is told to end.");
     add_settings(*command, *settings);
-    command->callback([settings, &status] { status = serve(*settings); });
+    command->callback([command, settings, &status] {
+        read_config(*command, settings->config);
+        status = serve(*settings);
+    });
 }
 
 } // namespace commands

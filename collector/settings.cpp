@@ -64,8 +64,23 @@ void add_settings(CLI::App& command, Settings& settings)
     add(command, "--retain", settings.retain, "age at which events go, such as 90d")->check(age);
     add(command, "--retain-rollups", settings.retain_rollups, "age at which the daily figures go")->check(age);
     add(command, "--log", settings.log, "format of the log on standard error")->check(CLI::IsMember({"text", "json"}));
-    command.set_config("--config", "", "a file with these options, one NAME=VALUE a line")
-        ->envname("ANALYTICS_COLLECTOR_CONFIG");
+    add(command, "--config", settings.config, "a file with these options, one NAME=VALUE a line");
+}
+
+// CLI11 reads such a file itself for the main command alone, and has it count before variables.
+void read_config(CLI::App& command, const std::string& file)
+{
+    if (file.empty())
+        return;
+    for (const CLI::ConfigItem& line : CLI::ConfigTOML().from_file(file)) {
+        CLI::Option* option = line.parents.empty() ? command.get_option_no_throw("--" + line.name) : nullptr;
+        if (option == nullptr || line.name == "config")
+            throw CLI::ConfigError(file + ": there is no option " + line.fullname());
+        if (option->count() != 0)
+            continue;
+        option->add_result(line.inputs);
+        option->run_callback();
+    }
 }
 
 std::string default_store()

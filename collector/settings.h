@@ -17,6 +17,7 @@ struct Settings
     std::string keys, users, tokens;
     std::string tls_certificate, tls_key;
     std::string log = "text";
+    std::string config;
     std::string retain, retain_rollups;
     std::vector<std::string> proxies, hosts;
     http::ServerLimits server;
@@ -27,6 +28,8 @@ struct Settings
 /// Adds the options of `serve` to a command. Each is also ANALYTICS_COLLECTOR_NAME in the environment, NAME in capitals
 /// with _ for -, and a line of the file that --config names; an option counts before a variable, that before the file.
 void add_settings(CLI::App& command, Settings& settings);
+/// Reads that file, when one is named, for the options that are not set yet. @throws CLI::ParseError
+void read_config(CLI::App& command, const std::string& file);
 
 /// The store's file where none is named: that of the service when its folder says so ($STATE_DIRECTORY), else
 /// $XDG_STATE_HOME/analytics/events.db, $HOME/.local/state standing in for that variable.

@@ -214,7 +214,7 @@ awaitable<void> write_feed(Connection& connection, Answer& answer, unsigned vers
         text = chunk(text);
         open = co_await write_text(connection, text);
         lowest_of(connection.stream).expires_never();
-        if ((text = feed->take()).empty()) {
+        if ((text = feed->take()).empty() && !server.stopping) {
             timer->expires_after(std::chrono::seconds(15));
             Error woken;
             co_await timer->async_wait(asio::redirect_error(asio::use_awaitable, woken));

@@ -33,16 +33,17 @@ struct Server::State
 
     const ServerLimits limits;
     std::vector<std::string> proxies;
-    boost::asio::io_context io{1};
     Budget budget;
     ServerCounts counts;
     std::unique_ptr<Tls> tls;
-    std::list<Listener> listeners;
     std::unordered_map<std::string, unsigned> by_client;
     std::list<boost::beast::tcp_stream*> idle; ///< connections between two requests, which stop() ends at once
     std::list<std::shared_ptr<Feed>> feeds;
-    boost::asio::thread_pool long_answers; ///< makes the pieces of long answers
     bool stopping = false;
+    /// Its end destroys the coroutines of connections that were cut at the end of the leave, and those use all above.
+    boost::asio::io_context io{1};
+    std::list<Listener> listeners;
+    boost::asio::thread_pool long_answers; ///< makes the pieces of long answers
     std::unique_ptr<boost::asio::steady_timer> leave_timer;
 };
 

@@ -96,13 +96,18 @@ std::optional<Answer> Uploads::look(const Request& head)
     return std::nullopt;
 }
 
+static Answer unknown_key()
+{
+    return sentence(403, "this key is not known");
+}
+
 std::optional<Answer> Uploads::look_at_key(const Request& head)
 {
     const bool has_key = head.path.compare(0, key_path.size(), key_path) == 0;
     if (has_key != m_keys.configured() || (!has_key && head.path != "/events"))
         return sentence(404, "there is nothing at this address");
     if (has_key && !m_keys.application(head.path.substr(key_path.size())))
-        return sentence(403, "this key is not known");
+        return unknown_key();
     return std::nullopt;
 }
 
@@ -165,6 +170,8 @@ void Uploads::take(Job& job)
         intake::check_headers(text_of(request, "content-type"), text_of(request, "content-encoding"), job.encoding);
         if (m_keys.configured()) {
             job.application = m_keys.application(request.path.substr(key_path.size()));
+            if (!job.application) // it was taken away while the body came
+                return job.reply(refuse(unknown_key()));
             if (job.application == "*")
                 job.application.reset();
         }
