@@ -39,12 +39,12 @@ def wait_until(condition, seconds=20):
 class Collector:
     """The running program; `stop` ends it as its service would."""
 
-    def __init__(self, folder, *options):
+    def __init__(self, folder, *options, log=None, command=(PROGRAM,)):
         self.store = os.path.join(folder, "events.db")
-        self.log = open(os.path.join(folder, "log"), "a+", encoding="utf-8")
-        words = [PROGRAM, "serve", "--store", self.store, "--disk-reserve", "0"]
-        if "--listen" not in options:
-            words += ["--listen", "127.0.0.1:0"]
+        self.log = open(log or os.path.join(folder, "log"), "a+", encoding="utf-8")
+        words = [*command, "serve", "--store", self.store]
+        for option, value in [("--listen", "127.0.0.1:0"), ("--disk-reserve", "0")]:
+            words += [] if option in options else [option, value]
         self.process = subprocess.Popen(words + list(options), stdout=subprocess.PIPE, stderr=self.log, text=True)
         lines = [self.process.stdout.readline() for _ in range(2)]
         found = [re.match(r"(?:uploads|page) at https?://(?:\S+):(\d+)/", text) for text in lines]

@@ -1,4 +1,5 @@
 // What a store throws away, copies, and refuses to open.
+// Labels: threads
 #include "stores.h"
 
 #include "store/writer.h"
