@@ -136,7 +136,7 @@ with tempfile.TemporaryDirectory() as scratch:
     (home / "analytics" / "build" / "release").symlink_to(build)
     check_tables()
     check_header("analytics.h", "c", " * ")
-    check_header("analytics.hpp", "cpp", "/// ")
+    check_header("analytics.hpp", "cpp", "// ")
     for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
         check_document(document)
 print("\n".join(failures) or "every block holds: " + ", ".join(f"{n} {kind}" for kind, n in sorted(counts.items())))
