@@ -19,6 +19,7 @@ enum exit_status : int
 void add_log(CLI::App& program, int& status);
 void add_show(CLI::App& program, int& status);
 void add_send(CLI::App& program, int& status);
+void add_forget(CLI::App& program, int& status);
 void add_properties(CLI::App& program, int& status);
 
 } // namespace commands

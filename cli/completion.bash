@@ -5,14 +5,15 @@ _analytics() {
         bios uuid tz system system_version kernel machine processors memory_bytes memory_available_bytes disk_bytes
         disk_free_bytes locale time_zone desktop display virtualized boot_seconds"
     case $COMP_CWORD:$word:$previous in
-    1:*) choices="log show send properties help --help --version" ;;
+    1:*) choices="log show send forget properties help --help --version" ;;
     *:--file | *:--id-file | *:--certificates) files=yes ;;
     *:--property) choices=$keys ;;
     *:--url | *:--id | *:--app | *:--app-version) ;;
     *:log:*) choices="--file --id-file --app --app-version --property --help" ;;
     *:show:*) choices="--json --wide --help" files=yes ;;
     *:send:*) choices="--url --id --app-version --certificates --keep --batches --wait --help" files=yes ;;
-    *:help:*) choices="log show send properties" ;;
+    *:forget:*) choices="--id-file --help" files=yes ;;
+    *:help:*) choices="log show send forget properties" ;;
     *:properties:*) choices="$keys --json --help" ;;
     esac
     # Options only after "-": behind "show" and "send" a file is more likely.

@@ -22,7 +22,8 @@ int refuse_word(const std::string& first)
     std::string what = "it takes a word that says what to do";
     if (!first.empty())
         what = (first[0] == '-' ? "there is no option \"" : "there is no word \"") + first + "\"";
-    return refuse(what, "The words are log, show, send, properties and help; \"analytics help WORD\" explains one.");
+    return refuse(what,
+                  "The words are log, show, send, forget, properties and help; \"analytics help WORD\" explains one.");
 }
 
 void add_help(CLI::App& program, int& status)
@@ -52,6 +53,7 @@ int run(int argc, char** argv)
     commands::add_log(program, status);
     commands::add_show(program, status);
     commands::add_send(program, status);
+    commands::add_forget(program, status);
     commands::add_properties(program, status);
     add_help(program, status);
     try {

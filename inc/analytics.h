@@ -108,6 +108,7 @@ typedef enum analytics_result
     ANALYTICS_SEND_ADDRESS_TOO_LONG = 204,  /**< observers: the server found the address too long (414) */
     ANALYTICS_UNKNOWN_OBSERVER_EVENT = 205, /**< not "complete", "error", "size" or "progress" */
     ANALYTICS_SEND_TIME_OVER = 206,         /**< time ran out while events were still waiting; they are kept */
+    ANALYTICS_SEND_NO_CONSENT = 207,        /**< the user has not consented, see analytics_consent_set() */
     ANALYTICS_EVENT_OPEN = 300,             /**< an event is open already */
     ANALYTICS_NO_EVENT = 301,               /**< no event is open */
     ANALYTICS_NESTED_OPEN = 302,            /**< the event still holds an open object or array */
@@ -344,7 +345,7 @@ ANALYTICS_API uint32_t analytics_observer_add(analytics_session* session, const 
  *
  * @param synchronous not 0: waits for the outcome and calls no observer. 0: returns at once, observers receive the
  * outcome
- * @return 0 (taken, or started), 100, 200 (the file is as it was)
+ * @return 0 (taken, or started), 100, 200 (the file is as it was), 207 (no consent; the events are kept)
  */
 ANALYTICS_API uint32_t analytics_send(analytics_session* session, int synchronous);
 
@@ -352,9 +353,41 @@ ANALYTICS_API uint32_t analytics_send(analytics_session* session, int synchronou
  * As the synchronous analytics_send(), with a time: returns within `wait_ms` and 100 ms more, also while a name look-up
  * hangs. In batches it waits for a server that asks for a pause (Retry-After).
  *
- * @return 0 (all was taken), 100, 200, 206 (time ran out with events still waiting; they are kept)
+ * @return 0 (all was taken), 100, 200, 206 (time ran out with events still waiting; they are kept), 207
  */
 ANALYTICS_API uint32_t analytics_send_for(analytics_session* session, uint32_t wait_ms);
+
+/** @} */
+/** @name Consent */
+/** @{ */
+
+/** What the user has agreed to, see analytics_consent_set(). */
+typedef enum analytics_consent
+{
+    ANALYTICS_CONSENT_GIVEN = 0,   /**< events are written and sent; so it is until the host says otherwise */
+    ANALYTICS_CONSENT_UNKNOWN = 1, /**< events are written and wait: nothing is sent */
+    ANALYTICS_CONSENT_REVOKED = 2  /**< nothing is written and nothing sent, and what waits is deleted */
+} analytics_consent;
+
+/**
+ * Says what the user has agreed to. Nothing remembers it: a host says it at each start, before its first event.
+ *
+ * UNKNOWN: nothing is sent by any way until it becomes GIVEN; a transfer under way is ended, its events are kept. In
+ * batches nothing waits longer than the option `outbox_days` meanwhile.
+ *
+ * REVOKED: when this returns, nothing is written any more (the building calls answer as ever, analytics_event_end()
+ * writes nowhere and counts nothing), no request starts, a transfer under way is ended, and no byte is handed to the
+ * operating system; called from an observer, once that returns. The event log file, everything of the outbox and the
+ * unique-id file are deleted; what could not be is told by analytics_last_error(). Consent after that starts with a new
+ * id; an id that the host configured is kept. Other sessions and processes on the same log delete on a call of their
+ * own, until which they write and send.
+ *
+ * Any thread, observers included. It waits for writing and sending that are under way: usually less than 100 ms.
+ * docs/privacy.md has more.
+ *
+ * @return 0, 100, 501 (not one of the three)
+ */
+ANALYTICS_API uint32_t analytics_consent_set(analytics_session* session, analytics_consent consent);
 
 /** @} */
 /** @name Options and figures

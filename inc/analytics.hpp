@@ -324,6 +324,12 @@ public:
         return detail::as_result(analytics_send_for(m_handle, static_cast<std::uint32_t>(bounded.count())));
     }
 
+    /// Says what the user has agreed to, at each start before the first event; see analytics_consent_set().
+    result consent(analytics::consent given) noexcept
+    {
+        return detail::as_result(analytics_consent_set(m_handle, static_cast<analytics_consent>(given)));
+    }
+
     /// Sets an option, see docs/options.md: a word, or a number.
     /// @return also result::unknown_option, result::value_refused
     result set_option(const char* key, const char* value) noexcept

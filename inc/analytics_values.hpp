@@ -34,6 +34,7 @@ enum class result : std::uint32_t
     send_address_too_long = ANALYTICS_SEND_ADDRESS_TOO_LONG,
     unknown_observer_event = ANALYTICS_UNKNOWN_OBSERVER_EVENT,
     send_time_over = ANALYTICS_SEND_TIME_OVER,
+    send_no_consent = ANALYTICS_SEND_NO_CONSENT,
     event_open = ANALYTICS_EVENT_OPEN,
     no_event = ANALYTICS_NO_EVENT,
     nested_open = ANALYTICS_NESTED_OPEN,
@@ -45,6 +46,14 @@ enum class result : std::uint32_t
     unknown_option = ANALYTICS_UNKNOWN_OPTION,
     value_refused = ANALYTICS_VALUE_REFUSED,
     context_full = ANALYTICS_CONTEXT_FULL
+};
+
+/// What the user has agreed to: the values of #analytics_consent.
+enum class consent : std::uint32_t
+{
+    given = ANALYTICS_CONSENT_GIVEN,
+    unknown = ANALYTICS_CONSENT_UNKNOWN,
+    revoked = ANALYTICS_CONSENT_REVOKED
 };
 
 /// The sentence that belongs to a result. Static text, never null.

@@ -60,15 +60,14 @@ static std::string FieldText(const char (&field)[size])
 }
 
 /// The order matters: the id is saved to, or loaded from, the file that was set before.
-static void Configure(EventManager& manager, const analytics_config& config)
+static void Configure(Delivery& manager, const analytics_config& config)
 {
     manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
     manager.SetPidFilePath(FieldText(config.pid_file).c_str());
     manager.SetLogVersion(line_layout_version);
-    if (config.unique_id[0] != '\0') {
-        manager.SetUniqueId(FieldText(config.unique_id).c_str());
-        manager.SaveUniqueIdToFile();
-    } else
+    if (config.unique_id[0] != '\0')
+        manager.UseUniqueId(FieldText(config.unique_id).c_str());
+    else
         manager.InitUniqueId();
     manager.SetApplicationId(FieldText(config.application_id).c_str());
     manager.SetApplicationVersion(FieldText(config.application_version).c_str());
@@ -315,6 +314,15 @@ uint32_t analytics_send_for(analytics_session* session, uint32_t wait_ms)
     return With(session, [=](HandleParameters& handle) { return handle.SendFor(wait_ms); });
 }
 
+// By its bytes: a C host may pass any number, and reading one that the enumeration lacks is undefined in C++.
+uint32_t analytics_consent_set(analytics_session* session, analytics_consent consent)
+{
+    uint32_t number;
+    static_assert(sizeof number == sizeof consent);
+    std::memcpy(&number, &consent, sizeof number);
+    return With(session, [=](HandleParameters& handle) { return handle.SetConsent(number); });
+}
+
 uint32_t analytics_option_set(analytics_session* session, const char* key, const char* value)
 {
     return With(session, [=](HandleParameters& handle) { return handle.SetOption(key, value); });
@@ -362,6 +370,7 @@ const char* analytics_result_text(uint32_t code)
         {ANALYTICS_SEND_ADDRESS_TOO_LONG, "The upload failed: the server found the address too long (414)."},
         {ANALYTICS_UNKNOWN_OBSERVER_EVENT, "Observers can be added for complete, error, size and progress only."},
         {ANALYTICS_SEND_TIME_OVER, "Time ran out while events were still waiting; they are kept."},
+        {ANALYTICS_SEND_NO_CONSENT, "Nothing is sent without the user's consent."},
         {ANALYTICS_EVENT_OPEN, "An event is open already."},
         {ANALYTICS_NO_EVENT, "No event is open."},
         {ANALYTICS_NESTED_OPEN, "An object or array of the event is still open."},

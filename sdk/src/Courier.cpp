@@ -89,6 +89,8 @@ public:
 
     void OnDownloadComplete(const char* item) override
     {
+        if (handle->IsCancelDownload()) // too late: what it brought is no more the host's to hear of
+            return OnDownloadCancel(item);
         if (Hear(handle->nResult))
             End([&] { m_callback.OnDownloadComplete(item); });
     }
@@ -188,6 +190,8 @@ bool Courier::Prepare(CurlEasyHandle& handle, const std::string& url, const Uplo
         curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, std::min(terms.total_ms, connect_most_ms));
         handle.SetTimeout(static_cast<double>(terms.total_ms));
     }
+    if (queued)
+        m_client.spMultiHandle->sockets.Watch(handle);
     headers.handle = &handle;
     headers.inBatches = terms.inBatches;
     curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, Headers::Hear);
@@ -313,6 +317,20 @@ void Courier::CallThere(const std::function<void()>& call, const std::function<b
     m_client.StartDownload();
     while (!*done && !isOver())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
+// The sockets are shut at once, for the client's thread may be in the middle of sending, or in an observer that waits
+// for this. It then takes the transfers out of libcurl, between two turns.
+void Courier::EndQueued()
+{
+    CurlMultiHandle& queue = *m_client.spMultiHandle;
+    queue.CancelAllDownloads();
+    queue.sockets.Shut();
+    queue.Call([this] {
+        for (CurlEasyHandle* handle : m_client.spMultiHandle->GetCancelled())
+            m_client.FinishTransfer(handle, CURLE_WRITE_ERROR);
+    });
+    m_client.StartDownload();
 }
 
 } // namespace AnalyticsSDK

@@ -54,6 +54,9 @@ public:
                std::function<void(const Answer&)> heard);
     /// Runs something on the client's thread and waits until it has, or until `isOver`.
     void CallThere(const std::function<void()>& call, const std::function<bool()>& isOver);
+    /// Ends every post that is in the client's queue: no byte of them is sent any more, and no observer hears of it.
+    /// Any thread, the client's own too; posts that others queue meanwhile may be missed.
+    void EndQueued();
 
 private:
     class Queued;

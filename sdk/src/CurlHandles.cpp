@@ -3,7 +3,12 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "AnalyticsSDK/Identity.h"
 #include "CurlInit.h"
@@ -178,6 +183,54 @@ CurlEasyHandleArray::~CurlEasyHandleArray()
     clear();
 }
 
+namespace {
+
+ino_t NumberOf(curl_socket_t socket)
+{
+    struct stat file;
+    return ::fstat(socket, &file) == 0 ? file.st_ino : 0;
+}
+
+} // namespace
+
+void CurlSockets::Watch(CurlEasyHandle& handle)
+{
+    handle.pSockets = this;
+    curl_easy_setopt(handle.GetHandle(), CURLOPT_SOCKOPTFUNCTION, Opened);
+    curl_easy_setopt(handle.GetHandle(), CURLOPT_SOCKOPTDATA, &handle);
+    curl_easy_setopt(handle.GetHandle(), CURLOPT_CLOSESOCKETFUNCTION, Close);
+    curl_easy_setopt(handle.GetHandle(), CURLOPT_CLOSESOCKETDATA, this); // the connection may outlive its transfer
+}
+
+// Under the lock either Shut() finds the socket, or this sees that the transfer was cancelled before.
+int CurlSockets::Opened(void* handle, curl_socket_t socket, curlsocktype)
+try {
+    const auto& transfer = *static_cast<CurlEasyHandle*>(handle);
+    lumo::scoped_lock hold(transfer.pSockets->lock);
+    if (transfer.IsCancelDownload())
+        return CURL_SOCKOPT_ERROR;
+    transfer.pSockets->open.push_back({socket, NumberOf(socket)});
+    return CURL_SOCKOPT_OK;
+} catch (...) {
+    return CURL_SOCKOPT_ERROR;
+}
+
+int CurlSockets::Close(void* sockets, curl_socket_t socket)
+{
+    auto& own = *static_cast<CurlSockets*>(sockets);
+    lumo::scoped_lock hold(own.lock); // until it is closed: Shut() must not meet the next file of this number
+    std::erase_if(own.open, [=](const Socket& one) { return one.socket == socket; });
+    return ::close(socket);
+}
+
+void CurlSockets::Shut()
+{
+    lumo::scoped_lock hold(lock);
+    for (const Socket& one : open)
+        if (NumberOf(one.socket) == one.number)
+            ::shutdown(one.socket, SHUT_RDWR);
+}
+
 CurlMultiHandle::CurlMultiHandle() : hMulti(curl_multi_init()) {}
 
 // Before the transfers that are in it, which the list destroys after this.
@@ -335,6 +388,15 @@ void CurlMultiHandle::CancelAllDownloads()
     lumo::scoped_lock hold(lock);
     for (CurlEasyHandle* handle : arrHandles)
         handle->CancelDownload();
+}
+
+std::vector<CurlEasyHandle*> CurlMultiHandle::GetCancelled()
+{
+    std::vector<CurlEasyHandle*> cancelled;
+    lumo::scoped_lock hold(lock);
+    std::copy_if(arrHandles.begin(), arrHandles.end(), std::back_inserter(cancelled),
+                 [](const CurlEasyHandle* handle) { return handle->IsCancelDownload(); });
+    return cancelled;
 }
 
 void CurlMultiHandle::GetTimedOutTransfers(std::vector<CurlEasyHandle*>& out)

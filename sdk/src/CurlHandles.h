@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <curl/curl.h>
+#include <sys/types.h>
 
 #include "AnalyticsSDK/IProgressCallback.h"
 #include "AnalyticsSDK/ProxyUtilities.h"
@@ -55,6 +56,8 @@ public:
 
     curl_slist* pList = nullptr;
 };
+
+class CurlSockets;
 
 /// One transfer: libcurl's handle and everything that must live as long as it. Used by one thread at a time; only the
 /// cancel flag may be touched by any.
@@ -115,6 +118,7 @@ public:
     /// Whether the chosen proxy is to be used.
     bool UsesProxy() const { return spProxyInfo && spProxyInfo->bUseProxy; }
 
+    CurlSockets* pSockets = nullptr;    ///< where this transfer's connections are listed
     scoped_ptr<CProxyInfo> spProxyInfo; ///< null until a proxy was asked for
     std::string strPostFields;          ///< body of a form post; libcurl reads it in place
 
@@ -150,6 +154,28 @@ public:
     ~CurlEasyHandleArray();
 };
 
+/// The sockets that queued transfers have opened. Any thread may shut them: what libcurl sends from then on is refused
+/// by the system, wherever its thread is.
+class CurlSockets
+{
+public:
+    /// Makes a transfer's connections known here from now on, and refuses it new ones once it is cancelled.
+    void Watch(CurlEasyHandle& handle);
+    void Shut() LUMO_EXCLUDES(lock);
+
+private:
+    struct Socket
+    {
+        curl_socket_t socket;
+        ino_t number; ///< tells it from another file that has got its descriptor
+    };
+    static int Opened(void* handle, curl_socket_t socket, curlsocktype purpose);
+    static int Close(void* sockets, curl_socket_t socket);
+
+    std::vector<Socket> open LUMO_GUARDED_BY(lock);
+    lumo::mutex lock{lumo::mutex::fast};
+};
+
 /// All queued transfers.
 ///
 /// Two parts with different rules. The list, guarded by the lock, is for any thread: to add, to cancel and to count.
@@ -166,6 +192,8 @@ public:
 
     CURLM* GetHandle() const { return hMulti; }
 
+    CurlSockets sockets; ///< first, as libcurl closes sockets when transfers are destroyed
+
     /// Takes ownership of a transfer and wakes the worker, which adds it to libcurl. Any thread.
     void AddEasyHandle(CurlEasyHandle* handle) LUMO_EXCLUDES(lock);
     CurlEasyHandle* FindEasyHandle(const char* url) LUMO_EXCLUDES(lock);
@@ -176,6 +204,8 @@ public:
     void CancelDownload(const char* url) LUMO_EXCLUDES(lock);
     void CancelDownloadByID(const char* id) LUMO_EXCLUDES(lock);
     void CancelAllDownloads() LUMO_EXCLUDES(lock);
+    /// The transfers that were cancelled and have not ended yet. Worker only.
+    std::vector<CurlEasyHandle*> GetCancelled() LUMO_EXCLUDES(lock);
     /// Ends the worker's wait for activity, or its next one. Any thread.
     void Wake();
 

@@ -12,6 +12,7 @@
 #include "EventLine.h"
 #include "EventLog.h"
 #include "Lines.h"
+#include "UniqueIdFile.h"
 #include "UploadForm.h"
 #include "lumo/tova/event.h"
 #include "lumo/tova/runtime.h"
@@ -25,6 +26,8 @@ constexpr size_t longest_name = 190;           // with what batches add to it, a
 constexpr auto look_delay = milliseconds(500); // a batch that is sealed by size is sent within a second
 constexpr auto longest_wait = milliseconds(60'000);
 constexpr auto for_ever = DeliveryClock::time_point::max();
+constexpr auto consent_look = milliseconds(50);
+constexpr int seal_patience_ms = 100;
 
 /// A whole upload under way, anywhere in this process: the file that it deletes must not be taken over meanwhile.
 std::atomic<int> wholeUploads{0};
@@ -90,6 +93,8 @@ bool Delivery::SetOption(Option option, const char* value)
         (option == Option::delivery && wanted.Is(option, Choice::batches) && !UseBatches()))
         return false;
     m_options.Set(option, value);
+    if (option == Option::consent)
+        SetConsent(static_cast<Consent::State>(m_options[option]));
     if (option == Option::delivery && m_openLog)
         m_batches = m_openLog.get();
     if (option == Option::interval_ms) {
@@ -101,10 +106,72 @@ bool Delivery::SetOption(Option option, const char* value)
     return true;
 }
 
+// Consent.
+
+void Delivery::UseUniqueId(const char* id)
+{
+    m_hasHostsId = true;
+    SetUniqueId(id);
+    SaveUniqueIdToFile();
+}
+
+// A forked child has no other threads that could write or send, and its transfers are its parent's.
+void Delivery::SetConsent(Consent::State state)
+{
+    if (m_consent.Get() == Consent::revoked && state != Consent::revoked)
+        BeginAnew(); // while nobody may use the id
+    m_consent.Set(state);
+    if (state != Consent::given && IsOwnProcess()) {
+        m_consent.WaitForHolders();
+        m_courier.EndQueued();
+    }
+    if (state == Consent::revoked)
+        Forget();
+    if (state == Consent::given && m_options.Is(Option::send_at_start, Choice::yes) && !m_ranOnce)
+        Tell(started);
+}
+
+void Delivery::Forget()
+{
+    DeleteEventLogFile();
+    struct stat file;
+    std::string left;
+    if (::lstat(m_strEventLogFilePath.c_str(), &file) == 0 && S_ISREG(file.st_mode))
+        left = m_strEventLogFilePath;
+    if (!m_strEventLogFilePath.empty()) {
+        const Outbox found(AbsolutePath(m_strEventLogFilePath));
+        if (!(m_outbox ? *m_outbox : found).DeleteAll())
+            left = "the outbox of " + m_strEventLogFilePath;
+    }
+    if (m_openLog)
+        m_openLog->Refresh(); // an open handle would keep the deleted file's events on the disk
+    m_isOldIdKept = !UniqueIdFile::Delete(m_strPidFilePath);
+    if (m_isOldIdKept)
+        left = m_strPidFilePath;
+    if (!left.empty())
+        m_ledger.SetLastError("Consent was revoked, but " + left + " could not be deleted; delete it by hand.");
+}
+
+// After a withdrawn consent: nothing must lead from the new events to the old ones.
+void Delivery::BeginAnew()
+{
+    if (m_hasHostsId)
+        return SaveUniqueIdToFile();
+    SetUniqueId(CreateNewUniqueId().c_str());
+    if (m_isOldIdKept)
+        return;
+    // Made by another process since, the file holds this installation's new id.
+    if (!UniqueIdFile::Create(m_strPidFilePath, m_strUniqueId))
+        LoadUniqueIdFromFile();
+}
+
 // Events.
 
 void Delivery::LogEvent(const char* name, LogObject* event)
 {
+    const auto passage = m_consent.ToWrite();
+    if (!passage)
+        return;
     BeginLine();
     m_pCurrentEvent->element(nullptr, name);
     const std::string_view line = EndLine(event);
@@ -129,9 +196,11 @@ bool Delivery::MayTakeOver() const
     return wholeUploads == 0;
 }
 
-// What is under way at shutdown may go on for a while.
+// What is under way at shutdown may go on for a while, what has lost the user's consent may not.
 bool Delivery::MustEnd() const
 {
+    if (!m_consent.AllowsSending())
+        return true;
     const Moment::rep end = m_closeEnd;
     return end != 0 && DeliveryClock::now().time_since_epoch().count() >= end;
 }
@@ -211,6 +280,9 @@ Delivery::Sent Delivery::SendWhole(bool evenEmpty, const PostTerms& terms, long*
 // What is left of an earlier time in batches goes first, and what becomes of it holds up nothing.
 Delivery::Sent Delivery::SendAll(const Moment& end)
 {
+    const auto passage = m_consent.ToSend();
+    if (!passage)
+        return Sent::noConsent;
     Sent sent = Sent::all;
     if (m_batches.load() && !RunCycle(true, false, end).allTaken)
         sent = Sent::failed;
@@ -219,7 +291,7 @@ Delivery::Sent Delivery::SendAll(const Moment& end)
             SendWhole(true, Terms([this, end] { return MustEnd() || DeliveryClock::now() >= end; }, false));
         sent = whole == Sent::all ? sent : whole;
     }
-    return sent;
+    return sent == Sent::all || m_consent.AllowsSending() ? sent : Sent::noConsent;
 }
 
 Delivery::Sent Delivery::Send()
@@ -233,19 +305,29 @@ Delivery::Sent Delivery::SendFor(uint32_t wait_ms)
     if (!MaySend())
         return Sent::failed;
     for (;;) {
-        if (const Sent sent = SendAll(end); sent == Sent::all)
+        if (const Sent sent = SendAll(end); sent == Sent::all || sent == Sent::noConsent)
             return sent;
         if (DeliveryClock::now() >= end)
             return InBatches() && State().bytesWaiting == 0 ? Sent::all : Sent::timeOver;
         const Moment pause = m_ledger.RetryAfterEnd();
         if (!InBatches() || pause <= DeliveryClock::now())
             return Sent::failed;
-        std::this_thread::sleep_until(std::min(pause, end));
+        Sleep(std::min(pause, end));
     }
+}
+
+// Until a time, or until the consent is withdrawn.
+void Delivery::Sleep(const Moment& until) const
+{
+    for (Moment now; (now = DeliveryClock::now()) < until && m_consent.AllowsSending();)
+        std::this_thread::sleep_until(std::min(until, now + consent_look));
 }
 
 bool Delivery::QueueWhole(bool compressed)
 {
+    const auto passage = m_consent.ToSend();
+    if (!passage)
+        return false;
     const auto under_way = std::make_shared<WholeUpload>();
     std::string text;
     unsigned long size = 0;
@@ -267,7 +349,7 @@ bool Delivery::SendLater()
 {
     if (!m_batches.load())
         return QueueWhole(Terms({}, false).compressed);
-    if (!MaySend() || !m_running || IsShuttingDown())
+    if (!MaySend() || !MaySendByConsent() || !m_running || IsShuttingDown())
         return false;
     Tell(asked);
     return true;
@@ -285,6 +367,9 @@ bool Delivery::SendPlainAfter(long status)
 // On the worker, through the client's queue. The observers hear of its end where they hear of everything.
 void Delivery::SendAsked()
 {
+    const auto passage = m_consent.ToSend();
+    if (!passage)
+        return;
     const CycleOutcome outcome = RunCycle(true, true, for_ever);
     bool taken = outcome.allTaken;
     long status = outcome.status;
@@ -294,6 +379,8 @@ void Delivery::SendAsked()
         status = taken ? whole_status : status;
         taken = taken && whole;
     }
+    if (!MaySendByConsent())
+        return; // cancelled, which observers do not hear of
     m_courier.CallThere([=, this] { m_ended(taken, status); }, [this] { return MustEnd(); });
 }
 
@@ -391,9 +478,9 @@ void Delivery::LookAtOutbox()
 {
     m_lookAt.reset();
     const auto now = DeliveryClock::now();
-    if (now >= m_ledger.BackOffEnd() && now >= m_ledger.RetryAfterEnd())
+    if (now >= m_ledger.BackOffEnd() && now >= m_ledger.RetryAfterEnd() && MaySendByConsent())
         Process();
-    else
+    else if (const auto passage = m_consent.ToWrite())
         KeepInOrder(*m_outbox, m_options, m_ledger);
 }
 
@@ -401,16 +488,40 @@ void Delivery::Process()
 {
     if (IsShuttingDown())
         return;
-    m_ranOnce = true;
     m_lookAt.reset();
+    if (!MaySendByConsent())
+        KeepUnsent();
+    else if (!SendDue())
+        Report(); // to a log of the host's, which may withdraw the consent: no passage is held
+    Schedule();
+}
+
+// False when something could not be sent.
+bool Delivery::SendDue()
+{
+    const auto passage = m_consent.ToSend();
+    if (!passage)
+        return true;
+    m_ranOnce = true;
     bool taken = true;
     if (m_batches.load() != nullptr)
         taken = RunCycle(false, false, for_ever).allTaken;
     if (!InBatches())
         taken = SendWhole(false, Terms([this] { return MustEnd(); }, false)) == Sent::all && taken;
-    if (!taken)
-        Report();
-    Schedule();
+    return taken || !MaySendByConsent();
+}
+
+// A cycle without sending: what waits for the user's consent is sealed, so that it gets an age, and limited as ever.
+void Delivery::KeepUnsent()
+{
+    const auto passage = m_consent.ToWrite();
+    if (!passage || !InBatches() || m_batches.load() == nullptr)
+        return;
+    m_openLog->Refresh();
+    if (MayTakeOver())
+        m_outbox->TakeOver();
+    m_outbox->SealOpen(seal_patience_ms);
+    KeepInOrder(*m_outbox, m_options, m_ledger);
 }
 
 void Delivery::Report()
@@ -448,7 +559,7 @@ DeliveryState Delivery::State() const
     }
     if (!InBatches() && ::stat(m_strEventLogFilePath.c_str(), &file) == 0)
         state.bytesWaiting += static_cast<uint64_t>(file.st_size);
-    if (m_running)
+    if (m_running && MaySendByConsent())
         state.nextRequest_ms =
             Now_ms() +
             std::max<int64_t>(0, std::chrono::duration_cast<milliseconds>(Next() - DeliveryClock::now()).count());

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "AnalyticsSDK/EventManager.h"
+#include "Consent.h"
 #include "Courier.h"
 #include "Cycle.h"
 #include "Ledger.h"
@@ -43,13 +44,18 @@ public:
     /// The stamps that an event begins with, as bits.
     unsigned Stamps() const { return static_cast<unsigned>(m_options[Option::stamp]); }
 
+    /// Uses the host's own id, which a withdrawn consent leaves as it is. Before Init().
+    void UseUniqueId(const char* id);
+    bool MaySendByConsent() const { return m_consent.AllowsSending(); }
+
     void LogEvent(const char* name, LogObject* event);
 
     enum class Sent
     {
         all,
         failed,
-        timeOver ///< with events still waiting
+        timeOver, ///< with events still waiting
+        noConsent
     };
     /// Sends on the calling thread and waits for the outcome.
     Sent Send();
@@ -82,6 +88,10 @@ private:
         rescheduled = 8 ///< the interval was set anew
     };
 
+    void SetConsent(Consent::State state);
+    void Forget();
+    void BeginAnew();
+
     void Tell(unsigned news);
     bool UseBatches();
     bool InBatches() const { return m_options.Is(Option::delivery, Choice::batches); }
@@ -93,11 +103,14 @@ private:
     Answer SendBatch(const BatchRequest& request, const PostTerms& terms, bool queued);
     Sent SendWhole(bool evenEmpty, const PostTerms& terms, long* status = nullptr);
     Sent SendAll(const Moment& end);
+    void Sleep(const Moment& until) const;
     bool QueueWhole(bool compressed);
     void SendAsked();
     void Report();
 
     void Turn(unsigned news);
+    bool SendDue();
+    void KeepUnsent();
     void Schedule();
     void LookAtOutbox();
     void SetNext(Moment next) { m_next = next.time_since_epoch().count(); }
@@ -106,6 +119,8 @@ private:
     uint32_t Wait_ms() const;
 
     Options m_options;
+    Consent m_consent;
+    bool m_hasHostsId = false, m_isOldIdKept = false;
     Ledger m_ledger{m_options};
     IProgressCallback& m_observers;
     Ended m_ended;

@@ -204,19 +204,23 @@ static uint32_t ResultOf(Delivery::Sent sent)
 {
     if (sent == Delivery::Sent::all)
         return ANALYTICS_OK;
+    if (sent == Delivery::Sent::noConsent)
+        return ANALYTICS_SEND_NO_CONSENT;
     return sent == Delivery::Sent::timeOver ? ANALYTICS_SEND_TIME_OVER : ANALYTICS_SEND_FAILED;
 }
 
 uint32_t HandleParameters::Send(bool synchronous)
 {
     // No observer is called: the host waits here for the result. Only SendFor() gives it a time.
-    if (synchronous)
-        return event_manager.Send() == Delivery::Sent::all ? ANALYTICS_OK : ANALYTICS_SEND_FAILED;
+    if (synchronous) {
+        const Delivery::Sent sent = event_manager.Send();
+        return ResultOf(sent == Delivery::Sent::timeOver ? Delivery::Sent::failed : sent);
+    }
     sending = 1; // before the callback can clear it
     if (event_manager.SendLater())
         return ANALYTICS_OK;
     sending = 0;
-    return ANALYTICS_SEND_FAILED;
+    return event_manager.MaySendByConsent() ? ANALYTICS_SEND_FAILED : ANALYTICS_SEND_NO_CONSENT;
 }
 
 uint32_t HandleParameters::SendFor(uint32_t wait_ms)
@@ -305,6 +309,14 @@ void HandleParameters::OnProgressUpdate(const char*, double downloaded, double t
 }
 
 // Options and figures.
+
+uint32_t HandleParameters::SetConsent(uint32_t consent)
+{
+    const auto& words = Options::Table()[static_cast<size_t>(Option::consent)].words;
+    if (consent >= words.size())
+        return ANALYTICS_VALUE_REFUSED;
+    return event_manager.SetOption(Option::consent, words[consent]) ? ANALYTICS_OK : ANALYTICS_VALUE_REFUSED;
+}
 
 uint32_t HandleParameters::SetOption(const char* key, const char* value)
 {

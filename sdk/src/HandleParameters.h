@@ -75,6 +75,7 @@ public:
     uint32_t AddObserver(const char* event, analytics_observer callback, void* context);
     uint32_t Send(bool synchronous);
     uint32_t SendFor(uint32_t wait_ms);
+    uint32_t SetConsent(uint32_t consent);
     uint32_t SetOption(const char* key, const char* value);
     uint32_t GetOption(const char* key, char* value, size_t size) const;
     uint32_t GetStats(analytics_stats* stats, size_t size) const;

@@ -51,6 +51,7 @@ constexpr std::array<OptionRow, static_cast<size_t>(Option::count)> table{{
      {"time_ms", "sequence", "session", "event"},
      "Members that every event begins with, any of these with commas between them.",
      true},
+    {"consent", 0, 0, 2, {"given", "unknown", "revoked"}, "What the user agrees to: all, no sending yet, or nothing."},
 }};
 
 // The bits of words with commas between them, in any order; none of them for an empty text.

@@ -30,6 +30,7 @@ enum class Option : size_t
     request_ms,
     sync,
     stamp,
+    consent,
     count
 };
 

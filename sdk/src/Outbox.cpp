@@ -35,6 +35,11 @@ bool IsOlder(const BatchName& name, int64_t age_ms)
     return sealed >= year2020_ms && sealed <= now && now - sealed > age_ms;
 }
 
+bool Remove(const std::string& path)
+{
+    return ::unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
 struct CloseFolder
 {
     void operator()(DIR* folder) const { ::closedir(folder); }
@@ -142,6 +147,25 @@ OutboxContents Outbox::Tidy() const
         return true; // never sent either way
     });
     return std::move(found.contents);
+}
+
+// The file that is written to goes first: what another session seals or splits meanwhile is found in the next round.
+bool Outbox::DeleteAll() const
+{
+    for (int rounds = 0; rounds < 3; ++rounds) {
+        struct stat file;
+        bool removed = ::lstat(OpenPath().c_str(), &file) != 0 || !S_ISREG(file.st_mode) || Remove(OpenPath());
+        const Found found = List();
+        for (const auto& batch : found.contents.batches)
+            removed = Remove(FileOf(m_log, batch.name, BatchKind::batch)) && removed;
+        for (const BatchName& name : found.contents.dropped)
+            removed = Remove(FileOf(m_log, name, BatchKind::dropped)) && removed;
+        for (const std::string& path : found.temporaries)
+            removed = Remove(path) && removed;
+        if (found.contents.batches.empty() && found.contents.dropped.empty() && found.temporaries.empty())
+            return removed;
+    }
+    return false;
 }
 
 // An empty file that is sealed already must be renamed too: it cannot be written to any more.

@@ -50,6 +50,9 @@ public:
     /// dropped already, invalid `.dropped` files.
     OutboxContents Tidy() const;
 
+    /// Deletes everything of the outbox, whoever has claimed it. @return false when a file could not be deleted
+    bool DeleteAll() const;
+
     /// Seals what was written so far, or finishes a sealing that was begun; nothing when the file is empty or missing.
     /// @return false when a sealing failed: writing then goes on in the same file
     bool SealOpen(int wait_ms) const;

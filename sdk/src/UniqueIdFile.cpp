@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include <sys/stat.h>
+
 #include "AnalyticsSDK/Utilities.h"
 #include "FileDescriptor.h"
 #include "lumo/tova/thread.h"
@@ -97,6 +99,14 @@ bool Create(const std::string& path, const std::string& id)
     const bool taken = !made && errno == EEXIST;
     ::unlink(neighbour.c_str());
     return made || (!taken && WriteInPlace(path, id));
+}
+
+bool Delete(const std::string& path)
+{
+    struct stat file;
+    if (::lstat(path.c_str(), &file) != 0 || !(S_ISREG(file.st_mode) || S_ISLNK(file.st_mode)))
+        return true;
+    return ::unlink(path.c_str()) == 0 || errno == ENOENT;
 }
 
 } // namespace AnalyticsSDK::UniqueIdFile

@@ -17,4 +17,7 @@ bool Load(const std::string& path, std::string& id);
 /// the file cannot be made, and for an empty id.
 bool Create(const std::string& path, const std::string& id);
 
+/// Deletes the file, or the link at that path; devices and folders are left alone. @return false when it is still there
+bool Delete(const std::string& path);
+
 } // namespace AnalyticsSDK::UniqueIdFile

@@ -372,6 +372,20 @@ TEST_F(Command, PrintsThePropertiesOfThisMachine)
     EXPECT_THAT(ended.errors, HasSubstr("nosuch: "));
 }
 
+TEST_F(Command, ForgetsWhatWaitsAndTheIdWhereAsked)
+{
+    for (const bool withId : {false, true}) {
+        ASSERT_EQ(run({"log", "e", "--file", log}).status, 0);
+        std::ofstream(log + ".open") << "[ 3 ]\n";
+        const std::string id = log + ".id";
+        const Ended ended = withId ? run({"forget", log, "--id-file", id}) : run({"forget", log});
+        EXPECT_EQ(ended.output, "nothing of " + log + " waits any more\n") << ended.errors;
+        EXPECT_FALSE(std::ifstream(log).good());
+        EXPECT_FALSE(std::ifstream(log + ".open").good());
+        EXPECT_EQ(std::ifstream(id).good(), !withId);
+    }
+}
+
 TEST_F(Command, ExplainsItsUsage)
 {
     const struct
@@ -395,7 +409,7 @@ TEST_F(Command, ExplainsItsUsage)
     EXPECT_EQ(run({"help"}).output, run({"--help"}).output);
     EXPECT_EQ(run({"--version"}).output, "analytics 1.0.0\n");
     std::string manual = support::read_file(TEST_SOURCE_DIR "/cli/analytics.1");
-    for (const char* word : {"log", "show", "send", "properties", "help"}) {
+    for (const char* word : {"log", "show", "send", "forget", "properties", "help"}) {
         Ended ended = run({word, "--help"});
         EXPECT_EQ(ended.status, 0);
         EXPECT_EQ(run({"help", word}).output, ended.output);
@@ -414,6 +428,7 @@ TEST_F(Command, CompletesWhatIsTypedInBash)
         {"analytics help s", "show send "},
         {"analytics show --j", "--json "},
         {"analytics send --u", "--url "},
+        {"analytics forget --i", "--id-file "},
         {"analytics properties hd", "hd_total hd_free "},
         {"analytics log e --property cpu_", "cpu_clock cpu_usage "},
         {"analytics log e --app ''", " "},

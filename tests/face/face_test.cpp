@@ -118,6 +118,15 @@ TEST_F(Face, AddsEveryTypeByItsKind)
                      R"("map": { "x": 0.5 }, "l": [ { "k": 1 } ] } ])"});
 }
 
+TEST_F(Face, SaysWhatTheUserAgreesTo)
+{
+    analytics::session session(settings());
+    EXPECT_EQ(session.consent(analytics::consent::revoked), result::ok);
+    EXPECT_EQ(session.log("e"), result::ok);
+    EXPECT_EQ(session.send(), result::send_no_consent);
+    EXPECT_EQ(events(), Events{});
+}
+
 TEST_F(Face, LogsAWholeEventInOneLine)
 {
     analytics::session session(settings());
