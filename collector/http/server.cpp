@@ -48,6 +48,17 @@ void Server::run()
     m_state->io.run();
 }
 
+// Ends the wait of stop() as soon as the last connection has gone.
+static void leave_once_empty(Server::State& state, const std::shared_ptr<asio::steady_timer>& timer)
+{
+    if (state.counts.connections == 0) {
+        state.leave_timer->cancel();
+        return;
+    }
+    timer->expires_after(std::chrono::milliseconds(20));
+    timer->async_wait([&state, timer](const Error&) { leave_once_empty(state, timer); });
+}
+
 void Server::stop()
 {
     asio::post(m_state->io, [state = m_state.get()] {
@@ -65,18 +76,7 @@ void Server::stop()
             if (!error && state->counts.connections > 0)
                 state->io.stop();
         });
-        auto watch = std::make_shared<std::function<void()>>();
-        auto timer = std::make_shared<asio::steady_timer>(state->io);
-        *watch = [state, watch, timer] {
-            if (state->counts.connections == 0) {
-                state->leave_timer->cancel();
-                *watch = nullptr;
-                return;
-            }
-            timer->expires_after(std::chrono::milliseconds(20));
-            timer->async_wait([watch](const Error&) { (*watch)(); });
-        };
-        (*watch)();
+        leave_once_empty(*state, std::make_shared<asio::steady_timer>(state->io));
     });
 }
 
