@@ -64,6 +64,7 @@ void add_property(std::string_view key, const store::Value& value, store::Upload
 struct LineParser::Json
 {
     simdjson::dom::parser parser;
+    simdjson::internal::string_builder<> compact; // kept, as it grows anew otherwise with every event
 
     // Empty when the text is an event's line, which then stands in `upload`.
     std::string read(const char* text, size_t size, bool is_padded, store::Upload& upload);
@@ -130,7 +131,9 @@ std::string LineParser::Json::read_members(const element (&members)[g_members], 
     if (type != element_type::NULL_VALUE)
         event.name = keep(name.text, before.name.value_or(std::string_view()), upload);
     event.logged_at = *logged_at;
-    event.members = upload.keep(simdjson::minify(members[6]));
+    compact.clear();
+    compact.append(members[6]);
+    event.members = upload.keep(compact.str());
     event.first_property = static_cast<uint32_t>(upload.properties.size());
     event.other_properties = store::for_each_property(
         object, [&](std::string_view key, const store::Value& value) { add_property(key, value, upload); });

@@ -2,6 +2,8 @@
 #include "line_parser.h"
 #include "strict_json.h"
 
+#include <algorithm>
+
 namespace intake {
 
 namespace {
@@ -47,6 +49,7 @@ void read_text(std::string&& text, const Limits& limits, store::Upload& upload)
     text.resize(size + LineParser::padding);
     std::string& held = upload.hold(std::move(text));
     split(std::string_view(held).substr(0, size), upload);
+    upload.events.reserve(upload.lines.size());
     thread_local LineParser parser; // its memory takes longer to get than some hundred lines to read
     for (store::Line& line : upload.lines) {
         std::string reason = judge(line.text, limits, parser, upload);
