@@ -50,6 +50,18 @@ TEST_P(StoreKeeping, DropsRawEventsButNeitherCountsNorWhatItKnows)
     EXPECT_EQ(write(upload(text, 'C', 0, 0, "i", now * 1000)).events, 10u);
 }
 
+TEST_P(StoreKeeping, GoesOnWhenTheClockIsSetBack)
+{
+    const store::Seconds now = 20000 * 86400, back = now - 86400;
+    write(upload(event_line("a", "i", now), 'B', 0, 0, "i", now * 1000));
+    const store::Cursor seen = value(m_spReading->end({}));
+    write(upload(event_line("b", "i", now), 'C', 0, 0, "i", back * 1000));
+    EXPECT_EQ(value(m_spReading->receipts({}, seen, {})).rows.at(0).name, "b");
+    retain({now * 1000, std::nullopt}); // the age is the older of the two times
+    EXPECT_EQ(value(m_spReading->receipts({}, 0, {})).rows.at(0).name, "a");
+    EXPECT_EQ(events(), 1u);
+}
+
 TEST_P(StoreKeeping, ForgetsAnInstallationWithoutATrace)
 {
     const std::string gone = "6f1c2a90-3b7e-4d25-9a61-0c4e8b7d2f13";
