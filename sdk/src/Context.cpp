@@ -14,7 +14,7 @@ namespace AnalyticsSDK {
 
 // A child made by fork() goes on with its parent's session: its ids differ by its process.
 static uint64_t processMark = 0;
-[[maybe_unused]] static const int forkHandler =
+[[maybe_unused]] static const int fork_handler =
     pthread_atfork(nullptr, nullptr, [] { processMark = static_cast<uint64_t>(getpid()); });
 
 template <typename Value>

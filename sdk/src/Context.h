@@ -1,6 +1,5 @@
 // What every event of a session begins with, where the host wants it: stamps, then members of its context.
-#ifndef ANALYTICSSDK_CONTEXT_H
-#define ANALYTICSSDK_CONTEXT_H
+#pragma once
 
 #include <cstdint>
 #include <string>
@@ -59,5 +58,3 @@ private:
 };
 
 } // namespace AnalyticsSDK
-
-#endif
