@@ -53,6 +53,23 @@ enum : short
 
 } // namespace
 
+TEST_F(Face, BeginsEventsWithStampsAndContext)
+{
+    analytics::session session(settings());
+    EXPECT_EQ(session.stamp("sequence"), result::ok);
+    EXPECT_EQ(session.stamp("nosuch"), result::value_refused);
+    session.context("user", std::string("a"));
+    session.context("paid", true);
+    session.context("level", 7);
+    session.context("share", 0.5);
+    session.log("e", {{"own", 1}});
+    session.remove_context("user");
+    session.log("f");
+    EXPECT_EQ(events(), (Events{"\"e\", { \"sequence\": 1, \"user\": \"a\", \"paid\": true, \"level\": 7, "
+                                "\"share\": 0.5, \"own\": 1 } ]",
+                                "\"f\", { \"sequence\": 2, \"paid\": true, \"level\": 7, \"share\": 0.5 } ]"}));
+}
+
 TEST_F(Face, SetsOptionsAndTellsFigures)
 {
     support::HttpServer server(503);
