@@ -87,12 +87,13 @@ Answer summary(Reading& reading, const Words& words, const Limit& limit)
     return json(all.raw("previous", previous.end('}')).end('}'));
 }
 
-/// Without a key a table of values; with one its numbers, or its values over time when a step is asked for.
+/// The values of all keys.
 Answer properties(Reading& reading, const Words& words, const Limit& limit)
 {
     return table(reading.properties(words.query, limit));
 }
 
+/// One key: its numbers, when it has any, and its most frequent values over time.
 Answer property(Reading& reading, const Words& words, const Limit& limit)
 {
     const auto numbers = reading.numbers(words.query, words.key, limit);

@@ -157,7 +157,7 @@ Answer Uploads::refuse(Answer answer)
 void Uploads::handle(Request request, Reply reply)
 {
     auto job = std::make_shared<Job>(std::move(request), std::move(reply), *this);
-    // A large body takes memory again when it is decoded, so the job keeps its own name of the client.
+    // A copy: as soon as the job is added, a thread of the pool may be at work on the request.
     const std::string client = job->request.client;
     if (!m_turns.add(client, [this, job] { take(*job); }))
         job->reply(refuse(try_again(503, 5, "too many uploads wait; try again later")));
