@@ -204,7 +204,7 @@ CLI::App* add_command(CLI::App& program, int& status, const char* word, const ch
 
 void add_filters(CLI::App& command, const std::shared_ptr<Choice>& choice)
 {
-    for (const char* word : {"from", "to", "application", "version", "name", "installation"}) {
+    for (const char* word : {"from", "to", "application", "version", "name", "installation", "fact"}) {
         const auto take = [choice, word](const std::string& value) { choice->filters.emplace_back(word, value); };
         command.add_option_function<std::string>(std::string("--") + word, take, "only what this word says");
     }

@@ -3,6 +3,8 @@
 #include "rows.h"
 #include "words.h"
 
+#include "store/members.h"
+
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
@@ -15,6 +17,7 @@ struct Live::State
     struct Listener
     {
         store::Query query;
+        store::FactFilter fact;
         std::weak_ptr<void> alive;
         Push push;
     };
@@ -57,8 +60,8 @@ void Live::State::pass_on(const std::vector<store::EventRow>& rows)
     std::lock_guard hold(lock);
     for (const store::EventRow& row : rows) {
         std::string message;
-        for (const Listener& listener : listeners)
-            if (matches(listener.query, row)) {
+        for (Listener& listener : listeners)
+            if (matches(listener.query, row) && listener.fact.admits(row.members)) {
                 if (message.empty())
                     message = "data: " + json_of(row) + "\n\n"; // JSON has no raw line feed
                 listener.push(message);
@@ -130,7 +133,7 @@ bool Live::listen(std::string_view query, std::weak_ptr<void> alive, Push push)
     if (!read_words(query, words).empty())
         return false;
     std::lock_guard hold(m_state->lock);
-    m_state->listeners.push_back({words.query, std::move(alive), std::move(push)});
+    m_state->listeners.push_back({words.query, store::FactFilter(words.query.fact), std::move(alive), std::move(push)});
     return true;
 }
 

@@ -27,6 +27,16 @@ bool take_step(std::string_view value, Words& words)
     return value == "day" || value == "hour";
 }
 
+// A key of a fact has no colon; a value may have some.
+bool take_fact(std::string_view value, Words& words)
+{
+    const size_t colon = value.find(':');
+    if (colon == value.npos)
+        return false;
+    words.query.fact.emplace(value.substr(0, colon), value.substr(colon + 1));
+    return true;
+}
+
 bool take_event(std::string_view value, Words& words)
 {
     words.events.emplace_back(value);
@@ -55,6 +65,7 @@ const Word all_words[] = {
     {"version", [](std::string_view value, Words& words) { return words.query.version = value, true; }, ""},
     {"name", [](std::string_view value, Words& words) { return words.query.name = value, true; }, ""},
     {"installation", [](std::string_view value, Words& words) { return words.query.installation = value, true; }, ""},
+    {"fact", take_fact, "is KEY:VALUE"},
     {"limit", take_limit, "is a number from 1 to 10000"},
     {"step", take_step, "is hour or day"},
     {"key", [](std::string_view value, Words& words) { return words.key = value, true; }, ""},

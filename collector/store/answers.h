@@ -4,6 +4,7 @@
 #include "upload.h"
 
 #include <limits>
+#include <utility>
 
 namespace store {
 
@@ -14,6 +15,9 @@ struct Query
     Seconds from = std::numeric_limits<Seconds>::min();
     Seconds to = std::numeric_limits<Seconds>::max();
     std::optional<std::string> application, version, name, installation;
+    /// A key and a value's text, as facts have them: events that carry this property with this value. Whatever the
+    /// value's type is; numbers that are equal match however they are written.
+    std::optional<std::pair<std::string, std::string>> fact;
     /// The most rows of a table.
     size_t limit = 100;
 };

@@ -72,4 +72,48 @@ uint32_t for_each_property(simdjson::dom::object members, Use&& use)
     return others;
 }
 
+/// Tells the events that Query::fact means; all, when it is not set. One thread at a time.
+class FactFilter
+{
+public:
+    explicit FactFilter(std::optional<std::pair<std::string, std::string>> fact) : m_fact(std::move(fact))
+    {
+        if (m_fact)
+            m_number = number_of(m_fact->second);
+    }
+
+    explicit operator bool() const { return m_fact.has_value(); }
+    bool is(const Value& value) const
+    {
+        return value.text == m_fact->second ||
+               (m_number && value.type == ValueType::number && number_of(value.text) == m_number);
+    }
+    /// Whether stored members are those of such an event.
+    bool admits(std::string_view members)
+    {
+        simdjson::dom::object object;
+        if (!m_fact)
+            return true;
+        if (m_parser.parse(members.data(), members.size()).get_object().get(object))
+            return false;
+        bool found = false;
+        for_each_property(object, [&](std::string_view key, const Value& value) {
+            found = found || (key == m_fact->first && is(value));
+        });
+        return found;
+    }
+
+private:
+    static std::optional<double> number_of(std::string_view text)
+    {
+        double number = 0;
+        const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
+        return read.ec == std::errc() && read.ptr == text.data() + text.size() ? std::optional(number) : std::nullopt;
+    }
+
+    std::optional<std::pair<std::string, std::string>> m_fact;
+    std::optional<double> m_number;
+    simdjson::dom::parser m_parser;
+};
+
 } // namespace store

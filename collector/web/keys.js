@@ -87,7 +87,7 @@ function showChips() {
 }
 
 async function showApplications() {
-  const { rows } = await ask("versions", { application: null, version: null, name: null, installation: null, limit: 10000 });
+  const { rows } = await ask("versions", { application: null, version: null, name: null, installation: null, fact: null, limit: 10000 });
   const current = chosen("application");
   const applications = [...new Set([...rows.map((row) => row.application), ...(current === null ? [] : [current])])].sort();
   const select = find("application");

@@ -1,7 +1,7 @@
 // What the page shows: kept in its address alone, so that a link shows the same to another person.
 import { iso, seconds } from "./dom.js";
 
-const filterWords = ["application", "version", "name", "installation"];
+const filterWords = ["application", "version", "name", "installation", "fact"];
 const hour = 3600;
 const week = 7 * 24 * hour;
 const longest = 3660 * 24 * hour; // ten years: a mistyped date must not draw a million days

@@ -1,4 +1,4 @@
-// The three tables beside each other: names, versions, facts of the machines. A click on a name or version filters.
+// The three tables beside each other: names, versions, facts of the machines. A click filters.
 import { el, fill, numberColumn, table, valueText } from "./dom.js";
 import { panel } from "./panel.js";
 import { ask, change } from "./state.js";
@@ -28,6 +28,11 @@ export async function showVersions() {
 
 let chosenFact = null;
 
+function factButton({ fact, value }) {
+  const text = valueText(value);
+  return text === "(other)" ? text : filterButton(text, { fact: `${fact}:${text}` }); // stands for many values
+}
+
 export async function showFacts() {
   const { rows } = await ask("facts", { limit: 10000 });
   const known = [...new Set(rows.map((row) => row.fact))].sort();
@@ -39,7 +44,7 @@ export async function showFacts() {
     facts.show({ view: "facts", rows: some, totalRows: some.length, textOf: (row) => valueText(row.value),
       nothing: "No facts of the machines in this period.", make: (shown) => table({
         panel: "facts", caption: `Values of ${chosenFact}`, heading: chosenFact, rows: shown, columns, weight,
-        head: (row) => valueText(row.value) }) });
+        head: factButton }) });
   };
   draw();
 }

@@ -25,7 +25,10 @@ NOW = datetime.datetime.now(datetime.timezone.utc).replace(microsecond=0, tzinfo
 START = NOW.replace(hour=0, minute=0, second=0) - 10 * DAY
 MARKUP = '<img src=x onerror="hacked=1"><b>b</b>'
 HOSTILE = [MARKUP, "x" * 1000, "control\u0001\u007f", "abc\u202etxt.exe", "=1+1", "a&b=c#d%zz", "日本語"]
-Event = collections.namedtuple("Event", "installation application version name at members")
+class Event(collections.namedtuple("Event", "installation application version name at members")):
+    @property
+    def fact(self):
+        return f"os_name:{self.members.get('os_name')}"
 
 
 def made_up():
@@ -190,6 +193,7 @@ class Page(unittest.TestCase):
     def test_figures_agree_with_a_second_count(self):
         collector = self.start()
         for filters in [{}, {"name": "launch"}, {"application": "editor", "version": "1.0"}, {"installation": "installation-03"},
+                        {"fact": "os_name:Debian"},
                         {"name": MARKUP, "application": "viewer"}]:
             with self.subTest(**filters):
                 self.browser.show(collector, **{"from": START.date(), "step": "day"}, **filters)
@@ -240,18 +244,20 @@ class Page(unittest.TestCase):
         self.browser.click(self.browser.button("launch", "#names"))
         self.assertEqual(self.browser.words(), {"name": ["launch"]})
         self.browser.click(self.browser.button("editor 1.0", "#versions"))
+        self.browser.click(self.browser.button("Debian", "#facts"))
         self.assertEqual(self.browser.js("[...document.querySelectorAll('[data-chip]')].map((chip) => chip.dataset.chip)"),
-                         ["application", "version", "name"])
+                         ["application", "version", "name", "fact"])
         self.browser.click(self.browser.button("application", "#chips"))
-        self.assertEqual(sorted(self.browser.words()), ["name", "version"])
+        self.assertEqual(sorted(self.browser.words()), ["fact", "name", "version"])
+        self.assertEqual(self.browser.words()["fact"], ["os_name:Debian"])
         self.browser.settled(lambda: self.browser.press(Keys.ESCAPE))
         self.assertEqual(self.browser.words(), {})
         span = lambda: (lambda w: (w.get("from", [None])[0], w.get("to", [None])[0]))(self.browser.words())
         hour = lambda at: at.strftime("%Y-%m-%dT%H:00:00Z")
         end = datetime.datetime.now(datetime.timezone.utc).replace(tzinfo=None) + datetime.timedelta(seconds=3599)
         for key, expected in [("w", (hour(end - 7 * DAY), None)), (Keys.ARROW_LEFT, (hour(end - 14 * DAY), hour(end - 7 * DAY))),
-                              (Keys.ARROW_RIGHT, (hour(end - 7 * DAY), None)), ("t", (hour(end - 30 * DAY), None)),
-                              ("m", (NOW.strftime("%Y-%m-01T00:00:00Z"), None)), ("d", (NOW.strftime("%Y-%m-%dT00:00:00Z"), None))]:
+                              (Keys.ARROW_RIGHT, (hour(end - 7 * DAY), None)), ("m", (NOW.strftime("%Y-%m-01T00:00:00Z"), None)),
+                              ("d", (NOW.strftime("%Y-%m-%dT00:00:00Z"), None)), ("t", (hour(end - 30 * DAY), None))]:
             self.browser.settled(lambda: self.browser.press(key))
             self.assertEqual(span(), expected, key)
         self.browser.settled(lambda: self.browser.press("x"))
@@ -282,11 +288,12 @@ class Page(unittest.TestCase):
 
     def test_live_stream_shows_what_is_stored_now(self):
         collector = self.start(events=[])
-        self.browser.show(collector, name="tick")
+        self.browser.show(collector, name="tick", fact="shown:true")
         wait_until(lambda: self.browser.js("document.querySelector('.dot.on') !== null"))
         texts = lambda: self.browser.js("[...document.querySelectorAll('[data-panel=live-events] .event b')].map((b) => b.textContent)")
-        tick = lambda name, i: collector.upload(form(line(name, installation=f"l{i}"), f"l{i}"))
+        tick = lambda name, i, members='{"shown": true}': collector.upload(form(line(name, members, installation=f"l{i}"), f"l{i}"))
         tick("other", 1)
+        tick("tick", 1, "{}")
         tick("tick", 2)
         wait_until(lambda: texts() == ["tick"])
         self.browser.press(" ")

@@ -27,7 +27,9 @@ bool matches(const Known& event, const Query& query)
     };
     return event.at >= query.from && event.at < query.to && same(query.application, event.application) &&
            same(query.version, event.version) && same(query.name, event.name) &&
-           same(query.installation, event.installation);
+           same(query.installation, event.installation) &&
+           (!query.fact || query.fact->second == (query.fact->first == "size" ? std::to_string(event.size)
+                                                                              : "o" + event.installation.substr(1, 1)));
 }
 
 struct Counted
@@ -124,6 +126,8 @@ protected:
         maybe(query.version, "v", 3);
         maybe(query.name, "n", 6);
         maybe(query.installation, "i", 41);
+        if (number(4) == 0)
+            query.fact = number(2) == 0 ? std::pair("size", pick(30)) : std::pair("os_ver", "o" + pick(5));
         query.limit = 100000;
         return query;
     }
@@ -273,6 +277,11 @@ TEST_P(StoreAnswers, TellNumbersAndTheirCourse)
     EXPECT_EQ(numbers.max, 4);
     EXPECT_EQ(numbers.sum, 10);
     EXPECT_EQ(numbers.histogram.front() + numbers.histogram.back(), 2u);
+    for (const auto& [value_text, events] : {std::pair("4", 2u), {"4.0", 1u}, {"\"4\"", 0u}}) {
+        Query carrying = query;
+        carrying.fact = {"size", value_text};
+        EXPECT_EQ(value(m_spReading->summary(carrying, {})).events, events) << value_text;
+    }
     EXPECT_EQ(value(m_spReading->property_series(query, "size", store::Step::hour, {})).size(), 5u);
     auto days = value(m_spReading->property_series(query, "size", store::Step::day, {}));
     EXPECT_EQ(days.size(), 5u);

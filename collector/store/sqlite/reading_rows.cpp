@@ -3,6 +3,8 @@
 
 #include "schema.h"
 
+#include "store/members.h"
+
 #include <filesystem>
 
 namespace store::sqlite {
@@ -88,14 +90,16 @@ void collect_newest(Database& database, const Selection& selection, Newest& newe
         return;
     }
     Statement blocks(database, "SELECT block, last FROM blocks WHERE last>=? AND first<? ORDER BY last DESC");
-    Statement rows(database, "SELECT id, kind, logged_at FROM events WHERE id BETWEEN ? AND ?");
+    Statement rows(database, "SELECT id, kind, logged_at, members FROM events WHERE id BETWEEN ? AND ?");
+    FactFilter fact(selection.fact());
     blocks.with(selection.from, selection.to);
     while (blocks.step() && newest.wants(blocks.integer(1))) {
         int64_t first = blocks.integer(0) << g_block_bits;
         rows.with(first, first + (1 << g_block_bits) - 1);
         while (rows.step()) {
             Seconds at = rows.integer(2);
-            if (at >= selection.from && at < selection.to && selection.find(rows.integer(1)) != nullptr)
+            if (at >= selection.from && at < selection.to && selection.find(rows.integer(1)) != nullptr &&
+                (!fact || fact.admits(rows.text(3))))
                 newest.add(at, rows.integer(0));
         }
     }
@@ -287,9 +291,9 @@ Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const
         EventRows events(m_database);
         Receipts receipts;
         receipts.next = after;
-        const char* one = "SELECT id, kind, logged_at FROM events WHERE installation=?2 AND id>?1 ORDER BY id";
+        const char* one = "SELECT id, kind, logged_at, members FROM events WHERE installation=?2 AND id>?1 ORDER BY id";
         // Blocks without an event of the period are passed over by the table of blocks.
-        const char* all = "SELECT events.id, kind, logged_at FROM blocks JOIN events ON events.id BETWEEN "
+        const char* all = "SELECT events.id, kind, logged_at, members FROM blocks JOIN events ON events.id BETWEEN "
                           "max(?1+1, block*4096) AND block*4096+4095 WHERE block>=?1/4096 AND last>=?2 AND first<?3 "
                           "ORDER BY block, events.id";
         static_assert(1 << g_block_bits == 4096);
@@ -297,6 +301,7 @@ Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const
         Statement rows(m_database, is_one ? one : all);
         is_one ? rows.with(static_cast<int64_t>(after), selection.installation())
                : rows.with(static_cast<int64_t>(after), selection.from, selection.to);
+        FactFilter fact(selection.fact());
         size_t looked_at = 0;
         while (receipts.rows.size() < query.limit && looked_at < g_most_looked_at) {
             if (!rows.step()) {
@@ -306,7 +311,7 @@ Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const
             ++looked_at;
             receipts.next = static_cast<Cursor>(rows.integer(0));
             if (rows.integer(2) >= selection.from && rows.integer(2) < selection.to &&
-                selection.find(rows.integer(1)) != nullptr)
+                selection.find(rows.integer(1)) != nullptr && (!fact || fact.admits(rows.text(3))))
                 events.append(rows.integer(0), receipts.rows);
         }
         return receipts;

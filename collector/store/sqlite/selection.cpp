@@ -2,6 +2,8 @@
 
 #include "schema.h"
 
+#include "store/members.h"
+
 #include <algorithm>
 
 namespace store::sqlite {
@@ -41,9 +43,10 @@ std::vector<Range> ranges_of(Database& database, Seconds from, Seconds to)
 void walk(Statement& rows, const Selection& selection, bool with_members, const UseEvent& use)
 {
     EventOnTheWay event;
+    FactFilter fact(selection.fact());
     while (rows.step()) {
         event.kind = selection.find(rows.integer(2));
-        if (event.kind == nullptr)
+        if (event.kind == nullptr || (fact && !fact.admits(rows.text(4))))
             continue;
         event.id = rows.integer(0);
         event.installation = rows.integer(1);
@@ -61,7 +64,8 @@ Selection::Selection(Database& database, const Query& query)
       to(std::clamp(query.to, from, g_end_second)),
       first_day(day_of(from + 86399)),
       end_day(day_of(to)),
-      m_has_name(query.name.has_value())
+      m_has_name(query.name.has_value()),
+      m_fact(query.fact)
 {
     const char* find_text = "SELECT id FROM texts WHERE text=?";
     m_application = query.application ? id_of(database, find_text, *query.application) : 0;
@@ -82,7 +86,7 @@ Selection::Selection(Database& database, const Query& query)
         if (has_filter && parts.name != g_all_names && rows.integer(0) != rows.integer(4))
             m_needs_rows = true;
     }
-    m_needs_rows = m_needs_rows || m_installation != 0 || from % 3600 != 0 || to % 3600 != 0;
+    m_needs_rows = m_needs_rows || m_fact || m_installation != 0 || from % 3600 != 0 || to % 3600 != 0;
 }
 
 const KindParts* Selection::find(int64_t kind) const

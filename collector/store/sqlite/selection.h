@@ -26,6 +26,8 @@ public:
     int64_t application() const { return m_application; }
     /// The filtered installation; 0 when all are meant, -1 for one that is not there.
     int64_t installation() const { return m_installation; }
+    /// The property that events must carry. Only rows tell of it.
+    const std::optional<std::pair<std::string, std::string>>& fact() const { return m_fact; }
 
     /// The period, within the years that a line's time can have.
     Seconds from, to;
@@ -46,6 +48,7 @@ private:
     std::unordered_map<int64_t, KindParts> m_kinds;
     bool m_needs_rows = false, m_has_name = false;
     int64_t m_application = 0, m_installation = 0;
+    std::optional<std::pair<std::string, std::string>> m_fact;
 };
 
 /// An event on the way. `members` only where they are asked for.
