@@ -12,7 +12,9 @@
 
 namespace bench {
 
-static sockaddr_in loopback(int port)
+namespace {
+
+sockaddr_in loopback(int port)
 {
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -22,11 +24,13 @@ static sockaddr_in loopback(int port)
 }
 
 // Otherwise the kernel may hold an answer back until more is to be sent, for up to 40 ms.
-static void send_at_once(int connection)
+void send_at_once(int connection)
 {
     const int on = 1;
     setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
+
+} // namespace
 
 Descriptor::~Descriptor()
 {
@@ -85,13 +89,17 @@ int Server::connect() const
     return connection;
 }
 
-static std::size_t content_length(const std::string& head)
+namespace {
+
+std::size_t content_length(const std::string& head)
 {
     for (std::size_t line = head.find("\r\n"); line != std::string::npos; line = head.find("\r\n", line + 2))
         if (strncasecmp(head.c_str() + line + 2, "content-length:", 15) == 0)
             return std::strtoull(head.c_str() + line + 17, nullptr, 10);
     return 0;
 }
+
+} // namespace
 
 // One request: its head into `buffer`, its body through it.
 bool Server::take_request(int connection, std::string& buffer)

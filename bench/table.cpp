@@ -15,12 +15,16 @@ double median(std::vector<double> values)
     return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-static double now_s(Clock clock)
+namespace {
+
+double now_s(Clock clock)
 {
     timespec now = {};
     clock_gettime(clock == Clock::thread ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
+
+} // namespace
 
 double seconds_of(const std::function<void()>& work, Clock clock)
 {
@@ -29,9 +33,11 @@ double seconds_of(const std::function<void()>& work, Clock clock)
     return now_s(clock) - start;
 }
 
+namespace {
+
 // How often the work is to be done to last about a thousandth of a second; also warms it up. Short turns, and many of
 // them: then most turns are not interrupted, on a busy machine too, and the median is one of those.
-static long calibrate(const Work& work, Clock clock)
+long calibrate(const Work& work, Clock clock)
 {
     constexpr double wanted = 0.001;
     for (long times = 1;; times *= 4) {
@@ -40,6 +46,8 @@ static long calibrate(const Work& work, Clock clock)
             return std::max(1L, static_cast<long>(static_cast<double>(times) * wanted / taken));
     }
 }
+
+} // namespace
 
 Figures compare(const Work& ours, const Work& reference, int repetitions, Clock clock)
 {
@@ -65,7 +73,9 @@ Figures compare_figures(const std::function<double()>& ours, const std::function
     return {median(our_figures), median(reference_figures), median(ratios), unit};
 }
 
-static std::string shown(double value, const std::string& unit)
+namespace {
+
+std::string shown(double value, const std::string& unit)
 {
     static const struct
     {
@@ -82,7 +92,7 @@ static std::string shown(double value, const std::string& unit)
     return text;
 }
 
-static std::string shown_limit(double limit, Limits::Sense sense)
+std::string shown_limit(double limit, Limits::Sense sense)
 {
     char text[32] = "-";
     if (limit != 0)
@@ -90,12 +100,12 @@ static std::string shown_limit(double limit, Limits::Sense sense)
     return text;
 }
 
-static bool reaches(double ratio, double limit, Limits::Sense sense)
+bool reaches(double ratio, double limit, Limits::Sense sense)
 {
     return limit == 0 || (sense == Limits::at_least ? ratio >= limit : ratio <= limit);
 }
 
-static std::string verdict_of(double ratio, const Limits& limits)
+std::string verdict_of(double ratio, const Limits& limits)
 {
     if (limits.sense == Limits::shown)
         return "shown";
@@ -103,6 +113,8 @@ static std::string verdict_of(double ratio, const Limits& limits)
         return "FAIL";
     return reaches(ratio, limits.goal, limits.sense) ? "ok" : "ok, below goal";
 }
+
+} // namespace
 
 void Table::print_head() const
 {

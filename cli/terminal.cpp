@@ -12,24 +12,28 @@
 
 namespace terminal {
 
+namespace {
+
 // Whether it is a terminal with control sequences.
-static bool is_able(int descriptor)
+bool is_able(int descriptor)
 {
     const char* kind = std::getenv("TERM");
     return isatty(descriptor) && kind && std::strcmp(kind, "dumb") != 0;
 }
 
-static bool takes_colours(int descriptor)
+bool takes_colours(int descriptor)
 {
     const char* forbidden = std::getenv("NO_COLOR");
     return is_able(descriptor) && !(forbidden && *forbidden);
 }
 
-static unsigned columns(int descriptor)
+unsigned columns(int descriptor)
 {
     winsize size{};
     return ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
+
+} // namespace
 
 bool colours()
 {
@@ -61,7 +65,9 @@ void error(std::string_view text)
               << std::endl;
 }
 
-static bool read_all(int file, std::string& text)
+namespace {
+
+bool read_all(int file, std::string& text)
 {
     char piece[65536];
     ssize_t count;
@@ -72,6 +78,8 @@ static bool read_all(int file, std::string& text)
     }
     return true;
 }
+
+} // namespace
 
 bool read_file(const std::string& path, std::string& text)
 {

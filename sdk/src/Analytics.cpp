@@ -31,9 +31,11 @@ struct analytics_session final : HandleParameters
     using HandleParameters::HandleParameters;
 };
 
+namespace {
+
 /// Runs `call`. Out of memory becomes a result: the caller may be C code, which an exception must not cross.
 template <typename Call>
-static uint32_t Guarded(Call call) noexcept
+uint32_t Guarded(Call call) noexcept
 {
     try {
         return call();
@@ -45,7 +47,7 @@ static uint32_t Guarded(Call call) noexcept
 /// Runs `call` when there is a session. Without one it returns ANALYTICS_NO_SESSION and does nothing, so that a host
 /// whose session could not be opened needs no check before each call.
 template <typename Call>
-static uint32_t With(analytics_session* session, Call call) noexcept
+uint32_t With(analytics_session* session, Call call) noexcept
 {
     if (session == nullptr)
         return ANALYTICS_NO_SESSION;
@@ -54,13 +56,13 @@ static uint32_t With(analytics_session* session, Call call) noexcept
 
 /// The text of a field of the record. Hosts fill fields with strncpy(), which leaves a full one without a terminator.
 template <size_t size>
-static std::string FieldText(const char (&field)[size])
+std::string FieldText(const char (&field)[size])
 {
     return std::string(field, strnlen(field, size));
 }
 
 /// The order matters: the id is saved to, or loaded from, the file that was set before.
-static void Configure(Delivery& manager, const analytics_config& config)
+void Configure(Delivery& manager, const analytics_config& config)
 {
     manager.SetEventLogFilePath(FieldText(config.event_log_file).c_str());
     manager.SetPidFilePath(FieldText(config.pid_file).c_str());
@@ -76,7 +78,7 @@ static void Configure(Delivery& manager, const analytics_config& config)
 
 /// Throws when memory runs out. All other failures (files, threads) are ignored: a host without working analytics is
 /// better than one that does not start.
-static analytics_session* Open(const analytics_config& config)
+analytics_session* Open(const analytics_config& config)
 {
     lumo::scoped_ptr<analytics_session> session(new analytics_session(FieldText(config.upload_url).c_str()));
     Configure(session->event_manager, config);
@@ -88,6 +90,8 @@ static analytics_session* Open(const analytics_config& config)
     }
     return session.Detach();
 }
+
+} // namespace
 
 analytics_session* analytics_initialize(const analytics_config* config)
 {
@@ -153,10 +157,12 @@ uint32_t analytics_array_end(analytics_session* session)
     return With(session, [](HandleParameters& handle) { return handle.EndFrame(Frame::array); });
 }
 
+namespace {
+
 /// Adds a value to the innermost object, or array, with the document's operation for its type. Its result is not passed
 /// on: a document refuses nothing that the session allows.
 template <auto add, typename... Value>
-static uint32_t AddNamed(analytics_session* session, const char* name, Value... value)
+uint32_t AddNamed(analytics_session* session, const char* name, Value... value)
 {
     return With(session, [=](HandleParameters& handle) {
         return handle.AddNamed(name, [=](LogObject& object, const char* key) { (object.*add)(key, value...); });
@@ -164,12 +170,14 @@ static uint32_t AddNamed(analytics_session* session, const char* name, Value... 
 }
 
 template <auto add, typename... Value>
-static uint32_t AddUnnamed(analytics_session* session, Value... value)
+uint32_t AddUnnamed(analytics_session* session, Value... value)
 {
     return With(session, [=](HandleParameters& handle) {
         return handle.AddUnnamed([=](LogArray& array) { (array.*add)(value...); });
     });
 }
+
+} // namespace
 
 uint32_t analytics_name_string_add(analytics_session* session, const char* name, const char* value)
 {

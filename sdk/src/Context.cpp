@@ -12,8 +12,13 @@
 
 namespace AnalyticsSDK {
 
+namespace {
+
 // A child made by fork() goes on with its parent's session: its ids differ by its process.
-static uint64_t processMark = 0;
+uint64_t processMark = 0;
+
+} // namespace
+
 [[maybe_unused]] static const int fork_handler =
     pthread_atfork(nullptr, nullptr, [] { processMark = static_cast<uint64_t>(getpid()); });
 
@@ -64,19 +69,23 @@ void Context::Join()
     m_joined = std::move(joined);
 }
 
-static void PutHexadecimal(char* out, uint64_t value)
+namespace {
+
+void PutHexadecimal(char* out, uint64_t value)
 {
     for (int at = 15; at >= 0; --at, value >>= 4)
         out[at] = lumo::hexadecimal_digits[value & 15];
 }
 
 // Spreads what differs in few bits over all of them (the finisher of SplitMix64).
-static uint64_t Spread(uint64_t value)
+uint64_t Spread(uint64_t value)
 {
     value = (value ^ value >> 30) * 0xbf58476d1ce4e5b9;
     value = (value ^ value >> 27) * 0x94d049bb133111eb;
     return value ^ value >> 31;
 }
+
+} // namespace
 
 // Ordered by time: milliseconds, then a count within one. A clock that is set back goes on from the last id.
 std::string_view Context::EventId(uint64_t now_ms)
@@ -87,7 +96,9 @@ std::string_view Context::EventId(uint64_t now_ms)
     return {m_id, sizeof m_id};
 }
 
-static std::string NewSession()
+namespace {
+
+std::string NewSession()
 {
     std::random_device random;
     std::string id(32, '\0');
@@ -95,6 +106,8 @@ static std::string NewSession()
         PutHexadecimal(id.data() + half, static_cast<uint64_t>(random()) << 32 | random());
     return id;
 }
+
+} // namespace
 
 void Context::WriteStamps(unsigned stamps)
 {

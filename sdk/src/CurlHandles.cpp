@@ -18,10 +18,14 @@
 
 namespace AnalyticsSDK {
 
+namespace {
+
 // How late a synchronous request may notice that the process exits: nothing else ends its wait.
-static constexpr int alone_wait_ms = 1000;
+constexpr int alone_wait_ms = 1000;
 // The same for one whose maker may end it.
-static constexpr int asked_wait_ms = 30;
+constexpr int asked_wait_ms = 30;
+
+} // namespace
 
 CurlPostData::~CurlPostData()
 {

@@ -13,16 +13,24 @@
 
 namespace AnalyticsSDK {
 
-static constexpr uint32_t upload_interval_ms = 3'600'000;
-static constexpr time_t never = -1;
+namespace {
+
+constexpr uint32_t upload_interval_ms = 3'600'000;
+constexpr time_t never = -1;
+
+} // namespace
 
 constinit lumo::mutex& EventManager::m_spLogMutex = EventLog::lock.mutex;
 
+namespace {
+
 // Hosts use the class directly, too; a null would be undefined in the string's assignment.
-static const char* TextOf(const char* text)
+const char* TextOf(const char* text)
 {
     return text != nullptr ? text : "";
 }
+
+} // namespace
 
 EventManager::EventManager(const char* serverUrl)
     : m_pWebClient(nullptr), m_strServerUrl(TextOf(serverUrl)), m_nCommonFieldsTime(never)

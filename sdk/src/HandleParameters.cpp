@@ -12,8 +12,12 @@ namespace AnalyticsSDK {
 // Frames form a list from the root down and are kept when they end, for the next event: an event of the usual shape
 // allocates nothing.
 
+namespace {
+
 // Deeper frames are freed: one unusual event must not hold memory for the rest of the session.
-static constexpr uint32_t kept_depth = 128;
+constexpr uint32_t kept_depth = 128;
+
+} // namespace
 
 HandleParameters::~HandleParameters()
 {
@@ -112,9 +116,11 @@ uint32_t HandleParameters::BeginFrame(Frame::Kind kind, const char* name)
     return result;
 }
 
+namespace {
+
 /// What an end call returns when it is refused. Deliberate: the codes differ by kind, because hosts tell the two
 /// mistakes apart by them since the first version.
-static constexpr struct
+constexpr struct
 {
     uint32_t onlyRoot;
     uint32_t otherKind;
@@ -123,7 +129,7 @@ static constexpr struct
 
 // Ended first: the parent copies the child's text, closing bracket included. The results of the documents are not
 // needed: they refuse nothing that the checks above allow.
-static void AddTo(Frame& parent, Frame& child)
+void AddTo(Frame& parent, Frame& child)
 {
     if (child.kind == Frame::object) {
         child.spObject->EndObject();
@@ -139,6 +145,8 @@ static void AddTo(Frame& parent, Frame& child)
     else
         parent.spObject->AddArray(child.name, &*child.spArray);
 }
+
+} // namespace
 
 // With only the root open, any end call is one too many: checked before the kind.
 uint32_t HandleParameters::EndFrame(Frame::Kind kind)
@@ -200,7 +208,9 @@ uint32_t HandleParameters::AddObserver(const char* event, analytics_observer cal
     return ANALYTICS_UNKNOWN_OBSERVER_EVENT;
 }
 
-static uint32_t ResultOf(Delivery::Sent sent)
+namespace {
+
+uint32_t ResultOf(Delivery::Sent sent)
 {
     if (sent == Delivery::Sent::all)
         return ANALYTICS_OK;
@@ -208,6 +218,8 @@ static uint32_t ResultOf(Delivery::Sent sent)
         return ANALYTICS_SEND_NO_CONSENT;
     return sent == Delivery::Sent::timeOver ? ANALYTICS_SEND_TIME_OVER : ANALYTICS_SEND_FAILED;
 }
+
+} // namespace
 
 uint32_t HandleParameters::Send(bool synchronous)
 {
@@ -255,8 +267,10 @@ void HandleParameters::OnDownloadCancel(const char*)
     sending = 0;
 }
 
+namespace {
+
 // For hosts the web client's own codes (-3, -7) are the general failure, like every status without a row.
-static uint32_t ObservedError(long code)
+uint32_t ObservedError(long code)
 {
     static constexpr struct
     {
@@ -271,6 +285,8 @@ static uint32_t ObservedError(long code)
             return entry.result;
     return ANALYTICS_SEND_FAILED;
 }
+
+} // namespace
 
 void HandleParameters::OnDownloadError(const char*, long code)
 {
@@ -326,8 +342,10 @@ uint32_t HandleParameters::SetOption(const char* key, const char* value)
     return event_manager.SetOption(*option, value) ? ANALYTICS_OK : ANALYTICS_VALUE_REFUSED;
 }
 
+namespace {
+
 /// Copies what fits, always with a terminator. False when there is no room for that.
-static bool CopyText(const std::string& text, char* buffer, size_t size)
+bool CopyText(const std::string& text, char* buffer, size_t size)
 {
     if (buffer == nullptr || size == 0)
         return false;
@@ -336,6 +354,8 @@ static bool CopyText(const std::string& text, char* buffer, size_t size)
     buffer[length] = '\0';
     return true;
 }
+
+} // namespace
 
 uint32_t HandleParameters::GetOption(const char* key, char* value, size_t size) const
 {

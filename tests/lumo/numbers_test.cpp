@@ -49,11 +49,15 @@ TEST(Integers, HaveSignFillAndDigitsInAnyBase)
     EXPECT_EQ(lumo::write(INT_MIN, 16, 12, '0'), "-00080000000");
 }
 
-static std::string decimal(long long value)
+namespace {
+
+std::string decimal(long long value)
 {
     char text[lumo::number_room];
     return {text, lumo::put_decimal(text, value)};
 }
+
+} // namespace
 
 TEST(Integers, HaveTheirDigitsAtEveryLength)
 {
@@ -63,8 +67,10 @@ TEST(Integers, HaveTheirDigitsAtEveryLength)
     EXPECT_EQ(decimal(LLONG_MIN), "-9223372036854775808");
 }
 
+namespace {
+
 // Where rounding is hard: halves between two six-digit numbers, powers of ten, and the neighbours of both.
-static double hard_to_round(std::mt19937_64& random, int i)
+double hard_to_round(std::mt19937_64& random, int i)
 {
     const int power = static_cast<int>(random() % 60) - 30;
     const double digits = static_cast<double>(random() % 900000 + 100000);
@@ -73,6 +79,8 @@ static double hard_to_round(std::mt19937_64& random, int i)
         value = std::nextafter(value, random() % 2 ? 0 : HUGE_VAL);
     return i % 2 ? value : -value;
 }
+
+} // namespace
 
 TEST(Doubles, AreWhatPrintfGives)
 {

@@ -23,7 +23,11 @@
 
 using namespace AnalyticsSDK;
 
-static std::atomic<int> unmarked_connections{0};
+namespace {
+
+std::atomic<int> unmarked_connections{0};
+
+} // namespace
 
 // In place of the system library's: a program that starts between the birth of a connection and its being marked
 // inherits it, which no look from outside finds reliably.

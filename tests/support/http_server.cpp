@@ -6,10 +6,14 @@
 
 namespace support {
 
-static HttpServer::Handler always(int status)
+namespace {
+
+HttpServer::Handler always(int status)
 {
     return [status](const Request&) { return Reply{status}; };
 }
+
+} // namespace
 
 std::string Request::header(const std::string& name) const
 {
@@ -50,7 +54,9 @@ HttpServer::~HttpServer()
     stop();
 }
 
-static void read_body(const httplib::Request& got, const httplib::ContentReader& reader, Request& request)
+namespace {
+
+void read_body(const httplib::Request& got, const httplib::ContentReader& reader, Request& request)
 {
     std::string field;
     if (got.is_multipart_form_data()) {
@@ -62,6 +68,8 @@ static void read_body(const httplib::Request& got, const httplib::ContentReader&
     if (request.header("content-type").find("application/x-www-form-urlencoded") == 0)
         request.form = parse_form(request.body);
 }
+
+} // namespace
 
 void HttpServer::serve(const httplib::Request& got, httplib::Response& answer, const httplib::ContentReader* reader)
 {

@@ -12,7 +12,11 @@
 
 using support::wait_until;
 
-static std::atomic<bool> clock_read;
+namespace {
+
+std::atomic<bool> clock_read;
+
+} // namespace
 
 // The layer's readings of the wall clock come through here.
 extern "C" int gettimeofday(timeval* now, void*) noexcept

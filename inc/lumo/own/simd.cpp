@@ -17,8 +17,10 @@
 
 namespace lumo::simd {
 
+namespace {
+
 // The two plain forms define the result; the other forms are tested against them.
-static char* percent_encode_plain(const char* in, std::size_t size, char* out, const byte_class& unsafe)
+char* percent_encode_plain(const char* in, std::size_t size, char* out, const byte_class& unsafe)
 {
     for (const char* end = in + size; in != end; ++in) {
         const auto byte = static_cast<unsigned char>(*in);
@@ -34,7 +36,7 @@ static char* percent_encode_plain(const char* in, std::size_t size, char* out, c
     return out;
 }
 
-static std::size_t count_plain(const char* in, std::size_t size, const byte_class& counted)
+std::size_t count_plain(const char* in, std::size_t size, const byte_class& counted)
 {
     std::size_t count = 0;
     for (const char* end = in + size; in != end; ++in)
@@ -47,17 +49,17 @@ static std::size_t count_plain(const char* in, std::size_t size, const byte_clas
 #define LUMO_FOR_SSSE3 __attribute__((target("ssse3,popcnt")))
 
 // Tested at run time: one library file serves all processors of its architecture.
-static bool has_ssse3()
+bool has_ssse3()
 {
     return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
 }
 
-LUMO_FOR_SSSE3 static __m128i load(const void* from)
+LUMO_FOR_SSSE3 __m128i load(const void* from)
 {
     return _mm_loadu_si128(static_cast<const __m128i*>(from));
 }
 
-LUMO_FOR_SSSE3 static void store(char* to, __m128i bytes)
+LUMO_FOR_SSSE3 void store(char* to, __m128i bytes)
 {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(to), bytes);
 }
@@ -68,7 +70,7 @@ struct halves
     __m128i high, low;
 };
 
-LUMO_FOR_SSSE3 static halves halves_of(__m128i bytes)
+LUMO_FOR_SSSE3 halves halves_of(__m128i bytes)
 {
     // There is no shift of single bytes, only of pairs; the mask removes the bits shifted in from the neighbour.
     const __m128i mask = _mm_set1_epi8(15);
@@ -78,7 +80,7 @@ LUMO_FOR_SSSE3 static halves halves_of(__m128i bytes)
 // A bit mask of those of sixteen bytes that belong to the class. The low half of a byte selects a row, which has one
 // bit for each high half; the high half selects a column, which is that bit. The byte belongs to the class if the two
 // share a bit: for "&" (0x26) row 6 has bit 2 set, and column 2 is 1 << 2.
-LUMO_FOR_SSSE3 static unsigned members(halves bytes, __m128i rows, __m128i columns)
+LUMO_FOR_SSSE3 unsigned members(halves bytes, __m128i rows, __m128i columns)
 {
     const __m128i found = _mm_and_si128(_mm_shuffle_epi8(rows, bytes.low), _mm_shuffle_epi8(columns, bytes.high));
     return ~static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(found, _mm_setzero_si128()))) & 0xFFFF;
@@ -86,7 +88,7 @@ LUMO_FOR_SSSE3 static unsigned members(halves bytes, __m128i rows, __m128i colum
 
 // The column of each high half. Bytes from 0x80 up use the column of the control bytes, because both belong to every
 // class.
-LUMO_FOR_SSSE3 static __m128i class_columns()
+LUMO_FOR_SSSE3 __m128i class_columns()
 {
     return _mm_setr_epi8(1, 2, 4, 8, 16, 32, 64, -128, 1, 1, 1, 1, 1, 1, 1, 1);
 }
@@ -101,7 +103,7 @@ struct shrink_table
     std::uint8_t size[16];
 };
 
-static constexpr shrink_table make_shrink_table()
+constexpr shrink_table make_shrink_table()
 {
     shrink_table table{};
     for (unsigned choice = 0; choice < 16; ++choice) {
@@ -116,11 +118,11 @@ static constexpr shrink_table make_shrink_table()
     return table;
 }
 
-static constexpr shrink_table shrink = make_shrink_table();
+constexpr shrink_table shrink = make_shrink_table();
 
 // Stores sixteen bytes, of which at most twelve are part of the result; the next store overwrites the others, or they
 // land in the slack.
-LUMO_FOR_SSSE3 static char* put_four(char* out, __m128i quads, unsigned choice)
+LUMO_FOR_SSSE3 char* put_four(char* out, __m128i quads, unsigned choice)
 {
     store(out, _mm_shuffle_epi8(quads, load(shrink.order[choice])));
     return out + shrink.size[choice];
@@ -129,7 +131,7 @@ LUMO_FOR_SSSE3 static char* put_four(char* out, __m128i quads, unsigned choice)
 // Encodes sixteen bytes, those with a set bit in `chosen`. All become quads first, by interleaving twice: the bytes
 // with "%", their two digits with each other, then those pairs. The table then keeps of each quad what is needed, so
 // there is no branch for a single byte.
-LUMO_FOR_SSSE3 static char* put_sixteen(char* out, __m128i bytes, halves parts, unsigned chosen)
+LUMO_FOR_SSSE3 char* put_sixteen(char* out, __m128i bytes, halves parts, unsigned chosen)
 {
     const __m128i digits = load(hexadecimal_digits), percent = _mm_set1_epi8('%');
     const __m128i first = _mm_shuffle_epi8(digits, parts.high), second = _mm_shuffle_epi8(digits, parts.low);
@@ -141,7 +143,7 @@ LUMO_FOR_SSSE3 static char* put_sixteen(char* out, __m128i bytes, halves parts, 
     return put_four(out, _mm_unpackhi_epi16(later_marks, later_pairs), chosen >> 12);
 }
 
-LUMO_FOR_SSSE3 static char* percent_encode_ssse3(const char* in, std::size_t size, char* out, const byte_class& unsafe)
+LUMO_FOR_SSSE3 char* percent_encode_ssse3(const char* in, std::size_t size, char* out, const byte_class& unsafe)
 {
     const __m128i rows = load(unsafe.rows), columns = class_columns();
     const char* end = in + size;
@@ -160,7 +162,7 @@ LUMO_FOR_SSSE3 static char* percent_encode_ssse3(const char* in, std::size_t siz
     return percent_encode_plain(in, static_cast<std::size_t>(end - in), out, unsafe);
 }
 
-LUMO_FOR_SSSE3 static std::size_t count_ssse3(const char* in, std::size_t size, const byte_class& counted)
+LUMO_FOR_SSSE3 std::size_t count_ssse3(const char* in, std::size_t size, const byte_class& counted)
 {
     const __m128i rows = load(counted.rows), columns = class_columns();
     const char* end = in + size;
@@ -173,14 +175,14 @@ LUMO_FOR_SSSE3 static std::size_t count_ssse3(const char* in, std::size_t size, 
 // The same sixty-four bytes at a time, for processors with an instruction that packs chosen bytes together (compress).
 #define LUMO_FOR_VBMI2 __attribute__((target("avx512f,avx512bw,avx512vbmi,avx512vbmi2,bmi2,popcnt")))
 
-static bool has_vbmi2()
+bool has_vbmi2()
 {
     return has_ssse3() && __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2") &&
            __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("bmi2");
 }
 
 // A bit mask of those of sixty-four bytes that belong to the class: bytes below 0x80 by a table, all others always.
-LUMO_FOR_VBMI2 static std::uint64_t members(__m512i bytes, __m512i lower, __m512i upper)
+LUMO_FOR_VBMI2 std::uint64_t members(__m512i bytes, __m512i lower, __m512i upper)
 {
     // The look-up uses the lower seven bits of a byte, so a byte from 0x80 up gets the result of another; its sign bit
     // sets it.
@@ -189,7 +191,7 @@ LUMO_FOR_VBMI2 static std::uint64_t members(__m512i bytes, __m512i lower, __m512
 }
 
 // Shrinks sixteen quads: to "%" and the digits where a bit of `chosen` is set, else to the byte itself.
-LUMO_FOR_VBMI2 static char* put_quads(char* out, __m512i quads, std::uint64_t chosen)
+LUMO_FOR_VBMI2 char* put_quads(char* out, __m512i quads, std::uint64_t chosen)
 {
     constexpr std::uint64_t first_of_quad = 0x1111111111111111;
     // Four bits of the mask for each quad: 1110 for an encoded one (times 14), 0001 for any other. For "a=bc" `chosen`
@@ -200,7 +202,7 @@ LUMO_FOR_VBMI2 static char* put_quads(char* out, __m512i quads, std::uint64_t ch
     return out + 16 + 2 * _mm_popcnt_u64(chosen & 0xFFFF);
 }
 
-LUMO_FOR_VBMI2 static char* percent_encode_vbmi2(const char* in, std::size_t size, char* out, const byte_class& unsafe)
+LUMO_FOR_VBMI2 char* percent_encode_vbmi2(const char* in, std::size_t size, char* out, const byte_class& unsafe)
 {
     const __m512i lower = _mm512_loadu_si512(unsafe.holds), upper = _mm512_loadu_si512(unsafe.holds + 64);
     const __m512i digits = _mm512_broadcast_i32x4(load(hexadecimal_digits)), percent = _mm512_set1_epi8('%');
@@ -226,7 +228,7 @@ LUMO_FOR_VBMI2 static char* percent_encode_vbmi2(const char* in, std::size_t siz
     return percent_encode_ssse3(in, static_cast<std::size_t>(end - in), out, unsafe);
 }
 
-LUMO_FOR_VBMI2 static std::size_t count_vbmi2(const char* in, std::size_t size, const byte_class& counted)
+LUMO_FOR_VBMI2 std::size_t count_vbmi2(const char* in, std::size_t size, const byte_class& counted)
 {
     const __m512i lower = _mm512_loadu_si512(counted.holds), upper = _mm512_loadu_si512(counted.holds + 64);
     // What is left over goes to the next smaller form, which leaves the last few to the plain one.
@@ -240,6 +242,8 @@ LUMO_FOR_VBMI2 static std::size_t count_vbmi2(const char* in, std::size_t size, 
 }
 
 #endif
+
+} // namespace
 
 // A static of the function rather than of the file: the first use may be in the initialisation of another file's
 // static.

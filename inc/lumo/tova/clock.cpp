@@ -30,11 +30,15 @@ uint64_t tova_time_ms(uint64_t units)
     return units / g_resolution_ms;
 }
 
+namespace {
+
 // Converting a double of 2^64 or more is undefined, so such a count becomes the largest one.
-static uint64_t whole(double count)
+uint64_t whole(double count)
 {
     return count < 18446744073709551616.0 ? static_cast<uint64_t>(count) : UINT64_MAX;
 }
+
+} // namespace
 
 uint64_t tova_time_us(uint64_t units)
 {
@@ -52,8 +56,10 @@ uint64_t tova_time_ns(uint64_t units)
     return whole(static_cast<double>(units) / g_resolution_ns_double);
 }
 
+namespace {
+
 // The zone's offset counts east here, as the C library gives it.
-static void tova_time_unix_from_tm(const tm& from, tova_time* t)
+void tova_time_unix_from_tm(const tm& from, tova_time* t)
 {
     t->year = static_cast<uint16_t>(from.tm_year + 1900);
     t->month = static_cast<uint16_t>(from.tm_mon + 1);
@@ -67,6 +73,8 @@ static void tova_time_unix_from_tm(const tm& from, tova_time* t)
     t->daylight = static_cast<int16_t>(from.tm_isdst);
     tova_strcpy(t->zone, sizeof t->zone, from.tm_zone);
 }
+
+} // namespace
 
 // By the calendar of the C++ library ([time.cal] of the C++20 standard: the Gregorian one, carried on into the past),
 // which is plain arithmetic. gmtime_r would take the C library's lock of the time zone: a child that was forked while
@@ -94,12 +102,16 @@ bool tova::time_utc_from(time_t moment, tm* utc)
     return true;
 }
 
+namespace {
+
 // localtime_r alone would not see a TZ that the host changed since; localtime itself shares its buffer.
-static bool local_from(time_t moment, tm* local)
+bool local_from(time_t moment, tm* local)
 {
     tzset();
     return localtime_r(&moment, local) != nullptr;
 }
+
+} // namespace
 
 void tova::time_local_from(time_t moment, tova_time* t)
 {
@@ -141,7 +153,9 @@ void tova_time_gmt(tova_time* t)
     t->millisecond = static_cast<uint16_t>(now.tv_usec / 1000);
 }
 
-static int32_t header_form(const tova_time* t, char* buffer, int32_t size)
+namespace {
+
+int32_t header_form(const tova_time* t, char* buffer, int32_t size)
 {
     static const char* const days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
     static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -155,6 +169,8 @@ static int32_t header_form(const tova_time* t, char* buffer, int32_t size)
     return tova_sprintf(buffer, size, "%s, %2.2d %s %4.4d %2.2d:%2.2d:%2.2d ", days[t->week_day], t->day,
                         months[t->month - 1], t->year, t->hour, t->minute, t->second);
 }
+
+} // namespace
 
 int32_t tova_time_string(const tova_time* t, int32_t form, char* buffer, int32_t size)
 {

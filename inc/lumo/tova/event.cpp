@@ -6,18 +6,22 @@
 #include <cerrno>
 #include <cstring>
 
-static void check(const tova_event* e)
+namespace {
+
+void check(const tova_event* e)
 {
     tova_assert(e);
     tova_assert(e->_version == tova_version);
 }
 
-static inline void lock(tova_event* e)
+inline void lock(tova_event* e)
 {
     check(e);
     if (pthread_mutex_lock(&e->_mutex) != 0)
         tova_assert(false);
 }
+
+} // namespace
 
 void tova_event_create(tova_event* e, int32_t auto_reset)
 {
@@ -61,8 +65,10 @@ void tova_event_reset(tova_event* e)
     pthread_mutex_unlock(&e->_mutex);
 }
 
+namespace {
+
 // Ends a wait: takes the signal of an auto-reset event and gives the lock back.
-static int32_t leave(tova_event* e)
+int32_t leave(tova_event* e)
 {
     const int32_t signalled = e->_signalled;
     if (signalled && e->_auto_reset)
@@ -70,6 +76,8 @@ static int32_t leave(tova_event* e)
     pthread_mutex_unlock(&e->_mutex);
     return signalled;
 }
+
+} // namespace
 
 void tova_event_wait(tova_event* e)
 {

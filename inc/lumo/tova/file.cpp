@@ -11,7 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static void check(const tova_file* f)
+namespace {
+
+void check(const tova_file* f)
 {
     tova_assert(f);
     tova_assert(f->_version == tova_version);
@@ -19,7 +21,7 @@ static void check(const tova_file* f)
 
 // Repeats a call while signals interrupt it.
 template <class Call>
-static auto uninterrupted(Call call)
+auto uninterrupted(Call call)
 {
     auto result = call();
     while (result == -1 && errno == EINTR)
@@ -28,7 +30,7 @@ static auto uninterrupted(Call call)
 }
 
 // Notes the outcome of a call in the record: 1, or 0 and the system's error.
-static int32_t outcome(tova_file* f, bool done)
+int32_t outcome(tova_file* f, bool done)
 {
     if (!done)
         f->_error = errno;
@@ -36,13 +38,13 @@ static int32_t outcome(tova_file* f, bool done)
 }
 
 // Close-on-exec from the start: a flag set later would lose the race against another thread's fork and exec.
-static int32_t open_with(tova_file* f, const char* path, int flags, mode_t mode)
+int32_t open_with(tova_file* f, const char* path, int flags, mode_t mode)
 {
     f->_file = uninterrupted([=] { return open(path, flags | O_CLOEXEC, mode); });
     return f->_file != INVALID_FILE;
 }
 
-static int32_t open_mode(tova_file* f, const char* path, int32_t mode)
+int32_t open_mode(tova_file* f, const char* path, int32_t mode)
 {
     switch (mode) {
     case tova_file_read_only:
@@ -62,6 +64,8 @@ static int32_t open_mode(tova_file* f, const char* path, int32_t mode)
         return 0;
     }
 }
+
+} // namespace
 
 void tova_file_init(tova_file* f)
 {
@@ -164,8 +168,10 @@ int32_t tova_file_remove(const char* path)
     return unlink(path) == 0;
 }
 
+namespace {
+
 // Copies from the current positions of both files; false when a read or a write failed.
-static bool copy_content(tova_file* from, tova_file* to)
+bool copy_content(tova_file* from, tova_file* to)
 {
     char block[512];
     uint32_t count;
@@ -176,6 +182,8 @@ static bool copy_content(tova_file* from, tova_file* to)
     }
     return from->_error == 0;
 }
+
+} // namespace
 
 int32_t tova_file_copy(const char* source, const char* destination)
 {
@@ -206,14 +214,16 @@ int32_t tova_file_info_get(const char* name, tova_file_info* info)
     return 1;
 }
 
-static void check(const tova_file_find* f)
+namespace {
+
+void check(const tova_file_find* f)
 {
     tova_assert(f);
     tova_assert(f->_version == tova_version);
 }
 
 // Releases the stream as soon as there is nothing left to find, not only when the caller closes.
-static void end_walk(tova_file_find* f)
+void end_walk(tova_file_find* f)
 {
     if (f->_stream)
         closedir(f->_stream);
@@ -221,6 +231,8 @@ static void end_walk(tova_file_find* f)
     f->_entry = nullptr;
     f->_name[0] = 0;
 }
+
+} // namespace
 
 int32_t tova_file_find_first(tova_file_find* f, const char* directory)
 {

@@ -17,9 +17,13 @@ uint64_t g_resolution_us;
 double g_resolution_us_double;
 double g_resolution_ns_double;
 
-static std::atomic<int32_t> m_initialized;
+namespace {
+
+std::atomic<int32_t> m_initialized;
 // Atomic, because a host may register while a worker logs.
-static std::atomic<tova_log_callback> g_callback;
+std::atomic<tova_log_callback> g_callback;
+
+} // namespace
 
 namespace tova {
 

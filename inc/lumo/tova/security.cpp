@@ -10,20 +10,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-static void check(const tova_security* s)
+namespace {
+
+void check(const tova_security* s)
 {
     tova_assert(s);
     tova_assert(s->_version == tova_version);
 }
 
-static int permission_bits(int32_t level)
+int permission_bits(int32_t level)
 {
     // None, read, write, read and write, read and execute, all; then read and all again under their second numbers.
     static constexpr int bits[] = {0, 4, 2, 6, 5, 7, 4, 7};
     return level >= 0 && level < 8 ? bits[level] : 0;
 }
 
-static int32_t group_id(const char* name)
+int32_t group_id(const char* name)
 {
     // A record lists the group's members, so its size has no bound; one of millions of bytes counts as not found.
     int result = ERANGE;
@@ -37,6 +39,8 @@ static int32_t group_id(const char* name)
     }
     return -1;
 }
+
+} // namespace
 
 void tova_security_init(tova_security* s)
 {
@@ -87,10 +91,12 @@ uint16_t tova_security_get(const tova_security* s)
     return s->_mode;
 }
 
+namespace {
+
 // The bits before the owner: after giving a file away, a process can no longer change its bits. An id of -1 turns into
 // all ones, which chown leaves as it is.
 template <class Chmod, class Chown, class File>
-static int32_t apply(tova_security* s, Chmod set_bits, Chown set_owner, File file)
+int32_t apply(tova_security* s, Chmod set_bits, Chown set_owner, File file)
 {
     check(s);
     if (set_bits(file, s->_mode) == 0 &&
@@ -99,6 +105,8 @@ static int32_t apply(tova_security* s, Chmod set_bits, Chown set_owner, File fil
     s->_error = errno;
     return 0;
 }
+
+} // namespace
 
 int32_t tova_security_file_set(tova_security* s, const char* path)
 {

@@ -5,11 +5,15 @@
 #include <cstring>
 #include <memory>
 
-static void check(const tova_string* s)
+namespace {
+
+void check(const tova_string* s)
 {
     tova_assert(s);
     tova_assert(s->_version == tova_version);
 }
+
+} // namespace
 
 void tova_string_init(tova_string* s)
 {
@@ -32,8 +36,10 @@ void tova_string_reserve(tova_string* s, uint32_t size)
     s->_capacity = size;
 }
 
+namespace {
+
 // Puts `text` after the first `kept` characters. The text may be the string's own, so its old block goes last.
-static void replace_tail(tova_string* s, uint32_t kept, const char* text)
+void replace_tail(tova_string* s, uint32_t kept, const char* text)
 {
     check(s);
     const size_t added = text ? strlen(text) : 0;
@@ -60,6 +66,8 @@ static void replace_tail(tova_string* s, uint32_t kept, const char* text)
     s->_length = static_cast<uint32_t>(kept + added);
     s->_text[s->_length] = 0;
 }
+
+} // namespace
 
 void tova_string_set(tova_string* s, const char* text)
 {

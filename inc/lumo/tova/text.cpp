@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <cstring>
 
+namespace {
+
 // Copies `length` characters and terminates them. A text that does not fit is cut and terminated, and then aborts.
 template <class Char>
-static void copy_bounded(Char* dst, unsigned size, const Char* src, size_t length)
+void copy_bounded(Char* dst, unsigned size, const Char* src, size_t length)
 {
     const size_t fitting = length < size ? length : size ? size - 1 : 0;
     // The two may overlap: texts are shortened in place.
@@ -17,6 +19,8 @@ static void copy_bounded(Char* dst, unsigned size, const Char* src, size_t lengt
     if (length >= size)
         tova_assert(false);
 }
+
+} // namespace
 
 void tova_strcpy(char* dst, unsigned size, const char* src)
 {
@@ -55,12 +59,16 @@ void tova_strpath(char* dst, unsigned size, const char* directory, const char* n
     tova_strcat(dst, size, name);
 }
 
+namespace {
+
 // By the ASCII table: the locale's tolower would let a host's setlocale change how header names compare.
-static int lower(char c)
+int lower(char c)
 {
     const unsigned char u = static_cast<unsigned char>(c);
     return u >= 'A' && u <= 'Z' ? u + 32 : u;
 }
+
+} // namespace
 
 int32_t tova_strnicmp(const char* a, const char* b, unsigned count)
 {

@@ -11,7 +11,9 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-static void check(const tova_thread* t)
+namespace {
+
+void check(const tova_thread* t)
 {
     tova_assert(t);
     tova_assert(t->_version == tova_version);
@@ -19,7 +21,9 @@ static void check(const tova_thread* t)
 
 // Incremented under a lock and read without it. Deliberate: two records made at once may get one number, which is for
 // display only and not worth a lock.
-static uint32_t threads_created;
+uint32_t threads_created;
+
+} // namespace
 
 void tova_thread_create(tova_thread* t)
 {
@@ -38,10 +42,8 @@ struct living_thread
     ~living_thread() { tova::living_threads.fetch_sub(1); }
 };
 
-} // namespace
-
 // The platform's start routine. It owns a copy of the record, because the caller's may be detached and gone by now.
-static void* tova_thread_entry(void* argument)
+void* tova_thread_entry(void* argument)
 {
     const living_thread counted;
     const std::unique_ptr<tova_thread> t(static_cast<tova_thread*>(argument));
@@ -52,7 +54,7 @@ static void* tova_thread_entry(void* argument)
 }
 
 // The priority is only a request: a refusal by the system is no failure.
-static void tova_thread_unix_set_priority(tova_thread* t)
+void tova_thread_unix_set_priority(tova_thread* t)
 {
     const int lowest = sched_get_priority_min(SCHED_OTHER);
     const int highest = sched_get_priority_max(SCHED_OTHER);
@@ -65,7 +67,7 @@ static void tova_thread_unix_set_priority(tova_thread* t)
 }
 
 // Creates the platform thread; false when there is no memory or no thread left.
-static bool launch(tova_thread* t)
+bool launch(tova_thread* t)
 {
     // Without an exception: too little memory means that the thread could not be started.
     std::unique_ptr<tova_thread> copy(new (std::nothrow) tova_thread(*t));
@@ -80,6 +82,8 @@ static bool launch(tova_thread* t)
     (void)copy.release(); // the new thread ends it
     return true;
 }
+
+} // namespace
 
 int32_t tova_thread_start(tova_thread* t, tova_thread_target target, void* argument)
 {

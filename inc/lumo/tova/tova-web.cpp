@@ -10,24 +10,28 @@
 #include <new>
 #include <openssl/crypto.h>
 
+namespace {
+
 // Overwrites a text in a way that no compiler drops.
-static void wipe(tova_string* s)
+void wipe(tova_string* s)
 {
     if (s->_text)
         OPENSSL_cleanse(s->_text, s->_capacity);
 }
 
-static void check(const tova_http* h)
+void check(const tova_http* h)
 {
     tova_assert(h);
     tova_assert(h->_version == tova_version);
 }
 
-static void check(const tova_http_response* r)
+void check(const tova_http_response* r)
 {
     tova_assert(r);
     tova_assert(r->_version == tova_version);
 }
+
+} // namespace
 
 // libcurl counts these two by itself, so a host and a session may each make their own calls.
 void tova_http_initialize(int32_t)
@@ -40,25 +44,29 @@ void tova_http_shutdown(void)
     curl_global_cleanup();
 }
 
+namespace {
+
 // The text options, indexed by their numbers.
-static tova_string tova_http::*const string_options[] = {
+tova_string tova_http::*const string_options[] = {
     &tova_http::_url,         &tova_http::_user_agent,     &tova_http::_unused,
     &tova_http::_cookie_file, &tova_http::_proxy,          &tova_http::_proxy_second,
     &tova_http::_proxy_user,  &tova_http::_proxy_password, &tova_http::_path,
 };
 // Option numbers are part of the interface, gaps included: a null stands for a number that is no plain flag.
-static int32_t tova_http::*const number_options[] = {&tova_http::_connect_timeout, &tova_http::_timeout};
-static int32_t tova_http::*const bool_options[] = {
+int32_t tova_http::*const number_options[] = {&tova_http::_connect_timeout, &tova_http::_timeout};
+int32_t tova_http::*const bool_options[] = {
     &tova_http::_verbose,  &tova_http::_follow_redirects, &tova_http::_use_cookies, nullptr, nullptr,
     &tova_http::_disabled,
 };
 
 // The member that an option's number stands for, null when it stands for none.
 template <class Member, size_t count>
-static Member option_member(Member const (&options)[count], int32_t option)
+Member option_member(Member const (&options)[count], int32_t option)
 {
     return option >= 0 && static_cast<size_t>(option) < count ? options[option] : nullptr;
 }
+
+} // namespace
 
 void tova_http_init(tova_http* h)
 {
@@ -102,9 +110,11 @@ int32_t tova_http_option_number_set(tova_http* h, int32_t option, int32_t value)
     return member != nullptr;
 }
 
+namespace {
+
 // Empties both proxies. Deliberate: it never returns 1, because a 1 would say that proxies were found, and only the
 // host can set some.
-static int32_t reset_proxies(tova_http* h)
+int32_t reset_proxies(tova_http* h)
 {
     if (tova_string_length(&h->_url) == 0)
         return 0;
@@ -115,6 +125,8 @@ static int32_t reset_proxies(tova_http* h)
     h->_proxy_resolved = 0;
     return 0;
 }
+
+} // namespace
 
 int32_t tova_http_option_bool_set(tova_http* h, int32_t option, int32_t value)
 {
@@ -171,8 +183,10 @@ void tova_http_close(tova_http* h)
         tova_string_clear(&(h->*text));
 }
 
+namespace {
+
 // libcurl's callbacks. Those for body and header always report success: only the progress callback can stop a transfer.
-static size_t body_adapter(char* bytes, size_t size, size_t count, void* user)
+size_t body_adapter(char* bytes, size_t size, size_t count, void* user)
 {
     auto* r = static_cast<tova_http_response*>(user);
     const uint32_t length = static_cast<uint32_t>(size * count);
@@ -183,7 +197,7 @@ static size_t body_adapter(char* bytes, size_t size, size_t count, void* user)
     return size * count;
 }
 
-static size_t header_adapter(char* bytes, size_t size, size_t count, void* user)
+size_t header_adapter(char* bytes, size_t size, size_t count, void* user)
 {
     auto* r = static_cast<tova_http_response*>(user);
     if (r->_header)
@@ -191,7 +205,7 @@ static size_t header_adapter(char* bytes, size_t size, size_t count, void* user)
     return size * count;
 }
 
-static int progress_adapter(void* user, double expected, double received, double, double)
+int progress_adapter(void* user, double expected, double received, double, double)
 {
     auto* r = static_cast<tova_http_response*>(user);
     tova_assert(r);
@@ -201,7 +215,7 @@ static int progress_adapter(void* user, double expected, double received, double
     return r->_progress(r->_user, static_cast<uint64_t>(expected), static_cast<uint64_t>(received)) == 0;
 }
 
-static void set_proxy(tova_http* h)
+void set_proxy(tova_http* h)
 {
     CURL* curl = h->_curl;
     // Left to itself, libcurl would read a proxy, and hosts to reach without one, from the environment; a request is
@@ -213,7 +227,7 @@ static void set_proxy(tova_http* h)
         curl_easy_setopt(curl, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_ANY));
 }
 
-static void set_proxy_login(tova_http* h)
+void set_proxy_login(tova_http* h)
 {
     // Null sends no login; an empty text would be sent as an empty login.
     if (!tova_string_length(&h->_proxy_user)) {
@@ -230,7 +244,7 @@ static void set_proxy_login(tova_http* h)
 
 // Keeps a request within HTTP, and finite, whatever the server answers. What it shares with the web client stands in
 // curl_safeguards.h.
-static void set_safeguards(CURL* curl)
+void set_safeguards(CURL* curl)
 {
     tova::set_safeguards([curl](CURLoption option, auto value) { curl_easy_setopt(curl, option, value); });
     // Without a scheme libcurl would guess by the host's name and speak FTP with "ftp.example.com".
@@ -243,7 +257,7 @@ static void set_safeguards(CURL* curl)
 
 // libcurl gathers the names of cookie files and reads them all again with every request. Emptying that list throws the
 // cookies away too, so those are put aside meanwhile: what servers set lives as long as the handle.
-static void set_cookies(const tova_http* h)
+void set_cookies(const tova_http* h)
 {
     CURL* curl = h->_curl;
     curl_slist* kept = nullptr;
@@ -257,7 +271,7 @@ static void set_cookies(const tova_http* h)
     curl_slist_free_all(kept);
 }
 
-static void set_options(tova_http* h)
+void set_options(tova_http* h)
 {
     CURL* curl = h->_curl;
     set_safeguards(curl);
@@ -273,7 +287,7 @@ static void set_options(tova_http* h)
     curl_easy_setopt(curl, CURLOPT_USERAGENT, *agent ? agent : nullptr);
 }
 
-static void set_callbacks(tova_http* h, tova_http_response* r)
+void set_callbacks(tova_http* h, tova_http_response* r)
 {
     CURL* curl = h->_curl;
     if (r->_progress) {
@@ -289,7 +303,7 @@ static void set_callbacks(tova_http* h, tova_http_response* r)
     curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, r->_error);
 }
 
-static void set_method(tova_http* h)
+void set_method(tova_http* h)
 {
     CURL* curl = h->_curl;
     // One is switched off before the other on: the handle remembers the method of the last request.
@@ -306,7 +320,7 @@ static void set_method(tova_http* h)
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, h->_data ? h->_data : "");
 }
 
-static void set_url(tova_http* h)
+void set_url(tova_http* h)
 {
     const char* url = tova_string_get(&h->_url);
     char replaced[256];
@@ -323,12 +337,12 @@ static void set_url(tova_http* h)
     curl_easy_setopt(h->_curl, CURLOPT_URL, url);
 }
 
-static void log_failure(const char* call, CURLcode code)
+void log_failure(const char* call, CURLcode code)
 {
     tova_log(2, "Failed %s error %d", call, static_cast<int>(code));
 }
 
-static void perform(tova_http* h, tova_http_response* r)
+void perform(tova_http* h, tova_http_response* r)
 {
     CURLcode code = curl_easy_perform(h->_curl);
     // libcurl may write an error when the handle closes its connections, and the response may be gone by then.
@@ -346,6 +360,8 @@ static void perform(tova_http* h, tova_http_response* r)
         log_failure("curl_easy_getinfo", code);
     r->status = static_cast<int32_t>(status);
 }
+
+} // namespace
 
 int32_t tova_http_request(tova_http* h, tova_http_response* r, int32_t method)
 {

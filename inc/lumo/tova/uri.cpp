@@ -12,13 +12,15 @@ int32_t tova_proxy_get_for_url(const char*, tova_proxy* proxy)
     return 0;
 }
 
-static tova_uri_part part(const char* begin, const char* end)
+namespace {
+
+tova_uri_part part(const char* begin, const char* end)
 {
     return {begin, static_cast<uint32_t>(end - begin)};
 }
 
 // user:password@host:port
-static void parse_authority(tova_uri* uri, const char* begin, const char* end)
+void parse_authority(tova_uri* uri, const char* begin, const char* end)
 {
     // The last "@" counts, as it does in libcurl.
     const char* at = end;
@@ -34,6 +36,8 @@ static void parse_authority(tova_uri* uri, const char* begin, const char* end)
     if (colon)
         uri->password = part(colon + 1, at);
 }
+
+} // namespace
 
 void tova_uri_parse(tova_uri* uri, const char* text)
 {
@@ -57,9 +61,11 @@ void tova_uri_parse(tova_uri* uri, const char* text)
         uri->path = part(text, text + strlen(text));
 }
 
+namespace {
+
 // The value of a digit. The characters between "9" and "A" continue from 9, and anything else that is no digit is 0;
 // tova-web.h says why.
-static unsigned digit_value(char c)
+unsigned digit_value(char c)
 {
     const unsigned from_zero = static_cast<unsigned char>(c) - static_cast<unsigned>('0');
     if (from_zero <= 15)
@@ -67,6 +73,8 @@ static unsigned digit_value(char c)
     const unsigned letter = (static_cast<unsigned char>(c) | 0x20u) - 'a';
     return letter < 6 ? letter + 10 : 0;
 }
+
+} // namespace
 
 int32_t tova_uri_decode(char* out, unsigned size, const char* text, unsigned length)
 {

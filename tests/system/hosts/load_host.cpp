@@ -15,7 +15,11 @@
 #include <unistd.h>
 #include <vector>
 
-static std::mutex printing;
+namespace {
+
+std::mutex printing;
+
+} // namespace
 
 // The library's own deletions come through here, with its lock held: the size is what is deleted, to the byte.
 extern "C" int remove(const char* path) noexcept

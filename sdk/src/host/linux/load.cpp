@@ -50,8 +50,10 @@ answer readers::loads(const char* root, load_visitor* visit, void* context)
     return answer::found;
 }
 
+namespace {
+
 // "0-3,8,10-11": what the kernel calls a list.
-static std::uint64_t count_list(std::string_view list)
+std::uint64_t count_list(std::string_view list)
 {
     std::uint64_t count = 0, first = 0;
     for (list = files::trim(list); take_number(list, first);) {
@@ -68,6 +70,8 @@ static std::uint64_t count_list(std::string_view list)
     }
     return list.empty() ? count : 0;
 }
+
+} // namespace
 
 answer readers::processors(const char* root, std::uint64_t& count)
 {
