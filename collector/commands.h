@@ -17,6 +17,7 @@ enum Status
 void add_serve(CLI::App& program, int& status);
 void add_user(CLI::App& program, int& status);
 void add_key(CLI::App& program, int& status);
+void add_secret(CLI::App& program, int& status);
 /// export, report, import, forget, backup: what is done with a store, beside a server or without one.
 void add_store_commands(CLI::App& program, int& status);
 

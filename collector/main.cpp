@@ -29,6 +29,7 @@ int run(int argc, char** argv)
     commands::add_store_commands(program, status);
     commands::add_user(program, status);
     commands::add_key(program, status);
+    commands::add_secret(program, status);
     try {
         // Without a word, or with options first, it serves.
         std::vector<std::string> words(argv + 1, argv + argc);

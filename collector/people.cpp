@@ -1,7 +1,8 @@
-// analytics-collector user and key: who may look, and who may send.
+// analytics-collector user, key and secret: who may look, who may send, and what logins are signed with.
 #include "commands.h"
 
 #include "http/keys.h"
+#include "http/private_file.h"
 #include "http/users.h"
 
 #include <iostream>
@@ -95,6 +96,15 @@ void add_key(CLI::App& program, int& status)
     make->callback([words, &status] {
         status = guarded([&] { std::cout << http::Keys::make(words->file, words->application) << std::endl; });
     });
+}
+
+void add_secret(CLI::App& program, int& status)
+{
+    const auto file = std::make_shared<std::string>();
+    CLI::App* secret = program.add_subcommand("secret", "Makes the secret of --secret.")->require_subcommand(1);
+    CLI::App* make = secret->add_subcommand("new", "Makes a file that signs logins; all collectors get the same one.");
+    make->add_option("FILE", *file, "the file, which must not be there yet")->required();
+    make->callback([file, &status] { status = guarded([&] { http::make_secret(*file); }); });
 }
 
 } // namespace commands

@@ -5,8 +5,10 @@
 #include "settings.h"
 
 #include "http/client.h"
+#include "http/logouts.h"
 #include "http/metrics.h"
 #include "http/page.h"
+#include "http/private_file.h"
 
 #include <csignal>
 #include <filesystem>
@@ -107,10 +109,13 @@ public:
           m_keys(settings.keys),
           m_users(settings.users),
           m_tokens(settings.tokens),
+          m_logouts(logouts()),
+          m_sessions(settings.secret.empty() ? http::passing_secret() : http::read_secret(settings.secret), m_users,
+                     *m_logouts),
           m_writer(value_of(m_store->writing())),
           m_live(*m_store),
           m_uploads(m_writer, m_keys, settings.uploads, settings.store),
-          m_page(*m_store, m_writer, m_live, m_users, m_tokens, page_settings(), surroundings()),
+          m_page(*m_store, m_writer, m_live, m_users, m_sessions, m_tokens, page_settings(), surroundings()),
           m_server(settings.server, normalized(settings.proxies)),
           m_shared(&m_uploads, &m_page),
           m_uploads_alone(&m_uploads, nullptr),
@@ -146,6 +151,12 @@ public:
     }
 
 private:
+    // A login outlives a restart only by --secret; then its end has to as well.
+    std::unique_ptr<store::Logouts> logouts() const
+    {
+        return std::make_unique<http::FileLogouts>(m_settings.secret.empty() ? "" : m_settings.store + "-logouts");
+    }
+
     http::PageSettings page_settings()
     {
         http::PageSettings settings;
@@ -253,6 +264,8 @@ private:
     http::Keys m_keys;
     http::Users m_users;
     http::Tokens m_tokens;
+    std::unique_ptr<store::Logouts> m_logouts;
+    http::Sessions m_sessions;
     store::Writer m_writer;
     api::Live m_live;
     http::Uploads m_uploads;

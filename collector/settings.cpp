@@ -45,6 +45,7 @@ void add_settings(CLI::App& command, Settings& settings)
     add(command, "--page", settings.page, "ADDRESS:PORT for the page alone");
     add(command, "--keys", settings.keys, "file of lines KEY APPLICATION; uploads then come to /u/KEY alone");
     add(command, "--users", settings.users, "file of those who may look at the page");
+    add(command, "--secret", settings.secret, "file that logins are signed with: they outlive a restart");
     add(command, "--tokens", settings.tokens, "file of bearer tokens for programs that read the figures");
     add(command, "--host", settings.hosts, "a further name of the page (repeatable)");
     add(command, "--proxy", settings.proxies, "address of a proxy whose X-Forwarded-For counts (repeatable)");

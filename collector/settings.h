@@ -14,7 +14,7 @@ struct Settings
 {
     std::string store;
     std::string listen = "127.0.0.1:8080", page;
-    std::string keys, users, tokens;
+    std::string keys, users, tokens, secret;
     std::string tls_certificate, tls_key;
     std::string log = "text";
     std::string config;

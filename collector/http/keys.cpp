@@ -1,14 +1,14 @@
 #include "keys.h"
 
+#include "private_file.h"
+
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <fstream>
 #include <sodium.h>
 #include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace http {
 
@@ -61,16 +61,7 @@ std::string Keys::make(const std::string& file, const std::string& application)
     char key[33];
     randombytes_buf(bytes, sizeof bytes);
     sodium_bin2hex(key, sizeof key, bytes, sizeof bytes);
-    const std::string line = std::string(key) + " " + application + "\n";
-    // One write at the end of the file: two commands at once do not mix their lines.
-    const int out = open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    const bool written =
-        out >= 0 && write(out, line.data(), line.size()) == static_cast<ssize_t>(line.size()) && fsync(out) == 0;
-    const int fault = errno;
-    if (out >= 0)
-        close(out);
-    if (!written)
-        throw std::runtime_error("the file of keys " + file + " cannot be written: " + std::strerror(fault));
+    append_line(file, std::string(key) + " " + application + "\n", "keys");
     return key;
 }
 

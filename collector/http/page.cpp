@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <chrono>
 
 namespace http {
 namespace {
@@ -14,6 +15,12 @@ namespace {
 constexpr uint64_t body_most = 64 << 10; // a login's form; nothing else the page takes has a body
 constexpr size_t waiting_most = 200;
 const std::string cookie_name = "analytics_session";
+
+store::Seconds now()
+{
+    using namespace std::chrono;
+    return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
+}
 
 std::string lower(std::string text)
 {
@@ -116,12 +123,13 @@ std::string form_value(std::string_view body, std::string_view name)
 
 } // namespace
 
-Page::Page(store::Store& store, store::Writer& writer, api::Live& live, Users& users, const Tokens& tokens,
-           const PageSettings& settings, const api::Surroundings& surroundings)
+Page::Page(store::Store& store, store::Writer& writer, api::Live& live, Users& users, Sessions& sessions,
+           const Tokens& tokens, const PageSettings& settings, const api::Surroundings& surroundings)
     : m_store(store),
       m_writer(writer),
       m_live(live),
       m_users(users),
+      m_sessions(sessions),
       m_tokens(tokens),
       m_settings(settings),
       m_surroundings(surroundings),
@@ -175,7 +183,7 @@ bool Page::is_let_in(const Request& request)
 {
     const std::string* authorization = request.field("authorization");
     return !m_users.configured() || (authorization != nullptr && m_tokens.is_right(*authorization)) ||
-           m_logins.is_open(cookie_of(request));
+           m_sessions.check(cookie_of(request), now());
 }
 
 Answer Page::answer(const Request& request)
@@ -187,13 +195,22 @@ Answer Page::answer(const Request& request)
     if (!is_open && !is_let_in(request))
         return starts_with(request.path, "/api/") || request.path == "/metrics" ? sentence(401, "this needs a login")
                                                                                 : go_to("/login");
+    return inside(request);
+}
+
+Answer Page::inside(const Request& request)
+{
     if (request.path == "/logout" && request.method == "POST")
         return logout(request);
     if (request.path == "/api/live")
         return live(request);
     if (starts_with(request.path, "/api/"))
         return asked(request);
-    return file(request);
+    Answer answer = file(request);
+    if (const auto session = m_sessions.check(cookie_of(request), now()); session && request.path == "/")
+        if (const std::string later = m_sessions.renewed(*session, now()); !later.empty())
+            answer.fields.emplace_back("Set-Cookie", set_cookie(request, later));
+    return answer;
 }
 
 Answer Page::login(const Request& request)
@@ -202,16 +219,17 @@ Answer Page::login(const Request& request)
         return go_to("/");
     if (!m_login_rate.take(request.client))
         return try_again(429, 10, "too many logins; try again later");
-    if (!m_users.is_right(form_value(request.body, "name"), form_value(request.body, "password")))
+    const std::string name = form_value(request.body, "name");
+    if (!m_users.is_right(name, form_value(request.body, "password")))
         return sentence(403, "this name and password are not known");
     Answer answer = go_to("/");
-    answer.fields.emplace_back("Set-Cookie", set_cookie(request, m_logins.open()));
+    answer.fields.emplace_back("Set-Cookie", set_cookie(request, m_sessions.open(name, now())));
     return answer;
 }
 
 Answer Page::logout(const Request& request)
 {
-    m_logins.end(cookie_of(request));
+    m_sessions.end(cookie_of(request), now());
     Answer answer = go_to(m_users.configured() ? "/login" : "/");
     answer.fields.emplace_back("Set-Cookie", set_cookie(request, ""));
     return answer;

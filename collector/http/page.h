@@ -4,6 +4,7 @@
 
 #include "message.h"
 #include "rates.h"
+#include "sessions.h"
 #include "turns.h"
 #include "users.h"
 
@@ -27,8 +28,8 @@ class Page final : public Service
 {
 public:
     /// @param writer deletions go through it
-    Page(store::Store& store, store::Writer& writer, api::Live& live, Users& users, const Tokens& tokens,
-         const PageSettings& settings, const api::Surroundings& surroundings);
+    Page(store::Store& store, store::Writer& writer, api::Live& live, Users& users, Sessions& sessions,
+         const Tokens& tokens, const PageSettings& settings, const api::Surroundings& surroundings);
 
     std::optional<Answer> admit(const Request& head, uint64_t& body_limit) override;
     void handle(Request request, Reply reply) override;
@@ -37,6 +38,7 @@ public:
 
 private:
     Answer answer(const Request& request);
+    Answer inside(const Request& request);
     Answer asked(const Request& request);
     Answer file(const Request& request);
     Answer live(const Request& request);
@@ -49,10 +51,10 @@ private:
     store::Writer& m_writer;
     api::Live& m_live;
     Users& m_users;
+    Sessions& m_sessions;
     const Tokens& m_tokens;
     const PageSettings m_settings;
     const api::Surroundings m_surroundings;
-    Logins m_logins;
     Rates m_login_rate{0.5};
     std::atomic<bool> m_stop{false};
     std::mutex m_lock;

@@ -1,13 +1,16 @@
 #include "users.h"
 
+#include "private_file.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
+#include <ctime>
 #include <fstream>
 #include <sodium.h>
 #include <stdexcept>
 #include <unistd.h>
+#include <utility>
 
 namespace http {
 namespace {
@@ -45,42 +48,60 @@ std::string hashed_password(const std::string& password)
     return hash;
 }
 
-/// The file appears whole or not at all: a server that reads it meanwhile finds the old one or the new one.
-void replace_file(const std::string& file, const std::string& text)
-{
-    const std::string made = file + ".new";
-    const int out = open(made.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    const bool written =
-        out >= 0 && write(out, text.data(), text.size()) == static_cast<ssize_t>(text.size()) && fsync(out) == 0;
-    if (out >= 0)
-        close(out);
-    if (!written || std::rename(made.c_str(), file.c_str()) != 0)
-        throw fault("the file of users " + file + " cannot be written");
-}
-
 } // namespace
 
 Users::Users(std::string file) : m_file(std::move(file))
 {
-    if (configured())
+    if (configured()) {
         lines_of(m_file, "users");
+        load();
+    }
+}
+
+// A file that is replaced keeps its time when that is as coarse as the kernel's tick, but not its number.
+void Users::load()
+{
+    struct stat info
+    {};
+    if (stat(m_file.c_str(), &info) != 0 ||
+        (info.st_mtim.tv_sec == m_read.st_mtim.tv_sec && info.st_mtim.tv_nsec == m_read.st_mtim.tv_nsec &&
+         info.st_ino == m_read.st_ino && info.st_size == m_read.st_size))
+        return;
+    std::map<std::string, std::string> hashes;
+    for (const std::string& line : lines_of(m_file, "users"))
+        if (const size_t colon = line.find(':'); colon != std::string::npos)
+            hashes[line.substr(0, colon)] = line.substr(colon + 1);
+    m_hashes = std::move(hashes);
+    m_read = info;
+}
+
+std::optional<std::string> Users::password_hash(const std::string& name)
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    std::lock_guard hold(m_lock);
+    if (configured() && std::exchange(m_looked, now.tv_sec) != now.tv_sec) {
+        try {
+            load();
+        } catch (const std::runtime_error&) {
+            // Looked at again a second later.
+        }
+    }
+    const auto entry = m_hashes.find(name);
+    return entry == m_hashes.end() ? std::nullopt : std::optional(entry->second);
 }
 
 bool Users::is_right(const std::string& name, const std::string& password)
 {
     // A hash of nothing in particular: an unknown name takes as long as a wrong password.
     static const std::string nobody = hashed_password("nobody");
-    std::lock_guard hold(m_lock);
-    std::string hash = nobody;
-    bool known = false;
-    for (const std::string& line : lines_of(m_file, "users")) {
-        const size_t colon = line.find(':');
-        if (colon == name.size() && line.compare(0, colon, name) == 0) {
-            hash = line.substr(colon + 1);
-            known = true;
-        }
+    {
+        std::lock_guard hold(m_lock);
+        m_looked = 0; // somebody who was added this very second is let in
     }
-    return crypto_pwhash_str_verify(hash.c_str(), password.data(), password.size()) == 0 && known;
+    const auto hash = password_hash(name);
+    std::lock_guard hold(m_hashing);
+    return crypto_pwhash_str_verify(hash.value_or(nobody).c_str(), password.data(), password.size()) == 0 && hash;
 }
 
 void Users::add(const std::string& file, const std::string& name, const std::string& password)
@@ -94,7 +115,7 @@ void Users::add(const std::string& file, const std::string& name, const std::str
         for (const std::string& line : lines_of(file, "users"))
             if (line.compare(0, name.size() + 1, name + ":") != 0)
                 text += line + "\n";
-    replace_file(file, text + name + ":" + hashed_password(password) + "\n");
+    replace_file(file, text + name + ":" + hashed_password(password) + "\n", "users");
 }
 
 Tokens::Tokens(const std::string& file)
@@ -115,34 +136,6 @@ bool Tokens::is_right(const std::string& authorization) const
     for (const std::string& known : m_hashes)
         right |= sodium_memcmp(known.data(), hash.data(), hash.size()) == 0;
     return right && is_bearer;
-}
-
-std::string Logins::open(Clock::time_point now)
-{
-    unsigned char bytes[32];
-    char secret[sizeof bytes * 2 + 1];
-    randombytes_buf(bytes, sizeof bytes);
-    sodium_bin2hex(secret, sizeof secret, bytes, sizeof bytes);
-    std::lock_guard hold(m_lock);
-    std::erase_if(m_open, [&](const auto& login) { return now - login.second > lasts; });
-    m_open[hash_of(secret)] = now;
-    return secret;
-}
-
-bool Logins::is_open(const std::string& secret, Clock::time_point now)
-{
-    std::lock_guard hold(m_lock);
-    const auto login = m_open.find(hash_of(secret));
-    if (login == m_open.end() || now - login->second > lasts)
-        return false;
-    login->second = now;
-    return true;
-}
-
-void Logins::end(const std::string& secret)
-{
-    std::lock_guard hold(m_lock);
-    m_open.erase(hash_of(secret));
 }
 
 } // namespace http

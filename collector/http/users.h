@@ -1,11 +1,12 @@
 /// @file
-/// Who may look at the page: a file of names with hashed passwords, one of bearer tokens, and the logins that are open.
+/// Who may look at the page: a file of names with hashed passwords, one of bearer tokens.
 #pragma once
 
-#include <chrono>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <vector>
 
 namespace http {
@@ -19,14 +20,24 @@ public:
     bool configured() const { return !m_file.empty(); }
     /// Takes tens of milliseconds and 64 MiB on purpose, for a name that is unknown as well; one at a time.
     bool is_right(const std::string& name, const std::string& password);
+    /// What the file has for a name; none for one that is not in it.
+    ///
+    /// The file is looked at again once a second at most. While it cannot be read the users stay as they were.
+    std::optional<std::string> password_hash(const std::string& name);
 
     /// Adds a name, or gives it a new password; the file is replaced whole, mode 0600.
     /// @throws std::runtime_error with a sentence
     static void add(const std::string& file, const std::string& name, const std::string& password);
 
 private:
+    void load();
     const std::string m_file;
-    std::mutex m_lock;
+    std::mutex m_lock;    ///< of what follows
+    std::mutex m_hashing; ///< one password at a time
+    std::map<std::string, std::string> m_hashes;
+    struct stat m_read
+    {};                  ///< the file's, when it was read
+    time_t m_looked = 0; ///< at the file, by the monotonic clock
 };
 
 /// Tokens for programs that read the figures, one a line of a file ("#" begins a comment). Any thread.
@@ -40,24 +51,6 @@ public:
 
 private:
     std::vector<std::string> m_hashes;
-};
-
-/// The logins that are open, by the secret in the browser's cookie. They end with the process, after `lasts` without a
-/// request, or by logout. Any thread.
-class Logins
-{
-public:
-    using Clock = std::chrono::steady_clock;
-    static constexpr std::chrono::hours lasts{24 * 14};
-
-    /// Opens one. @return the secret, 64 hexadecimal digits
-    std::string open(Clock::time_point now = Clock::now());
-    bool is_open(const std::string& secret, Clock::time_point now = Clock::now());
-    void end(const std::string& secret);
-
-private:
-    std::mutex m_lock;
-    std::map<std::string, Clock::time_point> m_open; ///< by the secret's hash: a look-up's time tells nothing of it
 };
 
 } // namespace http

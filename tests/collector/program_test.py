@@ -145,8 +145,13 @@ class Life(unittest.TestCase):
             self.assertEqual(run("backup", newer, "--store", collector.store).returncode, 0)
             with sqlite3.connect(newer) as store:
                 store.execute("pragma user_version = 999")
+            secrets = [os.path.join(folder, name) for name in ["open", "short"]]
+            for file, mode, text in [(secrets[0], 0o644, "a" * 32), (secrets[1], 0o600, "a" * 31 + "\n")]:
+                with open(os.open(file, os.O_CREAT | os.O_WRONLY, mode), "w", encoding="utf-8") as secret:
+                    secret.write(text)
             for options in [["--store", collector.store], ["--store", newer], ["--listen", "0.0.0.0:0"],
-                            ["--body-limit", "many"], ["--no-such-option"], ["--tls-cert", "x"]]:
+                            ["--body-limit", "many"], ["--no-such-option"], ["--tls-cert", "x"],
+                            *(["--secret", file] for file in [*secrets, "none"])]:
                 with self.subTest(options):
                     refused = run("serve", "--store", os.path.join(folder, "e.db"), "--listen", "127.0.0.1:0", *options) \
                         if "--store" not in options and "--listen" not in options else run("serve", *options)
@@ -197,6 +202,32 @@ class Page(unittest.TestCase):
                 self.assertEqual(ask("GET", "/api/names", Cookie=secret)[0], 401)
                 self.assertEqual(collector.request("GET", "/", port=collector.port)[0], 404)
                 self.assertEqual(collector.request("POST", "/events", GOOD, port=collector.page_port)[0], 404)
+
+    def test_takes_a_login_made_with_its_secret_until_it_ends(self):
+        with tempfile.TemporaryDirectory() as folder:
+            users, secret, store = (os.path.join(folder, name) for name in ["users", "secret", "store"])
+            os.mkdir(store)
+            run("user", "add", "ann", "--users", users, given="secret\n")
+            self.assertEqual([run("secret", "new", secret).returncode for _ in range(2)], [0, 1])
+            self.assertEqual(os.stat(secret).st_mode & 0o777, 0o600)
+            options = ["--users", users, "--secret", secret]
+            ask = lambda at, method, path, body=None, cookie="": at.request(method, path, body, {"Cookie": cookie})
+            looks = lambda at, cookie: ask(at, "GET", "/api/names", cookie=cookie)[0]
+            login = lambda at: ask(at, "POST", "/login", "name=ann&password=secret")[2].getheader("Set-Cookie").split(";")[0]
+            with running(*options, folder=store) as first, running(*options) as second, running("--users", users) as stranger:
+                ended, kept = login(first), login(first)
+                number, until, *rest = kept.split(".")
+                self.assertEqual(ask(first, "POST", "/logout", "", ended)[0], 303)
+                for what, at, cookie, expected in [
+                        ("here", first, kept, 200), ("elsewhere", second, kept, 200), ("without the secret", stranger, kept, 401),
+                        ("ended", first, ended, 401), ("longer", first, ".".join([number, "9" + until, *rest]), 401),
+                        ("no signature", first, ".".join([number, until, rest[0]]), 401), ("cut", first, kept[:-1], 401)]:
+                    with self.subTest(what):
+                        self.assertEqual(looks(at, cookie), expected)
+            with running(*options, folder=store) as again:
+                self.assertEqual((looks(again, kept), looks(again, ended)), (200, 401))
+                run("user", "add", "ann", "--users", users, given="another\n")
+                wait_until(lambda: looks(again, kept) == 401)
 
 
 class Commands(unittest.TestCase):
