@@ -7,6 +7,8 @@ packages_collector="libboost-dev libsqlite3-dev libsimdjson-dev libsodium-dev zl
 packages_test="locales libgtest-dev libgmock-dev squid tinyproxy openssl curl fiu-utils libfiu-dev procps util-linux iproute2 python3 tzdata"
 packages_browser="chromium chromium-driver python3-selenium"
 packages_bench="libbenchmark-dev rapidjson-dev libspdlog-dev libsqlite3-dev"
+# Of the cluster's tests and of ./dev cluster alone: ZooKeeper, the nodes, what stands before and beside the collectors.
+packages_cluster="clickhouse-server clickhouse-client zookeeper libslf4j-java haproxy nginx-light prometheus faketime util-linux e2fsprogs python3"
 packages_fuzz="clang libclang-rt-14-dev"
 packages_check="clang clang-format clang-tidy doxygen shellcheck abigail-tools xz-utils binutils python3 git"
 packages_darwin="npm nodejs python3"
@@ -18,18 +20,29 @@ missing_packages() { # PACKAGE...: those that dpkg does not hold installed
     done
 }
 
-# squid and tinyproxy start a system service when they are installed, and at every start of the machine from then on; the
-# tests want their programs only. A policy that the machine has already stays as it is; ours goes, also after a failure.
+services="squid tinyproxy clickhouse-server haproxy nginx prometheus" # that come with packages above
+
+has_service() { # NAME: whether the machine has such a service
+    [ -e "/lib/systemd/system/$1.service" ] || [ -e "/etc/init.d/$1" ]
+}
+
+# A package's service starts with its installation, and at every start of the machine from then on; the chores want the
+# program only. A policy, and a service, that the machine has already stays as it is; our policy goes, also after a failure.
 install_without_services() ( # PACKAGE...: as root; a subshell, whose end cleans up
-    policy=/usr/sbin/policy-rc.d status=0
+    policy=/usr/sbin/policy-rc.d status=0 new=""
     if [ ! -e "$policy" ] && [ ! -L "$policy" ]; then
         trap 'rm -f "$policy"' EXIT
         trap 'exit 130' HUP INT TERM
         printf '#!/bin/sh\nexit 101\n' >"$policy" && chmod 755 "$policy" || exit 1
     fi
+    for service in $services; do
+        has_service "$service" || new="$new $service"
+    done
     DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "$@" || status=$?
-    for package in squid tinyproxy; do
-        [[ " $* " != *" $package "* ]] || [ ! -e "/etc/init.d/$package" ] || update-rc.d "$package" disable || status=$?
+    for service in $new; do
+        has_service "$service" || continue
+        [ ! -e "/etc/init.d/$service" ] || update-rc.d "$service" disable || status=$?
+        rm -f "/etc/systemd/system/multi-user.target.wants/$service.service" # all that "systemctl disable" does to these
     done
     exit "$status"
 )
@@ -38,7 +51,7 @@ need_packages() { # GROUP...: installs what the groups lack; says which command 
     local group wanted="" missing runner=()
     for group in "$@"; do
         if [ "$group" = all ]; then
-            wanted="$packages_build $packages_collector $packages_test $packages_browser $packages_bench $packages_fuzz $packages_check"
+            wanted="$packages_build $packages_collector $packages_test $packages_browser $packages_bench $packages_cluster $packages_fuzz $packages_check"
         elif [ "$group" = darwin ]; then
             { command -v npm && command -v python3; } >/dev/null || wanted="$wanted $packages_darwin"
         else
@@ -63,7 +76,8 @@ need_packages() { # GROUP...: installs what the groups lack; says which command 
     echo "installing: $missing"
     mkdir -p build
     if ! { "${runner[@]}" apt-get update &&
-        "${runner[@]}" bash -c "$(declare -f install_without_services); install_without_services $missing"; } \
+        "${runner[@]}" bash -c "services='$services'
+            $(declare -f has_service install_without_services); install_without_services $missing"; } \
         >build/apt.log 2>&1; then
         tail -n 20 build/apt.log >&2
         echo "apt-get could not install them; the whole output is in build/apt.log" >&2
