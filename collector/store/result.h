@@ -28,24 +28,25 @@ struct Fault
     std::string text; ///< one sentence for a person, without a line feed
 };
 
-/// A value or a fault. `if (auto answer = reader.summary(query, limit)) use(*answer); else log(answer.fault().text);`
-template <class T>
+/// A value, or why there is none: `if (auto answer = reader.summary(query, limit)) use(*answer);
+/// else log(answer.fault().text);`
+template <class T, class Reason = Fault>
 class Result
 {
 public:
     Result(T value) : m_value(std::move(value)) {}
-    Result(Fault fault) : m_fault(std::move(fault)) {}
+    Result(Reason reason) : m_fault(std::move(reason)) {}
 
     explicit operator bool() const { return m_value.has_value(); }
     T& operator*() { return *m_value; }
     const T& operator*() const { return *m_value; }
     T* operator->() { return &*m_value; }
     const T* operator->() const { return &*m_value; }
-    const Fault& fault() const { return m_fault; }
+    const Reason& fault() const { return m_fault; }
 
 private:
     std::optional<T> m_value;
-    Fault m_fault;
+    Reason m_fault;
 };
 
 /// The value of operations that only succeed or fail.

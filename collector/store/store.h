@@ -156,11 +156,34 @@ enum class Opening
     use,    ///< it must be there; beside a server
 };
 
+/// When an upload to a cluster is answered.
+enum class AnswerBy
+{
+    replica, ///< once it is in the spool and on one replica: on two machines
+    spool,   ///< once it is in the spool, which then must not lose its disk
+};
+
+/// What a store on a cluster is told besides its address. Of no meaning to a file.
+struct ClusterOptions
+{
+    std::string password_file; ///< one line: the user's password; empty: none
+    std::string ca_file;       ///< certificates (PEM) that vouch for the nodes; then they are asked by TLS
+    std::string secret_file;   ///< shared by all collectors: remembers who was forgotten
+    std::string spool;         ///< the file that holds what the cluster is not known to have
+    uint64_t spool_bytes = uint64_t(4) << 30;
+    AnswerBy answer = AnswerBy::replica;
+    std::chrono::seconds answer_wait{5};       ///< for a replica, before an upload is refused
+    std::chrono::seconds keep{600};            ///< how long rows stay in the spool after both replicas had them
+    size_t group_lines = 100000;               ///< the most lines of one insert
+    std::chrono::milliseconds group_time{250}; ///< what has come in this time goes together
+};
+
 struct OpenOptions
 {
     Opening opening = Opening::use;
     /// How long a write waits for another process's lock before it fails with FaultKind::busy.
     std::chrono::milliseconds busy_wait{5000};
+    ClusterOptions cluster = {};
 };
 
 /// Opens the store that `address` names: the path of a file. Migrates an older schema (`serve` and `create` only; `use`

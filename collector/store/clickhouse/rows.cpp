@@ -1,0 +1,198 @@
+#include "rows.h"
+
+#include "row_binary.h"
+#include "store/chain.h"
+
+#include <algorithm>
+
+#include <openssl/sha.h>
+
+namespace store::clickhouse {
+
+namespace {
+
+constexpr Seconds g_first_week = 946684800; // 2000-01-01
+constexpr Seconds g_last_week = 4102444799; // 2099-12-31
+constexpr BatchId g_no_batch{};
+
+constexpr TableFacts g_facts[g_kinds] = {
+    {"events",
+     "application, name, is_named, hour, installation, batch, line, week, logged, place, has_batch, version, members, "
+     "p.key, p.type, p.text, p.is_fact, others, receipt",
+     "application, name, is_named, hour, installation, batch, line",
+     "application String, name String, is_named UInt8, hour Int32, installation String, batch FixedString(16), "
+     "line UInt64"},
+    {"rejects", "installation, batch, line, received, reason, text, receipt", "installation, batch, line",
+     "installation String, batch FixedString(16), line UInt64"},
+    {"drops", "batch, first, count, installation, received, receipt", "batch, first, count",
+     "batch FixedString(16), first UInt32, count UInt32"},
+    {"uploads", "collector, number, uploads, differs, last_received, receipt", "collector, number",
+     "collector FixedString(16), number UInt64"},
+};
+
+int64_t floor_of(int64_t value, int64_t unit)
+{
+    return value / unit - (value % unit < 0);
+}
+
+std::string_view bytes_of(const BatchId& id)
+{
+    return {reinterpret_cast<const char*>(id.data()), id.size()};
+}
+
+// The engine keeps the row of the highest version: so that is the one that came first.
+uint64_t receipt_of(Milliseconds received_at)
+{
+    return (uint64_t(1) << 63) - static_cast<uint64_t>(received_at);
+}
+
+// Places of one table only are alike; 128 bits of a hash that nobody can steer keep a sender from hiding another's
+// rows.
+Key key_of(Kind kind, std::string_view place)
+{
+    std::string text(1, static_cast<char>(kind));
+    text += place;
+    unsigned char hash[SHA256_DIGEST_LENGTH];
+    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), hash);
+    Key key;
+    std::copy_n(hash, key.size(), key.begin());
+    return key;
+}
+
+Piece piece_of(Kind kind, std::string_view installation, size_t shards)
+{
+    Piece piece;
+    piece.kind = kind;
+    piece.shard = shard_of(installation, shards);
+    piece.installation = installation;
+    return piece;
+}
+
+// What an upload's lines have in common, and how one is told from the others.
+struct Origin
+{
+    const Upload& upload;
+    const BatchId& batch;
+
+    uint64_t number(size_t i) const { return upload.batch ? upload.first_line + i : upload.lines[i].key; }
+    uint32_t place(size_t i) const { return static_cast<uint32_t>((upload.batch ? upload.first_line : 0) + i); }
+};
+
+void write_properties(std::span<const Property> properties, RowWriter& row)
+{
+    row.array_size(properties.size());
+    for (const Property& property : properties)
+        row.text(property.key);
+    row.array_size(properties.size());
+    for (const Property& property : properties)
+        row.u8(static_cast<uint8_t>(property.value.type));
+    row.array_size(properties.size());
+    for (const Property& property : properties)
+        row.text(property.value.text);
+    row.array_size(properties.size());
+    for (const Property& property : properties)
+        row.u8(property.is_fact);
+}
+
+Piece event_piece(const Origin& origin, size_t i, size_t shards)
+{
+    const Upload& upload = origin.upload;
+    const Event& event = upload.events[upload.lines[i].index];
+    Piece piece = piece_of(Kind::events, event.installation, shards);
+    piece.week = week_of(event.logged_at);
+    piece.day = day_of(event.logged_at);
+    piece.application = event.application;
+    RowWriter(piece.place)
+        .text(event.application)
+        .text(event.name.value_or(std::string_view()))
+        .u8(event.name.has_value())
+        .i32(hour_of(event.logged_at))
+        .text(event.installation)
+        .fixed(bytes_of(origin.batch))
+        .u64(origin.number(i));
+    piece.row.reserve(piece.place.size() + event.members.size() * 2 + 128);
+    RowWriter row(piece.row);
+    row.fixed(piece.place).u16(piece.week).i64(event.logged_at).u32(origin.place(i)).u8(upload.batch.has_value());
+    row.text(event.version).text(event.members);
+    write_properties(std::span(upload.properties).subspan(event.first_property, event.properties), row);
+    row.u32(event.other_properties).u64(receipt_of(upload.received_at));
+    return piece;
+}
+
+Piece reject_piece(const Origin& origin, size_t i, size_t shards)
+{
+    const Upload& upload = origin.upload;
+    const Reject& reject = upload.rejects[upload.lines[i].index];
+    Piece piece = piece_of(Kind::rejects, upload.sender, shards);
+    RowWriter(piece.place).text(upload.sender).fixed(bytes_of(origin.batch)).u64(origin.number(i));
+    RowWriter(piece.row)
+        .fixed(piece.place)
+        .i64(upload.received_at)
+        .text(reject.reason)
+        .text(reject.text)
+        .u64(receipt_of(upload.received_at));
+    return piece;
+}
+
+Piece drop_piece(const Upload& upload, size_t shards)
+{
+    Piece piece = piece_of(Kind::drops, upload.sender, shards);
+    RowWriter(piece.place).fixed(bytes_of(*upload.batch)).u32(upload.first_line).u32(upload.dropped);
+    RowWriter(piece.row)
+        .fixed(piece.place)
+        .text(upload.sender)
+        .i64(upload.received_at)
+        .u64(receipt_of(upload.received_at));
+    return piece;
+}
+
+} // namespace
+
+const TableFacts& facts(Kind kind)
+{
+    return g_facts[static_cast<size_t>(kind)];
+}
+
+void encode(const Upload& upload, size_t shards, std::vector<Piece>& out)
+{
+    const Origin origin{upload, upload.batch ? *upload.batch : g_no_batch};
+    const size_t first = out.size();
+    for (size_t i = 0; i < upload.lines.size(); ++i)
+        out.push_back(upload.lines[i].is_event ? event_piece(origin, i, shards) : reject_piece(origin, i, shards));
+    if (upload.batch && upload.dropped != 0)
+        out.push_back(drop_piece(upload, shards));
+    for (size_t i = first; i < out.size(); ++i)
+        out[i].key = key_of(out[i].kind, out[i].place);
+}
+
+Piece encode(const Taken& taken, size_t shards)
+{
+    Piece piece = piece_of(Kind::uploads, bytes_of(taken.collector), shards);
+    RowWriter(piece.place).fixed(bytes_of(taken.collector)).u64(taken.number);
+    RowWriter(piece.row)
+        .fixed(piece.place)
+        .u32(taken.uploads)
+        .u32(taken.differs)
+        .i64(taken.last_received_at)
+        .u64(receipt_of(taken.last_received_at));
+    piece.key = key_of(piece.kind, piece.place);
+    return piece;
+}
+
+uint16_t week_of(Seconds logged_at)
+{
+    // 1970-01-01 was a Thursday.
+    return static_cast<uint16_t>((day_of(std::clamp(logged_at, g_first_week, g_last_week)) + 3) / 7);
+}
+
+int32_t hour_of(Seconds logged_at)
+{
+    return static_cast<int32_t>(floor_of(logged_at, 3600));
+}
+
+Day day_of(Seconds logged_at)
+{
+    return static_cast<Day>(floor_of(logged_at, 86400));
+}
+
+} // namespace store::clickhouse
