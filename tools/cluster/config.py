@@ -1,19 +1,22 @@
-"""What ZooKeeper and the nodes of a scratch cluster read: small, on loopback, all paths absolute."""
+"""What ZooKeeper and the nodes of a scratch cluster read: small, on loopback, all paths absolute.
+
+A node reads the same files as a real one, collector/deploy/clickhouse, and behind them those of this machine."""
 import hashlib
 import os
+import shutil
 from xml.sax.saxutils import escape
 
 PASSWORD = "between collectors and nodes"
+DEPLOYED = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "collector", "deploy", "clickhouse")
 JARS = "/usr/share/java/zookeeper.jar:/usr/share/java/slf4j-simple.jar"
 
 
 def xml(tag, inside):
-    """An element: of a text, of a mapping of elements, or of a list of (tag, inside) where a tag comes again."""
-    if isinstance(inside, dict):
-        inside = inside.items()
-    if not isinstance(inside, (str, int)):
-        return f"<{tag}>" + "".join(xml(*one) for one in inside) + f"</{tag}>"
-    return f"<{tag}>{escape(str(inside))}</{tag}>"
+    """An element of a text or of a mapping of elements. An element of a tag with "=" takes the place of a deployed one."""
+    text = "".join(xml(*one) for one in inside.items()) if isinstance(inside, dict) else escape(str(inside))
+    name = tag.rstrip("=")
+    replaces = ' replace="replace"' if tag != name else ""
+    return f"<{name}{replaces}>{text}</{name}>"
 
 
 def write(path, text):
@@ -32,14 +35,22 @@ def zookeeper(folder, port):
     return ["java", "-Xmx256m", "-cp", JARS, "org.apache.zookeeper.server.quorum.QuorumPeerMain", file]
 
 
-def users():
-    loopback = {"networks": {"ip": "127.0.0.1"}, "profile": "default", "quota": "default"}
-    # Deliberate: "default" stays without a password, since nodes forward some statements to their leader under that name.
-    people = {"default": {"password": "", **loopback},
-              "analytics": {"password_sha256_hex": hashlib.sha256(PASSWORD.encode()).hexdigest(), **loopback}}
-    profile = {"max_memory_usage": 2_000_000_000, "max_threads": 2, "log_queries": 0, "background_pool_size": 2,
+def own_users():
+    loopback = {"networks=": {"ip": "127.0.0.1"}}
+    profile = {"max_memory_usage=": 2_000_000_000, "max_threads": 2, "background_pool_size=": 2,
                "background_schedule_pool_size": 4}
-    return xml("yandex", {"profiles": {"default": profile}, "users": people, "quotas": {"default": ""}})
+    return {"profiles": {"default": profile},
+            "users": {"analytics": {"password_sha256_hex=": hashlib.sha256(PASSWORD.encode()).hexdigest(), **loopback},
+                      "default": loopback}}
+
+
+def own_settings(ports, zookeeper_port):
+    return {
+        "listen_host=": "127.0.0.1", "http_port": ports[0], "tcp_port": ports[1],
+        "interserver_http_port": ports[2], "interserver_http_host=": "127.0.0.1",
+        "zookeeper=": {"node": {"host": "127.0.0.1", "port": zookeeper_port}, "session_timeout_ms": 4000},
+        "uncompressed_cache_size": 0, "mark_cache_size": 67108864,
+    }
 
 
 def node(folder, ports, zookeeper_port):
@@ -48,15 +59,16 @@ def node(folder, ports, zookeeper_port):
     settings = {
         "logger": {"level": "information", "log": f"{folder}/log/node.log", "errorlog": f"{folder}/log/errors.log",
                    "size": "50M", "count": 2},
-        "listen_host": "127.0.0.1", "http_port": ports[0], "tcp_port": ports[1],
-        "interserver_http_port": ports[2], "interserver_http_host": "127.0.0.1",
         "path": f"{data}/", "tmp_path": f"{data}/tmp/", "user_files_path": f"{data}/user_files/",
         "format_schema_path": f"{data}/format_schemas/", "users_config": f"{folder}/users.xml",
-        "default_profile": "default", "default_database": "default", "timezone": "UTC",
-        "max_connections": 256, "keep_alive_timeout": 30, "max_concurrent_queries": 64,
-        "uncompressed_cache_size": 0, "mark_cache_size": 67108864, "max_partition_size_to_drop": 0,
-        "zookeeper": [("node", {"host": "127.0.0.1", "port": zookeeper_port}), ("session_timeout_ms", 4000)],
+        "default_profile": "default", "default_database": "default", "max_connections": 256,
     }
-    write(f"{folder}/users.xml", users())
+    nobody = {"password": "", "networks": {}, "profile": "default", "quota": "default"}
+    users = {"profiles": {"default": {}}, "users": {"default": nobody},
+             "quotas": {"default": ""}}
+    for kind, all_have, own in [("users", users, own_users()), ("config", settings, own_settings(ports, zookeeper_port))]:
+        write(f"{folder}/{kind}.xml", xml("yandex", all_have))
+        write(f"{folder}/{kind}.d/scratch.xml", xml("yandex", own))
+        shutil.copy(f"{DEPLOYED}/{kind}-18.16.xml", f"{folder}/{kind}.d/analytics.xml")
     os.makedirs(f"{folder}/log", exist_ok=True)
-    return ["clickhouse-server", "--config-file=" + write(f"{folder}/config.xml", xml("yandex", settings))]
+    return ["clickhouse-server", f"--config-file={folder}/config.xml"]
