@@ -71,6 +71,18 @@ Json& add_counts(Json& json, const store::Query& query, const store::Summary& co
         .count("dropped", counts.dropped);
 }
 
+/// An answer that lacks a part of the store says so.
+Answer with_missing(Answer answer, const std::vector<std::string>& missing)
+{
+    if (answer.status != 200 || missing.empty())
+        return answer;
+    Json list('[');
+    for (const std::string& part : missing)
+        list.element(quoted(part));
+    answer.body.insert(answer.body.size() - 1, ",\"partial\":" + list.end(']'));
+    return answer;
+}
+
 /// The period, and the one of the same length before it.
 Answer summary(Reading& reading, const Words& words, const Limit& limit)
 {
@@ -161,6 +173,13 @@ const Question questions[] = {
                         const Limit& limit) { return table(reading.rejects(words.query, limit)); }},
 };
 
+Answer ask(const Question& question, Reading& reading, const Words& words, const Limit& limit)
+{
+    reading.take_missing(); // of a question that failed
+    Answer answer = question.ask(reading, words, limit);
+    return with_missing(std::move(answer), reading.take_missing());
+}
+
 std::string writer_json(const store::WriterStatus& status)
 {
     return Json('{')
@@ -247,7 +266,7 @@ Answer Api::answer(std::string_view method, std::string_view path, std::string_v
     round_period(words, now());
     for (const Question& question : questions)
         if (question.path == path)
-            return reads ? question.ask(*m_state->reading, words, limit) : sentence(405, "this address is only read");
+            return reads ? ask(question, *m_state->reading, words, limit) : sentence(405, "this address is only read");
     if (path == "/api/health")
         return reads ? health(*m_state->reading, m_state->surroundings, limit)
                      : sentence(405, "this address is only read");

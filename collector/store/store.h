@@ -8,6 +8,8 @@
 #pragma once
 
 #include "answers.h"
+#include "cluster_status.h"
+#include "logouts.h"
 #include "result.h"
 
 #include <atomic>
@@ -133,6 +135,10 @@ public:
     /// Up to `query.limit` events after `cursor` in order of receipt: live stream and export. Each call is a view of
     /// its own, so that a long export holds up no deletion; an event that comes meanwhile is met at the end.
     virtual Result<Receipts> receipts(const Query& query, Cursor after, const Limit& limit) = 0;
+
+    /// What is missing in the answers since this was asked last: a sentence for each part of the store that did not
+    /// answer. A store that is one file answers wholly or not at all.
+    virtual std::vector<std::string> take_missing() { return {}; }
 };
 
 class Store
@@ -147,6 +153,15 @@ public:
     /// it ends the copy and removes the file.
     /// @return FaultKind::exists when there is a file already
     virtual Result<Done> backup(const std::string& path, const std::function<bool(const Progress&)>& report) = 0;
+
+    // What only a store that several processes share has. Any thread; these ask nobody.
+
+    /// None for a store that is one file.
+    virtual std::optional<ClusterStatus> cluster_status() const { return std::nullopt; }
+    /// Whether others store as well, so that their events are found by looking alone.
+    virtual bool has_other_writers() const { return false; }
+    /// Tells the ends of logins to the other processes; null where there are none.
+    virtual std::unique_ptr<Logouts> logouts() { return nullptr; }
 };
 
 enum class Opening
