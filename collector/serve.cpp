@@ -9,6 +9,7 @@
 #include "http/metrics.h"
 #include "http/page.h"
 #include "http/private_file.h"
+#include "http/readiness.h"
 
 #include <csignal>
 #include <filesystem>
@@ -49,12 +50,12 @@ public:
     void handle(http::Request request, http::Reply reply) override
     {
         if (http::is_health(request.path))
-            return reply(m_health(request.path));
+            return reply(m_health(request));
         http::Service* service = service_of(request.path);
         service->handle(std::move(request), std::move(reply));
     }
 
-    void use_health(std::function<http::Answer(const std::string&)> health) { m_health = std::move(health); }
+    void use_health(std::function<http::Answer(const http::Request&)> health) { m_health = std::move(health); }
 
 private:
     http::Service* service_of(const std::string& path) const
@@ -63,12 +64,21 @@ private:
     }
     http::Service* const m_uploads;
     http::Service* const m_page;
-    std::function<http::Answer(const std::string&)> m_health;
+    std::function<http::Answer(const http::Request&)> m_health;
 };
 
 bool is_loopback(const std::string& address)
 {
     return address.rfind("127.", 0) == 0 || address == "::1";
+}
+
+sigset_t awaited_signals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&signals, signal);
+    return signals;
 }
 
 std::unique_ptr<store::Store> open_store(const std::string& file)
@@ -130,7 +140,8 @@ public:
                                                "sends from there, name it with --proxy");
         };
         for (Both* service : {&m_shared, &m_uploads_alone, &m_page_alone})
-            service->use_health([this](const std::string& path) { return health(path); });
+            service->use_health(
+                [this](const http::Request& request) { return http::readiness_answer(request, readiness()); });
         listen();
     }
 
@@ -141,6 +152,7 @@ public:
         wait_for_the_end();
         logging::say("info", "leaving");
         m_leaving = true;
+        drain();
         m_server.stop();
         m_page.stop();
         network.join();
@@ -154,6 +166,8 @@ private:
     // A login outlives a restart only by --secret; then its end has to as well.
     std::unique_ptr<store::Logouts> logouts() const
     {
+        if (auto shared = m_settings.secret.empty() ? nullptr : m_store->logouts())
+            return shared;
         return std::make_unique<http::FileLogouts>(m_settings.secret.empty() ? "" : m_settings.store + "-logouts");
     }
 
@@ -161,7 +175,9 @@ private:
     {
         http::PageSettings settings;
         settings.hosts = m_settings.hosts;
-        settings.metrics = [this] { return http::metrics(m_server.counts(), m_uploads, m_writer.status()); };
+        settings.metrics = [this] {
+            return http::metrics(m_server.counts(), m_uploads, m_writer.status(), m_store->cluster_status());
+        };
         return settings;
     }
 
@@ -171,7 +187,8 @@ private:
                 [this] {
                     return http::health_json(m_server.counts(), m_uploads) +
                            (m_users.configured() ? ",\"login\":true" : ",\"login\":false");
-                }};
+                },
+                [this] { return m_store->cluster_status(); }};
     }
 
     static std::vector<std::string> normalized(std::vector<std::string> proxies)
@@ -201,21 +218,14 @@ private:
                   << "page at " << address(page) << "/" << std::endl;
     }
 
-    http::Answer health(const std::string& path)
+    http::Readiness readiness() const
     {
-        const store::WriterStatus status = m_writer.status();
-        if (path == "/healthz")
-            return m_leaving ? http::try_again(503, 10, "leaving") : http::sentence(200, "ok");
-        std::string text = std::string("writing ") + (status.fault ? "failed: " + status.fault->text : "ok");
-        return http::sentence(status.fault || m_leaving ? 503 : 200, text);
+        return {m_leaving, m_writer.status(), m_store->cluster_status(), m_live.fault()};
     }
 
     void wait_for_the_end()
     {
-        sigset_t signals;
-        sigemptyset(&signals);
-        for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-            sigaddset(&signals, signal);
+        const sigset_t signals = awaited_signals();
         for (;;) {
             retain();
             const timespec hour{3600, 0};
@@ -225,6 +235,15 @@ private:
             if (signal == SIGHUP)
                 reload();
         }
+    }
+
+    // A balancer that asks /healthz sends elsewhere before the door is closed; a second signal ends the wait.
+    void drain()
+    {
+        sigset_t signals = awaited_signals();
+        const timespec wait{static_cast<time_t>(m_settings.drain_seconds), 0};
+        if (m_settings.drain_seconds != 0)
+            sigtimedwait(&signals, nullptr, &wait);
     }
 
     void reload()
@@ -283,10 +302,7 @@ void prepare(Settings& settings)
     // Bodies come and go: kept on the heap they would leave it in pieces, and the memory would never go back.
     mallopt(M_MMAP_THRESHOLD, 256 << 10);
     mallopt(M_ARENA_MAX, 2);
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-        sigaddset(&signals, signal);
+    const sigset_t signals = awaited_signals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr); // before any thread starts, so that all of them inherit it
     std::signal(SIGPIPE, SIG_IGN);
     umask(077);

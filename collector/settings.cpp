@@ -60,6 +60,8 @@ void add_settings(CLI::App& command, Settings& settings)
     add(command, "--connections", settings.server.connections, "connections at once");
     add(command, "--connections-address", settings.server.connections_address, "connections at once of one address");
     add(command, "--header-seconds", settings.header_seconds, "from a request's first byte to its blank line");
+    add(command, "--drain-seconds", settings.drain_seconds, "after SIGTERM: still taken, while /healthz says 503")
+        ->check(CLI::Range(0, 3600));
     add(command, "--disk-reserve", settings.uploads.disk_reserve, "free bytes below which uploads wait");
     add(command, "--token-threads", settings.uploads.token_threads, "threads that check tokens; 0: one a core");
     add(command, "--retain", settings.retain, "age at which events go, such as 90d")->check(age);

@@ -23,6 +23,7 @@ struct Settings
     http::ServerLimits server;
     http::UploadLimits uploads;
     unsigned header_seconds = 10;
+    unsigned drain_seconds = 0;
 };
 
 /// Adds the options of `serve` to a command. Each is also ANALYTICS_COLLECTOR_NAME in the environment, NAME in capitals

@@ -1,5 +1,6 @@
 #include "api.h"
 
+#include "cluster_json.h"
 #include "export.h"
 #include "rows.h"
 #include "words.h"
@@ -213,6 +214,8 @@ Answer health(Reading& reading, const Surroundings& surroundings, const Limit& l
         .raw("oldest_event", store->oldest_event ? quoted(iso_time(*store->oldest_event)) : "null");
     if (surroundings.writer)
         all.raw("writer", writer_json(surroundings.writer()));
+    if (const auto cluster = surroundings.cluster ? surroundings.cluster() : std::nullopt)
+        all.raw("cluster", json_of(*cluster));
     std::string text = all.end('}');
     if (surroundings.more_json)
         text.insert(text.size() - 1, "," + surroundings.more_json());

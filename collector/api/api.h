@@ -30,6 +30,7 @@ struct Surroundings
     std::string store_address; ///< as given to store::open
     std::function<store::WriterStatus()> writer;
     std::function<std::string()> more_json; ///< members for /api/health, such as `"uploads":{...}`; may be empty
+    std::function<std::optional<store::ClusterStatus>()> cluster = {};
 };
 
 /// Answers questions. One object for each thread that asks; it owns its view of the store.
@@ -69,6 +70,8 @@ public:
     void wake();
     /// @param query as in Api::answer @return false when its words are none
     bool listen(std::string_view query, std::weak_ptr<void> alive, Push push);
+    /// Why the store could not be read when it was looked at last; none when it could. Any thread.
+    std::optional<store::Fault> fault() const;
 
 private:
     struct State;

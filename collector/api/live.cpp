@@ -5,12 +5,15 @@
 
 #include "store/members.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
 
 namespace api {
+
+using namespace std::chrono_literals;
 
 struct Live::State
 {
@@ -27,11 +30,19 @@ struct Live::State
     std::mutex lock;
     std::condition_variable woken;
     bool has_news = false, stopping = false;
+    bool looks_by_itself = false; ///< others store as well, and wake nobody here
+    std::optional<store::Fault> fault;
     std::vector<Listener> listeners;
     std::thread thread;
 
     void work();
     bool wait();
+    template <class T>
+    void note(const store::Result<T>& result)
+    {
+        std::lock_guard hold(lock);
+        fault = result ? std::nullopt : std::optional(result.fault());
+    }
     void pass_on(const std::vector<store::EventRow>& rows);
 };
 
@@ -49,7 +60,11 @@ static bool matches(const store::Query& query, const store::EventRow& row)
 bool Live::State::wait()
 {
     std::unique_lock hold(lock);
-    woken.wait(hold, [this] { return stopping || has_news; });
+    const auto is_over = [this] { return stopping || has_news; };
+    if (looks_by_itself)
+        woken.wait_for(hold, listeners.empty() ? 5s : 1s, is_over);
+    else
+        woken.wait(hold, is_over);
     has_news = false;
     std::erase_if(listeners, [](const Listener& listener) { return listener.alive.expired(); });
     return !stopping;
@@ -82,12 +97,14 @@ void Live::State::work()
             nobody = listeners.empty();
         }
         if (nobody) {
-            if (const auto end = reading->end({}))
-                at = *end;
+            const auto end = reading->end({});
+            note(end);
+            at = end ? *end : at;
             continue;
         }
         for (bool more = true; more;) {
             const auto receipts = reading->receipts(all, at, {});
+            note(receipts);
             if (!receipts)
                 break; // looked at again when more is stored
             pass_on(receipts->rows);
@@ -103,6 +120,7 @@ Live::Live(store::Store& store) : m_state(std::make_unique<State>())
     if (!reading)
         throw std::runtime_error(reading.fault().text);
     m_state->reading = std::move(*reading);
+    m_state->looks_by_itself = store.has_other_writers();
     if (const auto end = m_state->reading->end({}))
         m_state->at = *end;
     m_state->thread = std::thread([state = m_state.get()] { state->work(); });
@@ -125,6 +143,12 @@ void Live::wake()
         m_state->has_news = true;
     }
     m_state->woken.notify_one();
+}
+
+std::optional<store::Fault> Live::fault() const
+{
+    std::lock_guard hold(m_state->lock);
+    return m_state->fault;
 }
 
 bool Live::listen(std::string_view query, std::weak_ptr<void> alive, Push push)

@@ -113,6 +113,14 @@ static store::Result<std::string> tables(store::Reading& reading, const store::Q
     return text;
 }
 
+static store::Result<std::string> with_missing(store::Result<std::string> text, const std::vector<std::string>& missing)
+{
+    for (const std::string& part : missing)
+        if (text)
+            *text += "\nThese figures are not whole: " + part + "\n";
+    return text;
+}
+
 store::Result<std::string> report(store::Reading& reading, Words words, const std::string& period, bool plot)
 {
     using namespace std::chrono;
@@ -121,12 +129,12 @@ store::Result<std::string> report(store::Reading& reading, Words words, const st
     if (period == "day" && !words.has_from)
         words.query.from = words.query.to - 86400;
     if (!plot)
-        return tables(reading, words.query);
+        return with_missing(tables(reading, words.query), reading.take_missing());
     const bool short_one = words.query.to - words.query.from <= 2 * 86400;
     const auto points = reading.series(words.query, short_one ? store::Step::hour : store::Step::day, {});
     if (!points)
         return points.fault();
-    return drawn(*points);
+    return with_missing(drawn(*points), reading.take_missing());
 }
 
 } // namespace api

@@ -1,11 +1,13 @@
 #include "metrics.h"
 
+#include <chrono>
+
 namespace http {
 namespace {
 
 struct Row
 {
-    const char* name; ///< without the prefix; with its labels
+    std::string name; ///< without the prefix; with its labels
     const char* kind;
     const char* help;
     uint64_t value;
@@ -15,7 +17,7 @@ std::string text_of(const std::vector<Row>& rows)
 {
     std::string text, family;
     for (const Row& row : rows) {
-        const std::string name = std::string("analytics_collector_") + row.name;
+        const std::string name = "analytics_collector_" + row.name;
         const std::string own = name.substr(0, name.find('{'));
         if (own != family)
             text += "# HELP " + own + " " + row.help + "\n# TYPE " + own + " " + row.kind + "\n";
@@ -25,13 +27,54 @@ std::string text_of(const std::vector<Row>& rows)
     return text;
 }
 
+uint64_t seconds_since(store::Milliseconds moment)
+{
+    using namespace std::chrono;
+    const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    return moment != 0 && now > moment ? (now - moment) / 1000 : 0;
+}
+
+std::string spool_metrics(const store::ClusterStatus& cluster)
+{
+    const store::SpoolStatus& spool = cluster.spool;
+    return text_of({
+        {"spool_bytes", "gauge", "Size of the spool.", spool.bytes},
+        {"spool_limit_bytes", "gauge", "The most it may have.", spool.limit},
+        {"spool_blocks_waiting", "gauge", "Blocks that are on no replica yet.", spool.blocks_waiting},
+        {"spool_groups_unchecked", "gauge", "Groups not yet found again on both replicas.", spool.groups_unchecked},
+        {"shipping_lag_seconds", "gauge", "Age of the oldest line that is on no replica yet.",
+         seconds_since(spool.oldest_waiting)},
+        {"unchecked_age_seconds", "gauge", "Age of the oldest line that is kept.", seconds_since(spool.oldest_kept)},
+        {"lines_aside", "gauge", "Lines that the cluster refuses.", spool.lines_aside},
+        {"too_old_total", "counter", "Lines of weeks that were dropped by age.", spool.too_old},
+        {"forgotten_total", "counter", "Lines of forgotten installations.", spool.forgotten},
+        {"door_shut", "gauge", "Whether uploads are refused unread.", cluster.door || spool.is_full},
+    });
+}
+
+std::string replica_metrics(const std::vector<store::ReplicaStatus>& replicas)
+{
+    std::vector<Row> rows;
+    const auto labels = [](const char* name, const store::ReplicaStatus& replica) {
+        return std::string(name) + "{shard=\"" + std::to_string(replica.shard + 1) + "\",node=\"" + replica.node +
+               "\"}";
+    };
+    for (const store::ReplicaStatus& replica : replicas)
+        rows.push_back({labels("replica_up", replica), "gauge", "Whether the node answered last time.", replica.is_up});
+    for (const store::ReplicaStatus& replica : replicas)
+        rows.push_back({labels("replica_last_error", replica), "gauge", "The number of its last refusal, 0 for none.",
+                        static_cast<uint64_t>(replica.last_code)});
+    return text_of(rows);
+}
+
 } // namespace
 
-std::string metrics(const ServerCounts& server, const Uploads& uploads, const store::WriterStatus& writer)
+std::string metrics(const ServerCounts& server, const Uploads& uploads, const store::WriterStatus& writer,
+                    const std::optional<store::ClusterStatus>& cluster)
 {
     const UploadCounts& counts = uploads.counts();
     const char* refused = "Uploads that were refused, by status.";
-    return text_of({
+    const std::vector<Row> rows = {
         {"uploads_total", "counter", "Uploads that were stored.", counts.taken},
         {"events_total", "counter", "Events that were stored.", counts.events},
         {"rejected_lines_total", "counter", "Lines that were no events.", counts.rejects},
@@ -55,7 +98,8 @@ std::string metrics(const ServerCounts& server, const Uploads& uploads, const st
         {"writer_failures_total", "counter", "Transactions that failed.", writer.failures},
         {"writer_last_commit_microseconds", "gauge", "How long the last transaction took.",
          static_cast<uint64_t>(writer.last_commit.count())},
-    });
+    };
+    return text_of(rows) + (cluster ? spool_metrics(*cluster) + replica_metrics(cluster->replicas) : "");
 }
 
 std::string health_json(const ServerCounts& server, const Uploads& uploads)

@@ -7,14 +7,9 @@
 
 namespace http {
 
-/// Whether this path is one that a balancer or watcher asks: any Host, no login, on every listener.
-inline bool is_health(const std::string& path)
-{
-    return path == "/healthz" || path == "/readyz";
-}
-
 /// All counters, in the text exposition format, version 0.0.4.
-std::string metrics(const ServerCounts& server, const Uploads& uploads, const store::WriterStatus& writer);
+std::string metrics(const ServerCounts& server, const Uploads& uploads, const store::WriterStatus& writer,
+                    const std::optional<store::ClusterStatus>& cluster);
 /// The same for people, as members of a JSON object without its braces.
 std::string health_json(const ServerCounts& server, const Uploads& uploads);
 

@@ -10,8 +10,11 @@ export async function showHealth() {
     `last upload ${health.last_received_at ? moment(health.last_received_at) + " UTC" : "none yet"}`,
     health.writer && `${count(health.writer.queued)} uploads wait, last commit ${(health.writer.last_commit_us / 1000).toFixed(1)} ms`,
     health.refused_since_start ? `${count(health.refused_since_start)} uploads refused since the start` : null,
+    health.cluster && `${count(health.cluster.replicas.filter((one) => one.up).length)} of ${count(health.cluster.replicas.length)} nodes up`,
+    health.cluster && `spool ${size(health.cluster.spool.bytes)} of ${size(health.cluster.spool.limit)}, ${count(health.cluster.spool.blocks_waiting)} blocks wait`,
     health.count_differs ? `${count(health.count_differs)} uploads counted their lines wrongly` : null,
     `analytics-collector ${health.version}`, "all times and days UTC"];
   fill(find("health"), facts.filter(Boolean).map((fact) => el("span", {}, fact)), el("a", { href: "/api/health" }, "JSON"),
-    health.writer?.fault ? el("span", { class: "bad", role: "alert" }, `not storing: ${health.writer.fault}`) : null);
+    health.writer?.fault ? el("span", { class: "bad", role: "alert" }, `not storing: ${health.writer.fault}`) : null,
+    health.cluster?.door ? el("span", { class: "bad", role: "alert" }, `uploads are refused: ${health.cluster.door}`) : null);
 }

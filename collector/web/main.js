@@ -1,6 +1,6 @@
 // Puts the panels together: each asks for its own figures whenever the address changes, and once a minute.
 import { find } from "./dom.js";
-import { beginRound, onChange, redraw } from "./state.js";
+import { beginRound, missing, onChange, redraw } from "./state.js";
 import { showFigures } from "./chart.js";
 import { showFunnel } from "./funnel.js";
 import { showHealth } from "./health.js";
@@ -27,7 +27,7 @@ async function refresh() {
   const results = await Promise.allSettled(panels.map((panel) => panel()));
   if (signal.aborted) return;
   const failed = results.find((result) => result.status === "rejected");
-  say(failed ? failed.reason.message : "");
+  say(failed ? failed.reason.message : missing.size ? `These figures are not whole: ${[...missing].join("; ")}.` : "");
   document.body.dataset.ready = String(++rounds); // for whoever waits for the figures from outside
 }
 

@@ -83,8 +83,12 @@ let round = new AbortController();
 export function beginRound() {
   round.abort();
   round = new AbortController();
+  missing.clear();
   return round.signal;
 }
+
+/** What the figures of this round lack: a sentence for each part of the store that did not answer. */
+export const missing = new Set();
 
 /** Asks the API; throws an Error with the answer's sentence. */
 export async function ask(name, further, shift) {
@@ -94,5 +98,6 @@ export async function ask(name, further, shift) {
   if (!answer.ok) throw new Error((await answer.json().catch(() => ({}))).error ?? `the collector answered ${answer.status}`);
   const given = await answer.json();
   signal.throwIfAborted();
+  for (const part of given.partial ?? []) missing.add(part);
   return given;
 }

@@ -119,6 +119,17 @@ class Life(unittest.TestCase):
             half.close()
             self.assertEqual(collector.stop(), 0)
 
+    def test_takes_uploads_while_a_balancer_learns_that_it_ends(self):
+        with tempfile.TemporaryDirectory() as folder:
+            collector = Collector(folder, "--drain-seconds", "60")
+            ask = lambda path: collector.request("GET", path)[:2]
+            self.assertEqual([ask("/healthz")[0], ask("/readyz")], [200, (200, "writing ok\nreading ok\n")])
+            collector.process.send_signal(signal.SIGTERM)
+            wait_until(lambda: ask("/healthz")[0] == 503)
+            self.assertEqual(collector.upload(GOOD), 200)
+            self.assertEqual([ask("/readyz?writing")[0], ask("/readyz?reading")[0]], [503, 200])
+            self.assertEqual(collector.stop(), 0)
+
     def test_keeps_what_it_acknowledged_when_it_is_killed(self):
         with tempfile.TemporaryDirectory() as folder:
             acknowledged, sent = set(), 0

@@ -1,0 +1,14 @@
+/// @file
+/// The state of a store on a cluster as JSON: a member of /api/health, and what `cluster status --json` prints of it.
+#pragma once
+
+#include "json.h"
+
+#include "store/cluster_status.h"
+
+namespace api {
+
+/// {"spool":{...},"replicas":[...],"door":null or a sentence}
+std::string json_of(const store::ClusterStatus& status);
+
+} // namespace api
