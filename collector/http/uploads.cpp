@@ -72,6 +72,12 @@ std::optional<Answer> Uploads::admit(const Request& head, uint64_t& body_limit)
     return std::nullopt;
 }
 
+static Answer cannot_store(const store::Fault& fault)
+{
+    return try_again(503, fault.kind == store::FaultKind::full ? 60 : 5,
+                     "the store cannot take it now; try again later");
+}
+
 // Cheapest first: what a stranger can send without end must cost least.
 std::optional<Answer> Uploads::look(const Request& head)
 {
@@ -93,6 +99,8 @@ std::optional<Answer> Uploads::look(const Request& head)
     }
     if (disk_is_full())
         return try_again(503, 60, "the disk is nearly full; try again later");
+    if (const auto fault = m_writer.door())
+        return cannot_store(*fault);
     return std::nullopt;
 }
 
@@ -209,8 +217,7 @@ void Uploads::submit(Job& job, store::Upload upload)
 Answer Uploads::answer_to(const store::Result<store::Receipt>& receipt)
 {
     if (!receipt)
-        return refuse(try_again(503, receipt.fault().kind == store::FaultKind::full ? 60 : 5,
-                                "the store cannot take it now; try again later"));
+        return refuse(cannot_store(receipt.fault()));
     ++m_counts.taken;
     m_counts.events += receipt->events;
     m_counts.rejects += receipt->rejects;

@@ -74,6 +74,15 @@ public:
     /// @return a receipt for each upload that was stored, in their order; or a fault, and then none was
     virtual Result<std::vector<Receipt>> write(std::span<const Upload* const> uploads, const GroupLimit& limit) = 0;
 
+    /// Calls `done` once what the last write() took is as safe as this store promises: at once for a file. A cluster's
+    /// calls it later, on any thread, when another machine has it as well, or with the fault when that takes too long.
+    /// What was written stays written then, and a repetition is known. The last call comes before the destructor ends.
+    virtual void settle(std::function<void(const std::optional<Fault>&)> done) { done(std::nullopt); }
+
+    /// Why uploads are to be refused before they are read; none: they are welcome. Any thread; costs next to nothing.
+    /// A store that lacks its machines lets one through now and then, to see whether they are back.
+    virtual std::optional<Fault> door() { return std::nullopt; }
+
     /// Deletes a little of what is too old: at most some thousand rows, some 20 ms of work.
     /// @return finished when nothing more is due
     virtual Result<Progress> retain(const Retention& retention) = 0;

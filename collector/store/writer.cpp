@@ -106,28 +106,49 @@ void Writer::write_group(std::vector<Waiting>& group)
         auto receipts = m_spWriting->write(std::span(uploads).subspan(done), m_limits.group);
         size_t count = receipts ? receipts->size() : group.size() - done;
         std::span<Waiting> written = std::span(group).subspan(done, count);
-        this->count(written, receipts, std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start));
-        for (size_t i = 0; i < count; ++i)
-            written[i].completion(receipts ? Result<Receipt>((*receipts)[i]) : Result<Receipt>(receipts.fault()));
+        leave_queue(written, std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start));
+        settle(written, std::move(receipts));
         done += count;
     }
 }
 
-void Writer::count(std::span<const Waiting> written, const Result<std::vector<Receipt>>& receipts,
-                   std::chrono::microseconds taken)
+void Writer::leave_queue(std::span<const Waiting> written, std::chrono::microseconds taken)
 {
     std::lock_guard hold(m_lock);
     m_status.last_commit = taken;
     m_status.queued -= written.size();
     for (const Waiting& waiting : written)
         m_status.queued_bytes -= waiting.bytes;
+}
+
+// What was written may have to get to another machine before it is answered; the next group does not wait for that.
+void Writer::settle(std::span<Waiting> written, Result<std::vector<Receipt>> receipts)
+{
+    auto completions = std::make_shared<std::vector<Completion>>();
+    for (Waiting& waiting : written)
+        completions->push_back(std::move(waiting.completion));
+    auto answer = [this, completions](const Result<std::vector<Receipt>>& outcome) {
+        count(outcome);
+        for (size_t i = 0; i < completions->size(); ++i)
+            (*completions)[i](outcome ? Result<Receipt>((*outcome)[i]) : Result<Receipt>(outcome.fault()));
+    };
+    if (!receipts)
+        return answer(receipts);
+    m_spWriting->settle([answer, receipts = std::move(receipts)](const std::optional<Fault>& fault) {
+        answer(fault ? Result<std::vector<Receipt>>(*fault) : receipts);
+    });
+}
+
+void Writer::count(const Result<std::vector<Receipt>>& receipts)
+{
+    std::lock_guard hold(m_lock);
     m_status.fault = receipts ? std::nullopt : std::optional(receipts.fault());
     if (!receipts) {
         ++m_status.failures;
         return;
     }
     ++m_status.groups;
-    m_status.uploads += written.size();
+    m_status.uploads += receipts->size();
     for (const Receipt& receipt : *receipts) {
         m_status.events += receipt.events;
         m_status.rejects += receipt.rejects;

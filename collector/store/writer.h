@@ -24,10 +24,10 @@ struct WriterStatus
 {
     size_t queued = 0; ///< uploads waiting or being written
     size_t queued_bytes = 0;
-    uint64_t uploads = 0; ///< committed since the start
+    uint64_t uploads = 0; ///< stored since the start
     uint64_t groups = 0;
     uint64_t events = 0, rejects = 0, known = 0;
-    uint64_t failures = 0;                    ///< groups that could not be committed
+    uint64_t failures = 0;                    ///< groups that could not be stored
     std::optional<Fault> fault;               ///< of the last group, when it failed
     std::chrono::microseconds last_commit{0}; ///< how long the last group took in all
 };
@@ -35,8 +35,8 @@ struct WriterStatus
 class Writer
 {
 public:
-    /// Called once for each upload that was taken, on the writer's thread, after the commit or its failure. Must not
-    /// block or throw.
+    /// Called once for each upload that was taken, after the commit and Writing::settle or their failure: on the
+    /// writer's thread or one of the store's. Must not block or throw.
     using Completion = std::function<void(const Result<Receipt>& receipt)>;
     using Task = std::function<void(Writing& writing)>;
 
@@ -62,6 +62,8 @@ public:
     void stop();
 
     WriterStatus status() const;
+    /// See Writing::door. Any thread.
+    std::optional<Fault> door() { return m_spWriting->door(); }
 
 private:
     struct Waiting
@@ -74,11 +76,11 @@ private:
     void work();
     std::vector<Waiting> take_group();
     void write_group(std::vector<Waiting>& group);
-    void count(std::span<const Waiting> written, const Result<std::vector<Receipt>>& receipts,
-               std::chrono::microseconds taken);
+    void leave_queue(std::span<const Waiting> written, std::chrono::microseconds taken);
+    void settle(std::span<Waiting> written, Result<std::vector<Receipt>> receipts);
+    void count(const Result<std::vector<Receipt>>& receipts);
 
     const WriterLimits m_limits;
-    std::unique_ptr<Writing> m_spWriting;
     mutable std::mutex m_lock;
     std::condition_variable m_wake;
     std::deque<Waiting> m_waiting;
@@ -86,6 +88,7 @@ private:
     WriterStatus m_status;
     bool m_stopping = false;
     std::mutex m_join;
+    std::unique_ptr<Writing> m_spWriting; ///< its last completions use what stands above
     std::thread m_thread;
 };
 

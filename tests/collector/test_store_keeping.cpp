@@ -123,6 +123,44 @@ TEST_P(StoreKeeping, RefusesUploadsPastTheQueuesLimit)
     EXPECT_EQ(answers, 3);
 }
 
+// Stores what it is given, and says so when the test wants it to.
+struct LateWriting : store::Writing
+{
+    explicit LateWriting(std::vector<std::function<void(const std::optional<store::Fault>&)>>& waiting)
+        : m_waiting(waiting)
+    {}
+    store::Result<std::vector<store::Receipt>> write(std::span<const store::Upload* const>,
+                                                     const store::GroupLimit&) override
+    {
+        return std::vector<store::Receipt>{{1, 0, 0, 0}};
+    }
+    void settle(std::function<void(const std::optional<store::Fault>&)> done) override { m_waiting.push_back(done); }
+    store::Result<store::Progress> retain(const store::Retention&) override { return store::Progress(); }
+    store::Result<uint64_t> forget(std::string_view, std::chrono::milliseconds) override { return uint64_t(0); }
+
+    std::vector<std::function<void(const std::optional<store::Fault>&)>>& m_waiting;
+};
+
+TEST(Writer, AnswersWhenTheStoreSaysThatItIsSafe)
+{
+    std::vector<std::function<void(const std::optional<store::Fault>&)>> waiting;
+    store::Writer writer(std::make_unique<LateWriting>(waiting));
+    std::string answers;
+    for (int i = 0; i < 2; ++i)
+        writer.submit(upload("bad", 'B'), [&](const store::Result<store::Receipt>& receipt) {
+            answers += receipt ? "stored " : receipt.fault().text;
+        });
+    writer.stop();
+    EXPECT_EQ(writer.status().queued, 0u); // the next uploads need not wait for these answers
+    EXPECT_EQ(writer.status().uploads, 0u);
+    ASSERT_EQ(waiting.size(), 2u);
+    waiting[1](std::nullopt);
+    waiting[0](store::Fault{store::FaultKind::busy, "late"});
+    EXPECT_EQ(answers, "stored late");
+    EXPECT_EQ(writer.status().uploads, 1u);
+    EXPECT_EQ(writer.status().fault->text, "late");
+}
+
 INSTANTIATE_TEST_SUITE_P(Stores, StoreKeeping, testing::ValuesIn(backends),
                          [](const auto& row) { return std::string(row.param.name); });
 
