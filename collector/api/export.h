@@ -21,7 +21,7 @@ public:
 private:
     std::unique_ptr<store::Reading> m_reading;
     Words m_words;
-    store::Cursor m_at = 0;
+    store::Cursor m_at;
     bool m_begun = false, m_ended = false;
 };
 

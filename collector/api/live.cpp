@@ -26,7 +26,7 @@ struct Live::State
     };
 
     std::unique_ptr<store::Reading> reading;
-    store::Cursor at = 0;
+    store::Cursor at;
     std::mutex lock;
     std::condition_variable woken;
     bool has_news = false, stopping = false;

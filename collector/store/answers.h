@@ -140,13 +140,14 @@ struct Table
     std::vector<Row> rows;
 };
 
-/// A place in the order of receipt; 0 is before the first event. To be kept and handed back only.
-using Cursor = uint64_t;
+/// A place in the order of receipt, as one store tells it: to be kept and handed back only. Empty: before the first
+/// event.
+using Cursor = std::string;
 
 struct Receipts
 {
     std::vector<EventRow> rows; ///< in order of receipt
-    Cursor next = 0;            ///< where to go on
+    Cursor next;                ///< where to go on
     bool at_end = false;        ///< there was nothing more when it was read
 };
 

@@ -58,7 +58,7 @@ TEST_P(StoreKeeping, GoesOnWhenTheClockIsSetBack)
     write(upload(event_line("b", "i", now), 'C', 0, 0, "i", back * 1000));
     EXPECT_EQ(value(m_spReading->receipts({}, seen, {})).rows.at(0).name, "b");
     retain({now * 1000, std::nullopt}); // the age is the older of the two times
-    EXPECT_EQ(value(m_spReading->receipts({}, 0, {})).rows.at(0).name, "a");
+    EXPECT_EQ(value(m_spReading->receipts({}, {}, {})).rows.at(0).name, "a");
     EXPECT_EQ(events(), 1u);
 }
 
@@ -83,7 +83,7 @@ TEST_P(StoreKeeping, ForgetsAnInstallationWithoutATrace)
     EXPECT_EQ(value(m_spWriting->forget("never seen", std::chrono::seconds(5))), 0u);
     query = {};
     query.limit = 10000;
-    EXPECT_EQ(value(m_spReading->receipts(query, 0, {})).rows.back().installation, "other");
+    EXPECT_EQ(value(m_spReading->receipts(query, {}, {})).rows.back().installation, "other");
 }
 
 TEST_P(StoreKeeping, WritesInGroupsByOneThread)

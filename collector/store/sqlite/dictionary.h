@@ -3,13 +3,13 @@
 
 #include "database.h"
 
+#include "store/figures.h"
+
 #include <unordered_map>
 #include <unordered_set>
 
 namespace store::sqlite {
 
-/// In place of names, versions, keys and values past their limits.
-constexpr std::string_view g_other = "(other)";
 /// The name ids that are no text.
 constexpr int64_t g_null_name = 0, g_all_names = -1;
 

@@ -4,8 +4,7 @@
 #include "readers.h"
 #include "tally.h"
 
-#include <algorithm>
-#include <set>
+#include "store/figures.h"
 
 namespace store::sqlite {
 
@@ -52,26 +51,5 @@ private:
     std::shared_ptr<Readers> m_spReaders;
     Database m_database;
 };
-
-/// Sorts by events, most first, then by what `bytes_of(row)` gives, and cuts to the limit.
-template <class Row, class BytesOf>
-Table<Row> sorted_table(std::vector<Row> rows, size_t limit, BytesOf&& bytes_of)
-{
-    std::sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
-        return a.events != b.events ? a.events > b.events : bytes_of(a) < bytes_of(b);
-    });
-    Table<Row> table;
-    table.total = rows.size();
-    if (rows.size() > limit)
-        rows.resize(limit);
-    table.rows = std::move(rows);
-    return table;
-}
-
-/// The Monday that the week of a day begins with, as a number of days since 1970.
-inline int64_t week_of(int64_t day)
-{
-    return day - ((day + 3) % 7 + 7) % 7; // 1970-01-01 was a Thursday
-}
 
 } // namespace store::sqlite

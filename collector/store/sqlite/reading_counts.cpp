@@ -169,7 +169,7 @@ Result<std::vector<RetentionRow>> SqliteReading::retention(const Query& query, c
 {
     return ask(limit, [&] {
         Selection selection(m_database, query);
-        auto week = [](Seconds at) { return week_of(day_of(at)); };
+        auto week = [](Seconds at) { return monday_of(day_of(at)); };
         Tallies active =
             tally(m_database, selection, {[&](const KindParts&, Seconds at) { return week(at); }, false, false});
         int64_t last_week = std::numeric_limits<int64_t>::min();

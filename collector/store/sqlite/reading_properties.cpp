@@ -3,25 +3,9 @@
 
 #include "store/members.h"
 
-#include <cmath>
-#include <numeric>
-
 namespace store::sqlite {
 
 namespace {
-
-using PropertyKey = std::tuple<std::string, int, std::string>; // key, type, text; type -1: past a limit
-
-constexpr int g_other_type = -1;
-
-OwnedValue owned(int type, const std::string& text)
-{
-    OwnedValue value;
-    value.other = type == g_other_type;
-    value.type = value.other ? ValueType::text : static_cast<ValueType>(type);
-    value.text = text;
-    return value;
-}
 
 // The keys and values that rollups know by numbers.
 class KnownValues
@@ -155,25 +139,6 @@ void add_fact_sets(Database& database, const Selection& selection, Found& found)
     }
 }
 
-double percentile(const std::vector<double>& sorted, unsigned percent)
-{
-    size_t number = (sorted.size() * percent + 99) / 100; // ceil(p n), counted from 1
-    return sorted[std::max<size_t>(number, 1) - 1];
-}
-
-constexpr size_t g_parts = 20; // of a histogram
-
-std::vector<uint64_t> histogram(const std::vector<double>& sorted)
-{
-    double min = sorted.front(), span = sorted.back() - min;
-    if (span == 0 || !std::isfinite(span))
-        return {sorted.size()};
-    std::vector<uint64_t> parts(g_parts);
-    for (double value : sorted)
-        ++parts[std::min(static_cast<size_t>((value - min) / span * g_parts), g_parts - 1)];
-    return parts;
-}
-
 } // namespace
 
 Result<Table<FactRow>> SqliteReading::facts(const Query& query, const Limit& limit)
@@ -249,18 +214,7 @@ Result<Numbers> SqliteReading::numbers(const Query& query, std::string_view key,
                 std::from_chars(value->text.data(), value->text.data() + value->text.size(), number);
             });
         });
-        Numbers numbers;
-        if (values.empty())
-            return numbers;
-        std::sort(values.begin(), values.end());
-        numbers.count = values.size();
-        numbers.min = values.front();
-        numbers.median = percentile(values, 50);
-        numbers.percentile_95 = percentile(values, 95);
-        numbers.max = values.back();
-        numbers.sum = std::accumulate(values.begin(), values.end(), 0.0);
-        numbers.histogram = histogram(values);
-        return numbers;
+        return numbers_of(std::move(values));
     });
 }
 
@@ -269,18 +223,13 @@ Result<std::vector<PropertyPoint>> SqliteReading::property_series(const Query& q
 {
     return ask(limit, [&] {
         Selection selection(m_database, query);
-        std::map<Seconds, std::map<PropertyKey, uint64_t>> points;
-        std::map<PropertyKey, uint64_t> sums;
-        auto count = [&](Seconds at, const PropertyKey& value, uint64_t events) {
-            points[at][value] += events;
-            sums[value] += events;
-        };
+        Course course;
         Members members;
         auto use = [&](const EventOnTheWay& event) {
             members.read(event, [&](std::string_view name, const std::optional<Value>& value) {
                 Seconds at = step == Step::hour ? hour_of(event.logged_at) * 3600 : day_of(event.logged_at) * 86400;
                 if (name == key)
-                    count(at, property_key(name, value), 1);
+                    course.add(at, property_key(name, value), 1);
             });
         };
         if (step == Step::hour) {
@@ -291,30 +240,11 @@ Result<std::vector<PropertyPoint>> SqliteReading::property_series(const Query& q
             for_each_count(m_database, selection, false, [&](int64_t day, int64_t property, const Counts& counts) {
                 for (size_t number = 0; known.key(property) == key && number < counts.size(); ++number) {
                     if (counts[number] != 0)
-                        count(day * 86400, known.value(property, static_cast<uint32_t>(number)), counts[number]);
+                        course.add(day * 86400, known.value(property, static_cast<uint32_t>(number)), counts[number]);
                 }
             });
         }
-        using Ranked = std::pair<PropertyKey, uint64_t>;
-        auto more = [](const Ranked& a, const Ranked& b) {
-            return a.second != b.second ? a.second > b.second : a.first < b.first;
-        };
-        std::vector<Ranked> ranked(sums.begin(), sums.end());
-        std::sort(ranked.begin(), ranked.end(), more);
-        ranked.resize(std::min(ranked.size(), query.limit));
-        std::set<PropertyKey> shown;
-        for (const Ranked& value : ranked)
-            shown.insert(value.first);
-        std::vector<PropertyPoint> rows;
-        for (const auto& [at, values] : points) {
-            std::vector<Ranked> step_values(values.begin(), values.end());
-            std::sort(step_values.begin(), step_values.end(), more);
-            for (const auto& [place, events] : step_values) {
-                if (shown.count(place) != 0)
-                    rows.push_back({at, owned(std::get<1>(place), std::get<2>(place)), events});
-            }
-        }
-        return rows;
+        return course.most_frequent(query.limit);
     });
 }
 

@@ -279,9 +279,8 @@ Result<Health> SqliteReading::health(const Limit& limit)
 
 Result<Cursor> SqliteReading::end(const Limit& limit)
 {
-    return ask(limit, [&] {
-        return static_cast<Cursor>(m_database.number("SELECT value FROM counters WHERE name='last_event'"));
-    });
+    return ask(limit,
+               [&] { return std::to_string(m_database.number("SELECT value FROM counters WHERE name='last_event'")); });
 }
 
 Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const Limit& limit)
@@ -291,6 +290,8 @@ Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const
         EventRows events(m_database);
         Receipts receipts;
         receipts.next = after;
+        int64_t place = 0;
+        std::from_chars(after.data(), after.data() + after.size(), place);
         const char* one = "SELECT id, kind, logged_at, members FROM events WHERE installation=?2 AND id>?1 ORDER BY id";
         // Blocks without an event of the period are passed over by the table of blocks.
         const char* all = "SELECT events.id, kind, logged_at, members FROM blocks JOIN events ON events.id BETWEEN "
@@ -299,8 +300,7 @@ Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const
         static_assert(1 << g_block_bits == 4096);
         bool is_one = selection.installation() != 0;
         Statement rows(m_database, is_one ? one : all);
-        is_one ? rows.with(static_cast<int64_t>(after), selection.installation())
-               : rows.with(static_cast<int64_t>(after), selection.from, selection.to);
+        is_one ? rows.with(place, selection.installation()) : rows.with(place, selection.from, selection.to);
         FactFilter fact(selection.fact());
         size_t looked_at = 0;
         while (receipts.rows.size() < query.limit && looked_at < g_most_looked_at) {
@@ -309,7 +309,7 @@ Result<Receipts> SqliteReading::receipts(const Query& query, Cursor after, const
                 break;
             }
             ++looked_at;
-            receipts.next = static_cast<Cursor>(rows.integer(0));
+            receipts.next = std::to_string(rows.integer(0));
             if (rows.integer(2) >= selection.from && rows.integer(2) < selection.to &&
                 selection.find(rows.integer(1)) != nullptr && (!fact || fact.admits(rows.text(3))))
                 events.append(rows.integer(0), receipts.rows);

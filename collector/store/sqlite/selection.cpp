@@ -2,6 +2,7 @@
 
 #include "schema.h"
 
+#include "store/figures.h"
 #include "store/members.h"
 
 #include <algorithm>
@@ -9,9 +10,6 @@
 namespace store::sqlite {
 
 namespace {
-
-constexpr Seconds g_first_second = -62167219200; // 0000-01-01, the earliest that a line can tell
-constexpr Seconds g_end_second = 253402300800;   // 10000-01-01
 
 int64_t id_of(Database& database, const char* statement, const std::string& text)
 {
