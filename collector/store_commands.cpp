@@ -1,19 +1,17 @@
 // analytics-collector export, report, import, forget, backup: what is done with a store, beside a server or without
 // one.
 #include "commands.h"
+#include "import.h"
 #include "settings.h"
 
 #include "api/export.h"
 #include "api/report.h"
-#include "intake/intake.h"
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
-#include <sstream>
 #include <unistd.h>
 
 namespace commands {
@@ -29,12 +27,6 @@ struct Choice
     std::vector<std::string> files;
     std::string text; ///< an installation, a file, a period
     bool plot = false;
-};
-
-/// One sentence for the person at the shell.
-struct Failure : std::runtime_error
-{
-    using std::runtime_error::runtime_error;
 };
 
 /// A sentence about an option.
@@ -134,33 +126,26 @@ void report(const Choice& choice)
     write_out(value_of(api::report(*reading, words, choice.text, choice.plot)));
 }
 
-std::string text_of(const std::string& file)
-{
-    std::ifstream in(file, std::ios::binary);
-    std::ostringstream text;
-    if (!in || std::filesystem::is_directory(file) || !(text << in.rdbuf() || in.peek() == EOF))
-        throw Failure(file + " cannot be read");
-    return std::move(text).str();
-}
-
 /// Each file is one upload without a batch, so a file that grew since the last import adds what is new in it.
 void import_logs(const Choice& choice)
 {
-    for (const std::string& file : choice.files)
-        text_of(file); // all are there, or nothing is done
+    uint64_t total = 0, done = 0;
+    for (const std::string& file : choice.files) { // all are there, or nothing is done
+        std::error_code error;
+        total += std::filesystem::file_size(file, error);
+        if (error || access(file.c_str(), R_OK) != 0)
+            throw Failure(file + " cannot be read");
+    }
     const auto store = open_store(choice, store::Opening::create);
     const auto writing = value_of(store->writing());
     Bar bar("import");
-    uint64_t done = 0;
     for (const std::string& file : choice.files) {
-        store::Upload upload;
-        const auto now = duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-        if (const auto refused = intake::read_file(text_of(file), now, {0, 0}, upload))
-            throw Failure(file + ": " + refused->sentence);
-        const store::Upload* const one[] = {&upload};
-        const auto receipts = value_of(writing->write(one, {}));
-        const store::Receipt& receipt = receipts.at(0);
-        bar.show(++done, choice.files.size());
+        uint64_t of_file = 0;
+        const store::Receipt receipt = import_log(*writing, file, [&](uint64_t bytes) {
+            of_file = bytes;
+            bar.show(done + bytes, total);
+        });
+        done += of_file;
         write_out(file + ": " + std::to_string(receipt.events) + " events, " + std::to_string(receipt.known) +
                   " known before, " + std::to_string(receipt.rejects) + " lines that are none\n");
     }

@@ -31,7 +31,9 @@ struct Asked
     {
         store = value_of(store::open(fuzz::scratch() + "/events.db", {store::Opening::create, {}}));
         store::Upload upload;
-        fuzz::require("a log is read", !intake::read_file(log_text, 1795000000000, {0, 0}, upload));
+        intake::Form form;
+        form.data = log_text;
+        fuzz::require("lines are read", !intake::read_lines(std::move(form), {}, 1795000000000, {0, 0}, upload));
         const store::Upload* const one[] = {&upload};
         value_of(value_of(store->writing())->write(one, {}));
         api = std::make_unique<api::Api>(*store, value_of(store->reading()), nullptr, surroundings);

@@ -74,8 +74,4 @@ Refused check_token(std::string_view sender, std::string_view token);
 Refused read_lines(Form&& form, const std::optional<std::string>& application, store::Milliseconds received_at,
                    const Limits& limits, store::Upload& upload);
 
-/// Reads an event log file as an upload without a batch: its sender is the installation of its first good line.
-/// @return 400 when no line of it is an event
-Refused read_file(std::string&& text, store::Milliseconds received_at, const Limits& limits, store::Upload& upload);
-
 } // namespace intake

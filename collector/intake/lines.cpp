@@ -35,7 +35,6 @@ void split(std::string_view text, store::Upload& upload)
     }
 }
 
-// Keys first need the sender, which an event log file tells by its lines alone.
 void chain(std::string_view sender, store::Upload& upload)
 {
     store::ChainKey key = store::chain_begin(sender);
@@ -79,18 +78,6 @@ Refused read_lines(Form&& form, const std::optional<std::string>& application, s
         if (application && event.application != *application)
             return Refusal{403, "The key is not for this application."};
     }
-    return std::nullopt;
-}
-
-Refused read_file(std::string&& text, store::Milliseconds received_at, const Limits& limits, store::Upload& upload)
-{
-    upload = store::Upload();
-    upload.received_at = received_at;
-    read_text(std::move(text), limits, upload);
-    if (upload.events.empty())
-        return Refusal{400, "No line of the file is an event."};
-    upload.sender = upload.events.front().installation;
-    chain(upload.sender, upload);
     return std::nullopt;
 }
 

@@ -50,4 +50,9 @@ ChainKey chain_next(ChainKey before, std::string_view line)
     return murmur(line, before);
 }
 
+bool begins_with(const TextEnd& end, ChainKey before, std::string_view line)
+{
+    return before == end.before && line.size() >= end.size && chain_next(before, line.substr(0, end.size)) == end.key;
+}
+
 } // namespace store

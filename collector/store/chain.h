@@ -18,4 +18,18 @@ ChainKey chain_begin(std::string_view sender);
 /// to here (but for one chance in 2^64).
 ChainKey chain_next(ChainKey before, std::string_view line);
 
+/// Where a text ended that came without a batch: all that is remembered of it.
+struct TextEnd
+{
+    uint32_t lines;  ///< non-empty ones
+    uint32_t size;   ///< bytes of the last of them
+    ChainKey before; ///< the key before the last line
+    ChainKey key;    ///< of the last line
+    bool operator==(const TextEnd&) const = default;
+};
+
+/// Whether a text begins with the one that ended there. `line` is its line number `end.lines`, counted from 1, and
+/// `before` the key before it. Where they are not of one size the earlier text ended inside the line.
+bool begins_with(const TextEnd& end, ChainKey before, std::string_view line);
+
 } // namespace store

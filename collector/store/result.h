@@ -15,6 +15,7 @@ enum class FaultKind
     late,        ///< a question's time was over
     interrupted, ///< a deletion ended the question's view of the store; ask again
     newer,       ///< made by a later version of this program
+    changed,     ///< what was looked up before has changed since; look again
     in_use,      ///< another process serves this store
     missing,     ///< there is no such store
     exists,      ///< a file that is to be made is there already

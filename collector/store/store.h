@@ -71,6 +71,8 @@ public:
     /// - An upload without a batch that begins with the whole text of one of the last 8 such uploads of its sender,
     ///   those of this group included, stores only what follows. Where the earlier text ends inside a line, that line
     ///   is stored whole.
+    /// - A part of such a text is stored whole as well; `changed`, when another text of its sender came since it was
+    ///   made.
     /// @return a receipt for each upload that was stored, in their order; or a fault, and then none was
     virtual Result<std::vector<Receipt>> write(std::span<const Upload* const> uploads, const GroupLimit& limit) = 0;
 
@@ -82,6 +84,10 @@ public:
     /// Why uploads are to be refused before they are read; none: they are welcome. Any thread; costs next to nothing.
     /// A store that lacks its machines lets one through now and then, to see whether they are back.
     virtual std::optional<Fault> door() { return std::nullopt; }
+
+    /// Where the last texts without a batch of a sender ended, the latest last: what a long text that is written in
+    /// parts has to be compared with first. None in a store that knows every line by its key.
+    virtual Result<std::vector<TextEnd>> ends(std::string_view) { return std::vector<TextEnd>(); }
 
     /// Deletes a little of what is too old: at most some thousand rows, some 20 ms of work.
     /// @return finished when nothing more is due

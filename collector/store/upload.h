@@ -82,14 +82,25 @@ struct Line
     uint32_t index = 0;    ///< of Upload::events or Upload::rejects
 };
 
+/// A part of a text without a batch that is too long for one upload: whole lines, which come part by part in their
+/// order, behind what is known of the text already.
+struct Part
+{
+    TextEnd end;                   ///< of the text up to the part's last line
+    std::optional<TextEnd> latest; ///< the sender's latest end when the part was made (Writing::ends)
+    bool goes_on = false;          ///< `latest` is the end of the part before, and no end of a text any more
+};
+
 struct Upload
 {
     /// The sender: `g` of the form, in valid UTF-8. It rules repetition and names the installation of rejects.
     std::string_view sender;
     Milliseconds received_at = 0;
 
-    /// With a batch, line i of `lines` is line `first_line` + i of it. Without one, the text is a whole file.
+    /// Line i of `lines` is line `first_line` + i of the batch, or of the file without one: a whole one, unless `part`
+    /// is set.
     std::optional<BatchId> batch;
+    std::optional<Part> part;
     uint32_t first_line = 0;
     /// Lines of the batch from `first_line` on that the host has thrown away; 0 when there are lines.
     uint32_t dropped = 0;

@@ -246,10 +246,14 @@ class Commands(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder, running() as collector:
             log = os.path.join(folder, "events.log")
             one = "6f1c2a90-3b7e-4d25-9a61-0c4e8b7d2f13"
-            first = [line("a", installation=one), "no event"]
-            for text, expected in [(first, "1 events, 0 known"), (first + [line("b", installation=one)], "1 events")]:
+            first = "\n".join([line("a", installation=one), "no event", ""])
+            second = first + line("b", installation=one) + "\n"
+            long = second + (line("c", '{ "text": "' + "x" * 1000 + '" }', one) + "\n") * 9000  # read in three parts
+            for text, expected in [(first, "1 events, 0 known before, 1 l"), (second, "1 events, 2 known before, 0 l"),
+                                   (long[:-9], "8999 events, 3 known before, 1 l"), (long, "1 events, 9002 known before, 0 l"),
+                                   (long, "0 events, 9003 known before, 0 l"), (first, "0 events, 2 known before, 0 l")]:
                 with open(log, "w", encoding="utf-8") as file:
-                    file.write("\n".join(text) + "\n")
+                    file.write(text)
                 self.assertIn(expected, run("import", log, "--store", collector.store).stdout)
             self.assertEqual([row["name"] for row in collector.export("--name", "b")], ["b"])
             self.assertIn("b", run("report", "--from", "2026-11-20", "--to", "2026-11-21", "--store", collector.store).stdout)

@@ -224,12 +224,3 @@ TEST(IntakeLines, HaveKeysThatNeverChange)
     EXPECT_EQ(upload.lines[0].key, 0x5c5f6b0c545b1ec8u);
     EXPECT_EQ(upload.lines[1].key, 0x58d0aa3f8f326bf5u);
 }
-
-TEST(IntakeFile, IsSentByTheInstallationOfItsFirstEvent)
-{
-    store::Upload upload;
-    EXPECT_FALSE(intake::read_file("bad\n" + line("1", "{ }"), 5, {}, upload));
-    EXPECT_EQ(upload.sender, "id");
-    EXPECT_EQ(upload.lines[0].key, store::chain_next(store::chain_begin("id"), "bad"));
-    EXPECT_EQ(status_of(intake::read_file("bad", 5, {}, upload)), 400);
-}

@@ -154,6 +154,33 @@ TEST_P(StoreTaking, CountsEveryLineOnceAcrossRestarts)
     }
 }
 
+TEST_P(StoreTaking, TakesALongTextInParts)
+{
+    store::Upload whole = upload(lines("abcde"));
+    std::optional<store::TextEnd> latest;
+    for (uint32_t first : {0u, 2u, 4u}) {
+        store::Upload part = upload(lines(std::string_view("abcde").substr(first, 2)));
+        part.first_line = first;
+        for (size_t i = 0; i < part.lines.size(); ++i)
+            part.lines[i].key = whole.lines[first + i].key;
+        const store::Line& last = part.lines.back();
+        size_t before = first + part.lines.size() - 2;
+        store::TextEnd end{first + static_cast<uint32_t>(part.lines.size()), static_cast<uint32_t>(last.text.size()),
+                           whole.lines[before].key, last.key};
+        part.part = {end, latest, first != 0};
+        EXPECT_EQ(write(part).events, part.lines.size());
+        latest = end;
+    }
+    EXPECT_EQ(write(whole).known, 5u);
+    EXPECT_LE(value(m_spWriting->ends("i")).size(), 1u);
+    write(upload(lines("f")));
+    whole.part = {*latest, latest, true};
+    const store::Upload* late = &whole;
+    if (!value(m_spWriting->ends("i")).empty()) {
+        EXPECT_EQ(m_spWriting->write({&late, 1}, {}).fault().kind, store::FaultKind::changed);
+    }
+}
+
 TEST_P(StoreTaking, EndsAGroupByEachOfItsLimits)
 {
     std::vector<store::Upload> uploads;

@@ -158,17 +158,17 @@ std::string pack_told(const std::vector<Told>& told)
     return out;
 }
 
-std::vector<End> unpack_ends(std::string_view packed)
+std::vector<TextEnd> unpack_ends(std::string_view packed)
 {
-    std::vector<End> ends(packed.size() / sizeof(End));
+    std::vector<TextEnd> ends(packed.size() / sizeof(TextEnd));
     if (!ends.empty())
-        memcpy(ends.data(), packed.data(), ends.size() * sizeof(End));
+        memcpy(ends.data(), packed.data(), ends.size() * sizeof(TextEnd));
     return ends;
 }
 
-std::string pack_ends(const std::vector<End>& ends)
+std::string pack_ends(const std::vector<TextEnd>& ends)
 {
-    return std::string(reinterpret_cast<const char*>(ends.data()), ends.size() * sizeof(End));
+    return std::string(reinterpret_cast<const char*>(ends.data()), ends.size() * sizeof(TextEnd));
 }
 
 void unpack_counts(std::string_view packed, Counts& counts)

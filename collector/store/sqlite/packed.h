@@ -67,17 +67,10 @@ struct Told
 std::vector<Told> unpack_told(std::string_view packed);
 std::string pack_told(const std::vector<Told>& told);
 
-/// Where the text of an upload without a batch ended. As a blob: these, one behind the other, the latest last.
-struct End
-{
-    uint32_t lines;  ///< non-empty ones
-    uint32_t size;   ///< bytes of the last of them
-    ChainKey before; ///< the key before the last line
-    ChainKey key;    ///< of the last line
-};
+/// Where the texts of uploads without a batch ended. As a blob: these, one behind the other, the latest last.
 constexpr size_t g_ends = 8;
-std::vector<End> unpack_ends(std::string_view packed);
-std::string pack_ends(const std::vector<End>& ends);
+std::vector<TextEnd> unpack_ends(std::string_view packed);
+std::string pack_ends(const std::vector<TextEnd>& ends);
 
 /// How often each value of a property was met: by the value's number, 0 for all past the limit. As a blob: number and
 /// count of each that was.

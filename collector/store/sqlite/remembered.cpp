@@ -90,22 +90,19 @@ void Batches::flush()
 namespace {
 
 // The place of a text's last line when the upload's text begins with that text; else the number of its lines.
-size_t last_line_of(const End& end, const Upload& upload)
+size_t last_line_of(const TextEnd& end, const Upload& upload)
 {
     size_t last = end.lines - 1;
     if (end.lines > upload.lines.size())
         return upload.lines.size();
-    const Line& line = upload.lines[last];
     ChainKey before = last == 0 ? chain_begin(upload.sender) : upload.lines[last - 1].key;
-    bool is_same = before == end.before && line.text.size() >= end.size &&
-                   chain_next(before, line.text.substr(0, end.size)) == end.key;
-    return is_same ? last : upload.lines.size();
+    return begins_with(end, before, upload.lines[last].text) ? last : upload.lines.size();
 }
 
-End end_of(const Upload& upload)
+TextEnd end_of(const Upload& upload)
 {
     const std::vector<Line>& lines = upload.lines;
-    End end{};
+    TextEnd end{};
     end.lines = static_cast<uint32_t>(lines.size());
     end.size = static_cast<uint32_t>(lines.back().text.size());
     end.before = lines.size() == 1 ? chain_begin(upload.sender) : lines[lines.size() - 2].key;
@@ -134,21 +131,38 @@ size_t Ends::add(const Upload& upload, int64_t installation)
         return 0;
     List& list = list_of(installation);
     size_t known = 0;
-    for (const End& end : list.ends) {
+    for (const TextEnd& end : list.ends) {
         size_t last = last_line_of(end, upload);
         if (last != upload.lines.size()) {
             bool is_whole = upload.lines[last].text.size() == end.size;
             known = std::max(known, is_whole ? last + 1 : last);
         }
     }
-    End end = end_of(upload);
-    std::erase_if(list.ends, [&](const End& other) { return other.lines == end.lines && other.key == end.key; });
+
+    note(list, end_of(upload), upload.received_at);
+    return known;
+}
+
+bool Ends::add_part(const Upload& upload, int64_t installation)
+{
+    List& list = list_of(installation);
+    std::optional<TextEnd> latest = list.ends.empty() ? std::nullopt : std::optional(list.ends.back());
+    if (latest != upload.part->latest)
+        return false;
+    if (upload.part->goes_on)
+        list.ends.pop_back();
+    note(list, upload.part->end, upload.received_at);
+    return true;
+}
+
+void Ends::note(List& list, const TextEnd& end, Milliseconds received_at)
+{
+    std::erase_if(list.ends, [&](const TextEnd& other) { return other.lines == end.lines && other.key == end.key; });
     list.ends.push_back(end);
     if (list.ends.size() > g_ends)
         list.ends.erase(list.ends.begin());
-    list.seen = day_of(upload.received_at / 1000);
+    list.seen = day_of(received_at / 1000);
     list.is_changed = true;
-    return known;
 }
 
 void Ends::flush()

@@ -43,6 +43,8 @@ public:
 
     /// Notes the upload's text and gives how many of its lines were in an earlier one that it begins with.
     size_t add(const Upload& upload, int64_t installation);
+    /// Notes a part of a text; false when another text of the sender came since the part was made.
+    bool add_part(const Upload& upload, int64_t installation);
 
     void flush();
     void clear() { m_lists.clear(); }
@@ -50,11 +52,12 @@ public:
 private:
     struct List
     {
-        std::vector<End> ends;
+        std::vector<TextEnd> ends;
         int64_t seen = 0;
         bool is_changed = false;
     };
     List& list_of(int64_t installation);
+    void note(List& list, const TextEnd& end, Milliseconds received_at);
 
     Statement m_find, m_put;
     std::map<int64_t, List> m_lists;

@@ -112,7 +112,7 @@ Receipt SqliteWriting::take(const Upload& upload)
     Receipt receipt;
     m_upload = 0;
     upload.batch ? take_batch(upload, receipt) : take_text(upload, receipt);
-    ++m_counters["uploads"];
+    m_counters["uploads"] += !upload.part || !upload.part->goes_on;
     m_counters["events"] += receipt.events;
     m_counters["rejects"] += receipt.rejects;
     m_counters["count_differs"] += upload.count_differs;
@@ -137,10 +137,23 @@ void SqliteWriting::take_batch(const Upload& upload, Receipt& receipt)
 
 void SqliteWriting::take_text(const Upload& upload, Receipt& receipt)
 {
-    size_t known = upload.lines.empty() ? 0 : m_spEnds->add(upload, m_spDictionary->installation(upload.sender));
+    bool is_noted = upload.part || !upload.lines.empty();
+    int64_t sender = is_noted ? m_spDictionary->installation(upload.sender) : 0;
+    size_t known = is_noted && !upload.part ? m_spEnds->add(upload, sender) : 0;
+    if (upload.part && !m_spEnds->add_part(upload, sender))
+        m_database.fail({FaultKind::changed, "Another text of this sender came meanwhile."});
     for (size_t i = known; i < upload.lines.size(); ++i)
-        add_line(upload, upload.lines[i], static_cast<uint32_t>(i), receipt);
+        add_line(upload, upload.lines[i], upload.first_line + static_cast<uint32_t>(i), receipt);
     receipt.known = static_cast<uint32_t>(known);
+}
+
+Result<std::vector<TextEnd>> SqliteWriting::ends(std::string_view sender)
+{
+    Statement find(m_database, "SELECT list FROM ends JOIN installations ON id=installation WHERE text=?");
+    std::vector<TextEnd> ends;
+    if (find.with(sender).step())
+        ends = unpack_ends(find.text(0));
+    return m_database.ok() ? Result(ends) : m_database.take_fault();
 }
 
 void SqliteWriting::add_line(const Upload& upload, const Line& line, uint32_t number, Receipt& receipt)

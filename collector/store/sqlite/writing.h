@@ -14,6 +14,7 @@ public:
     ~SqliteWriting() override;
 
     Result<std::vector<Receipt>> write(std::span<const Upload* const> uploads, const GroupLimit& limit) override;
+    Result<std::vector<TextEnd>> ends(std::string_view sender) override;
     Result<Progress> retain(const Retention& retention) override;
     Result<uint64_t> forget(std::string_view installation, std::chrono::milliseconds wait) override;
 
