@@ -21,6 +21,9 @@ void add_secret(CLI::App& program, int& status);
 /// export, report, import, forget, backup: what is done with a store, beside a server or without one.
 void add_store_commands(CLI::App& program, int& status);
 
+/// init: what is done with a cluster of nodes that keeps the events.
+void add_cluster_commands(CLI::App& program, int& status);
+
 /// One sentence on standard error; returns `failed`.
 int fail(const std::string& sentence);
 

@@ -27,6 +27,9 @@ int run(int argc, char** argv)
     int status = commands::done;
     commands::add_serve(program, status);
     commands::add_store_commands(program, status);
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+    commands::add_cluster_commands(program, status);
+#endif
     commands::add_user(program, status);
     commands::add_key(program, status);
     commands::add_secret(program, status);

@@ -81,11 +81,17 @@ sigset_t awaited_signals()
     return signals;
 }
 
-std::unique_ptr<store::Store> open_store(const std::string& file)
+/// What the store has on this machine: itself, or the spool in front of a cluster.
+std::string local_file(const Settings& settings)
 {
-    std::error_code none;
-    std::filesystem::create_directories(std::filesystem::path(file).parent_path(), none); // what fails, open() tells
-    auto opened = store::open(file, {store::Opening::serve, milliseconds(5000)});
+    return store::is_file(settings.store) ? settings.store : settings.cluster.options.spool;
+}
+
+std::unique_ptr<store::Store> open_store(const Settings& settings)
+{
+    std::error_code none; // what fails, open() tells
+    std::filesystem::create_directories(std::filesystem::path(local_file(settings)).parent_path(), none);
+    auto opened = store::open(settings.store, {store::Opening::serve, milliseconds(5000), settings.cluster.options});
     if (!opened)
         throw Refusal(opened.fault().text);
     return std::move(*opened);
@@ -115,7 +121,7 @@ class Serving
 public:
     explicit Serving(const Settings& settings)
         : m_settings(settings),
-          m_store(open_store(settings.store)),
+          m_store(open_store(settings)),
           m_keys(settings.keys),
           m_users(settings.users),
           m_tokens(settings.tokens),
@@ -124,7 +130,7 @@ public:
                      *m_logouts),
           m_writer(value_of(m_store->writing())),
           m_live(*m_store),
-          m_uploads(m_writer, m_keys, settings.uploads, settings.store),
+          m_uploads(m_writer, m_keys, settings.uploads, local_file(settings)),
           m_page(*m_store, m_writer, m_live, m_users, m_sessions, m_tokens, page_settings(), surroundings()),
           m_server(settings.server, normalized(settings.proxies)),
           m_shared(&m_uploads, &m_page),
@@ -168,7 +174,8 @@ private:
     {
         if (auto shared = m_settings.secret.empty() ? nullptr : m_store->logouts())
             return shared;
-        return std::make_unique<http::FileLogouts>(m_settings.secret.empty() ? "" : m_settings.store + "-logouts");
+        return std::make_unique<http::FileLogouts>(m_settings.secret.empty() ? ""
+                                                                             : local_file(m_settings) + "-logouts");
     }
 
     http::PageSettings page_settings()
@@ -298,6 +305,7 @@ void prepare(Settings& settings)
     logging::use(settings.log == "json" ? logging::Format::json : logging::Format::text);
     if (settings.store.empty())
         settings.store = default_store();
+    settings.cluster.options = cluster_options(settings.cluster, settings.secret);
     settings.server.header = seconds(settings.header_seconds != 0 ? settings.header_seconds : 86400);
     // Bodies come and go: kept on the heap they would leave it in pieces, and the memory would never go back.
     mallopt(M_MMAP_THRESHOLD, 256 << 10);

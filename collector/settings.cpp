@@ -1,11 +1,14 @@
 #include "settings.h"
 
+#include "http/private_file.h"
+
 #include <charconv>
 #include <cstdlib>
 #include <unistd.h>
 
 namespace {
 
+const char* const g_store_sentence = "the file that keeps the events, or clickhouse://USER@HOST:PORT,.../DATABASE";
 const char* const service_store = "/var/lib/analytics-collector/events.db";
 
 std::string variable_of(const std::string& option)
@@ -40,7 +43,7 @@ CLI::Option* add(CLI::App& command, const char* option, Value& value, const char
 void add_settings(CLI::App& command, Settings& settings)
 {
     const CLI::Validator age(wrong_age, "AGE");
-    add(command, "--store", settings.store, "the file that keeps the events");
+    add(command, "--store", settings.store, g_store_sentence);
     add(command, "--listen", settings.listen, "ADDRESS:PORT for uploads, and for the page without --page");
     add(command, "--page", settings.page, "ADDRESS:PORT for the page alone");
     add(command, "--keys", settings.keys, "file of lines KEY APPLICATION; uploads then come to /u/KEY alone");
@@ -66,8 +69,48 @@ void add_settings(CLI::App& command, Settings& settings)
     add(command, "--token-threads", settings.uploads.token_threads, "threads that check tokens; 0: one a core");
     add(command, "--retain", settings.retain, "age at which events go, such as 90d")->check(age);
     add(command, "--retain-rollups", settings.retain_rollups, "age at which the daily figures go")->check(age);
+    add_cluster_words(command, settings.cluster);
     add(command, "--log", settings.log, "format of the log on standard error")->check(CLI::IsMember({"text", "json"}));
     add(command, "--config", settings.config, "a file with these options, one NAME=VALUE a line");
+}
+
+void add_cluster_words(CLI::App& command, ClusterWords& words)
+{
+    static const std::map<std::string, store::AnswerBy> ways = {{"replica", store::AnswerBy::replica},
+                                                                {"spool", store::AnswerBy::spool}};
+    store::ClusterOptions& options = words.options;
+    add(command, "--cluster-password", options.password_file, "file with the password for the cluster");
+    add(command, "--cluster-ca", options.ca_file, "certificates (PEM) that vouch for its nodes, asked by TLS then");
+    add(command, "--spool", options.spool, "the file of what the cluster is not known to have yet");
+    add(command, "--spool-bytes", options.spool_bytes, "its most bytes; uploads are refused past them");
+    add(command, "--answer", options.answer, "what has an upload when it is answered: replica (and spool), or spool")
+        ->transform(CLI::CheckedTransformer(ways));
+    add(command, "--answer-wait", words.answer_wait, "seconds for that replica");
+    add(command, "--keep", words.keep, "seconds in the spool after both replicas had it");
+    add(command, "--group-lines", options.group_lines, "the most lines of an insert")->check(CLI::PositiveNumber);
+    add(command, "--group-ms", words.group_ms, "what comes in this time goes in one insert");
+}
+
+void add_store_words(CLI::App& command, StoreWords& words)
+{
+    add(command, "--store", words.store, g_store_sentence);
+    add(command, "--secret", words.secret, "file of the secret that the collectors share");
+    add_cluster_words(command, words.cluster);
+}
+
+store::ClusterOptions cluster_options(const ClusterWords& words, const std::string& secret)
+{
+    store::ClusterOptions options = words.options;
+    options.answer_wait = std::chrono::seconds(words.answer_wait);
+    options.keep = std::chrono::seconds(words.keep);
+    options.group_time = std::chrono::milliseconds(words.group_ms);
+    if (options.spool.empty()) {
+        const std::string file = default_store();
+        options.spool = file.substr(0, file.rfind('/') + 1) + "spool.db";
+    }
+    if (!secret.empty())
+        options.secret = http::read_secret(secret);
+    return options;
 }
 
 // CLI11 reads such a file itself for the main command alone, and has it count before variables.

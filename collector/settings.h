@@ -4,11 +4,19 @@
 
 #include "http/server.h"
 #include "http/uploads.h"
+#include "store/store.h"
 
 #include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 #include <vector>
+
+/// What every command is told about a store on a cluster.
+struct ClusterWords
+{
+    store::ClusterOptions options;
+    unsigned answer_wait = 5, keep = 600, group_ms = 250;
+};
 
 struct Settings
 {
@@ -22,6 +30,7 @@ struct Settings
     std::vector<std::string> proxies, hosts;
     http::ServerLimits server;
     http::UploadLimits uploads;
+    ClusterWords cluster;
     unsigned header_seconds = 10;
     unsigned drain_seconds = 0;
 };
@@ -29,6 +38,20 @@ struct Settings
 /// Adds the options of `serve` to a command. Each is also ANALYTICS_COLLECTOR_NAME in the environment, NAME in capitals
 /// with _ for -, and a line of the file that --config names; an option counts before a variable, that before the file.
 void add_settings(CLI::App& command, Settings& settings);
+/// Adds those of a store on a cluster alone.
+void add_cluster_words(CLI::App& command, ClusterWords& words);
+/// What they say, for the store.
+/// @param secret  the file of --secret; may be empty. @throws std::exception with a sentence when it cannot be read
+store::ClusterOptions cluster_options(const ClusterWords& words, const std::string& secret);
+
+/// Which store a command means that is no server.
+struct StoreWords
+{
+    std::string store, secret;
+    ClusterWords cluster;
+};
+void add_store_words(CLI::App& command, StoreWords& words);
+
 /// Reads that file, when one is named, for the options that are not set yet. @throws CLI::ParseError
 void read_config(CLI::App& command, const std::string& file);
 

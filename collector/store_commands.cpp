@@ -22,7 +22,7 @@ using namespace std::chrono;
 /// What these commands are told.
 struct Choice
 {
-    std::string store;
+    StoreWords store;
     std::vector<std::pair<std::string, std::string>> filters; ///< words of api/words.h
     std::vector<std::string> files;
     std::string text; ///< an installation, a file, a period
@@ -45,15 +45,16 @@ Value value_of(store::Result<Value> result)
 
 std::unique_ptr<store::Store> open_store(const Choice& choice, store::Opening opening)
 {
-    std::string file = choice.store;
+    std::string file = choice.store.store;
     if (file.empty()) {
         file = existing_store();
         std::cerr << "store: " << file << "\n";
     }
     std::error_code none;
-    if (opening == store::Opening::create)
+    if (opening == store::Opening::create && store::is_file(file))
         std::filesystem::create_directories(std::filesystem::path(file).parent_path(), none);
-    return value_of(store::open(file, {opening, milliseconds(30000)}));
+    const auto options = cluster_options(choice.store.cluster, choice.store.secret);
+    return value_of(store::open(file, {opening, milliseconds(30000), options}));
 }
 
 api::Words words_of(const Choice& choice)
@@ -172,7 +173,7 @@ CLI::App* add_command(CLI::App& program, int& status, const char* word, const ch
                       const std::shared_ptr<Choice>& choice, void (*run)(const Choice&))
 {
     CLI::App* command = program.add_subcommand(word, sentence);
-    command->add_option("--store", choice->store, "the file that keeps the events");
+    add_store_words(*command, choice->store);
     command->callback([choice, run, &status] {
         try {
             run(*choice);

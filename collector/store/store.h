@@ -198,7 +198,7 @@ struct ClusterOptions
 {
     std::string password_file; ///< one line: the user's password; empty: none
     std::string ca_file;       ///< certificates (PEM) that vouch for the nodes; then they are asked by TLS
-    std::string secret_file;   ///< shared by all collectors: remembers who was forgotten
+    std::string secret;        ///< bytes that all collectors share: those who were forgotten are known by them
     std::string spool;         ///< the file that holds what the cluster is not known to have
     uint64_t spool_bytes = uint64_t(4) << 30;
     AnswerBy answer = AnswerBy::replica;
@@ -216,8 +216,11 @@ struct OpenOptions
     ClusterOptions cluster = {};
 };
 
-/// Opens the store that `address` names: the path of a file. Migrates an older schema (`serve` and `create` only; `use`
-/// waits for nobody and answers `other` for one that has to be migrated).
+/// Whether `address` names a file; else it is a cluster's, "clickhouse://...".
+bool is_file(const std::string& address);
+
+/// Opens the store that `address` names: the path of a file, or a cluster. Migrates an older schema (`serve` and
+/// `create` only; `use` waits for nobody and answers `other` for one that has to be migrated).
 /// @return faults `newer`, `in_use`, `missing`, `foreign`, `read_only`, `full`
 Result<std::unique_ptr<Store>> open(const std::string& address, const OpenOptions& options);
 

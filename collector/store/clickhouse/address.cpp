@@ -67,18 +67,6 @@ Result<std::string> text_of_file(const std::string& path)
     return text.str();
 }
 
-std::optional<Fault> read_files(const ClusterOptions& options, Layout& layout)
-{
-    Result<std::string> password = text_of_file(options.password_file), secret = text_of_file(options.secret_file);
-    if (!password || !secret)
-        return password ? secret.fault() : password.fault();
-    layout.password = password->substr(0, password->find_first_of("\r\n"));
-    layout.secret = *secret;
-    if (!options.secret_file.empty() && secret->size() < 16)
-        return Fault{FaultKind::foreign, options.secret_file + " holds no secret: make one of 32 random bytes."};
-    return std::nullopt;
-}
-
 } // namespace
 
 std::string Node::name() const
@@ -113,9 +101,12 @@ Result<Layout> parse_address(std::string_view address, const ClusterOptions& opt
             layout.shards.back().push_back(std::move(*node));
         }
     }
+    auto password = text_of_file(options.password_file);
+    if (!password)
+        return password.fault();
+    layout.password = password->substr(0, password->find_first_of("\r\n"));
     layout.ca_file = options.ca_file;
-    if (auto fault = read_files(options, layout))
-        return *fault;
+    layout.secret = options.secret;
     return layout;
 }
 

@@ -24,13 +24,13 @@ struct Layout
     std::vector<std::vector<Node>> shards; ///< their replicas
     std::string user, password, database;
     std::string ca_file; ///< when it is set, nodes are asked by TLS
-    std::string secret;  ///< what --secret holds; may be empty
+    std::string secret;  ///< ClusterOptions::secret
 };
 
 /// Whether an address means a cluster at all.
 bool is_cluster(std::string_view address);
 
-/// Reads the address, and the files of password and secret that the options name.
+/// Reads the address, and the file of the password that the options name.
 /// @return FaultKind::other with a sentence for whoever wrote the address
 Result<Layout> parse_address(std::string_view address, const ClusterOptions& options);
 
