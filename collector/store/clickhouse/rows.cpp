@@ -68,15 +68,27 @@ Piece piece_of(Kind kind, std::string_view installation, size_t shards)
     return piece;
 }
 
-// What an upload's lines have in common, and how one is told from the others.
-struct Origin
+LineAt line_at(const Upload& upload, size_t i)
 {
-    const Upload& upload;
-    const BatchId& batch;
+    const bool is_batch = upload.batch.has_value();
+    return {is_batch ? &*upload.batch : nullptr, is_batch ? upload.first_line + i : upload.lines[i].key,
+            static_cast<uint32_t>((is_batch ? upload.first_line : 0) + i), upload.received_at};
+}
 
-    uint64_t number(size_t i) const { return upload.batch ? upload.first_line + i : upload.lines[i].key; }
-    uint32_t place(size_t i) const { return static_cast<uint32_t>((upload.batch ? upload.first_line : 0) + i); }
-};
+std::string_view batch_of(const LineAt& at)
+{
+    return bytes_of(at.batch != nullptr ? *at.batch : g_no_batch);
+}
+
+Piece line_piece(const Upload& upload, size_t i, size_t shards)
+{
+    const Line& line = upload.lines[i];
+    if (!line.is_event)
+        return encode(upload.sender, upload.rejects[line.index], line_at(upload, i), shards);
+    const Event& event = upload.events[line.index];
+    const auto properties = std::span(upload.properties).subspan(event.first_property, event.properties);
+    return encode(event, properties, line_at(upload, i), shards);
+}
 
 void write_properties(std::span<const Property> properties, RowWriter& row)
 {
@@ -94,10 +106,15 @@ void write_properties(std::span<const Property> properties, RowWriter& row)
         row.u8(property.is_fact);
 }
 
-Piece event_piece(const Origin& origin, size_t i, size_t shards)
+} // namespace
+
+const TableFacts& facts(Kind kind)
 {
-    const Upload& upload = origin.upload;
-    const Event& event = upload.events[upload.lines[i].index];
+    return g_facts[static_cast<size_t>(kind)];
+}
+
+Piece encode(const Event& event, std::span<const Property> properties, const LineAt& at, size_t shards)
+{
     Piece piece = piece_of(Kind::events, event.installation, shards);
     piece.week = week_of(event.logged_at);
     piece.day = day_of(event.logged_at);
@@ -108,59 +125,47 @@ Piece event_piece(const Origin& origin, size_t i, size_t shards)
         .u8(event.name.has_value())
         .i32(hour_of(event.logged_at))
         .text(event.installation)
-        .fixed(bytes_of(origin.batch))
-        .u64(origin.number(i));
+        .fixed(batch_of(at))
+        .u64(at.number);
     piece.row.reserve(piece.place.size() + event.members.size() * 2 + 128);
     RowWriter row(piece.row);
-    row.fixed(piece.place).u16(piece.week).i64(event.logged_at).u32(origin.place(i)).u8(upload.batch.has_value());
+    row.fixed(piece.place).u16(piece.week).i64(event.logged_at).u32(at.place).u8(at.batch != nullptr);
     row.text(event.version).text(event.members);
-    write_properties(std::span(upload.properties).subspan(event.first_property, event.properties), row);
-    row.u32(event.other_properties).u64(receipt_of(upload.received_at));
+    write_properties(properties, row);
+    row.u32(event.other_properties).u64(receipt_of(at.received_at));
     return piece;
 }
 
-Piece reject_piece(const Origin& origin, size_t i, size_t shards)
+Piece encode(std::string_view sender, const Reject& reject, const LineAt& at, size_t shards)
 {
-    const Upload& upload = origin.upload;
-    const Reject& reject = upload.rejects[upload.lines[i].index];
-    Piece piece = piece_of(Kind::rejects, upload.sender, shards);
-    RowWriter(piece.place).text(upload.sender).fixed(bytes_of(origin.batch)).u64(origin.number(i));
+    Piece piece = piece_of(Kind::rejects, sender, shards);
+    RowWriter(piece.place).text(sender).fixed(batch_of(at)).u64(at.number);
     RowWriter(piece.row)
         .fixed(piece.place)
-        .i64(upload.received_at)
+        .i64(at.received_at)
         .text(reject.reason)
         .text(reject.text)
-        .u64(receipt_of(upload.received_at));
+        .u64(receipt_of(at.received_at));
     return piece;
 }
 
-Piece drop_piece(const Upload& upload, size_t shards)
+Piece encode_drop(std::string_view sender, const BatchId& batch, uint32_t first, uint32_t count,
+                  Milliseconds received_at, size_t shards)
 {
-    Piece piece = piece_of(Kind::drops, upload.sender, shards);
-    RowWriter(piece.place).fixed(bytes_of(*upload.batch)).u32(upload.first_line).u32(upload.dropped);
-    RowWriter(piece.row)
-        .fixed(piece.place)
-        .text(upload.sender)
-        .i64(upload.received_at)
-        .u64(receipt_of(upload.received_at));
+    Piece piece = piece_of(Kind::drops, sender, shards);
+    RowWriter(piece.place).fixed(bytes_of(batch)).u32(first).u32(count);
+    RowWriter(piece.row).fixed(piece.place).text(sender).i64(received_at).u64(receipt_of(received_at));
     return piece;
-}
-
-} // namespace
-
-const TableFacts& facts(Kind kind)
-{
-    return g_facts[static_cast<size_t>(kind)];
 }
 
 void encode(const Upload& upload, size_t shards, std::vector<Piece>& out)
 {
-    const Origin origin{upload, upload.batch ? *upload.batch : g_no_batch};
     const size_t first = out.size();
     for (size_t i = 0; i < upload.lines.size(); ++i)
-        out.push_back(upload.lines[i].is_event ? event_piece(origin, i, shards) : reject_piece(origin, i, shards));
+        out.push_back(line_piece(upload, i, shards));
     if (upload.batch && upload.dropped != 0)
-        out.push_back(drop_piece(upload, shards));
+        out.push_back(
+            encode_drop(upload.sender, *upload.batch, upload.first_line, upload.dropped, upload.received_at, shards));
     for (size_t i = first; i < out.size(); ++i)
         out[i].key = key_of(out[i].kind, out[i].place);
 }

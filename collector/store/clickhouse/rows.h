@@ -61,6 +61,20 @@ struct Taken
 void encode(const Upload& upload, size_t shards, std::vector<Piece>& out);
 Piece encode(const Taken& taken, size_t shards);
 
+/// What tells a line from all others, and how it is shown.
+struct LineAt
+{
+    const BatchId* batch = nullptr; ///< none: the line came without one
+    uint64_t number = 0;            ///< in its batch; else its chained key
+    uint32_t place = 0;             ///< in its batch, or among the lines of its file
+    Milliseconds received_at = 0;
+};
+// Single rows, for those who have no upload any more. `key` is left empty.
+Piece encode(const Event& event, std::span<const Property> properties, const LineAt& at, size_t shards);
+Piece encode(std::string_view sender, const Reject& reject, const LineAt& at, size_t shards);
+Piece encode_drop(std::string_view sender, const BatchId& batch, uint32_t first, uint32_t count,
+                  Milliseconds received_at, size_t shards);
+
 /// The partition of an event: weeks since Monday 1969-12-29. Hosts' clocks may say anything, and each week is a part of
 /// its own, so times outside 2000 to 2099 count as their ends for this alone.
 uint16_t week_of(Seconds logged_at);
