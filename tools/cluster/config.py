@@ -37,8 +37,7 @@ def zookeeper(folder, port):
 
 def own_users():
     loopback = {"networks=": {"ip": "127.0.0.1"}}
-    profile = {"max_memory_usage=": 2_000_000_000, "max_threads": 2, "background_pool_size=": 2,
-               "background_schedule_pool_size": 4}
+    profile = {"max_memory_usage=": 2_000_000_000, "max_threads": 2, "background_schedule_pool_size": 4}
     return {"profiles": {"default": profile},
             "users": {"analytics": {"password_sha256_hex=": hashlib.sha256(PASSWORD.encode()).hexdigest(), **loopback},
                       "default": loopback}}

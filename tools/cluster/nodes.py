@@ -24,11 +24,12 @@ import config  # noqa: E402 (the path comes first)
 from process import Process, free_ports, program, wait_until  # noqa: E402
 
 
-def answers_ok(port):
+def serves(port):
+    """Whether ZooKeeper takes sessions; it answers "imok" to "ruok" before it does."""
     try:
         with socket.create_connection(("127.0.0.1", port), timeout=2) as stream:
-            stream.sendall(b"ruok")
-            return stream.recv(10) == b"imok"
+            stream.sendall(b"mntr")
+            return b"zk_version" in stream.recv(100)
     except OSError:
         return False
 
@@ -63,7 +64,7 @@ class Nodes:
         port = self.plan["zookeeper"]
         words = config.zookeeper(self.place("zookeeper"), port)
         words[0] = program(words[0])
-        self.all = {"zookeeper": self.process("zookeeper", words, lambda: answers_ok(port))}
+        self.all = {"zookeeper": self.process("zookeeper", words, lambda: serves(port))}
         for one in self.plan["nodes"]:
             words = config.node(self.place(one["name"]), one["ports"], port)
             words[0] = program(words[0])
