@@ -30,6 +30,7 @@ constexpr int asked_wait_ms = 30;
 CurlPostData::~CurlPostData()
 {
     curl_formfree(pFirst);
+    pFirst = pLast = nullptr;
 }
 
 // With its lengths: a name or value may hold zero bytes, at which a plain C string would end.
@@ -43,6 +44,7 @@ bool CurlPostData::AddField(const std::string& name, const std::string& value)
 CurlHttpHeaders::~CurlHttpHeaders()
 {
     curl_slist_free_all(pList);
+    pList = nullptr;
 }
 
 bool CurlHttpHeaders::AddHeader(const char* line)
@@ -65,12 +67,18 @@ void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 
 CurlEasyHandle::CurlEasyHandle() : hCurl(curl_easy_init()) {}
 
-// Before the members, whose buffers libcurl's handle uses. Once the process exits the handle is leaked: the libraries
-// under it may be torn down already.
+// libcurl's handle is cleaned up before the buffers that it uses are freed. Once the process exits the handle is
+// leaked: the libraries under it may be torn down already.
 CurlEasyHandle::~CurlEasyHandle()
 {
     if (const CurlUse use; use)
         curl_easy_cleanup(hCurl);
+    hCurl = nullptr;
+    pErrorBuffer.Reset();
+    spPostData.Reset();
+    spHttpHeaders.Reset();
+    CloseStream();
+    spStream.Reset();
 }
 
 // Zeroed, because libcurl may write nothing, and the buffer is read in any case.
@@ -113,13 +121,16 @@ std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
     auto* file = new std::ofstream;
     // The write callback notices a file that could not be opened.
     spStream.Reset(file);
-    host::open_for_writing(*file, path);
+    host::OpenForWriting(*file, path);
     return file;
 }
 
 // A string stream needs no closing and stays readable: its owner reads it after the end.
 void CurlEasyHandle::CloseStream()
 {
+    if (!spStream)
+        return;
+    spStream->flush();
     auto* file = dynamic_cast<std::ofstream*>(spStream.Get());
     if (file && file->is_open())
         file->close();
@@ -173,6 +184,7 @@ CurlEasyHandleArray::~CurlEasyHandleArray()
 {
     for (CurlEasyHandle* handle : *this)
         delete handle;
+    clear();
 }
 
 namespace {
@@ -230,6 +242,7 @@ CurlMultiHandle::~CurlMultiHandle()
 {
     if (const CurlUse use; use)
         curl_multi_cleanup(hMulti);
+    hMulti = nullptr;
 }
 
 // Listed at once, so that it can be found and cancelled, but not yet handed to libcurl: only the worker may do that.
@@ -310,6 +323,7 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
     }
     // Called in any case, listed or not, added to libcurl or not: every transfer ends here.
     curl_multi_remove_handle(hMulti, handle->GetHandle());
+    handle->CloseStream();
     delete handle;
 }
 

@@ -1,17 +1,14 @@
 #include "sqlite_store.h"
 
+#include "file.h"
 #include "reading.h"
 #include "schema.h"
 #include "writing.h"
 
 #include <filesystem>
 
-#include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <sqlite3.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace store::sqlite {
@@ -19,46 +16,6 @@ namespace store::sqlite {
 namespace {
 
 constexpr int g_backup_pages = 256; // in a step, 2 MiB
-
-// A descriptor that is closed with its owner.
-class Descriptor
-{
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : m_number(number) {}
-    Descriptor(Descriptor&& other) noexcept : m_number(std::exchange(other.m_number, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(m_number, other.m_number);
-        return *this;
-    }
-    ~Descriptor()
-    {
-        if (m_number >= 0)
-            close(m_number);
-    }
-    int number() const { return m_number; }
-
-private:
-    int m_number = -1;
-};
-
-Fault system_fault(const std::string& path)
-{
-    static const struct
-    {
-        int error;
-        FaultKind kind;
-    } kinds[] = {{ENOENT, FaultKind::missing},  {ENOSPC, FaultKind::full},     {EACCES, FaultKind::read_only},
-                 {EROFS, FaultKind::read_only}, {EPERM, FaultKind::read_only}, {EEXIST, FaultKind::exists},
-                 {EISDIR, FaultKind::foreign}};
-    FaultKind found = FaultKind::other;
-    for (const auto& row : kinds) {
-        if (row.error == errno)
-            found = row.kind;
-    }
-    return {found, path + ": " + std::strerror(errno) + "."};
-}
 
 class SqliteStore : public Store
 {
@@ -124,33 +81,6 @@ Result<Done> SqliteStore::backup(const std::string& path, const std::function<bo
     if (!from.ok())
         return from.take_fault();
     return to.ok() ? Fault{FaultKind::other, "The copy was not finished."} : to.take_fault();
-}
-
-// A neighbour that is locked as long as its process lives; SQLite's own locks are let go between transactions.
-Result<Descriptor> lock_serving(const std::string& path)
-{
-    Descriptor file(::open((path + "-serve").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
-    if (file.number() < 0)
-        return system_fault(path + "-serve");
-    if (flock(file.number(), LOCK_EX | LOCK_NB) != 0)
-        return Fault{FaultKind::in_use, "Another process serves this store."};
-    return file;
-}
-
-// Makes the file, or looks whether it is there. One that is there is never opened here: to close it would let go of the
-// locks that SQLite has on it elsewhere in this process (POSIX, fcntl).
-std::optional<Fault> find_file(const std::string& path, bool makes)
-{
-    // Its rows tell of people, so nobody but the owner reads it; SQLite gives its other files the same mode.
-    Descriptor made(makes ? ::open(path.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0600) : -1);
-    if (makes && made.number() < 0 && errno != EEXIST)
-        return system_fault(path);
-    struct stat facts;
-    if (stat(path.c_str(), &facts) != 0)
-        return system_fault(path);
-    if (!S_ISREG(facts.st_mode))
-        return Fault{FaultKind::foreign, path + " is no file."};
-    return std::nullopt;
 }
 
 } // namespace

@@ -1,0 +1,85 @@
+#include "settling.h"
+
+namespace store::spool {
+
+Settling::Settling(const std::vector<std::unique_ptr<Lane>>& lanes, std::chrono::milliseconds wait)
+    : m_lanes(lanes), m_wait(wait), m_thread([this] { work(); })
+{}
+
+Settling::~Settling()
+{
+    {
+        std::lock_guard hold(m_lock);
+        m_stopping = true;
+    }
+    m_wake.notify_one();
+    m_thread.join();
+    give_up();
+}
+
+bool Settling::is_settled(const Need& need) const
+{
+    for (size_t shard = 0; shard < m_lanes.size(); ++shard) {
+        if (need.own[shard] != 0 && !m_lanes[shard]->has_shipped(need.own[shard]))
+            return false;
+        if (need.known != 0 && !m_lanes[shard]->has_shipped_up_to(need.known))
+            return false;
+    }
+    return true;
+}
+
+void Settling::add(Need need, Done done)
+{
+    {
+        std::lock_guard hold(m_lock);
+        // Looked at under the lock: a group shipped in between would be missed.
+        if (!is_settled(need)) {
+            m_waiting.push_back({std::move(need), std::move(done), Clock::now() + m_wait});
+            done = nullptr;
+        }
+    }
+    done ? done(std::nullopt) : m_wake.notify_one();
+}
+
+void Settling::look()
+{
+    end([this](const Waiting& waiting) { return is_settled(waiting.need); }, std::nullopt);
+}
+
+void Settling::give_up()
+{
+    end([](const Waiting&) { return true; },
+        Fault{FaultKind::busy, "The collector leaves; the upload is in its spool."});
+}
+
+void Settling::work()
+{
+    std::unique_lock hold(m_lock);
+    while (!m_stopping) {
+        m_waiting.empty() ? m_wake.wait(hold) : void(m_wake.wait_until(hold, m_waiting.front().until));
+        hold.unlock();
+        end([](const Waiting& waiting) { return waiting.until <= Clock::now(); },
+            Fault{FaultKind::busy, "No replica has taken the upload in time; it stays in the spool."});
+        hold.lock();
+    }
+}
+
+template <class Ends>
+void Settling::end(Ends&& ends, const std::optional<Fault>& fault)
+{
+    std::lock_guard calling(m_calls);
+    std::list<Waiting> ended;
+    {
+        std::lock_guard hold(m_lock);
+        for (auto at = m_waiting.begin(); at != m_waiting.end();) {
+            const auto next = std::next(at);
+            if (ends(*at))
+                ended.splice(ended.end(), m_waiting, at);
+            at = next;
+        }
+    }
+    for (Waiting& waiting : ended)
+        waiting.done(fault);
+}
+
+} // namespace store::spool

@@ -1,0 +1,56 @@
+// Uploads that are in the spool and wait for a replica to have them as well, each until its time is over.
+#pragma once
+
+#include "lane.h"
+
+#include <list>
+#include <thread>
+
+namespace store::spool {
+
+/// What has to be on a replica before an upload is answered.
+struct Need
+{
+    std::vector<Commit> own; ///< by shard: the commit that brought blocks for it; 0: none
+    Commit known = 0;        ///< the newest commit that knew one of the lines; 0: none was known
+};
+
+class Settling
+{
+public:
+    using Done = std::function<void(const std::optional<Fault>&)>;
+
+    Settling(const std::vector<std::unique_ptr<Lane>>& lanes, std::chrono::milliseconds wait);
+    /// Tells those that still wait that it was too long.
+    ~Settling();
+
+    /// Calls `done` on this thread or another one.
+    void add(Need need, Done done);
+    /// Looks again: a group was shipped. Any thread.
+    void look();
+    /// Tells all that wait that they do so in vain. No call comes after this one, but for what is added later.
+    void give_up();
+
+private:
+    struct Waiting
+    {
+        Need need;
+        Done done;
+        Clock::time_point until;
+    };
+    bool is_settled(const Need& need) const;
+    void work();
+    template <class Ends>
+    void end(Ends&& ends, const std::optional<Fault>& fault);
+
+    const std::vector<std::unique_ptr<Lane>>& m_lanes;
+    const std::chrono::milliseconds m_wait;
+    std::mutex m_calls; ///< held, before m_lock, while the ended are told: give_up() waits for that
+    std::mutex m_lock;
+    std::condition_variable m_wake;
+    std::list<Waiting> m_waiting; ///< in order of their ends
+    bool m_stopping = false;
+    std::thread m_thread; ///< ends those whose time is over
+};
+
+} // namespace store::spool

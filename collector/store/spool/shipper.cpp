@@ -1,0 +1,122 @@
+#include "shipper.h"
+
+namespace store::spool {
+
+namespace {
+
+constexpr std::chrono::milliseconds g_first_pause(100), g_longest_pause(1000);
+constexpr unsigned g_most_vain = 8; // rounds
+
+} // namespace
+
+Shipper::Shipper(Parts& parts, uint32_t shard)
+    : m_parts(parts),
+      m_shard(shard),
+      m_lane(*parts.lanes[shard]),
+      m_clients(parts.clients(shard)),
+      m_preferred(parts.spool->collector()[0] % m_clients.size()), // so that collectors share the work
+      m_thread([this] { work(); })
+{}
+
+Shipper::~Shipper()
+{
+    m_thread.join();
+}
+
+void Shipper::work()
+{
+    while (auto group = m_lane.next()) {
+        if (!ship(*group))
+            continue;
+        group->checked.reset();
+        group->shipped_at = Clock::now();
+        ++m_parts.unchecked[m_shard];
+        m_lane.shipped(std::move(*group));
+        m_parts.on_shipped();
+    }
+}
+
+Inserting::Patience Shipper::patience_for(const Group& group) const
+{
+    using Patience = Inserting::Patience;
+    if (group.is_aside)
+        return Patience::none;
+    return m_vain < g_most_vain ? Patience::endless : Patience::for_many;
+}
+
+bool Shipper::ship(Group& group)
+{
+    Load load = read_load(*m_parts.spool, group, m_parts.screen);
+    for (auto pause = g_first_pause; !m_parts.is_leaving; pause = std::min(pause * 2, g_longest_pause)) {
+        Inserting inserting(load, m_parts.options.group_lines, patience_for(group), m_parts.is_leaving);
+        const bool is_again = group.origin == Group::Origin::again && !group.is_aside;
+        if (is_again ? put_everywhere(group, load) : try_replicas(group, load, inserting))
+            return true;
+        m_vain = inserting.is_vain() ? m_vain + 1 : 0;
+        m_parts.pause(pause);
+        if (m_lane.give_back(group))
+            return false;
+    }
+    return false;
+}
+
+// What was shipped before is put on every replica that takes it: after a loss of parts a replica fetches new ones only
+// behind those that are nowhere left, which may take it very long.
+bool Shipper::put_everywhere(Group& group, Load& load)
+{
+    bool is_there = false;
+    for (size_t replica = 0; replica < m_clients.size() && !m_parts.is_leaving; ++replica) {
+        Inserting inserting(load, m_parts.options.group_lines, patience_for(group), m_parts.is_leaving);
+        if (try_replica(inserting, load, replica))
+            continue;
+        group.replica = replica;
+        is_there = true;
+    }
+    return is_there;
+}
+
+bool Shipper::try_replicas(Group& group, const Load& load, Inserting& inserting)
+{
+    for (size_t tried = 0; tried < m_clients.size() && !m_parts.is_leaving; ++tried) {
+        if (!try_replica(inserting, load, m_preferred)) {
+            group.replica = m_preferred;
+            put_aside(group, load, inserting);
+            return true;
+        }
+        m_preferred = (m_preferred + 1) % m_clients.size();
+    }
+    return false;
+}
+
+// Marks go before the rows: whoever sees the rows of a day that was summed up must see that it is not as it was.
+std::optional<Trouble> Shipper::try_replica(Inserting& inserting, const Load& load, size_t replica)
+{
+    clickhouse::Bounds bounds;
+    bounds.time = std::chrono::seconds(10);
+    bounds.stop = &m_parts.is_leaving;
+    std::optional<Trouble> trouble;
+    if (m_parts.write_marks && !load.days.empty()) {
+        if (auto marked = m_parts.write_marks(m_clients[replica], load.days, bounds); !marked)
+            trouble = marked.fault();
+    }
+    if (!trouble)
+        trouble = inserting.put(m_clients[replica]);
+    if (!m_parts.is_leaving)
+        trouble ? m_parts.replicas.failed(m_shard, replica, *trouble) : m_parts.replicas.answered(m_shard, replica);
+    return trouble;
+}
+
+void Shipper::put_aside(Group& group, const Load& load, const Inserting& inserting)
+{
+    std::map<size_t, std::vector<Spool::Refused>> blocks;
+    for (const Inserting::Refused& refused : inserting.refused()) {
+        const Load::Line& line = load.lines[static_cast<size_t>(refused.kind)][refused.line];
+        blocks[line.block].push_back({line.number, refused.trouble.code, refused.trouble.text});
+    }
+    for (const auto& [block, lines] : blocks) {
+        if (auto rest = m_parts.spool->put_aside(group.blocks[block], lines))
+            group.blocks[block] = *rest;
+    }
+}
+
+} // namespace store::spool
