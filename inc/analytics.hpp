@@ -384,7 +384,11 @@ public:
             else if constexpr (std::is_floating_point_v<T>)
                 return detail::as_result(analytics_context_float64_set(m_handle, key, static_cast<double>(value)));
             else if constexpr (std::is_integral_v<T>)
-                return detail::as_result(analytics_context_int64_set(m_handle, key, static_cast<std::int64_t>(value)));
+                // As in events: above 2^63 - 1 a number becomes a double.
+                return detail::as_result(
+                    std::is_unsigned_v<T> && value > static_cast<T>(INT64_MAX)
+                        ? analytics_context_float64_set(m_handle, key, static_cast<double>(value))
+                        : analytics_context_int64_set(m_handle, key, static_cast<std::int64_t>(value)));
             else
                 return detail::with_c_text(value, [&](const char* text) {
                     return detail::as_result(analytics_context_string_set(m_handle, key, text));

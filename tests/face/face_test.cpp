@@ -62,12 +62,15 @@ TEST_F(Face, BeginsEventsWithStampsAndContext)
     session.context("paid", true);
     session.context("level", 7);
     session.context("share", 0.5);
+    session.context("most", UINT64_MAX);
     session.log("e", {{"own", 1}});
     session.remove_context("user");
     session.log("f");
-    EXPECT_EQ(events(), (Events{"\"e\", { \"sequence\": 1, \"user\": \"a\", \"paid\": true, \"level\": 7, "
-                                "\"share\": 0.5, \"own\": 1 } ]",
-                                "\"f\", { \"sequence\": 2, \"paid\": true, \"level\": 7, \"share\": 0.5 } ]"}));
+    EXPECT_EQ(
+        events(),
+        (Events{"\"e\", { \"sequence\": 1, \"user\": \"a\", \"paid\": true, \"level\": 7, "
+                "\"share\": 0.5, \"most\": 1.84467e+19, \"own\": 1 } ]",
+                "\"f\", { \"sequence\": 2, \"paid\": true, \"level\": 7, \"share\": 0.5, \"most\": 1.84467e+19 } ]"}));
 }
 
 TEST_F(Face, SetsOptionsAndTellsFigures)
