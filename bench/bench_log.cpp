@@ -138,39 +138,14 @@ double on_two_threads(const Work& first, const Work& second, long times)
            1e9 / static_cast<double>(2 * times);
 }
 
-const Group threads_row("log: two threads", [](Table& table) {
-    const Folder folder;
-    const std::string path = folder.file("events.log"), raw = folder.file("raw.log"), line = line_of(folder);
-    const Session first(path), second(path);
-    const auto turns = [](analytics_session* session) {
-        return [=](long times) {
-            for (long i = 0; i < times; ++i)
-                log_event(session);
-        };
-    };
-    const Work call = [&](long times) {
-        for (long i = 0; i < times; ++i)
-            append_raw(raw, line);
-    };
-    constexpr long times = 3000;
-    const Figures figures = compare_figures(
-        [&] {
-            // Both begin with a new file: appending to a long one costs the file system more.
-            std::filesystem::remove(path);
-            return on_two_threads(turns(first.get()), turns(second.get()), times);
-        },
-        [&] {
-            std::filesystem::remove(raw);
-            return on_two_threads(call, call, times);
-        },
-        "ns", 25);
-    table.row("whole event, two threads, one file", "two threads of raw calls, no lock", figures, at_most(4, 1.7));
-});
-
-const Group batch_threads_row("log: two threads in batches", [](Table& table) {
+// Two sessions on one log, each on a thread of its own, against raw calls of as many threads. Both begin with a new
+// file: appending to a long one costs the file system more.
+template <class AnySession>
+Figures events_on_two_threads()
+{
     const Folder folder, other;
     const std::string path = folder.file("events.log"), raw = other.file("raw.log"), line = line_of(other);
-    const BatchSession first(path), second(path);
+    const AnySession first(path), second(path);
     const auto turns = [](analytics_session* session) {
         return [=](long times) {
             for (long i = 0; i < times; ++i)
@@ -182,8 +157,9 @@ const Group batch_threads_row("log: two threads in batches", [](Table& table) {
             append_raw(raw, line);
     };
     constexpr long times = 3000;
-    const Figures figures = compare_figures(
+    return compare_figures(
         [&] {
+            std::filesystem::remove(path);
             remove_outbox(path);
             return on_two_threads(turns(first.get()), turns(second.get()), times);
         },
@@ -192,7 +168,16 @@ const Group batch_threads_row("log: two threads in batches", [](Table& table) {
             return on_two_threads(call, call, times);
         },
         "ns", 25);
-    table.row("whole event in batches, two threads", "two threads of raw calls, no lock", figures, at_most(2.5, 1.7));
+}
+
+const Group threads_row("log: two threads", [](Table& table) {
+    table.row("whole event, two threads, one file", "two threads of raw calls, no lock",
+              events_on_two_threads<Session>(), at_most(4, 1.7));
+});
+
+const Group batch_threads_row("log: two threads in batches", [](Table& table) {
+    table.row("whole event in batches, two threads", "two threads of raw calls, no lock",
+              events_on_two_threads<BatchSession>(), at_most(2.5, 1.7));
 });
 
 // SQLite with one row per event, as the applications do that keep their events in a database.

@@ -8,6 +8,7 @@
 
 #include "FileDescriptor.h"
 #include "LogLock.h"
+#include "lumo/tova/platform/platform.h"
 
 namespace AnalyticsSDK {
 
@@ -22,7 +23,7 @@ void CloseHeldFilesInChild()
 {
     for (HeldFile* file = heldFiles; file != nullptr; file = file->m_next) {
         struct stat now;
-        if (::fstat(file->m_file, &now) == 0 && file->IsOurs(now))
+        if (tova::platform::file_status(file->m_file, now) && file->IsOurs(now))
             ::close(file->m_file);
         file->m_file = -1;
     }
@@ -39,7 +40,7 @@ bool HeldFile::Open(const std::string& path, int flags, mode_t mode)
     struct stat now;
     if (file == -1)
         return false;
-    if (::fstat(file, &now) != 0) {
+    if (!tova::platform::file_status(file, now)) {
         ::close(file);
         return false;
     }
@@ -60,6 +61,31 @@ void HeldFile::Unlist()
     if (m_next != nullptr)
         m_next->m_link = m_link;
     m_file = -1;
+    m_marked = false;
+}
+
+// A marked file that had the same number was closed by the host: with that number it would take this one for its own.
+void HeldFile::Mark()
+{
+    LogLock hold;
+    for (HeldFile* file = heldFiles; file != nullptr; file = file->m_next)
+        if (file != this && file->m_marked && file->m_file == m_file) {
+            file->Unlist();
+            break;
+        }
+    m_marked = tova::platform::mark_file(m_file);
+}
+
+bool HeldFile::IsStillHeld()
+{
+    struct stat now;
+    if (!m_marked)
+        return Look(now);
+    if (tova::platform::has_mark(m_file))
+        return true;
+    LogLock hold;
+    Unlist();
+    return false;
 }
 
 // Unlocked before closing: a child that fork() is just making may have a copy of the descriptor for a moment, and with
@@ -78,7 +104,7 @@ void HeldFile::Close()
 
 bool HeldFile::Look(struct stat& now)
 {
-    if (::fstat(m_file, &now) == 0 && IsOurs(now))
+    if (tova::platform::file_status(m_file, now) && IsOurs(now))
         return true;
     LogLock hold;
     Unlist();

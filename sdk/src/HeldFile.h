@@ -29,8 +29,12 @@ public:
     explicit operator bool() const { return m_file != -1; }
     int Get() const { return m_file; }
 
-    /// The file's present status. False when the descriptor now belongs to another file, because the host closed a
-    /// number that it never opened. It is then neither unlocked nor closed, only forgotten.
+    /// Lets IsStillHeld() be cheap. For a file that is used under the log's lock only.
+    void Mark();
+    /// Whether the descriptor still belongs to this file; false, and only forgotten, as with Look().
+    bool IsStillHeld();
+    /// The file's present status (but not its times). False when the descriptor now belongs to another file, because
+    /// the host closed a number that it never opened. It is then neither unlocked nor closed, only forgotten.
     bool Look(struct stat& now);
 
     enum class Lock
@@ -59,6 +63,7 @@ private:
     int m_file = -1;
     dev_t m_device = 0;
     ino_t m_inode = 0;
+    bool m_marked = false;
     HeldFile* m_next = nullptr; ///< the list of all held files, guarded by the log's lock
     HeldFile** m_link = nullptr;
 };

@@ -68,17 +68,16 @@ OpenLog::Step OpenLog::TryAppend(std::string_view line)
         if (const Step step = OpenAnew(); step != Step::written)
             return step;
     }
-    if (!LooksOpen(now)) {
-        m_file.Close();
+    if (!m_file.IsStillHeld()) // a file of the host's must not even be locked
         return Step::again;
-    }
+    // Refused or not, it may have been sealed: then the lock is held for as long as the batch is sent.
     const HeldFile::Lock lock = m_file.TryLock();
-    if (lock == HeldFile::Lock::refused)
-        return Step::again; // the next check shows whether it was being sealed
     if (!LooksOpen(now)) {
         m_file.Close();
         return Step::again;
     }
+    if (lock == HeldFile::Lock::refused)
+        return Step::again;
     const Step step = WriteLocked(line, now);
     if (m_file && lock == HeldFile::Lock::held)
         m_file.Unlock();
@@ -107,8 +106,10 @@ OpenLog::Step OpenLog::OpenAnew()
         m_file.Close();
         return Step::aside;
     }
-    if (!IsSealed(now))
+    if (!IsSealed(now)) {
+        m_file.Mark();
         return Step::written;
+    }
     m_file.Close(); // root can open a sealed file
     m_outbox.SealOpen(0);
     return Step::again;

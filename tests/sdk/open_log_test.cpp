@@ -60,6 +60,16 @@ TEST_F(OpenLogTest, SealsBeforeTheLineThatWouldMakeTheFileTooLarge)
 
 TEST_F(OpenLogTest, FollowsTheFileWhateverOthersDoWithIt)
 {
+    const Outbox otherOutbox{folder.file("other")};
+    OpenLog other(otherOutbox, options);
+    const auto number = [&] {
+        struct stat file, mine;
+        int found = 3;
+        stat(open.c_str(), &mine);
+        while (found < 64 && (fstat(found, &file) != 0 || file.st_ino != mine.st_ino))
+            ++found;
+        return found;
+    };
     const struct
     {
         const char* what;
@@ -71,13 +81,11 @@ TEST_F(OpenLogTest, FollowsTheFileWhateverOthersDoWithIt)
         {"deleted", [&] { std::filesystem::remove(open); }, "2\n"},
         {"torn", [&] { write_file(open, "1\nto"); }, "1\nto\n2\n"},
         {"its number used by the host",
+         [&] { dup2(::open(folder.file("host").c_str(), O_CREAT | O_RDWR, 0600), number()); }, "1\n2\n"},
+        {"its number used by another log of ours",
          [&] {
-             const int other = ::open(folder.file("host").c_str(), O_CREAT | O_RDWR, 0600);
-             for (int number = 3; number < 64; ++number) {
-                 struct stat file, mine;
-                 if (fstat(number, &file) == 0 && stat(open.c_str(), &mine) == 0 && file.st_ino == mine.st_ino)
-                     dup2(other, number);
-             }
+             close(number());
+             other.Append("other\n");
          },
          "1\n2\n"},
     };
@@ -90,6 +98,7 @@ TEST_F(OpenLogTest, FollowsTheFileWhateverOthersDoWithIt)
         EXPECT_EQ(all(), row.expected) << row.what;
         EXPECT_EQ(read_file(folder.file("host")), "") << row.what;
     }
+    EXPECT_TRUE(otherOutbox.SealOpen(0)) << "the other log's file was left locked";
 }
 
 TEST_F(OpenLogTest, WritesABatchOfItsOwnWhereTheFileCannotBeHad)

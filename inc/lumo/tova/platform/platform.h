@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+struct stat;
+
 namespace tova::platform {
 
 /// Nanoseconds of a clock tick: numerator / denominator. Neither is 0.
@@ -53,5 +55,18 @@ void expect_large_use(void* memory, size_t size);
 /// Returns a descriptor that the caller closes, or -1 with errno from socket(). Where the system can set the flag in
 /// the same call, no program inherits the socket; elsewhere one that starts during the call may.
 int open_socket(int family, int type, int protocol);
+
+/// fstat() without the times: sets device, inode, type and mode, links, owner and size; what the other members hold is
+/// unspecified.
+///
+/// False with errno where fstat() fails. Cheaper for a file that is written to between two calls, as the times of a
+/// file that were read must be made new by its next write.
+bool file_status(int file, struct stat& status);
+
+/// Marks an open file, so that has_mark() tells it from whatever else the host may open with that number later. False
+/// where the system has no such mark. A duplicate of the descriptor has it too; closing the last one ends it.
+bool mark_file(int file);
+/// Whether mark_file() has marked the open file that this descriptor belongs to now; false for a closed one.
+bool has_mark(int file);
 
 } // namespace tova::platform
