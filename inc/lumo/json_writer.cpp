@@ -102,12 +102,11 @@ void json_writer::finish()
 {
     if (_depth < 1)
         return;
-    char* const out = text.reserve(4); // first, since it may find no memory
+    text.reserve(4); // first, since it may find no memory
     // A member that comes too late lands behind the brace, with a comma unless the object was empty; nobody checks.
     _set_level(0, _is_first());
     if (_compact) { // in one piece: an event ends several times
-        std::memcpy(out, " }  ", 4);
-        text.commit(out + 2);
+        text.append(" }");
     } else {
         _break();
         _put('}');

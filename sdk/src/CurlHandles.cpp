@@ -30,7 +30,6 @@ constexpr int asked_wait_ms = 30;
 CurlPostData::~CurlPostData()
 {
     curl_formfree(pFirst);
-    pFirst = pLast = nullptr;
 }
 
 // With its lengths: a name or value may hold zero bytes, at which a plain C string would end.
@@ -44,7 +43,6 @@ bool CurlPostData::AddField(const std::string& name, const std::string& value)
 CurlHttpHeaders::~CurlHttpHeaders()
 {
     curl_slist_free_all(pList);
-    pList = nullptr;
 }
 
 bool CurlHttpHeaders::AddHeader(const char* line)
@@ -67,18 +65,12 @@ void CurlHttpHeaders::SetHeader(const char* name, const char* value)
 
 CurlEasyHandle::CurlEasyHandle() : hCurl(curl_easy_init()) {}
 
-// libcurl's handle is cleaned up before the buffers that it uses are freed. Once the process exits the handle is
-// leaked: the libraries under it may be torn down already.
+// Before the members, whose buffers libcurl's handle uses. Once the process exits the handle is leaked: the libraries
+// under it may be torn down already.
 CurlEasyHandle::~CurlEasyHandle()
 {
     if (const CurlUse use; use)
         curl_easy_cleanup(hCurl);
-    hCurl = nullptr;
-    pErrorBuffer.Reset();
-    spPostData.Reset();
-    spHttpHeaders.Reset();
-    CloseStream();
-    spStream.Reset();
 }
 
 // Zeroed, because libcurl may write nothing, and the buffer is read in any case.
@@ -121,16 +113,13 @@ std::ostream* CurlEasyHandle::OpenFileStream(const char* path)
     auto* file = new std::ofstream;
     // The write callback notices a file that could not be opened.
     spStream.Reset(file);
-    host::OpenForWriting(*file, path);
+    host::open_for_writing(*file, path);
     return file;
 }
 
 // A string stream needs no closing and stays readable: its owner reads it after the end.
 void CurlEasyHandle::CloseStream()
 {
-    if (!spStream)
-        return;
-    spStream->flush();
     auto* file = dynamic_cast<std::ofstream*>(spStream.Get());
     if (file && file->is_open())
         file->close();
@@ -184,7 +173,6 @@ CurlEasyHandleArray::~CurlEasyHandleArray()
 {
     for (CurlEasyHandle* handle : *this)
         delete handle;
-    clear();
 }
 
 namespace {
@@ -242,7 +230,6 @@ CurlMultiHandle::~CurlMultiHandle()
 {
     if (const CurlUse use; use)
         curl_multi_cleanup(hMulti);
-    hMulti = nullptr;
 }
 
 // Listed at once, so that it can be found and cancelled, but not yet handed to libcurl: only the worker may do that.
@@ -323,7 +310,6 @@ void CurlMultiHandle::RemoveEasyHandle(CurlEasyHandle* handle)
     }
     // Called in any case, listed or not, added to libcurl or not: every transfer ends here.
     curl_multi_remove_handle(hMulti, handle->GetHandle());
-    handle->CloseStream();
     delete handle;
 }
 

@@ -102,7 +102,7 @@ public:
     std::ostream* OpenStringStream();
     /// The same with a file, created or truncated. The write callback checks whether it could be opened.
     std::ostream* OpenFileStream(const char* path);
-    /// Flushes the stream and closes a file. A text stays readable.
+    /// Closes a file, all of it written. A text needs no closing and stays readable.
     void CloseStream();
     /// Makes the transfer on the calling thread and waits for its end. @return libcurl's result
     CURLcode Perform();

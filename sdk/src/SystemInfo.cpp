@@ -23,13 +23,13 @@ constexpr double bytes_to_megabytes = 1.0 / 1048576;
 constexpr double bytes_to_gigabytes_divisor = 1000000000.0;
 
 // Sources and probes use the same numbers, so a failure is passed on unchanged.
-std::int32_t status(answer given)
+std::int32_t Status(answer given)
 {
     return static_cast<std::int32_t>(given);
 }
 
 // "%.2f" with a point whatever the host's locale is, because the text ends up in events.
-std::int32_t print_fraction(char* buffer, unsigned int size, double value, const char* unit)
+std::int32_t PrintFraction(char* buffer, unsigned int size, double value, const char* unit)
 {
     char digits[340]; // the largest double has 309 digits before the point
     const auto end = std::to_chars(digits, digits + sizeof digits - 1, value, std::chars_format::fixed, 2).ptr;
@@ -39,10 +39,10 @@ std::int32_t print_fraction(char* buffer, unsigned int size, double value, const
 }
 
 // For the texts that a system call would write straight into the caller's buffer: too small a buffer is a failed call.
-std::int32_t copy_name(char* buffer, unsigned int size, answer given, const host::text& value)
+std::int32_t CopyName(char* buffer, unsigned int size, answer given, const host::text& value)
 {
     if (given != answer::found)
-        return status(given);
+        return Status(given);
     const std::size_t length = std::strlen(value.data());
     if (length >= size)
         return PROBE_FAILED;
@@ -50,18 +50,18 @@ std::int32_t copy_name(char* buffer, unsigned int size, answer given, const host
     return PROBE_DONE;
 }
 
-std::int32_t sysctl_text(char* buffer, unsigned int size, host::sysctl_name name)
+std::int32_t SysctlText(char* buffer, unsigned int size, host::sysctl_name name)
 {
     host::text value{};
-    return copy_name(buffer, size, facts().sysctl_text(name, value), value);
+    return CopyName(buffer, size, facts().sysctl_text(name, value), value);
 }
 
 // One reading, so that "%d" is never printed of a value that nobody filled.
-std::int32_t print_selector(char* buffer, unsigned int size, std::uint32_t code, const char* unit)
+std::int32_t PrintSelector(char* buffer, unsigned int size, std::uint32_t code, const char* unit)
 {
     std::int32_t value = 0;
     if (const answer given = facts().selector(code, value); given != answer::found)
-        return status(given);
+        return Status(given);
     lumo::sprintf_safe(buffer, size, "%d%s", value, unit);
     return PROBE_DONE;
 }
@@ -72,7 +72,7 @@ struct version
 };
 
 // Four binary-coded-decimal digits could not count past 10.9.9, so from 10.4 on three plain selectors tell the version.
-bool read_version(version& read)
+bool ReadVersion(version& read)
 {
     // Read first: an old system has no other selector.
     std::int32_t packed = 0;
@@ -99,7 +99,7 @@ constexpr struct
 };
 
 // A code outside the table has an empty family, which is no failure; the header says why.
-const char* family_name(std::int32_t code)
+const char* FamilyName(std::int32_t code)
 {
     for (const auto& family : families)
         if (code >= family.first && code <= family.last)
@@ -108,7 +108,7 @@ const char* family_name(std::int32_t code)
 }
 
 // Newer architectures have no code that the server would know, so they are unknown to it and no failure.
-const char* architecture_name(std::int32_t code)
+const char* ArchitectureName(std::int32_t code)
 {
     switch (code) {
     case 1:
@@ -124,7 +124,7 @@ const char* architecture_name(std::int32_t code)
 
 // 64 bits, because a large machine's 32-bit counters overflow their sum within days. Ticks of programs that yield to
 // others (nice) are left out of both sides of the share, as they always were.
-void add_load(void* context, const host::processor_load& load)
+void AddLoad(void* context, const host::processor_load& load)
 {
     auto& sum = *static_cast<host::processor_load*>(context);
     sum.user += load.user;
@@ -142,14 +142,14 @@ int GetVMInfo(host::page_counts& counts, std::uint64_t& page_size)
     return sized && counted ? 1 : 0;
 }
 
-std::int32_t print_volume(char* buffer, unsigned int size, std::uint64_t host::volume::*blocks)
+std::int32_t PrintVolume(char* buffer, unsigned int size, std::uint64_t host::volume::*blocks)
 {
     host::volume start_up{};
     if (const answer given = facts().first_volume(start_up); given != answer::found)
-        return status(given);
+        return Status(given);
     // In whole bytes first: a division of blocks would round what the unit then shows.
     const std::uint64_t bytes = start_up.block_size * (start_up.*blocks);
-    return print_fraction(buffer, size, static_cast<double>(bytes) / bytes_to_gigabytes_divisor, " GB");
+    return PrintFraction(buffer, size, static_cast<double>(bytes) / bytes_to_gigabytes_divisor, " GB");
 }
 
 } // namespace
@@ -164,7 +164,7 @@ std::int32_t GetOSVersion(char* buffer, unsigned int size)
 {
     // A status of its own, since a report without a version cannot be assigned to a release.
     version read{};
-    if (!read_version(read))
+    if (!ReadVersion(read))
         return PROBE_VERSION_UNREADABLE;
     lumo::sprintf_safe(buffer, size, "%d.%d.%d", read.major, read.minor, read.fix);
     return PROBE_DONE;
@@ -172,15 +172,15 @@ std::int32_t GetOSVersion(char* buffer, unsigned int size)
 
 std::int32_t GetModel(char* buffer, unsigned int size)
 {
-    return sysctl_text(buffer, size, host::sysctl_name::hw_model);
+    return SysctlText(buffer, size, host::sysctl_name::hw_model);
 }
 
 std::int32_t GetArchitectureType(char* buffer, unsigned int size)
 {
     std::int32_t code = 0;
     if (const answer given = facts().selector(selector("sysa"), code); given != answer::found)
-        return status(given);
-    tova_strcpy(buffer, size, architecture_name(code));
+        return Status(given);
+    tova_strcpy(buffer, size, ArchitectureName(code));
     return PROBE_DONE;
 }
 
@@ -188,33 +188,33 @@ std::int32_t GetCPUType(char* buffer, unsigned int size)
 {
     host::processor_identity identity{};
     if (const answer given = facts().processor(identity); given != answer::found)
-        return status(given);
+        return Status(given);
     // A newer machine gives its processor's name, which says more than a family; only a code needs the table.
-    const char* name = identity.named ? identity.name.data() : family_name(identity.code);
+    const char* name = identity.named ? identity.name.data() : FamilyName(identity.code);
     lumo::sprintf_safe(buffer, size, "%s", name);
     return PROBE_DONE;
 }
 
 std::int32_t GetCPUClockSpeed(char* buffer, unsigned int size)
 {
-    return print_selector(buffer, size, selector("mclk"), " MHz");
+    return PrintSelector(buffer, size, selector("mclk"), " MHz");
 }
 
 std::int32_t GetCPUUsage(char* buffer, unsigned int size)
 {
     host::processor_load sum{};
-    if (const answer given = facts().loads(add_load, &sum); given != answer::found)
-        return status(given);
+    if (const answer given = facts().loads(AddLoad, &sum); given != answer::found)
+        return Status(given);
     const auto busy = static_cast<double>(sum.user + sum.system);
     const auto all = static_cast<double>(sum.user + sum.system + sum.idle);
     // Deliberate: without any processor this is 0/0, written as the C library prints it, because servers take that text
     // for "no answer".
-    return print_fraction(buffer, size, busy / (all / 100), "%");
+    return PrintFraction(buffer, size, busy / (all / 100), "%");
 }
 
 std::int32_t GetTotalRAM(char* buffer, unsigned int size)
 {
-    return print_selector(buffer, size, selector("ramm"), " MB");
+    return PrintSelector(buffer, size, selector("ramm"), " MB");
 }
 
 // The pager's free memory says little about what a program could still allocate, so no figure was ever sent; the key is
@@ -233,7 +233,7 @@ std::int32_t GetTotalVirtualMemory(char* buffer, unsigned int size)
         return PROBE_FAILED;
     // Of the pager's lists, not of the machine: what the kernel took for itself at the start is on none of them.
     const std::uint64_t bytes = (counts.free + counts.active + counts.inactive + counts.wired) * page_size;
-    return print_fraction(buffer, size, static_cast<double>(bytes) * bytes_to_megabytes, " MB");
+    return PrintFraction(buffer, size, static_cast<double>(bytes) * bytes_to_megabytes, " MB");
 }
 
 std::int32_t GetFreeVirtualMemory(char* buffer, unsigned int size)
@@ -244,17 +244,17 @@ std::int32_t GetFreeVirtualMemory(char* buffer, unsigned int size)
         return PROBE_FAILED;
     // Deliberate: 32 bits, unlike the total; the header says why.
     const auto bytes = static_cast<std::uint32_t>(counts.free * page_size);
-    return print_fraction(buffer, size, bytes * bytes_to_megabytes, " MB");
+    return PrintFraction(buffer, size, bytes * bytes_to_megabytes, " MB");
 }
 
 std::int32_t GetTotalHardDrive(char* buffer, unsigned int size)
 {
-    return print_volume(buffer, size, &host::volume::blocks);
+    return PrintVolume(buffer, size, &host::volume::blocks);
 }
 
 std::int32_t GetFreeHardDrive(char* buffer, unsigned int size)
 {
-    return print_volume(buffer, size, &host::volume::available_blocks);
+    return PrintVolume(buffer, size, &host::volume::available_blocks);
 }
 
 std::int32_t GetTimeZone(char* buffer, unsigned int size)
@@ -283,13 +283,13 @@ std::int32_t GetBIOS(char* buffer, unsigned int size)
 
 std::int32_t GetDomainWorkGroup(char* buffer, unsigned int size)
 {
-    return sysctl_text(buffer, size, host::sysctl_name::kern_hostname);
+    return SysctlText(buffer, size, host::sysctl_name::kern_hostname);
 }
 
 std::int32_t GetSystemName(char* buffer, unsigned int size)
 {
     host::text value{};
-    return copy_name(buffer, size, facts().computer_name(value), value);
+    return CopyName(buffer, size, facts().computer_name(value), value);
 }
 
 // No system tells it to an ordinary program in one way for all kinds of disks.

@@ -176,7 +176,7 @@ TEST_F(UploadFaults, HalfAResponseKeepsTheFile)
                         {"a length beyond numbers", reply(ok + "Content-Length: -5\r\n\r\n")}});
 }
 
-// To libcurl, which stops sending then, all of these are successes.
+// To libcurl, which stops sending then, all of these are successes: CurlHandles compares what was sent with the length.
 TEST_F(UploadFaults, AnAnswerBeforeTheWholeRequestWasSentKeepsTheFile)
 {
     const std::string there = "Location: /there\r\nContent-Length: 0\r\n\r\n";

@@ -260,7 +260,8 @@ TEST_F(WebClientRequests, AreGivenUpWhenTheNetworkGoes)
     EXPECT_EQ("true 200", executed(server.url())) << "a synchronous request does not ask";
 }
 
-// Sends the beginning of a body, then a byte now and then until the client goes.
+// Of the transfers that CurlHandles lists. The server sends the beginning of a body, then a byte now and then until the
+// client goes.
 class WebClientCancels : public TransferTest
 {
 protected:

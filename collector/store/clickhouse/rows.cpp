@@ -22,7 +22,7 @@ constexpr TableFacts g_facts[g_kinds] = {
      "application, name, is_named, hour, installation, batch, line",
      "application String, name String, is_named UInt8, hour Int32, installation String, batch FixedString(16), "
      "line UInt64"},
-    {"rejects", "installation, batch, line, received, reason, text, receipt", "installation, batch, line",
+    {"rejects", "installation, batch, line, received, place, reason, text, receipt", "installation, batch, line",
      "installation String, batch FixedString(16), line UInt64"},
     {"drops", "batch, first, count, installation, received, receipt", "batch, first, count",
      "batch FixedString(16), first UInt32, count UInt32"},
@@ -143,6 +143,7 @@ Piece encode(std::string_view sender, const Reject& reject, const LineAt& at, si
     RowWriter(piece.row)
         .fixed(piece.place)
         .i64(at.received_at)
+        .u32(at.place)
         .text(reject.reason)
         .text(reject.text)
         .u64(receipt_of(at.received_at));

@@ -24,7 +24,7 @@ struct Table
 // A null name is '' with is_named 0, for a text '' is another name. p has an event's properties; `others` counts those
 // past the limit.
 //
-// marks: a sum and a number stand for a set of random ids, so that a day is one row however many groups came for it.
+// marks: a sum and a number stand for a set of random ids, so that a day is one row however many groups come for it.
 // A roll is the random id of one making of a day's rollups, so that two that run at once cannot mix.
 constexpr Table g_tables[] = {
     {"events",
@@ -36,8 +36,8 @@ constexpr Table g_tables[] = {
      "PARTITION BY week PRIMARY KEY (application, name, is_named, hour) "
      "ORDER BY (application, name, is_named, hour, installation, batch, line)"},
     {"rejects",
-     "installation String, batch FixedString(16), line UInt64, received UInt64, reason String, text String, "
-     "receipt UInt64",
+     "installation String, batch FixedString(16), line UInt64, received UInt64, place UInt32, reason String, "
+     "text String, receipt UInt64",
      "ReplicatedReplacingMergeTree", ", receipt", "ORDER BY (installation, batch, line)"},
     {"drops", "batch FixedString(16), first UInt32, count UInt32, installation String, received UInt64, receipt UInt64",
      "ReplicatedReplacingMergeTree", ", receipt", "ORDER BY (batch, first, count)"},
@@ -46,38 +46,37 @@ constexpr Table g_tables[] = {
      "ReplicatedReplacingMergeTree", ", receipt", "ORDER BY (collector, number)"},
     {"installed",
      "application String, installation String, first AggregateFunction(min, Int64), "
-     "last AggregateFunction(max, Int64), version AggregateFunction(argMax, String, Int64)",
+     "latest AggregateFunction(max, String)",
      "ReplicatedAggregatingMergeTree", "", "ORDER BY (application, installation)"},
     {"marks", "day Int32, application String, n UInt64 DEFAULT 1, mark UInt64", "ReplicatedSummingMergeTree", "",
      "ORDER BY (day, application)"},
     {"roll_days",
-     "day Int32, application String, generation UInt64, roll UInt64, n UInt64, mark UInt64, hours UInt64, "
-     "installations UInt64, names UInt64, values UInt64, facts UInt64, events UInt64, made DateTime DEFAULT now()",
+     "day Int32, application String, generation UInt64, n UInt64, mark UInt64, active UInt64, names UInt64, "
+     "values UInt64, facts UInt64, made DateTime DEFAULT now()",
      "ReplicatedReplacingMergeTree", ", generation", "ORDER BY (day, application)"},
-    {"roll_hours",
-     "day Int32, application String, roll UInt64, hour Int32, version String, name String, is_named UInt8, "
+    {"roll_active",
+     "day Int32, application String, generation UInt64, hour Int32, version String, installation String, "
      "events UInt64",
      "ReplicatedMergeTree", "",
-     "PARTITION BY intDiv(day + 3, 7) ORDER BY (day, application, roll, name, is_named, hour)"},
-    {"roll_installations",
-     "day Int32, application String, roll UInt64, version String, installation String, hours UInt32, events UInt64, "
-     "first Int64, last Int64",
-     "ReplicatedMergeTree", "", "PARTITION BY intDiv(day + 3, 7) ORDER BY (day, application, roll, installation)"},
+     "PARTITION BY toUInt16(intDiv(day + 3, 7)) ORDER BY (application, day, generation, hour, version, installation)"},
     {"roll_names",
-     "day Int32, application String, roll UInt64, version String, name String, is_named UInt8, installation String, "
-     "hours UInt32, events UInt64",
+     "day Int32, application String, generation UInt64, name String, is_named UInt8, version String, "
+     "installation String, events UInt64",
      "ReplicatedMergeTree", "",
-     "PARTITION BY intDiv(day + 3, 7) ORDER BY (day, application, roll, name, is_named, installation)"},
+     "PARTITION BY toUInt16(intDiv(day + 3, 7)) "
+     "ORDER BY (application, day, generation, name, is_named, version, installation)"},
     {"roll_values",
-     "day Int32, application String, roll UInt64, version String, name String, is_named UInt8, key String, "
+     "day Int32, application String, generation UInt64, name String, is_named UInt8, version String, key String, "
      "type UInt8, text String, is_fact UInt8, events UInt64",
      "ReplicatedMergeTree", "",
-     "PARTITION BY intDiv(day + 3, 7) ORDER BY (day, application, roll, name, is_named, key, type, text)"},
+     "PARTITION BY toUInt16(intDiv(day + 3, 7)) "
+     "ORDER BY (application, day, generation, name, is_named, key, type, text)"},
     {"roll_facts",
-     "day Int32, application String, roll UInt64, version String, name String, is_named UInt8, key String, "
-     "type UInt8, text String, installation String",
+     "day Int32, application String, generation UInt64, key String, type UInt8, text String, version String, "
+     "installation String, events UInt64",
      "ReplicatedMergeTree", "",
-     "PARTITION BY intDiv(day + 3, 7) ORDER BY (day, application, roll, key, type, text, installation)"},
+     "PARTITION BY toUInt16(intDiv(day + 3, 7)) "
+     "ORDER BY (application, day, generation, key, type, text, version, installation)"},
     {"lease", "name String, holder UInt64, until DateTime, taken UInt64", "ReplicatedReplacingMergeTree", ", taken",
      "ORDER BY (name, holder)"},
     {"retired", "week UInt16", "ReplicatedReplacingMergeTree", "", "ORDER BY week"},
@@ -90,8 +89,9 @@ constexpr Table g_meta = {"meta", "name String, value String, changed UInt64", "
 
 // Each row of an insert passes through it into `installed`, repeated ones too, which changes nothing there.
 const char* const g_view = "CREATE MATERIALIZED VIEW IF NOT EXISTS installed_from_events TO installed AS "
-                           "SELECT application, installation, minState(logged) AS first, maxState(logged) AS last, "
-                           "argMaxState(version, logged) AS version FROM events GROUP BY application, installation";
+                           "SELECT application, installation, minState(logged) AS first, "
+                           "maxState(concat(toString(logged + 100000000000), version)) AS latest FROM events "
+                           "GROUP BY application, installation";
 
 std::string statement(const Table& table, const Place& place)
 {

@@ -73,7 +73,8 @@ template <class Sink>
 class utf8_walk
 {
 public:
-    utf8_walk(const char* text, Sink into) : at(reinterpret_cast<const byte*>(text)), end(at + strlen(text)), sink(into)
+    utf8_walk(const char* text, Sink into)
+        : _at(reinterpret_cast<const byte*>(text)), _end(_at + strlen(text)), _sink(into)
     {}
 
     Sink finish()
@@ -81,11 +82,11 @@ public:
         // Two sizes, because most names and values are shorter than the larger one.
         blocks<16>();
         blocks<8>();
-        while (at < end) {
-            sink.check_room();
+        while (_at < _end) {
+            _sink.check_room();
             one();
         }
-        return sink;
+        return _sink;
     }
 
 private:
@@ -96,19 +97,19 @@ private:
         utf8_walk here = *this; // a copy that nothing points to stays in registers
         // Windows begin at fixed distances, wherever sequences end, so that the processor can start on one before it
         // has finished the last.
-        for (unsigned carry = 0; here.at < here.end;) {
-            const auto left = static_cast<size_t>(here.end - here.at);
-            const auto window = tova::utf8::decode_window(here.at, left, carry);
+        for (unsigned carry = 0; here._at < here._end;) {
+            const auto left = static_cast<size_t>(here._end - here._at);
+            const auto window = tova::utf8::decode_window(here._at, left, carry);
             const size_t step = std::min(left, tova::utf8::window_size);
-            if (window.plain && window.count <= here.sink.room()) {
-                put_window(here.sink, window);
-                here.at += step;
+            if (window.plain && window.count <= here._sink.room()) {
+                put_window(here._sink, window);
+                here._at += step;
                 carry = window.carry;
                 continue;
             }
-            const byte* const stop = here.at + step;
-            for (here.at += std::popcount(carry); here.at < stop;) {
-                here.sink.check_room();
+            const byte* const stop = here._at + step;
+            for (here._at += std::popcount(carry); here._at < stop;) {
+                here._sink.check_room();
                 here.one();
             }
             carry = 0;
@@ -121,12 +122,12 @@ private:
     template <int size>
     void blocks()
     {
-        while (end - at >= size && sink.room() >= size) {
+        while (_end - _at >= size && _sink.room() >= size) {
             byte block[size];
-            memcpy(block, at, size);
+            memcpy(block, _at, size);
             if (all_ascii(block)) {
-                sink.put_ascii(block);
-                at += size;
+                _sink.put_ascii(block);
+                _at += size;
                 continue;
             }
 #if TOVA_UTF8_WINDOW
@@ -134,7 +135,7 @@ private:
                 return windows();
 #endif
             // The next blocks are not tried before this one is done: a text with non-ASCII letters has them everywhere.
-            for (const byte* const stop = at + size; at < stop;)
+            for (const byte* const stop = _at + size; _at < stop;)
                 one();
         }
     }
@@ -154,14 +155,14 @@ private:
 
     void one()
     {
-        const decoded sequence = decode(at);
-        sink.put(sequence.value);
-        at = sequence.next;
+        const decoded sequence = decode(_at);
+        _sink.put(sequence.value);
+        _at = sequence.next;
     }
 
-    const byte* at;
-    const byte* end;
-    Sink sink;
+    const byte* _at;
+    const byte* _end;
+    Sink _sink;
 };
 
 // The sinks of the loop: one counts, one writes. room() is how many more code points it takes without check_room().

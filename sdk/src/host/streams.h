@@ -7,6 +7,6 @@ namespace AnalyticsSDK::host {
 
 /// Opens a file for writing from its start, created or truncated, and closed in programs that the host starts. The
 /// stream's state tells whether that worked.
-void OpenForWriting(std::ofstream& file, const char* path);
+void open_for_writing(std::ofstream& file, const char* path);
 
 } // namespace AnalyticsSDK::host

@@ -4,7 +4,7 @@ namespace AnalyticsSDK::host {
 
 // This system's standard library offers no descriptor to mark, so a program started during a download inherits the
 // file.
-void OpenForWriting(std::ofstream& file, const char* path)
+void open_for_writing(std::ofstream& file, const char* path)
 {
     file.open(path, std::ios::out | std::ios::binary | std::ios::trunc);
 }

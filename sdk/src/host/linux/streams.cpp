@@ -7,7 +7,7 @@ namespace AnalyticsSDK::host {
 
 // A file opened by a standard stream is inherited by programs that the host starts. libstdc++ can make a file buffer
 // from a descriptor instead.
-void OpenForWriting(std::ofstream& file, const char* path)
+void open_for_writing(std::ofstream& file, const char* path)
 {
     const int descriptor = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (descriptor == -1) {
