@@ -36,6 +36,8 @@ std::string json_of(const store::ReplicaStatus& replica)
         .end('}');
 }
 
+} // namespace
+
 std::string json_of(const store::SpoolStatus& spool)
 {
     Json aside('[');
@@ -56,8 +58,6 @@ std::string json_of(const store::SpoolStatus& spool)
         .raw("aside", aside.end(']'))
         .end('}');
 }
-
-} // namespace
 
 std::string json_of(const store::ClusterStatus& status)
 {
