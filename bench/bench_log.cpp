@@ -282,7 +282,7 @@ const Group tail_rows("log: a million events", [](Table& table) {
     const Session session(path);
     constexpr long events = 1000000;
     std::vector<float> ends_ns;
-    // The figures' own memory is there before the measurement, and so is what a session keeps from event to event.
+    // The memory for the figures is allocated before the measurement, and so is what a session keeps between events.
     ends_ns.reserve(events);
     log_event(session.get());
     const long before_kb = resident_kb();

@@ -51,7 +51,7 @@ const Group percent_rows("percent", [](Table& table) {
             });
         curl_easy_cleanup(handle);
     };
-    // curl_easy_escape refuses 16 MB at once, so both get pieces. "Times faster" is the other way round than all
+    // curl_easy_escape refuses 16 MB at once, so both get pieces. "Times faster" is the inverse of all other
     // ratios.
     Figures against_curl = compare(ours, curl, 5);
     against_curl.ratio = 1 / against_curl.ratio;

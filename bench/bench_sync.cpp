@@ -41,7 +41,7 @@ const Group mutex_row("tova: mutex", [](Table& table) {
     pthread_mutex_destroy(&bare);
 });
 
-// An event as one writes it by hand.
+// An event as one writes it by hand, with the system's mutex and condition variable.
 struct BareEvent
 {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;

@@ -27,7 +27,7 @@ void write_lines(const std::string& path, const std::string& lines)
     std::ofstream(path, std::ios::binary) << lines;
 }
 
-// Reading and encoding as one writes it at first.
+// Reading and encoding in the simplest way: the reference.
 std::string body_by_streams(const std::string& path)
 {
     std::array<bool, 256> safe{};
@@ -50,7 +50,7 @@ std::string body_by_streams(const std::string& path)
     return body;
 }
 
-// As the library does it.
+// The same as the library does it.
 std::string body_at_once(AnalyticsSDK::EventManager& manager)
 {
     std::string text, body;

@@ -189,7 +189,7 @@ int send(const Options& options, const std::string& text)
     return options.keep || options.file == "-" || remove_sent(options.file, text) ? done : failed;
 }
 
-// A session of the command's own takes the file over and sends it, and whatever hosts have left beside it: receivers
+// A session of the command's own takes the file over and sends it, and whatever hosts have left beside it: servers
 // that know batches keep each line once, however often this is repeated.
 int send_in_batches(Options options)
 {

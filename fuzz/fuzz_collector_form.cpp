@@ -1,4 +1,5 @@
-// A form's bytes, packed or not: never more memory than the limit, and what is taken keeps its promises.
+// A form's bytes, packed or not: never more memory than the limit, and an accepted form keeps to the limits of its
+// fields.
 #include "intake/intake.h"
 
 #include "fuzz.h"

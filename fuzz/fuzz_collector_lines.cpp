@@ -1,4 +1,4 @@
-// A text's way into the store: every line is an event or a reject, every event's members are JSON for anybody, and the
+// A text's way into the store: every line is an event or a reject, the members of every event are valid JSON, and the
 // same text sent again stores nothing.
 #include "intake/intake.h"
 #include "store/store.h"
@@ -16,7 +16,7 @@ namespace {
 
 struct Place
 {
-    // In memory where there is such a folder: each run waits for the disk twice.
+    // In memory where the system has such a folder, because each run waits for the disk twice.
     std::string folder =
         std::filesystem::exists("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path().string();
     std::string path = folder + "/analytics-fuzz-" + std::to_string(getpid()) + ".db";

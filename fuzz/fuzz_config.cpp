@@ -57,7 +57,7 @@ int LLVMFuzzerInitialize(int*, char***)
 
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {
-    // On the heap and exact: a read past the last field is seen.
+    // On the heap in its exact size, so that AddressSanitizer sees a read past the last field.
     const auto config = std::make_unique<analytics_config>();
     FuzzedDataProvider input(bytes, size);
     for (auto [field, room] : {std::pair<char*, size_t>{config->upload_url, sizeof config->upload_url},

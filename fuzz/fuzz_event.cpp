@@ -29,7 +29,7 @@ struct Level
     bool clean = true;
 };
 
-// The calls and the model beside each other.
+// Makes each call of the C interface, and the same change to the model.
 class Run
 {
 public:
@@ -61,12 +61,12 @@ const char* Run::text()
 {
     if (m_input.ConsumeIntegralInRange(0, 15) == 0)
         return nullptr;
-    // Long enough to leave the short ways of the writer behind.
+    // Long enough for the writer's loops over long texts, too.
     m_names.push_back(m_input.ConsumeRandomLengthString(300));
     return m_names.back().c_str();
 }
 
-// Whether a parser takes the text as a string: the parser's judgement, so that the model needs none of its own.
+// Whether the parser accepts the text as a string. It is asked so that the model needs no rules of its own.
 bool clean(const char* text)
 {
     return !text || json::accept(model::in_quotes(text));
@@ -74,7 +74,7 @@ bool clean(const char* text)
 
 void Run::add(const char* name, const std::string& text, const json& value, bool is_clean)
 {
-    // A name that comes twice is fine in the text; the parser keeps the last, and so does the value.
+    // A name may come twice in the text. The parser keeps the last of them, and so does the value.
     Level& top = m_levels.back();
     const bool first = top.text.size() == 1;
     top.text += (first ? " " : ", ") + (name ? model::in_quotes(name) + ": " : "") + text;
@@ -85,7 +85,7 @@ void Run::add(const char* name, const std::string& text, const json& value, bool
         top.value[name] = value;
 }
 
-// What an add call answers where nothing else is wrong: members have names, elements have none.
+// What an add call must answer: members have names, elements have none.
 uint32_t Run::refusal(bool named, const char* name) const
 {
     if (m_levels.empty())
@@ -214,7 +214,7 @@ void Run::add_number(bool named)
         double value;
         memcpy(&value, &bits, sizeof value);
         const std::string text = model::number(value);
-        // A number is clean when it is finite; what a parser can know of it is what six digits say.
+        // A number is clean when it is finite. Six digits are written, so the parser reads the value of those.
         checked(named ? analytics_name_float64_add(session, name, value) : analytics_float64_add(session, value), text,
                 strtod(text.c_str(), nullptr), std::isfinite(value) && std::isfinite(strtod(text.c_str(), nullptr)));
     }
@@ -223,7 +223,7 @@ void Run::add_number(bool named)
 
 void Run::add_property()
 {
-    // Those whose value is the same on every machine.
+    // The properties whose value is the same on every machine.
     static const char* const properties[][2] = {{"os_name", "mac"}, {"mfg", "Apple"}, {"ram_free", "0 MB"}};
     const auto& [key, value] = properties[m_input.ConsumeIntegralInRange(0, 2)];
     const uint32_t expected = m_levels.empty() ? ANALYTICS_NO_EVENT : ANALYTICS_OK;

@@ -29,8 +29,8 @@ void check_reading(const std::string& content)
 
 int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {
-    // Two files by turns: a library that finds a file's end where it left it takes it for its own work, and a
-    // stranger's file of the same name and length would be taken so.
+    // Two files in turn: where a file ends as the library left it, the library does not look at its end again, and a
+    // foreign file of the same name and length would be mistaken for its own.
     static unsigned number = 0;
     const std::string log_file = fuzz::scratch() + "/events" + std::to_string(++number % 2);
     const std::string content(reinterpret_cast<const char*>(bytes), size);
@@ -40,7 +40,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     manager().SetEventLogFilePath(log_file.c_str());
     check_reading(content);
 
-    // The first append meets a stranger's tail, the second one its own.
+    // The first append finds an end that another program wrote, the second one its own.
     std::string expected = content;
     for (const char* name : {"a", "b"}) {
         AnalyticsSDK::LogObject event;

@@ -77,7 +77,7 @@ extern "C" ssize_t recv(int from, void* buffer, size_t size, int flags)
                    nullptr, nullptr);
 }
 
-// Names are not looked up: numbers are all there is.
+// No name is looked up: only numeric addresses are known.
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints, addrinfo** found)
 {
     addrinfo numbers = hints ? *hints : addrinfo{};
@@ -112,7 +112,7 @@ private:
     WebClient& m_client;
 };
 
-// Without a route the machine is offline, and queued transfers would be given up unheard.
+// Without a route the machine is offline, and queued transfers would be given up before they start.
 void say_online()
 {
     static host::source facts = host::system_facts();

@@ -49,7 +49,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
         fuzz::require("a new id", content.empty() ? id.size() == 36 : true);
     check_event_line(log_file, manager().GetUniqueId());
 
-    // What a file holds is other processes' id as well: nobody replaces it.
+    // Other processes use the id that is in the file as well, so nobody replaces it.
     manager().SetUniqueId("another");
     manager().SaveUniqueIdToFile();
     fuzz::same("the file is never changed", content, fuzz::read_file(id_file));

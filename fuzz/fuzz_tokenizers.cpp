@@ -43,7 +43,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     const std::string delimiters = input.ConsumeBytesAsString(input.ConsumeIntegralInRange<size_t>(0, 4));
     const std::string text = input.ConsumeRemainingBytesAsString();
 
-    // Tokenize appends, the two for proxies clear: what was in the list tells them apart.
+    // Tokenize appends to the list, the two functions for proxies clear it: an entry from before shows which.
     std::vector<std::string> tokens = {"kept"};
     AnalyticsSDK::Tokenize(text, tokens, delimiters);
     std::vector<std::string> expected = split(text, delimiters);

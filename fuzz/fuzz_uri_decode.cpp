@@ -40,7 +40,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     const unsigned room = input.ConsumeIntegralInRange(1u, 600u);
     const unsigned length = input.ConsumeIntegralInRange(0u, 600u);
     const std::string text = input.ConsumeRemainingBytesAsString();
-    // Exact allocations: a byte read or written too far is seen. A text as long as `length` needs no terminator.
+    // Allocated in their exact sizes, so that AddressSanitizer sees a byte read or written too far. A text as long as
+    // `length` needs no terminator.
     const std::string_view readable = std::string_view(text.c_str()).substr(0, length);
     std::vector<char> exact(readable.begin(), readable.end());
     if (readable.size() < length)

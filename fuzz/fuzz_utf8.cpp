@@ -78,7 +78,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     if (!expected.cut)
         fuzz::same("the length", needed - 1, static_cast<long long>(tova_utf8_to_wide_length(text.data())));
 
-    // And back: characters of ours come back as they are.
+    // And back: characters that the library decoded are encoded as they were.
     const int32_t narrow = tova_wide_to_utf8(nullptr, 0, expected.text.c_str());
     std::string back(static_cast<size_t>(std::max(narrow, 2)), 'x');
     fuzz::same("the count back", narrow,

@@ -95,7 +95,7 @@ void print(const Totals& totals)
 {
     printf("killed     %8d hosts within %ld events: whole lines, no gap; %d unfinished tails, each closed off\n",
            totals.kills, totals.killed_events, totals.tails);
-    printf("batches    %8d kills of hosts that deliver %ld events to a receiver that cut %d connections: each is there "
+    printf("batches    %8d kills of hosts that deliver %ld events to a server that cut %d connections: each is there "
            "once; %d requests brought nothing new\n",
            totals.senders, totals.sent, totals.cuts, totals.repeated);
     printf("left       %8d hosts by exit, abort, return and fork with uploads under way\n", totals.hosts);

@@ -215,7 +215,7 @@ TEST_F(Command, ColoursItsLinesOnATerminalOnly)
     EXPECT_THAT(run({"show", log}).output, HasSubstr(std::string(300, 'x')));
 }
 
-TEST_F(Command, EndsAsPipesAndFullDisksMakeItEnd)
+TEST_F(Command, FailsWhenItsOutputCannotBeWritten)
 {
     logged({"long=" + std::string(100'000, 'x')});
     const std::string line = last_line() + "\n";
@@ -261,7 +261,7 @@ TEST_F(Command, SendsTheWholeFileAsTheLibraryDoes)
     EXPECT_EQ(server.count(), 2u);
 }
 
-TEST_F(Command, SendsInBatchesWhatStandsInAndBesideTheFile)
+TEST_F(Command, SendsTheFileWithTheBatchesBesideIt)
 {
     log_events(3);
     const std::string waiting = log + "." + std::string(32, '0') + ".0.batch";
@@ -320,7 +320,7 @@ TEST_F(Command, ShowsThatItIsWorkingOnOneLineOfATerminal)
     EXPECT_EQ(output.rfind(working, 0), 0u) << output;
 }
 
-TEST_F(Command, TellsTheReasonAndKeepsTheFile)
+TEST_F(Command, TellsWhyTheFileCouldNotBeSent)
 {
     log_events(1);
     std::string text = support::read_file(log);
@@ -372,7 +372,7 @@ TEST_F(Command, PrintsThePropertiesOfThisMachine)
     EXPECT_THAT(ended.errors, HasSubstr("nosuch: "));
 }
 
-TEST_F(Command, ForgetsWhatWaitsAndTheIdWhereAsked)
+TEST_F(Command, ForgetsTheIdOnlyWhenAsked)
 {
     for (const bool withId : {false, true}) {
         ASSERT_EQ(run({"log", "e", "--file", log}).status, 0);

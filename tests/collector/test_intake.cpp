@@ -70,7 +70,7 @@ TEST(IntakeHeaders, TakeFormsPlainOrPacked)
     }
 }
 
-TEST(IntakeUnpack, StopsAtTheLimitAndAtBrokenText)
+TEST(IntakeUnpack, RefusesWhatIsBrokenOrTooLarge)
 {
     const std::string text(g_body_limit, 'x'), packed = gzip(text);
     const struct

@@ -261,7 +261,7 @@ TEST_P(StoreAnswers, ShowRowsInTheirOrder)
     }
 }
 
-TEST_P(StoreAnswers, TellNumbersAndTheirCourse)
+TEST_P(StoreAnswers, SummariseNumbersOverTime)
 {
     std::string text;
     for (int size : {4, 1, 3, 2})

@@ -123,7 +123,7 @@ TEST_P(StoreKeeping, RefusesUploadsPastTheQueuesLimit)
     EXPECT_EQ(answers, 3);
 }
 
-// Stores what it is given, and says so when the test wants it to.
+// Stores what it is given, but says so only when the test lets it.
 struct LateWriting : store::Writing
 {
     explicit LateWriting(std::vector<std::function<void(const std::optional<store::Fault>&)>>& waiting)
@@ -216,7 +216,7 @@ TEST_F(SqliteFile, IsRefusedWithAReasonForEachFault)
     EXPECT_FALSE(std::filesystem::exists(m_folder.file("none.db")));
 }
 
-TEST_F(SqliteFile, AnswersBusyWhileAnotherHasItAndGoesOnAfterwards)
+TEST_F(SqliteFile, IsBusyOnlyWhileAnotherHasIt)
 {
     const std::string path = m_folder.file("events.db");
     auto opened = open(path, store::Opening::serve);
@@ -257,7 +257,8 @@ TEST_F(SqliteFile, HoldsNoByteOfAForgottenId)
     EXPECT_EQ(std::filesystem::file_size(path + "-wal"), 0u);
 }
 
-// A deletion beside a server must not give a forgotten id, which is still in the server's memory, to a stranger.
+// A deletion beside a server must not give a forgotten id, which is still in the server's memory, to another
+// installation.
 TEST_F(SqliteFile, NoticesWhatAnotherProcessDeleted)
 {
     const std::string path = m_folder.file("events.db");

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""LIBRARY: runs examples/host.py against a server of its own, and reads what arrived as any receiver would."""
+"""LIBRARY: runs examples/host.py against a server of its own, and reads what arrived as any server would."""
 import http.server, json, pathlib, socket, subprocess, sys, tempfile, threading, urllib.parse
 
 library, host = sys.argv[1], pathlib.Path(__file__).parents[2] / "examples" / "host.py"

@@ -99,7 +99,7 @@ TEST(JsonWriter, TakesMembersUncheckedOnceFinished)
     EXPECT_EQ(writer.text, R"({ } "late": 1)");
 }
 
-TEST(JsonWriter, HasItsStepsAndATextThatReadsLikeAString)
+TEST(JsonWriter, WritesATextThatReadsLikeAString)
 {
     json_writer writer(nullptr, false);
     writer._write_name("a\"");

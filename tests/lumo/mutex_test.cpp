@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-// What locks do among threads is tested one layer below, and runnable_thread by way of the SDK's worker.
+// How locks work among threads is tested one layer below, and runnable_thread through the SDK's worker.
 TEST(Mutex, IsTakenAgainByItsHolderUnlessFast)
 {
     for (const bool fast : {false, true}) {

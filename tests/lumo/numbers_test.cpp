@@ -84,7 +84,7 @@ double hard_to_round(std::mt19937_64& random, int i)
 
 TEST(Doubles, AreWhatPrintfGives)
 {
-    // Where the form changes, and what has no digits.
+    // Values at which the notation changes, and values without digits.
     for (const double value : {0.0, -0.0, 0.3, 999999.4, 999999.5, 1e6, 0.0001, 0.000099999949, 5e-324, DBL_MAX,
                                HUGE_VAL, -HUGE_VAL, std::nan(""), -std::nan("")})
         EXPECT_EQ(general(value), printed(value));

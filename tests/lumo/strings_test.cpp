@@ -52,7 +52,8 @@ std::string encoded_by(const lumo::simd::form& form, const std::string& text, co
     return out;
 }
 
-// The rule in its plainest words: what is no printable ASCII is unsafe in every class, and in this one odd bytes are.
+// The rule written as plainly as can be: all but printable ASCII is unsafe in every class, and in this test's class so
+// are odd bytes.
 std::string encoded_by_rule(std::string_view text)
 {
     std::string out;
@@ -66,8 +67,8 @@ std::string encoded_by_rule(std::string_view text)
 
 } // namespace
 
-// Each form that this processor can run, whichever it would choose; what is unsafe in a URL is a matter of
-// EscapeParams.
+// Every form that this processor can run, not only the one that the library chooses. Which bytes are unsafe in a URL is
+// tested with EscapeParams.
 TEST(PercentEncoding, FollowsTheRuleInEveryForm)
 {
     static constexpr lumo::simd::byte_class odd = lumo::simd::make_byte_class([](char c) { return c % 2 != 0; });

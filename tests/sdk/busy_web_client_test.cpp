@@ -1,4 +1,4 @@
-// Many threads at one client: meant for a run under ThreadSanitizer, and true without it.
+// Many threads use one client. Made for runs under ThreadSanitizer; it must hold without it, too.
 // Labels: threads, network
 #include "support/proxies.h"
 #include "transfers.h"
@@ -33,7 +33,7 @@ protected:
         EXPECT_TRUE(queue(url, std::to_string(next++).c_str(), params ? RequestTypePost : RequestTypeGet, params));
     }
 
-    // One of everything that a host may do at any time.
+    // Makes one of the calls that a host may make at any time.
     void do_something(unsigned what, unsigned number, const std::string& proxy)
     {
         CProxyManager& manager = static_cast<CProxyManager&>(*client.GetProxyManager());
@@ -60,7 +60,7 @@ protected:
             [&] { queue_one(by_proxy.url("/", "localhost"), number % 8 ? nullptr : &params); },
             [&] { queue_one(steady.url(), number % 2 ? &params : nullptr); },
         };
-        // The last one is drawn more often, so that there is something to do the others to.
+        // The last one is drawn more often, so that the others find transfers.
         deeds[std::min<std::size_t>(what % (std::size(deeds) + 4), std::size(deeds) - 1)]();
     }
 
@@ -69,7 +69,7 @@ protected:
     {
         const auto end = std::chrono::steady_clock::now() + duration;
         const auto goes_on = [=] { return std::chrono::steady_clock::now() < end; };
-        // Now and then from within libcurl's own call.
+        // Now and then from a callback, that is, within a call of libcurl.
         ends.on_progress = [=, this, blocks = 0u](const char*) mutable {
             if (++blocks % 32 == 0 && goes_on())
                 queue_one(steady.url(), nullptr);

@@ -87,7 +87,7 @@ extern "C" ssize_t send(int socket, const void* data, size_t size, int flags)
 }
 #endif
 
-TEST_F(ConsentTest, RevokedAtAnyMomentLeavesNoFileAndSendsNoByte)
+TEST_F(ConsentTest, RevokedAtAnyMomentLeavesNothing)
 {
     HttpServer server;
     std::minstd_rand random(16);
@@ -196,7 +196,7 @@ TEST_F(ConsentTest, RevokedByAnObserverStopsTheOtherUploadsToo)
     EXPECT_EQ(wire.late, 0);
 }
 
-TEST_F(ConsentTest, UnknownWritesAndSendsNothingUntilItIsGiven)
+TEST_F(ConsentTest, UnknownHoldsEverythingBack)
 {
     for (const char* mode : {"whole", "batches"}) {
         SCOPED_TRACE(mode);

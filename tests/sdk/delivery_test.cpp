@@ -171,7 +171,7 @@ TEST_F(DeliveryTest, ASilentServerHoldsNobodyLongerThanAsked)
     }
 }
 
-TEST_F(DeliveryTest, ObserversHearOfBytesAndOnceOfTheEnd)
+TEST_F(DeliveryTest, ObserversHearOfTheEndOnce)
 {
     Session session(receiver.server.url());
     set(session, "delivery", "batches");
@@ -228,7 +228,7 @@ TEST_F(DeliveryTest, WhoWaitsForAServerThatAsksForAPauseSendsAfterIt)
     EXPECT_EQ(receiver.lines, 1u);
 }
 
-TEST_F(DeliveryTest, PackedBodiesArriveAndARefusalOfThemCostsOneRequest)
+TEST_F(DeliveryTest, ARefusedPackedBodyCostsOneRequest)
 {
     for (const bool takesPacked : {true, false})
         for (const char* mode : {"batches", "whole"}) {
@@ -257,13 +257,13 @@ TEST_F(DeliveryTest, WhatWaitsGoesFirstWhenTheModeIsOffAgain)
     session.log_one("in a batch");
     set(session, "delivery", "whole");
     session.log_one("in the file");
-    EXPECT_EQ(analytics_send(session, 1), 200u) << "the receiver takes batches only";
+    EXPECT_EQ(analytics_send(session, 1), 200u) << "the server takes batches only";
     EXPECT_EQ(receiver.lines, 1u);
     EXPECT_EQ(receiver.server.count(), 2u);
     EXPECT_NE(read_file(session.log()).find("in the file"), std::string::npos);
 }
 
-TEST_F(DeliveryTest, TheWorkerStartsAtOnceRetriesAndReports)
+TEST_F(DeliveryTest, TheWorkerRetriesUntilTheEventsAreTaken)
 {
     static std::atomic<int> reports;
     reports = 0;
@@ -285,7 +285,7 @@ TEST_F(DeliveryTest, TheWorkerStartsAtOnceRetriesAndReports)
     tova_log_register(nullptr);
 }
 
-TEST_F(DeliveryTest, ALookUpThatFailsAndAMissingCertificateFileAreTold)
+TEST_F(DeliveryTest, LastErrorNamesWhatFailed)
 {
     const struct
     {

@@ -80,7 +80,7 @@ TEST(EventLogFile, WritesToAFileThatItMayNotRead)
         EventLog::Append(folder.file("log"), "line\n");
         std::string text;
         unsigned long size = 1;
-        // There is a file, so "no events" would be a lie that gets it deleted.
+        // The file is there but cannot be read. The answer "no events" would get it deleted.
         return EventLog::Read(folder.file("log"), text, size) == EventLog::Content::unreadable && size == 0 ? 0 : 1;
     });
     ASSERT_TRUE(child.wait());

@@ -29,8 +29,8 @@ std::atomic<int> unmarked_connections{0};
 
 } // namespace
 
-// In place of the system library's: a program that starts between the birth of a connection and its being marked
-// inherits it, which no look from outside finds reliably.
+// In place of the system library's: a program that starts after a connection is made and before it is marked
+// inherits it, which cannot be seen reliably from outside.
 extern "C" int socket(int family, int type, int protocol) noexcept
 {
     unmarked_connections += (type & SOCK_STREAM) && !(type & SOCK_CLOEXEC);
@@ -39,7 +39,7 @@ extern "C" int socket(int family, int type, int protocol) noexcept
 
 namespace {
 
-// The process's descriptors that a program would inherit, by what they are. Standard ones do not count, nor do pairs of
+// The files behind the descriptors that a program would inherit. Standard ones do not count, nor do pairs of
 // local sockets, by which libcurl wakes itself: they lead nowhere.
 std::vector<std::string> inheritable()
 {
@@ -56,7 +56,8 @@ std::vector<std::string> inheritable()
     return found;
 }
 
-// How often the text whose bytes are these, each turned over, stands in this process's writable memory.
+// How often a text stands in this process's writable memory. It is given with every bit turned over, so that the search
+// does not find its own argument.
 int times_in_memory(std::string_view turned_over)
 {
     std::ifstream maps("/proc/self/maps");
@@ -69,7 +70,7 @@ int times_in_memory(std::string_view turned_over)
         char rights[5];
         if (sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, rights) != 3 || rights[1] != 'w')
             continue;
-        // Neither a sanitizer's own books, nor the stack, where registers are saved that a text went through.
+        // Left out: a sanitizer's own records, and the stack, where registers are saved that have held the text.
         if (to - from > 1ul << 30 || line.find("[stack]") != line.npos)
             continue;
         for (; from + turned_over.size() <= to; from += sizeof piece - turned_over.size()) {
@@ -88,11 +89,11 @@ int times_in_memory(std::string_view turned_over)
     return times;
 }
 
-// A password that stands nowhere as it is; `filled` lends it for a moment.
+// The password with every bit turned over; only with_password makes the password itself, for a moment.
 constexpr std::string_view turned_over_password =
     "\x9c\x8b\x92\xa5\xce\xc6\xb7\x8d\x98\xa8\x8f\x9e\x8c\xcd\xc9\x91\x9a\x8a\x96\x93\x87\xa6\xad\xb1";
 
-// What is searched for: the allocator writes its own notes over the first 16 bytes of what is freed.
+// The part to search for: the allocator writes its own data over the first 16 bytes of what is freed.
 constexpr std::string_view turned_over_end = turned_over_password.substr(16);
 
 template <typename Use>

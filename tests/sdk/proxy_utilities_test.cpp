@@ -9,7 +9,7 @@ using Texts = std::vector<std::string>;
 
 constexpr const char* null = nullptr;
 
-// The rules of splitting are held by a fuzzer that knows them byte by byte; these rows are what it cannot ask.
+// A fuzzer compares the splitting with a model byte by byte; these rows are what it does not reach.
 TEST(ProxyStrings, AreSplitAtSemicolonsAndSpaces)
 {
     const struct

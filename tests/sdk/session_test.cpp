@@ -95,7 +95,7 @@ const struct
 
 } // namespace
 
-// What events look like is for fuzz_event and the tests of the C++ face to say.
+// The text of events is checked by fuzz_event and by the tests of the C++ face.
 TEST(OneSession, AnswersEveryCallInEveryStateByTheTable)
 {
     const char* const untouched[states] = {"", "{ }", R"({ "o": { } })", R"({ "a": [ ] })"};
@@ -136,7 +136,7 @@ TEST(OneSession, NestsToAnyDepth)
     analytics_string_add(s, std::string(5000, 'x').c_str());
     for (int level = 0; level < 30'000; ++level)
         analytics_array_begin(s);
-    // On a small stack, which calls as deep as the event would not fit. The leak check sees what is left.
+    // On a small stack, which a recursion as deep as the event would overflow. LeakSanitizer sees what is not freed.
     pthread_attr_t small;
     pthread_t closer;
     pthread_attr_init(&small);
@@ -228,7 +228,7 @@ TEST(Properties, AreAnsweredByKeyExactly)
     }
 }
 
-TEST(Properties, AreListedOldOnesFirstAndNumbersAddedAsNumbers)
+TEST(Properties, AreListedOldOnesFirst)
 {
     std::string keys;
     const auto list = [](void* to, const char* key, const char* sentence) {
@@ -241,6 +241,10 @@ TEST(Properties, AreListedOldOnesFirstAndNumbersAddedAsNumbers)
               "hd_free bios uuid tz system system_version kernel machine processors memory_bytes "
               "memory_available_bytes disk_bytes disk_free_bytes locale time_zone desktop display virtualized "
               "boot_seconds ");
+}
+
+TEST(Properties, ThatAreNumbersAreAddedAsNumbers)
+{
     MadeUpFacts facts;
     facts.missing = host::answer::unsupported;
     facts.volume = {4096, 39038085, 9794921};
@@ -264,7 +268,7 @@ TEST(Properties, AreListedOldOnesFirstAndNumbersAddedAsNumbers)
 
 TEST(Properties, OfTheProcessorAreAskedForOnce)
 {
-    // Its own process: what is remembered is remembered for good.
+    // In a process of its own, because the library keeps the answer until the process ends.
     const auto ask = [] {
         static int asked = 0;
         host::source facts = host::system_facts();

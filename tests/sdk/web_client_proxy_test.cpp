@@ -129,7 +129,7 @@ TEST_P(RealProxies, AskForALoginWithWhichTheNextRequestPasses)
     }
 }
 
-// Basic authentication as the proxy sees it, which is what no real proxy's log tells.
+// Basic authentication as the proxy receives it, which the logs of the real proxies do not show.
 TEST_F(WebClientProxies, GetTheirLoginWithEveryCharacter)
 {
     const struct

@@ -82,7 +82,7 @@ TEST_F(WebClientRequests, ReportTheStatusThatFailedThem)
     EXPECT_EQ("login 407 ", queued(server.url()));
 }
 
-// What servers do that answer wrongly, slowly or not at all stands among the faults of uploads.
+// Servers that answer wrongly, slowly or not at all are tested in upload_faults_test.cpp.
 TEST_F(WebClientRequests, FailWhereNobodyIsToAnswer)
 {
     HeldPort refusing;

@@ -1,4 +1,4 @@
-// What a receiver knows of batches: which lines it has, and which it was told are lost.
+// What a server knows of batches: which lines it has, and which it was told are lost.
 #pragma once
 
 #include "support/form.h"

@@ -31,8 +31,8 @@ std::string whole(int file)
     return text;
 }
 
-// env sets the child up and becomes what it is to run. A server of a test ignores SIGPIPE in this process; a child must
-// not inherit that.
+// The program env sets the environment of the child and then executes the command. A test's server makes this process
+// ignore SIGPIPE, which a child must not inherit.
 std::vector<std::string> prepared(const std::vector<std::string>& command, const ChildOptions& options)
 {
     std::vector<std::string> words{"env", "--default-signal=PIPE"};

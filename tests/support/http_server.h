@@ -1,7 +1,7 @@
 // A real HTTP or HTTPS server on a loopback port that the system chooses. It records what it receives.
 //
-// Building one makes this whole process ignore SIGPIPE; what a broken connection does to a host without that habit is
-// seen in a child process.
+// Building one makes this whole process ignore SIGPIPE; what a broken connection does to a host that does not
+// is tested in a child process.
 #pragma once
 
 #include "support/certificates.h"

@@ -73,7 +73,8 @@ Squid::Squid(const ProxyOptions& options)
                     "http_access allow auth\nhttp_access deny all\n";
         }
         write_file(m_folder.file("conf"), conf);
-        // Its shared memory is called after its service: under one name, squids of different users exclude each other.
+        // Its shared memory has the name of the service: under one name, squids of different users would exclude each
+        // other.
         return std::vector<std::string>{
             "squid", "-N", "-n", "test" + std::to_string(port), "-f", m_folder.file("conf")};
     });

@@ -20,7 +20,7 @@ namespace {
 constexpr int hosts_at_once = 4;
 constexpr long numbers_per_host = 2'000'000; // two threads of a million
 
-/// A receiver that is killed and cut: before it stores, between storing and answering, in the middle of the answer.
+/// A server that is killed and cut: before it stores, between storing and answering, in the middle of the answer.
 class CutReceiver
 {
 public:

@@ -121,7 +121,7 @@ TEST_F(Disk, WithRandomErrorsOfItsSystemCallsNeverHoldsATornLine)
 #endif
     if (support::run({"fiu-run", "-x", "true"}).status != 0)
         GTEST_SKIP() << "fiu-run is not there (package fiu-utils)";
-    // An interrupted call is made again; what an error at closing might mean, the written line has behind it.
+    // An interrupted call is made again. When close() fails the line has been written already, so nothing is lost.
     static const struct
     {
         const char* point;

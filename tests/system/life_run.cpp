@@ -30,8 +30,8 @@ const struct Way
 #endif
 };
 
-// What the host's sessions left behind. A last line without its end is no fault: leaving cuts through a write of a
-// thread of its own, as a kill does.
+// What the host's sessions left behind. A last line without its end is no fault: the end of the process cuts a write of
+// another thread, as a kill does.
 std::string judge_logs(const std::string& log)
 {
     for (const char* number : {"", "1", "2", "3"}) {

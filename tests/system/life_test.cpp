@@ -45,7 +45,7 @@ support::ChildOptions forking_host()
     return {{std::string("ASAN_OPTIONS=") + (options != nullptr ? options : "") + ":detect_leaks=0"}, {}, {}};
 }
 
-// For what is said on two threads.
+// In a fixed order, because two threads print the lines.
 std::string sorted_lines(const std::string& text)
 {
     std::vector<std::string> lines = support::split_lines(text);
@@ -58,7 +58,7 @@ std::string sorted_lines(const std::string& text)
 
 } // namespace
 
-TEST(Crash, AKilledHostLeavesWholeLinesAndAtMostOneTail)
+TEST(Crash, AKilledHostLeavesOneCutLineAtMost)
 {
     ScratchFolder folder;
     const CrashReport report = kill_again_and_again(folder.path().string(), 60, 1);
@@ -203,7 +203,7 @@ TEST(Life, SigpipeIsNeitherCausedNorTouched)
 {
     support::CertificateAuthority authority;
     const support::Certificate certificate = authority.issue({"127.0.0.1"});
-    // Takes a little of a large request and resets the connection: the client writes into nothing.
+    // Takes a little of a large request and resets the connection, so that the client writes to a closed one.
     support::RawServer plain([](support::RawServer::Connection& client) { client.read_some(1000), client.reset(); });
     for (const char* way : {"default", "ignored", "blocked"}) {
         ScratchFolder folder;

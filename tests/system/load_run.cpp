@@ -58,7 +58,7 @@ private:
     }
     Account& account(int session) { return m_accounts[static_cast<size_t>(session)]; }
 
-    // Takes two of three. Which session sends is told by its address: every session posts to its own path.
+    // Accepts two of three uploads. The path tells the session: each posts to its own.
     support::Reply answer(const support::Request& request)
     {
         const std::string data = request.form.count("data") ? request.form.at("data") : "";
@@ -100,7 +100,8 @@ private:
         }
     }
 
-    // Every missing number must have come into a window, and what came into the windows measures what is missing.
+    // Events that are logged between an upload's reading of the file and its deletion (the window) are lost, by
+    // contract. No other may be missing: what is missing must measure as many bytes as came into the windows.
     void settle(int session)
     {
         Account& own = account(session);

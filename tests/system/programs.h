@@ -1,4 +1,4 @@
-// Where the hosts of the system tests and the library itself stand, and the steps that the most willing one takes.
+// Where the hosts of the system tests and the library itself stand, and the command line of steps_host.
 #pragma once
 
 #include "support/child.h"

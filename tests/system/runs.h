@@ -19,7 +19,7 @@ struct BatchReport
 {
     int kills = 0;
     long events = 0;  ///< whose analytics_event_end had returned
-    int requests = 0; ///< that reached the receiver whole
+    int requests = 0; ///< that reached the server whole
     int cuts = 0;     ///< connections that it broke off or left without an answer
     int repeated = 0; ///< requests that brought nothing new
     int torn = 0;     ///< lines that a kill cut, each kept as it was
@@ -27,7 +27,7 @@ struct BatchReport
 };
 
 /// Kills hosts that deliver in batches at random moments, four at once with two threads each, on one log in the (at
-/// first empty) folder, while their receiver fails as well; then lets the outbox drain, and compares.
+/// first empty) folder, while their server fails as well; then lets the outbox drain, and compares.
 /// @param user that the hosts run as; 0: as this program
 BatchReport deliver_while_killing(const std::string& folder, int kills, unsigned seed, int user);
 

@@ -60,7 +60,7 @@ const struct
     const char *file, *text;
     void (*action)();
 } misuses[] = {
-    // A null record, one without its stamp: each noun has a name of its own for itself.
+    // A null record, or one without its stamp: each source calls its record by another name.
     {"mutex", "m", [] { tova_mutex_lock(nullptr); }},
     {"mutex", "m->_version == tova_version", lock_destroyed},
     {"event", "e->_version == tova_version", [] { tova_event_reset(unstamped<tova_event>()); }},
@@ -73,7 +73,7 @@ const struct
     {"tova-web", "h->_version == tova_version", [] { tova_http_close(unstamped<tova_http>()); }},
     {"tova-web", "r->_version == tova_version",
      [] { tova_http_request(made(tova_http_init), unstamped<tova_http_response>(), 0); }},
-// What a call cannot be asked for.
+// Arguments and states that a call does not allow.
 #if !defined(__SANITIZE_THREAD__) // which reports an unlock by another than the holder before the library can
     {"mutex", "false", [] { tova_mutex_unlock(made(tova_mutex_create)); }},
 #endif
@@ -95,7 +95,7 @@ const struct
     {"security", "false", [] { tova_security_set(made(tova_security_init), 4, 1); }},
 };
 
-// A string that stays as it is.
+// A string that cannot grow.
 struct rigid
 {
     void resize(std::size_t) {}
@@ -103,7 +103,7 @@ struct rigid
     wchar_t* data() { return wide; }
 };
 
-// Those that reports of crashes are matched by: the number stays, wherever the line goes.
+// Crash reports are compared by file and line, so these keep their numbers wherever the line itself moves.
 const struct
 {
     const char *file, *text;

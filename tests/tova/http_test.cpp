@@ -113,7 +113,7 @@ TEST_F(Http, GetsABodyOverAConnectionThatItKeeps)
     EXPECT_EQ(0u, logged.size());
 }
 
-TEST_F(Http, PostsItsBytesAndReadsNoStandardInput)
+TEST_F(Http, PostsExactlyTheGivenBytes)
 {
     support::write_file(folder.file("input"), "127.0.0.1\tFALSE\t/\tFALSE\t0\tfrom\tinput\n");
     ASSERT_NE(nullptr, freopen(folder.file("input").c_str(), "r", stdin));

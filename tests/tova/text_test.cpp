@@ -89,7 +89,7 @@ const struct
     {"\xF0\x9F\x98", {0xFFFD}},
 };
 
-// Alone a sequence is too short for anything but the way from one byte to the next; the long texts take the others.
+// A single sequence is so short that only the loop over sequences sees it; the long texts reach the loops over blocks.
 TEST(Utf8, DecodesALongTextAsItDoesItsPieces)
 {
     constexpr size_t common = 6;

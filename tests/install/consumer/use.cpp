@@ -10,7 +10,7 @@ static_assert(__cplusplus == 201703L, "what is installed must not need more than
 
 namespace {
 
-// Objects of the host's may use the library before main().
+// A host's static objects may use the library before main().
 struct EarlyUse
 {
     EarlyUse()

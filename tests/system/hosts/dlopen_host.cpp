@@ -57,8 +57,8 @@ void tell()
 int main(int count, char** arguments)
 {
     require(count == 5, "LIBRARY FOLDER URL ROUNDS");
-    // The leak checker follows thread-local memory of libraries, unloaded ones too, and dies of it; what stays behind
-    // shows in what this host tells.
+    // LeakSanitizer follows thread-local memory of libraries, unloaded ones too, and crashes; what stays behind shows
+    // in the figures that this host prints.
     host::leaves_memory = true;
     const analytics_config config = host::configured(arguments[2], arguments[3]);
     const int rounds = atoi(arguments[4]);
