@@ -87,10 +87,13 @@ constexpr Table g_tables[] = {
 constexpr Table g_meta = {"meta", "name String, value String, changed UInt64", "ReplicatedReplacingMergeTree",
                           ", changed", "ORDER BY name"};
 
+// `latest` is the last time, as 12 digits that order as it does, with the version that logged then: of several in one
+// second the greatest, so that it is the same whatever came first.
+//
 // Each row of an insert passes through it into `installed`, repeated ones too, which changes nothing there.
 const char* const g_view = "CREATE MATERIALIZED VIEW IF NOT EXISTS installed_from_events TO installed AS "
                            "SELECT application, installation, minState(logged) AS first, "
-                           "maxState(concat(toString(logged + 100000000000), version)) AS latest FROM events "
+                           "maxState(concat(toString(logged + 200000000000), version)) AS latest FROM events "
                            "GROUP BY application, installation";
 
 std::string statement(const Table& table, const Place& place)
