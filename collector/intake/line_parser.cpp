@@ -6,7 +6,6 @@
 #include "strict_json.h"
 #include "wire_line.h"
 
-#include <charconv>
 #include <chrono>
 
 namespace intake {
@@ -18,12 +17,18 @@ using simdjson::dom::element_type;
 
 constexpr size_t g_levels = 500; // that an event may nest
 constexpr size_t g_members = 7;
+constexpr size_t g_reserved = 2000; // properties of an upload that get their memory at once
 
 // Number `i` of "YYYY-MM-DD hh:mm:ss"; false when a character is no digit.
 bool digits(std::string_view text, size_t at, size_t count, unsigned& value)
 {
-    auto end = text.data() + at + count;
-    return text[at] >= '0' && text[at] <= '9' && std::from_chars(text.data() + at, end, value).ptr == end;
+    for (size_t i = at; i < at + count; ++i) {
+        unsigned digit = static_cast<unsigned char>(text[i]) - static_cast<unsigned>('0');
+        if (digit > 9)
+            return false;
+        value = value * 10 + digit;
+    }
+    return true;
 }
 
 std::optional<store::Seconds> seconds_of(std::string_view text)
@@ -40,6 +45,30 @@ std::optional<store::Seconds> seconds_of(std::string_view text)
     return sys_days(date).time_since_epoch() / seconds(1) + hour * 3600 + minute * 60 + second;
 }
 
+// Whether the character belongs to an escape: an odd number of backslashes stands before it.
+bool is_escaped(std::string_view text, size_t at)
+{
+    size_t backslashes = 0;
+    while (text[at - 1 - backslashes] == '\\')
+        ++backslashes;
+    return backslashes % 2 != 0;
+}
+
+// Where the object begins that is the last member of a line: the first brace outside of texts, as the members before it
+// are none and valid.
+size_t object_in(std::string_view line)
+{
+    size_t at = 0;
+    for (; line[at] != '{'; ++at) {
+        if (line[at] != '"')
+            continue;
+        do {
+            at = line.find('"', at + 1);
+        } while (is_escaped(line, at));
+    }
+    return at;
+}
+
 // The same text as the event before has mostly stands there already.
 std::string_view keep(std::string_view text, std::string_view before, store::Upload& upload)
 {
@@ -52,11 +81,12 @@ void add_property(std::string_view key, const store::Value& value, store::Upload
     size_t place = upload.properties.size();
     size_t behind = upload.events.size() > 1 ? upload.events[upload.events.size() - 2].properties : 0;
     const store::Property* before = behind != 0 && behind <= place ? &upload.properties[place - behind] : nullptr;
-    store::Property property{key, {value.type, upload.keep(value.text)}, false};
     bool is_same = before != nullptr && before->key == key;
+    store::Property& property = upload.properties.emplace_back();
+    before = is_same ? &property - behind : nullptr; // the list may have moved
     property.key = is_same ? before->key : upload.keep(key);
     property.is_fact = is_same ? before->is_fact : is_fact(key);
-    upload.properties.push_back(property);
+    property.value = {value.type, upload.keep(value.text)};
 }
 
 } // namespace
@@ -64,11 +94,12 @@ void add_property(std::string_view key, const store::Value& value, store::Upload
 struct LineParser::Json
 {
     simdjson::dom::parser parser;
-    simdjson::internal::string_builder<> compact; // kept, as it grows anew otherwise with every event
+    std::string compact;
 
     // Empty when the text is an event's line, which then stands in `upload`.
     std::string read(const char* text, size_t size, bool is_padded, store::Upload& upload);
-    std::string read_members(const element (&members)[g_members], store::Upload& upload);
+    std::string read_members(std::string_view line, const element (&members)[g_members], store::Upload& upload);
+    std::string_view compact_object(std::string_view line);
 };
 
 const size_t LineParser::padding = simdjson::SIMDJSON_PADDING;
@@ -97,10 +128,23 @@ std::string LineParser::Json::read(const char* text, size_t size, bool is_padded
             members[count] = member;
         ++count;
     }
-    return count == g_members ? read_members(members, upload) : "the line has not seven members";
+    return count == g_members ? read_members({text, size}, members, upload) : "the line has not seven members";
 }
 
-std::string LineParser::Json::read_members(const element (&members)[g_members], store::Upload& upload)
+// Without the white space, as a valid line has it.
+std::string_view LineParser::Json::compact_object(std::string_view line)
+{
+    std::string_view object = line.substr(0, line.rfind('}') + 1);
+    object.remove_prefix(object_in(object));
+    compact.resize(object.size());
+    size_t size = 0;
+    return simdjson::minify(object.data(), object.size(), compact.data(), size)
+               ? object
+               : std::string_view(compact.data(), size);
+}
+
+std::string LineParser::Json::read_members(std::string_view text, const element (&members)[g_members],
+                                           store::Upload& upload)
 {
     int64_t version = 0;
     std::string_view time, application, application_version, installation;
@@ -131,13 +175,13 @@ std::string LineParser::Json::read_members(const element (&members)[g_members], 
     if (type != element_type::NULL_VALUE)
         event.name = keep(name.text, before.name.value_or(std::string_view()), upload);
     event.logged_at = *logged_at;
-    compact.clear();
-    compact.append(members[6]);
-    event.members = upload.keep(compact.str());
+    event.members = upload.keep(compact_object(text));
     event.first_property = static_cast<uint32_t>(upload.properties.size());
     event.other_properties = store::for_each_property(
         object, [&](std::string_view key, const store::Value& value) { add_property(key, value, upload); });
     event.properties = static_cast<uint32_t>(upload.properties.size() - event.first_property);
+    if (upload.events.size() == 1)
+        upload.properties.reserve(std::min(event.properties * upload.lines.size(), g_reserved));
     return "";
 }
 

@@ -67,7 +67,7 @@ void append_word(std::string_view word, std::string& out)
         for (size_t at = 0; at < word.size();)
             at += append_character(word.substr(at), out);
     if (is_long)
-        out += "e0";
+        out += ".0";
 }
 
 // A text from its opening quote on, gives the number of bytes that were read.

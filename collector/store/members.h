@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include <simdjson.h>
 
@@ -17,6 +18,23 @@ using Digits = char[32];
 template <class Number>
 std::string_view digits_of(Number number, Digits& digits)
 {
+    return {digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits)};
+}
+
+/// The shortest form of a number. That of most is a few decimals, which need no search.
+inline std::string_view digits_of(double number, Digits& digits)
+{
+    for (int decimals = 1, power = 10; decimals <= 3; ++decimals, power *= 10) {
+        double whole = number * power;
+        if (!(std::abs(whole) < 1e15) || whole != std::trunc(whole) || whole / power != number)
+            continue;
+        if (decimals == 1 && number == std::trunc(number))
+            break; // a whole one may be shorter with an exponent
+        return {digits,
+                static_cast<size_t>(
+                    std::to_chars(digits, digits + sizeof digits, number, std::chars_format::fixed, decimals).ptr -
+                    digits)};
+    }
     return {digits, static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits)};
 }
 
