@@ -20,7 +20,8 @@ using support::wait_until;
 
 namespace {
 
-/// What libcurl hands to the system for a server's port, and how much of that while it must not.
+/// What libcurl hands to the system for a server's port, and how much of that while CurlHandles must have shut the
+/// sockets.
 struct Wire
 {
     std::atomic<int> port{0};

@@ -103,7 +103,8 @@ void for_each_event(Database& database, const Selection& selection, Seconds from
         walk(rows, selection, with_members, use);
         return;
     }
-    // Deliberate: "+logged_at" keeps SQLite from any index but the ids'.
+    // Deliberate: "+logged_at" keeps SQLite from the other index. In the order of their ids the rows are read as they
+    // lie in the file, which is faster for so many.
     Statement rows(database, "SELECT id, installation, kind, logged_at, members FROM events "
                              "WHERE id BETWEEN ? AND ? AND +logged_at>=? AND +logged_at<?");
     for (const Range& range : ranges_of(database, from, to)) {

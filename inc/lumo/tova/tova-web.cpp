@@ -325,8 +325,8 @@ void set_url(tova_http* h)
     const char* url = tova_string_get(&h->_url);
     char replaced[256];
     if (tova_string_length(&h->_path)) {
-        // Deliberate: the scheme is left out, so that libcurl takes http, as hosts that set a path have always been
-        // sent.
+        // Deliberate: the scheme is left out, so that libcurl takes http: servers have always received these requests
+        // so.
         tova_uri uri;
         tova_uri_parse(&uri, url);
         // What does not fit aborts: an address that was cut short would be another server's.

@@ -38,6 +38,16 @@ bool read_figures(const char* root, kibibytes& memory)
     return memory.total != 0;
 }
 
+// A figure that this kernel does not report is 0.
+answer bytes_of(const char* root, std::uint64_t kibibytes::*figure, std::uint64_t& bytes)
+{
+    kibibytes memory;
+    if (!read_figures(root, memory))
+        return answer::failed;
+    bytes = memory.*figure * 1024;
+    return bytes != 0 ? answer::found : answer::unsupported;
+}
+
 } // namespace
 
 namespace readers {
@@ -69,20 +79,12 @@ answer memory_megabytes(const char* root, std::int32_t& megabytes)
 
 answer memory_bytes(const char* root, std::uint64_t& bytes)
 {
-    kibibytes memory;
-    if (!read_figures(root, memory))
-        return answer::failed;
-    bytes = memory.total * 1024;
-    return answer::found;
+    return bytes_of(root, &kibibytes::total, bytes);
 }
 
 answer memory_available(const char* root, std::uint64_t& bytes)
 {
-    kibibytes memory;
-    if (!read_figures(root, memory))
-        return answer::failed;
-    bytes = memory.available * 1024;
-    return bytes != 0 ? answer::found : answer::unsupported;
+    return bytes_of(root, &kibibytes::available, bytes);
 }
 
 } // namespace readers
