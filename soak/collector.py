@@ -1,12 +1,11 @@
 #!/usr/bin/env python3
-"""SECONDS PROGRAM: the collector under load, hostile input and kills; prints figures, ends with 1 at a finding.
+"""SECONDS PROGRAM HOST: the collector under load, hostile input and kills; prints figures, ends with 1 at a finding.
 
 Part after part: ten thousand idle connections, a thousand clients that send a byte a second, uploads that are meant to
-hurt, and kills under load until the time is over and at least 200 were seen (with less than a minute: 10)."""
+hurt, and kills of it and of the library's hosts until the time is over and at least 500 hosts were killed (with less than
+a minute: 10)."""
 import gzip
 import os
-import random
-import signal
 import socket
 import sys
 import tempfile
@@ -16,9 +15,9 @@ import time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "collector"))
 os.environ["COLLECTOR"] = sys.argv[2]
 from collector import Collector, form, line  # noqa: E402 (the path and the variable come first)
+from kills import FREE, deliver_as_everybody  # noqa: E402
 
 SECONDS = int(sys.argv[1])
-FREE = ["--rate-address", "0", "--rate-installation", "0", "--connections-address", "0"]
 findings = []
 
 
@@ -148,71 +147,12 @@ def hostile_uploads(folder):
     collector.stop()
 
 
-class Host(threading.Thread):
-    """Sends its file, or batches, again and again as the library does: what is not acknowledged is sent again."""
-
-    def __init__(self, number, batches):
-        super().__init__()
-        self.number, self.batches, self.stop, self.port = number, batches, False, 0
-        self.logged, self.pending, self.batch = 0, [], f"{random.getrandbits(128):032x}"
-
-    def send(self, collector):
-        text = "\n".join(self.pending) + "\n"
-        fields = {"b": self.batch, "o": "0", "n": str(len(self.pending)), "d": "0"} if self.batches else {}
-        try:
-            taken = collector.upload(form(text, f"host {self.number}", **fields)) == 200
-        except (OSError, ValueError):
-            return
-        if taken:
-            self.pending, self.batch = [], f"{random.getrandbits(128):032x}"
-
-    def log(self, most):
-        for _ in range(random.randrange(1, most)):
-            self.logged += 1
-            at = f"2026-11-20 {self.logged // 3600 % 24:02d}:{self.logged // 60 % 60:02d}:{self.logged % 60:02d}"
-            self.pending.append(line(f"e{self.logged}", installation=f"host {self.number}", at=at))
-
-    def run(self):
-        while not self.stop:
-            # A batch that may have arrived is never added to; a file may be.
-            if not self.pending or not self.batches:
-                self.log(40)
-            self.send(self.target)
-
-
-def kills(folder, until, wanted):
-    hosts = [Host(i, batches=i % 2 == 0) for i in range(8)]
-    count = 0
-    while count < wanted or time.monotonic() < until:
-        collector = Collector(folder, *FREE)
-        for host in hosts:
-            host.target = collector
-            if not host.is_alive():
-                host.start()
-        time.sleep(random.uniform(0.05, 0.5))
-        collector.process.kill()
-        collector.stop(signal.SIGKILL)
-        count += 1
-    collector = Collector(folder, *FREE)
-    for host in hosts:
-        host.target, host.stop = collector, True
-    for host in hosts:
-        host.join()
-        while host.pending:
-            host.send(collector)
-    judge(collector, hosts, count)
-    collector.stop()
-
-
-def judge(collector, hosts, count):
-    seen = {}
-    for row in collector.export():
-        key = (row["installation"], row["name"])
-        seen[key] = seen.get(key, 0) + 1
-    lost = sum((f"host {host.number}", f"e{i}") not in seen for host in hosts for i in range(1, host.logged + 1))
-    doubled = sum(times - 1 for times in seen.values())
-    print(f"{count} kills: {sum(host.logged for host in hosts)} events, {lost} lost, {doubled} doubled")
-    check("events were lost or doubled", lost == 0 and doubled == 0)
+def kills(host, until, wanted):
+    seed = 0
+    while seed == 0 or time.monotonic() < until:
+        seed += 1
+        finding = deliver_as_everybody(host, wanted, seed)
+        check(finding, finding == "")
 
 
 def main():
@@ -220,8 +160,7 @@ def main():
     for part in [idle_connections, slow_clients, hostile_uploads]:
         with tempfile.TemporaryDirectory() as folder:
             part(folder)
-    with tempfile.TemporaryDirectory() as folder:
-        kills(folder, begun + SECONDS, 200 if SECONDS >= 60 else 10)
+    kills(sys.argv[3], begun + SECONDS, 500 if SECONDS >= 60 else 10)
     sys.exit(1 if findings else 0)
 
 

@@ -57,6 +57,16 @@ void kill_senders(Totals& totals, unsigned seed)
     }
 }
 
+void keep_busy(Totals& totals)
+{
+    support::ScratchFolder folder;
+    const BusyReport report = seal_while_busy(folder.path().string(), 3000);
+    printf(
+        "  8 busy threads in 4 processes: %ld events, the slowest took %.1f ms; %d sealings, at most %.1f ms apart\n",
+        report.events, report.longest_ms, report.seals, report.unsealed_ms);
+    judge(totals, report.finding);
+}
+
 void leave_hosts(Totals& totals, unsigned seed)
 {
     const LifeReport report = leave_again_and_again(10, seed);
@@ -124,6 +134,7 @@ int main(int count, char** arguments)
         printf("round %u\n", round);
         kill_hosts(totals, round);
         kill_senders(totals, round);
+        keep_busy(totals);
         leave_hosts(totals, round);
         load_sessions(totals);
     }

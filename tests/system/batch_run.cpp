@@ -129,8 +129,9 @@ BatchReport deliver_while_killing(const std::string& folder, int kills, unsigned
     if (user != 0 && chown(folder.c_str(), static_cast<uid_t>(user), static_cast<gid_t>(user)) != 0)
         return {.finding = "the folder cannot be given away"};
     const auto start = [&](long first) {
-        return std::make_unique<support::Child>(std::vector<std::string>{
-            host_program("batch_host"), receiver.url(), folder, std::to_string(first), std::to_string(user)});
+        return std::make_unique<support::Child>(std::vector<std::string>{host_program("batch_host"), receiver.url(),
+                                                                         folder, std::to_string(first),
+                                                                         std::to_string(user), "batches"});
     };
     for (; report.kills < kills; ++report.kills) {
         auto& host = hosts[random() % hosts_at_once];

@@ -75,6 +75,17 @@ TEST(Crash, EveryEventArrivesOnceFromHostsThatAreKilledWhileTheySend)
     EXPECT_GT(report.cuts, 0);
 }
 
+TEST(Load, BusyWritersNeitherStarveTheSealingNorWaitLong)
+{
+    ScratchFolder folder;
+    const BusyReport report = seal_while_busy(folder.path().string(), 1500);
+    EXPECT_EQ(report.finding, "");
+    EXPECT_GT(report.events, 1000);
+    EXPECT_GT(report.seals, 5);
+    EXPECT_LT(report.unsealed_ms, 1000);
+    EXPECT_LT(report.longest_ms, 1000) << "100 ms, and what the machine does meanwhile";
+}
+
 TEST(Load, EveryEventOfSixteenBusySessionsIsAccountedFor)
 {
     ScratchFolder folder;

@@ -31,6 +31,19 @@ struct BatchReport
 /// @param user that the hosts run as; 0: as this program
 BatchReport deliver_while_killing(const std::string& folder, int kills, unsigned seed, int user);
 
+struct BusyReport
+{
+    long events = 0;
+    int seals = 0;          ///< while the writers were busy
+    double unsealed_ms = 0; ///< the longest from one to the next, with the scan of the folder between them
+    double longest_ms = 0;  ///< that an event took; here too what else the processors did counts
+    std::string finding;
+};
+
+/// Four hosts of two threads that log without a pause on one log in the (at first empty) folder, while another one has
+/// the log sealed again and again.
+BusyReport seal_while_busy(const std::string& folder, int run_ms);
+
 struct LifeReport
 {
     int hosts = 0;
