@@ -97,10 +97,14 @@ std::optional<std::vector<Seconds>> Checker::ask_starts()
         auto answer =
             m_clients[replica].ask("SELECT toInt64(now()) - toInt64(uptime()) FORMAT RowBinary", bounds_of(m_parts));
         note(replica, answer ? nullptr : &answer.fault());
-        if (answer)
-            starts.push_back(clickhouse::RowReader(*answer).i64());
+        if (!answer)
+            return std::nullopt;
+        clickhouse::RowReader row(*answer);
+        starts.push_back(row.i64());
+        if (!row.ok())
+            return std::nullopt;
     }
-    return starts.size() == m_clients.size() ? std::optional(starts) : std::nullopt;
+    return starts;
 }
 
 // False when a replica was started since it was asked last: then all that is here goes there again.

@@ -78,6 +78,18 @@ Collecting::~Collecting()
     m_spSettling.reset();
 }
 
+bool Collecting::wait_until_shipped(std::chrono::milliseconds wait) const
+{
+    const auto is_done = [this](const auto& lane) { return lane->waiting().blocks == 0; };
+    const auto until = Clock::now() + wait;
+    while (!std::all_of(m_parts.lanes.begin(), m_parts.lanes.end(), is_done)) {
+        if (Clock::now() >= until)
+            return false;
+        m_parts.pause(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
 std::optional<Fault> Collecting::door() const
 {
     if (m_parts.spool->is_full())

@@ -26,6 +26,8 @@ public:
 
     /// One at a time. It keeps this alive.
     static std::unique_ptr<Writing> writing(const std::shared_ptr<Collecting>& collecting, Keeping keeping = {});
+    /// Waits until a replica has all that was written, at most `wait`; false when not.
+    bool wait_until_shipped(std::chrono::milliseconds wait) const;
     /// Any thread; asks nobody.
     ClusterStatus status() const;
 

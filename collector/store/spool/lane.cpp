@@ -27,7 +27,7 @@ void Lane::add(Group group)
     {
         std::lock_guard hold(m_lock);
         if (group.origin == Group::Origin::backlog)
-            m_backlog.insert(group.blocks.front().commit);
+            m_backlog.insert({group.blocks.front().commit, {group.blocks.size(), group.blocks.front().received_at}});
         m_others.push_back(std::move(group));
     }
     m_wake_shipper.notify_one();
@@ -132,7 +132,7 @@ bool Lane::has_shipped_up_to(Commit commit) const
 {
     std::lock_guard hold(m_lock);
     return (m_fresh.empty() || m_fresh.front().block.commit > commit) &&
-           (m_backlog.empty() || *m_backlog.begin() > commit);
+           (m_backlog.empty() || m_backlog.begin()->first > commit);
 }
 
 std::optional<Clock::time_point> Lane::waiting_since() const
@@ -145,12 +145,9 @@ Lane::Figures Lane::waiting() const
 {
     std::lock_guard hold(m_lock);
     Figures figures{m_fresh.size(), m_fresh.empty() ? 0 : m_fresh.front().block.received_at};
-    for (const Group& group : m_others) {
-        if (group.origin != Group::Origin::backlog)
-            continue;
-        figures.blocks += group.blocks.size();
-        const Milliseconds at = group.blocks.front().received_at;
-        figures.oldest = figures.oldest == 0 ? at : std::min(figures.oldest, at);
+    for (const auto& [commit, group] : m_backlog) {
+        figures.blocks += group.blocks;
+        figures.oldest = figures.oldest == 0 ? group.oldest : std::min(figures.oldest, group.oldest);
     }
     return figures;
 }

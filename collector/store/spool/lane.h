@@ -6,7 +6,7 @@
 
 #include <condition_variable>
 #include <deque>
-#include <set>
+#include <map>
 
 namespace store::spool {
 
@@ -88,7 +88,7 @@ private:
     uint64_t m_fresh_lines = 0, m_fresh_bytes = 0;
     size_t m_in_hand = 0; ///< blocks at the front of m_fresh that are being shipped
     std::deque<Group> m_others;
-    std::multiset<Commit> m_backlog; ///< first commits of the backlog's groups that are left
+    std::multimap<Commit, Figures> m_backlog; ///< the backlog's groups that are left, by their first commits
     std::vector<Group> m_shipped;
     bool m_was_other = false, m_stopping = false;
     Clock::time_point m_last_success{};

@@ -1,0 +1,97 @@
+#include "cluster_store.h"
+
+#include "store/clickhouse/logouts.h"
+#include "store/clickhouse/marks.h"
+#include "store/clickhouse/reading.h"
+#include "store/clickhouse/schema.h"
+#include "store/spool/collecting.h"
+
+namespace store::cluster {
+
+namespace {
+
+using clickhouse::Layout;
+using spool::Collecting;
+
+/// For commands beside a server: takes no uploads.
+class Upkeep : public Writing
+{
+public:
+    explicit Upkeep(spool::Keeping keeping) : m_keeping(std::move(keeping)) {}
+
+    Result<std::vector<Receipt>> write(std::span<const Upload* const>, const GroupLimit&) override
+    {
+        return Fault{FaultKind::other, "The store was opened for questions alone."};
+    }
+    Result<Progress> retain(const Retention& retention) override
+    {
+        return m_keeping.retain ? m_keeping.retain(retention) : Result<Progress>(Progress{0, 0, true});
+    }
+    Result<uint64_t> forget(std::string_view installation, std::chrono::milliseconds wait) override
+    {
+        if (!m_keeping.forget)
+            return Fault{FaultKind::other, "This store forgets nobody."};
+        return m_keeping.forget(installation, wait);
+    }
+
+private:
+    const spool::Keeping m_keeping;
+};
+
+class ClusterStore : public Store
+{
+public:
+    ClusterStore(std::shared_ptr<const Layout> layout, std::shared_ptr<Collecting> collecting, Opening opening)
+        : m_spLayout(std::move(layout)), m_spCollecting(std::move(collecting)), m_opening(opening)
+    {}
+    ~ClusterStore() override
+    {
+        // A server begins again where it ended; whoever writes once may not come back to this spool.
+        if (m_opening == Opening::create)
+            m_spCollecting->wait_until_shipped(std::chrono::minutes(1));
+    }
+
+    Result<std::unique_ptr<Writing>> writing() override
+    {
+        return m_spCollecting ? Collecting::writing(m_spCollecting) : std::make_unique<Upkeep>(spool::Keeping());
+    }
+    Result<std::unique_ptr<Reading>> reading() override { return clickhouse::make_reading({m_spLayout}); }
+    Result<Done> backup(const std::string&, const std::function<bool(const Progress&)>&) override
+    {
+        return Fault{FaultKind::other, "A cluster's copies are its replicas; only a store in one file is copied."};
+    }
+
+    std::optional<ClusterStatus> cluster_status() const override
+    {
+        return m_spCollecting ? std::optional(m_spCollecting->status()) : std::nullopt;
+    }
+    bool has_other_writers() const override { return true; }
+    std::unique_ptr<Logouts> logouts() override { return std::make_unique<clickhouse::ClusterLogouts>(m_spLayout); }
+
+private:
+    const std::shared_ptr<const Layout> m_spLayout;
+    const std::shared_ptr<Collecting> m_spCollecting; ///< none with Opening::use
+    const Opening m_opening;
+};
+
+} // namespace
+
+Result<std::unique_ptr<Store>> open(const std::string& address, const OpenOptions& options)
+{
+    auto parsed = clickhouse::parse_address(address, options.cluster);
+    if (!parsed)
+        return parsed.fault();
+    if (auto checked = clickhouse::check_schema(*parsed); !checked)
+        return checked.fault();
+    const auto layout = std::make_shared<const Layout>(std::move(*parsed));
+    std::shared_ptr<Collecting> collecting;
+    if (options.opening != Opening::use) {
+        auto started = Collecting::start(layout, options.cluster, {}, clickhouse::write_marks);
+        if (!started)
+            return started.fault();
+        collecting = std::move(*started);
+    }
+    return std::unique_ptr<Store>(std::make_unique<ClusterStore>(layout, std::move(collecting), options.opening));
+}
+
+} // namespace store::cluster

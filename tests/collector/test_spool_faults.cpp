@@ -1,0 +1,203 @@
+// A collector's spool before nodes that die, refuse and come back.
+// Labels: cluster, threads
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+
+#include "cluster_nodes.h"
+#include "stores.h"
+
+#include "store/clickhouse/row_binary.h"
+#include "store/spool/collecting.h"
+
+#include <future>
+
+namespace test {
+
+using namespace std::chrono;
+using store::clickhouse::Client;
+
+class SpoolFaults : public testing::Test
+{
+protected:
+    SpoolFaults()
+    {
+        m_options.spool = m_folder.file("spool.db");
+        m_options.answer_wait = seconds(2);
+        m_options.keep = seconds(60);
+        m_options.group_time = milliseconds(20);
+        m_spLayout = layout();
+        EXPECT_TRUE(value_of(store::clickhouse::prepare(*m_spLayout, [](const std::string&) {})));
+    }
+
+    static bool value_of(const store::Result<store::Done>& done)
+    {
+        EXPECT_TRUE(done) << done.fault().text;
+        return static_cast<bool>(done);
+    }
+
+    std::shared_ptr<store::clickhouse::Layout> layout()
+    {
+        auto parsed = store::clickhouse::parse_address(m_nodes.address(), m_options);
+        EXPECT_TRUE(parsed) << parsed.fault().text;
+        return std::make_shared<store::clickhouse::Layout>(*parsed);
+    }
+
+    void begin()
+    {
+        auto started = store::spool::Collecting::start(m_spLayout, m_options);
+        ASSERT_TRUE(started) << started.fault().text;
+        m_spCollecting = *started;
+        m_spWriting = store::spool::Collecting::writing(m_spCollecting);
+    }
+    void end()
+    {
+        m_spWriting.reset();
+        m_spCollecting.reset();
+    }
+
+    /// Events of a new batch, or of one that is named; whether they were answered well.
+    bool write(size_t lines = 10, char batch = 0)
+    {
+        std::string text;
+        for (size_t i = 0; i < lines; ++i)
+            text += event_line("n", "i" + std::to_string(i), 1700000000) + "\n";
+        m_written += batch == 0 ? lines : 0;
+        store::Upload sent = upload(text, batch == 0 ? ++m_batch : batch);
+        const store::Upload* one = &sent;
+        auto receipts = m_spWriting->write({&one, 1}, {});
+        EXPECT_TRUE(receipts) << receipts.fault().text;
+        m_receipt = receipts ? receipts->front() : store::Receipt();
+        std::promise<bool> settled;
+        m_spWriting->settle([&](const std::optional<store::Fault>& fault) { settled.set_value(!fault); });
+        return settled.get_future().get();
+    }
+
+    uint64_t number(size_t replica, const std::string& sql)
+    {
+        Client client(m_spLayout->shards[0][replica], *m_spLayout);
+        auto answer = client.ask(sql + " FORMAT RowBinary");
+        return answer ? store::clickhouse::RowReader(*answer).u64() : ~uint64_t{0};
+    }
+    uint64_t events(size_t replica)
+    {
+        return number(replica, "SELECT uniqExact(installation, batch, line) FROM events");
+    }
+    bool are_all_there()
+    {
+        return support::wait_until([&] { return events(0) == m_written && events(1) == m_written; });
+    }
+    /// Whether so many groups wait for the time to keep to pass.
+    bool is_kept(uint64_t groups)
+    {
+        return value(store::spool::read_status(m_options.spool)).groups_unchecked == groups;
+    }
+
+    ClusterNodes m_nodes;
+    support::ScratchFolder m_folder;
+    store::ClusterOptions m_options;
+    std::shared_ptr<store::clickhouse::Layout> m_spLayout;
+    std::shared_ptr<store::spool::Collecting> m_spCollecting;
+    std::unique_ptr<store::Writing> m_spWriting;
+    store::Receipt m_receipt;
+    size_t m_written = 0;
+    char m_batch = 0;
+};
+
+TEST_F(SpoolFaults, NamesWhatIsWrongAndShipsAllOnceItIsMended)
+{
+    const auto on_both = [this](const std::string& sql) {
+        for (const auto& node : m_spLayout->shards[0])
+            EXPECT_TRUE(Client(node, *m_spLayout).run(sql));
+    };
+    const struct
+    {
+        const char* what;
+        std::function<void()> hurt, mend;
+        bool is_answered;
+        int code;
+    } rows[] = {
+        {"one replica dead", [&] { m_nodes.tell("kill", "s1r1"); }, [&] { m_nodes.tell("run", "s1r1"); }, true, 0},
+        {"the other dead", [&] { m_nodes.tell("kill", "s1r2"); }, [&] { m_nodes.tell("run", "s1r2"); }, true, 0},
+        {"both dead, and the collector killed",
+         [&] {
+             m_nodes.tell("kill", "s1r1");
+             m_nodes.tell("kill", "s1r2");
+         },
+         [&] {
+             end();
+             m_nodes.tell("run", "s1r1");
+             m_nodes.tell("run", "s1r2");
+             begin();
+         },
+         false, 0},
+        {"no keeper", [&] { m_nodes.tell("kill", "zookeeper"); }, [&] { m_nodes.tell("run", "zookeeper"); }, false,
+         242},
+        {"no table", [&] { on_both("RENAME TABLE events TO away"); }, [&] { on_both("RENAME TABLE away TO events"); },
+         false, 60},
+        {"a wrong password",
+         [&] {
+             end();
+             m_spLayout->user = "analytics";
+             m_spLayout->password = "wrong";
+             begin();
+         },
+         [&] {
+             end();
+             m_spLayout = layout();
+             begin();
+         },
+         false, 193},
+    };
+    begin();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_TRUE(write());
+        row.hurt();
+        const auto start = steady_clock::now();
+        EXPECT_EQ(write(), row.is_answered);
+        EXPECT_LT(steady_clock::now() - start, row.is_answered ? seconds(2) : seconds(4));
+        const auto has_code = [&](const store::ReplicaStatus& one) { return one.last_code == row.code; };
+        const auto status = m_spCollecting->status();
+        EXPECT_TRUE(std::any_of(status.replicas.begin(), status.replicas.end(), has_code));
+        EXPECT_EQ(status.door.has_value(), !row.is_answered);
+        EXPECT_EQ(!m_spWriting->door() + !m_spWriting->door(), row.is_answered ? 2 : 1); // one comes to look
+        row.mend();
+        EXPECT_TRUE(are_all_there());
+        EXPECT_TRUE(support::wait_until([&] { return write(); }, seconds(15)));
+        EXPECT_FALSE(m_spWriting->door());
+    }
+    EXPECT_TRUE(are_all_there());
+}
+
+TEST_F(SpoolFaults, SendsAgainWhatAReplicaMayHaveLostAtItsStart)
+{
+    begin();
+    EXPECT_TRUE(write(1000));
+    EXPECT_TRUE(are_all_there());
+    // What a power cut takes was acknowledged, and may even have been on both.
+    EXPECT_TRUE(support::wait_until([&] { return is_kept(1); }));
+    EXPECT_TRUE(Client(m_spLayout->shards[0][0], *m_spLayout).run("TRUNCATE TABLE events"));
+    EXPECT_TRUE(support::wait_until([&] { return events(0) == 0 && events(1) == 0; }));
+    m_nodes.tell("kill", "s1r2");
+    m_nodes.tell("run", "s1r2");
+    EXPECT_TRUE(are_all_there());
+}
+
+TEST_F(SpoolFaults, LetsGoOnceBothReplicasHadItForTheTimeToKeep)
+{
+    m_options.keep = seconds(1);
+    begin();
+    EXPECT_TRUE(write(1000));
+    const char batch = m_batch;
+    EXPECT_EQ(m_receipt.events, 1000u);
+    EXPECT_TRUE(write(1000, batch));
+    EXPECT_EQ(m_receipt.known, 1000u);
+    EXPECT_TRUE(support::wait_until([&] { return m_spCollecting->status().spool.bytes == 0; }));
+    EXPECT_EQ(m_spCollecting->status().spool.groups_unchecked, 0u);
+    EXPECT_TRUE(write(1000, batch)); // it is not known here any more, and still the same to the nodes
+    EXPECT_EQ(m_receipt.events, 1000u);
+    EXPECT_TRUE(are_all_there());
+}
+
+} // namespace test
+
+#endif
