@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <regex>
 #include <set>
 
 namespace {
@@ -286,6 +287,44 @@ TEST_P(StoreAnswers, SummariseNumbersOverTime)
     auto days = value(m_spReading->property_series(query, "size", store::Step::day, {}));
     EXPECT_EQ(days.size(), 5u);
     EXPECT_EQ(days.front().at, g_start);
+}
+
+TEST_P(StoreAnswers, CountWhatIsPastALimitAsOther)
+{
+    auto many = [](int events, const std::string& name, const std::string& members) {
+        std::string text;
+        for (int i = 0; i < events; ++i)
+            text +=
+                event_line(name + (members.empty() ? std::to_string(i) : ""), "i", 0,
+                           std::regex_replace(members.empty() ? "{ }" : members, std::regex("#"), std::to_string(i))) +
+                "\n";
+        return text;
+    };
+    std::string seventy = "{ \"k\": 1";
+    for (int i = 1; i < 70; ++i)
+        seventy += ", \"k" + std::to_string(i) + "\": 1";
+    const struct
+    {
+        std::string text;
+        size_t names, values; ///< rows that are not "(other)"
+        uint64_t other;       ///< what that row counts
+    } rows[] = {{many(10007, "n", ""), 10000, 0, 7},
+                {many(203, "n", "{ \"k#\": 1 }"), 1, 200, 3},
+                {event_line("n", "i", 0, seventy + " }"), 1, 64, 6},
+                {many(1004, "n", "{ \"k\": # }"), 1, 1000, 4}};
+    for (const auto& row : rows) {
+        begin_anew();
+        write(upload(row.text));
+        Query query;
+        query.limit = 20000;
+        size_t names = 0, values = 0;
+        uint64_t other = 0;
+        for (const auto& kept : value(m_spReading->names(query, {})).rows)
+            kept.name == "(other)" ? other += kept.events : ++names;
+        for (const auto& kept : value(m_spReading->properties(query, {})).rows)
+            kept.key == "(other)" || kept.value.other ? other += kept.events : ++values;
+        EXPECT_EQ(std::tie(names, values, other), std::tie(row.names, row.values, row.other));
+    }
 }
 
 TEST_P(StoreAnswers, FollowInstallationsByTheWeek)

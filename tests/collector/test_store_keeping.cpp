@@ -2,6 +2,7 @@
 // Labels: threads
 #include "stores.h"
 
+#include "store/sqlite/schema.h"
 #include "store/writer.h"
 #include "support/wait.h"
 
@@ -214,6 +215,56 @@ TEST_F(SqliteFile, IsRefusedWithAReasonForEachFault)
     }
     EXPECT_TRUE(open(good, store::Opening::use));
     EXPECT_FALSE(std::filesystem::exists(m_folder.file("none.db")));
+}
+
+TEST_F(SqliteFile, OfTheFirstSchemaIsBroughtUpToDate)
+{
+    const std::string path = m_folder.file("events.db");
+    run(path, support::read_file(TEST_SOURCE_DIR "/tests/collector/schema_1.sql").c_str());
+    auto opened = open(path, store::Opening::serve);
+    ASSERT_TRUE(opened) << opened.fault().text;
+    auto writing = std::move(*(*opened)->writing());
+    auto reading = std::move(*(*opened)->reading());
+    store::Summary all = value(reading->summary({}, {}));
+    const std::array<uint64_t, 6> figures = {all.events, all.installations, all.versions,
+                                             all.names,  all.rejects,       all.dropped};
+    EXPECT_EQ(figures, (std::array<uint64_t, 6>{3, 2, 2, 3, 1, 2}));
+    EXPECT_EQ(value(reading->facts({}, {})).rows.at(0).value.text, "x");
+    EXPECT_EQ(value(reading->properties({}, {})).total, 3u);
+    EXPECT_EQ(value(reading->timeline({}, {})).at(1).members, "{\"n\":2.5}");
+    const std::string text = event_line("open", "two", 1795172400, "{ \"n\": 2.5 }", "app", "1.1") +
+                             "\n[ 3, \"2026-11-21 11:00:00\", \"app\", \"1.1\", \"two\", null, { } ]\n";
+    const store::Upload again[] = {upload("a\nb", 'B', 0, 0, "one"), upload(text, '\0', 0, 0, "one")};
+    for (const store::Upload& known : again) {
+        const store::Upload* group = &known;
+        EXPECT_EQ(value(writing->write({&group, 1}, {})).at(0).known, 2u);
+    }
+}
+
+TEST_F(SqliteFile, IsMigratedStepByStepOrNotAtAll)
+{
+    const struct
+    {
+        std::vector<const char*> steps;
+        int64_t version; ///< afterwards
+        std::string tables;
+    } rows[] = {{{"CREATE TABLE a(x)"}, 1, "a"},
+                {{"done already", "CREATE TABLE b(x)", "CREATE TABLE c(x)"}, 3, "abc"},
+                {{"", "", "", "CREATE TABLE d(x)", "no SQL"}, 3, "abc"},
+                {{"", ""}, 3, "abc"}};
+    const std::string path = m_folder.file("events.db");
+    support::write_file(path, "");
+    for (const auto& row : rows) {
+        store::sqlite::Database before, after;
+        before.open(path, store::sqlite::Access::write, std::chrono::milliseconds(50));
+        store::sqlite::migrate(before, row.steps);
+        EXPECT_EQ(before.ok(), row.version == static_cast<int64_t>(row.steps.size()));
+        after.open(path, store::sqlite::Access::read, std::chrono::milliseconds(50));
+        EXPECT_EQ(after.number("PRAGMA user_version"), row.version);
+        store::sqlite::Statement names(after, "SELECT group_concat(name, '') FROM sqlite_master");
+        EXPECT_TRUE(names.step());
+        EXPECT_EQ(names.text(0), row.tables);
+    }
 }
 
 TEST_F(SqliteFile, IsBusyOnlyWhileAnotherHasIt)

@@ -55,14 +55,14 @@ const char* const g_version_1 = R"(
 const char* const g_steps[] = {g_version_1};
 static_assert(std::size(g_steps) == g_schema);
 
-int64_t version_of(Database& database)
+int64_t version_of(Database& database, size_t newest)
 {
     int64_t version = database.number("PRAGMA user_version");
     int64_t application = database.number("PRAGMA application_id");
     bool is_empty = database.number("SELECT count(*) FROM sqlite_master") == 0;
     if (application != g_application && !is_empty)
         database.fail({FaultKind::foreign, "The file is a database of another program."});
-    if (version > g_schema)
+    if (version > static_cast<int64_t>(newest))
         database.fail({FaultKind::newer, "The store was made by a later version of this program (schema " +
                                              std::to_string(version) + ")."});
     return version;
@@ -72,19 +72,25 @@ int64_t version_of(Database& database)
 
 void migrate(Database& database)
 {
-    if (version_of(database) == g_schema || !database.ok())
+    migrate(database, g_steps);
+}
+
+void migrate(Database& database, std::span<const char* const> steps)
+{
+    const auto newest = static_cast<int64_t>(steps.size());
+    if (version_of(database, steps.size()) == newest || !database.ok())
         return;
     database.run("PRAGMA page_size=8192; PRAGMA journal_mode=wal; BEGIN IMMEDIATE");
-    for (int64_t version = version_of(database); database.ok() && version < g_schema; ++version)
-        database.run(g_steps[version]);
+    for (int64_t version = version_of(database, steps.size()); database.ok() && version < newest; ++version)
+        database.run(steps[static_cast<size_t>(version)]);
     std::string marks = "PRAGMA application_id=" + std::to_string(g_application) +
-                        "; PRAGMA user_version=" + std::to_string(g_schema) + "; COMMIT";
+                        "; PRAGMA user_version=" + std::to_string(newest) + "; COMMIT";
     database.run(marks.c_str());
 }
 
 void check_schema(Database& database)
 {
-    if (version_of(database) < g_schema)
+    if (version_of(database, g_schema) < g_schema)
         database.fail({FaultKind::other, "The store is of an older version; serve it once to bring it up to date."});
 }
 
