@@ -1,6 +1,7 @@
 #include "cluster.h"
 
 #include "support/scratch.h"
+#include "support/wait.h"
 
 #include "store/clickhouse/schema.h"
 
@@ -61,7 +62,11 @@ void ClusterDatabase::insert(const std::vector<store::Upload>& uploads)
         const auto& nodes = m_layout->shards[place.first];
         const TableFacts& table = facts(place.second);
         expect(Client(nodes.front(), *m_layout).insert(table.name, table.columns, rows));
-        expect(Client(nodes.back(), *m_layout).run(std::string("SYSTEM SYNC REPLICA ") + table.name));
+        auto count = [&](const Node& node) {
+            auto answer = Client(node, *m_layout).ask(std::string("SELECT count() FROM ") + table.name);
+            return answer ? *answer : answer.fault().text;
+        };
+        EXPECT_TRUE(support::wait_until([&] { return count(nodes.front()) == count(nodes.back()); }));
     }
 }
 
