@@ -26,6 +26,7 @@ CLI::App* add_cluster_word(CLI::App& cluster, int& status, const char* word, con
                            const std::shared_ptr<StoreWords>& words, std::function<int()> run);
 
 void add_cluster_status(CLI::App& cluster, int& status);
+void add_cluster_rollup(CLI::App& cluster, int& status);
 void add_cluster_check(CLI::App& cluster, int& status);
 void add_cluster_move(CLI::App& cluster, int& status);
 

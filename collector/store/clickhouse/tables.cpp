@@ -25,7 +25,7 @@ struct Table
 // past the limit.
 //
 // marks: a sum and a number stand for a set of random ids, so that a day is one row however many groups come for it.
-// A roll is the random id of one making of a day's rollups, so that two that run at once cannot mix.
+// roll_days tells the newest rollup of a day, with the marks that it was made from and how many rows it has.
 constexpr Table g_tables[] = {
     {"events",
      "application String, name String, is_named UInt8, hour Int32, installation String, batch FixedString(16), "
