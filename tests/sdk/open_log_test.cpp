@@ -1,5 +1,6 @@
 // What writers in several processes do to one file, killed or not, is run in tests/system.
 // Labels: threads
+#include "Cycle.h"
 #include "OpenLog.h"
 
 #include <atomic>
@@ -11,6 +12,7 @@
 #include <set>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 
@@ -23,6 +25,10 @@ using support::write_file;
 using Written = OpenLog::Written;
 
 namespace {
+
+/// What this program's flock() answers instead of locking; 0: it locks.
+std::atomic<int> flock_error{0};
+std::atomic<int> syncs{0};
 
 struct OpenLogTest : testing::Test
 {
@@ -46,6 +52,21 @@ struct OpenLogTest : testing::Test
 };
 
 } // namespace
+
+// In place of the system's, for the whole program.
+extern "C" int flock(int file, int operation) noexcept
+{
+    if (flock_error == 0)
+        return static_cast<int>(syscall(SYS_flock, file, operation));
+    errno = flock_error;
+    return -1;
+}
+
+extern "C" int fsync(int file)
+{
+    ++syncs;
+    return static_cast<int>(syscall(SYS_fsync, file));
+}
 
 TEST_F(OpenLogTest, SealsBeforeTheLineThatWouldMakeTheFileTooLarge)
 {
@@ -116,6 +137,51 @@ TEST_F(OpenLogTest, WritesABatchOfItsOwnWhereTheFileCannotBeHad)
     std::filesystem::remove(open);
     std::filesystem::create_directory(open);
     EXPECT_EQ(log.Append("5\n"), Written::andSealed);
+}
+
+TEST_F(OpenLogTest, ForcesOntoTheDiskWhatTheOptionSays)
+{
+    const struct
+    {
+        const char* sync;
+        int events, batch, aside; // calls of fsync() for two events, for their batch, for an event in its own batch
+    } rows[] = {{"none", 0, 0, 0}, {"batch", 0, 1, 1}, {"event", 2, 0, 1}};
+    for (const auto& row : rows) {
+        Ledger ledger(options);
+        options.Set(Option::sync, row.sync);
+        const auto counted = [](int before) { return syncs - before; };
+        int before = syncs;
+        log.Append("1\n");
+        log.Append("2\n");
+        EXPECT_EQ(counted(before), row.events) << row.sync;
+        before = syncs;
+        EXPECT_TRUE(outbox.SealOpen(0));
+        KeepInOrder(outbox, options, ledger);
+        EXPECT_EQ(counted(before), row.batch) << row.sync;
+        before = syncs;
+        std::filesystem::create_directory(open);
+        log.Append("3\n");
+        EXPECT_EQ(counted(before), row.aside) << row.sync;
+        outbox.DeleteAll();
+        std::filesystem::remove(open);
+    }
+}
+
+TEST_F(OpenLogTest, WorksWhereTheFileSystemHasNoLocks)
+{
+    for (const int error : {EBADF, ENOLCK, EOPNOTSUPP}) {
+        flock_error = error;
+        EXPECT_EQ(log.Append("1\n"), Written::yes) << error;
+        EXPECT_EQ(log.Append("2\n"), Written::yes) << error;
+        EXPECT_TRUE(outbox.SealOpen(0)) << error;
+        EXPECT_EQ(log.Append("3\n"), Written::yes) << error;
+        EXPECT_EQ(all(), "(1\n2\n)3\n") << error;
+        std::unique_ptr<Batch> batch;
+        Batch::Claim(outbox.Log(), outbox.Scan().batches[0].name, BatchKind::batch, 0, batch);
+        EXPECT_TRUE(batch && batch->Delete()) << error;
+        outbox.DeleteAll();
+        flock_error = 0;
+    }
 }
 
 TEST_F(OpenLogTest, TellsWhichEventsCouldNotBeWritten)

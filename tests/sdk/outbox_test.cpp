@@ -211,6 +211,12 @@ TEST_F(OutboxTest, LimitsDropTheOldest)
     EXPECT_EQ(lost, 8u);
     EXPECT_EQ(contents.batches.size(), 2u);
     EXPECT_EQ(contents.dropped, (std::vector<BatchName>{ancient, {idA, 2}, {idB, 0}, young}));
+    for (int told = 4; told < 1000; ++told)
+        put(idB + "." + std::to_string(told) + ".dropped", "1\n");
+    put(idA + ".4.batch", "l\n\nm\n");
+    EXPECT_EQ(limit(10, 10'000'000'000'000).dropped.size(), 1000u);
+    EXPECT_EQ(lost, 10u) << "past a thousand numbers a batch goes without one";
+    EXPECT_FALSE(std::filesystem::exists(path(idA + ".4.batch")));
 }
 
 TEST_F(OutboxTest, AClaimEndsWithItsProcessEvenIfAChildLivesOn)
