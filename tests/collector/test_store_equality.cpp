@@ -5,6 +5,7 @@
 #include "stores.h"
 
 #include "api/api.h"
+#include "store/cluster/move.h"
 
 #include <chrono>
 #include <random>
@@ -239,7 +240,7 @@ TEST(StoreEquality, HoldsForEveryAddressOfTheApi)
 {
     const char* wanted = getenv("TEST_EQUALITY_EVENTS");
     const uint64_t events = wanted != nullptr ? std::stoull(wanted) : 20000;
-    ClusterDatabase database;
+    ClusterDatabase database, moved;
     database.stop_merges();
     support::ScratchFolder folder;
     auto file = std::move(*store::open(folder.file("events.db"), {store::Opening::create}));
@@ -257,6 +258,11 @@ TEST(StoreEquality, HoldsForEveryAddressOfTheApi)
     Asked of_rows({database.layout()}), of_rollups(with_rollups(database.layout()));
     expect_equal(*file, of_rows);
     expect_equal(*file, of_rollups);
+    for (const bool from_the_start : {false, true}) // what comes twice is there once
+        value(
+            store::cluster::move_file(folder.file("events.db"), *moved.layout(), {2000, from_the_start}, [](auto) {}));
+    Asked of_moved({moved.layout()});
+    expect_equal(*file, of_moved);
 }
 
 } // namespace test
