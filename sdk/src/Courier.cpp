@@ -75,7 +75,7 @@ struct Courier::Headers
     try {
         return static_cast<Headers*>(user)->Take({data, size * count}) ? size * count : 0;
     } catch (...) {
-        return 0; // an exception must not travel through libcurl
+        return 0; // an exception must not pass through libcurl, which is C
     }
 };
 
@@ -89,7 +89,7 @@ public:
 
     void OnDownloadComplete(const char* item) override
     {
-        if (handle->IsCancelDownload()) // too late: what it brought is no more the host's to hear of
+        if (handle->IsCancelDownload()) // cancelled meanwhile: the host is not told what arrived
             return OnDownloadCancel(item);
         if (Hear(handle->nResult))
             End([&] { m_callback.OnDownloadComplete(item); });
@@ -140,7 +140,7 @@ private:
     // True when the callback is to hear the end, too.
     bool Hear(long result)
     {
-        const bool forwards = heard != nullptr; // looked at first: whom End() wakes may destroy this
+        const bool forwards = heard != nullptr; // read first: the thread that End() wakes may destroy this
         answer = m_courier.Judge(*handle, headers, result, terms);
         if (forwards)
             heard(answer);
@@ -252,7 +252,7 @@ Courier::Outcome Courier::Post(const std::string& url, const UploadFields& form,
     return outcome;
 }
 
-// Given up or left to itself, a post stays here until the client has ended it.
+// A post that nobody waits for stays here until the client has ended it.
 void Courier::Keep(std::unique_ptr<Queued> queued)
 {
     lumo::scoped_lock hold(m_lock);
@@ -292,7 +292,7 @@ Answer Courier::PostQueued(const std::string& url, const UploadFields& form, con
     return {.connected = true, .endedHere = true, .reason = ReasonOf({.result = CURLE_ABORTED_BY_CALLBACK})};
 }
 
-// Without an item id: whoever hears of one upload hears of all, and does the same for each.
+// The session's observers are told of every upload alike, so they need no id to tell one from another.
 bool Courier::Queue(const std::string& url, const UploadFields& form, const PostTerms& terms,
                     IProgressCallback& callback, std::function<void(const Answer&)> heard)
 {
@@ -319,8 +319,8 @@ void Courier::CallThere(const std::function<void()>& call, const std::function<b
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-// The sockets are shut at once, for the client's thread may be in the middle of sending, or in an observer that waits
-// for this. It then takes the transfers out of libcurl, between two turns.
+// The sockets are shut at once, because the client's thread may be in the middle of sending, or in an observer that
+// waits for this. That thread then takes the transfers out of libcurl, between two turns.
 void Courier::EndQueued()
 {
     CurlMultiHandle& queue = *m_client.spMultiHandle;

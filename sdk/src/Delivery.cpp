@@ -88,7 +88,7 @@ bool Delivery::UseBatches()
 bool Delivery::SetOption(Option option, const char* value)
 {
     lumo::scoped_lock hold(m_optionLock);
-    Options wanted; // tells whether the value is one, before anything is done for it
+    Options wanted; // refuses a wrong value before anything is done for it
     if (!wanted.Set(option, value) ||
         (option == Option::delivery && wanted.Is(option, Choice::batches) && !UseBatches()))
         return false;
@@ -244,8 +244,8 @@ Delivery::Sent Delivery::SendWhole(bool evenEmpty, const PostTerms& terms, long*
 {
     const WholeUpload under_way;
     std::string text;
-    unsigned long size = 0; // the file's, and what decides: blanks alone are sent too, and then deleted
-    // A file that could not be read ends it: its success would delete what was never sent.
+    unsigned long size = 0; // the file's, which decides: a file of blanks alone is sent too, and then deleted
+    // A file that cannot be read is no empty one: the success of an empty upload would delete what was never sent.
     if (!ReadPendingEvents(text, size))
         return Sent::failed;
     if (size == 0 && !evenEmpty)
@@ -277,7 +277,7 @@ Delivery::Sent Delivery::SendWhole(bool evenEmpty, const PostTerms& terms, long*
     return Sent::all;
 }
 
-// What is left of an earlier time in batches goes first, and what becomes of it holds up nothing.
+// Batches that are left from an earlier mode go first. Whether they are taken does not hold up the rest.
 Delivery::Sent Delivery::SendAll(const Moment& end)
 {
     const auto passage = m_consent.ToSend();
@@ -364,7 +364,7 @@ bool Delivery::SendPlainAfter(long status)
     return QueueWhole(false);
 }
 
-// On the worker, through the client's queue. The observers hear of its end where they hear of everything.
+// On the worker, through the client's queue. Observers are told of the end on the client's thread, as of everything.
 void Delivery::SendAsked()
 {
     const auto passage = m_consent.ToSend();
@@ -380,7 +380,7 @@ void Delivery::SendAsked()
         taken = taken && whole;
     }
     if (!MaySendByConsent())
-        return; // cancelled, which observers do not hear of
+        return; // cancelled, of which observers are not told
     m_courier.CallThere([=, this] { m_ended(taken, status); }, [this] { return MustEnd(); });
 }
 
@@ -431,7 +431,7 @@ uint32_t Delivery::Wait_ms() const
 {
     const Moment due = m_lookAt ? std::min(*m_lookAt, Next()) : Next();
     const auto wait = std::chrono::ceil<milliseconds>(due - DeliveryClock::now());
-    // The system's waits go by a clock that can be set.
+    // Not much longer, because the system's waits follow a clock that can be set.
     const auto most = m_batches ? longest_wait : milliseconds(std::numeric_limits<int32_t>::max());
     return static_cast<uint32_t>(std::clamp(wait, milliseconds(0), most).count());
 }
@@ -443,11 +443,11 @@ int Delivery::run()
         const int stopped = tova_event_wait_time(&_stop_event, 0);
         const unsigned news = m_news.exchange(0);
         try {
-            // Asked for before the end, a sending still has its time.
+            // A sending that was asked for before the stop still has its time (close_ms).
             if (stopped != 0 && (news & asked) != 0)
                 SendAsked();
             else if (stopped == 0)
-                Turn(woken && news == 0 ? started : news); // woken by a direct user of the base
+                Turn(woken && news == 0 ? started : news); // woken through EventManager itself
         } catch (const std::exception&) {
             Schedule(); // running out of memory costs this cycle, never the host
         }
@@ -473,7 +473,8 @@ void Delivery::Turn(unsigned news)
         Schedule();
 }
 
-// Soon after a batch was sealed it is sent, unless the server is to be spared; the limits hold either way.
+// A batch is sent soon after it was sealed, unless a back-off or the server's Retry-After lasts. The limits of the
+// outbox are kept either way.
 void Delivery::LookAtOutbox()
 {
     m_lookAt.reset();
@@ -492,7 +493,7 @@ void Delivery::Process()
     if (!MaySendByConsent())
         KeepUnsent();
     else if (!SendDue())
-        Report(); // to a log of the host's, which may withdraw the consent: no passage is held
+        Report(); // calls the host's log, which may withdraw the consent, so no passage may be held
     Schedule();
 }
 
@@ -511,7 +512,7 @@ bool Delivery::SendDue()
     return taken || !MaySendByConsent();
 }
 
-// A cycle without sending: what waits for the user's consent is sealed, so that it gets an age, and limited as ever.
+// A cycle without sending: what waits for the user's consent is sealed, so that its age counts, and kept in its limits.
 void Delivery::KeepUnsent()
 {
     const auto passage = m_consent.ToWrite();
@@ -532,8 +533,8 @@ void Delivery::Report()
         tova_log(2, "Upload failed: %.480s", reason.c_str());
 }
 
-// The next cycle: an interval from now; sooner where a back-off or a batch that was set behind is over before, later
-// where the server asks for more.
+// The next cycle: an interval from now; sooner when a back-off, or the wait of a batch that was set aside, ends before;
+// later when the server asks for it with Retry-After.
 void Delivery::Schedule()
 {
     Moment next = AfterInterval();

@@ -34,7 +34,7 @@ public:
     /// How an asynchronous sending in batches ended: whether all was taken, else the first failure's HTTP status.
     using Ended = std::function<void(bool taken, long status)>;
 
-    /// @param observers hears of the queued requests; of whole uploads all, of batches the answers' bytes
+    /// @param observers are told of queued requests: of whole uploads everything, of batches only the answers' bytes
     Delivery(const char* serverUrl, IProgressCallback& observers, Ended ended);
     ~Delivery() override;
 
@@ -134,7 +134,7 @@ private:
     std::atomic<Moment::rep> m_closeEnd{0}; ///< 0 until a stop was asked for
     std::atomic<bool> m_running{false}, m_ranOnce{false};
     lumo::mutex m_optionLock{true}; ///< one change at a time
-    uint64_t m_reported = 0;        ///< failed requests when the log last heard of one; the worker's
+    uint64_t m_reported = 0;        ///< failed requests when the log was last told of one; the worker's
 };
 
 } // namespace AnalyticsSDK
