@@ -5,6 +5,7 @@
 #include "fuzz.h"
 #include "model.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <deque>
@@ -29,6 +30,14 @@ struct Level
     bool clean = true;
 };
 
+// A member that every event begins with.
+struct ContextMember
+{
+    std::string name, text;
+    json value;
+    bool clean;
+};
+
 // Makes each call of the C interface, and the same change to the model.
 class Run
 {
@@ -47,6 +56,9 @@ private:
     void end(bool array);
     void add_string(bool named);
     void add_number(bool named);
+    void add_text(bool named);
+    void set_context();
+    void remove_context();
     void add_property();
     void close(Level& level) const { level.text += level.array ? " ]" : " }"; }
     void check_finished(const Level& root);
@@ -54,6 +66,7 @@ private:
     FuzzedDataProvider& m_input;
     std::deque<std::string> m_names; // the host's: names must stay where they are until their end calls
     std::vector<Level> m_levels;
+    std::vector<ContextMember> m_context;
     const char* m_event_name = nullptr;
 };
 
@@ -105,6 +118,8 @@ void Run::begin_event()
         return;
     m_event_name = name;
     m_levels.push_back({false, nullptr, "{", json::object()});
+    for (const ContextMember& member : m_context)
+        add(member.name.c_str(), member.text, member.value, member.clean);
 }
 
 void Run::end_event()
@@ -181,6 +196,87 @@ void Run::add_string(bool named)
         add(name, model::in_quotes_or_null(value), value && clean(value) ? json(value) : json(), clean(value));
 }
 
+// A text with a length may hold NULs, which are written as readers of JSON know them.
+void Run::add_text(bool named)
+{
+    const char* name = named ? text() : nullptr;
+    const bool null = m_input.ConsumeIntegralInRange(0, 15) == 0;
+    const std::string value = m_input.ConsumeRandomLengthString(300);
+    std::string quoted;
+    for (size_t at = 0; at <= value.size();) {
+        const size_t end = std::min(value.find('\0', at), value.size());
+        quoted += (at == 0 ? "" : "\\u0000") + model::escaped(std::string_view(value).substr(at, end - at));
+        at = end + 1;
+    }
+    quoted = null ? "null" : '"' + quoted + '"';
+    const uint32_t expected = refusal(named, name);
+    const char* given = null ? nullptr : value.data();
+    fuzz::same("text_add", expected,
+               named ? analytics_name_text_add(session, name, given, value.size())
+                     : analytics_text_add(session, given, value.size()));
+    const bool is_clean = json::accept(quoted);
+    if (expected == ANALYTICS_OK)
+        add(name, quoted, !null && is_clean ? json(value) : json(), is_clean);
+}
+
+void Run::set_context()
+{
+    const char* name = text();
+    ContextMember member{name ? name : "", "", nullptr, true};
+    uint32_t answer;
+    switch (m_input.ConsumeIntegralInRange(0, 3)) {
+    case 0: {
+        const char* value = text();
+        answer = analytics_context_string_set(session, name, value);
+        member.text = model::in_quotes_or_null(value);
+        member.clean = clean(value);
+        member.value = value && member.clean ? json(value) : json();
+        break;
+    }
+    case 1: {
+        const auto value = m_input.ConsumeIntegral<int64_t>();
+        answer = analytics_context_int64_set(session, name, value);
+        member.text = std::to_string(value);
+        member.value = value;
+        break;
+    }
+    case 2: {
+        const bool value = m_input.ConsumeBool();
+        answer = analytics_context_bool_set(session, name, value);
+        member.text = value ? "true" : "false";
+        member.value = value;
+        break;
+    }
+    default: {
+        const auto value = m_input.ConsumeFloatingPoint<double>();
+        answer = analytics_context_float64_set(session, name, value);
+        member.text = model::number(value);
+        member.clean = std::isfinite(value) && std::isfinite(strtod(member.text.c_str(), nullptr));
+        member.value = strtod(member.text.c_str(), nullptr);
+    }
+    }
+    const auto place = std::find_if(m_context.begin(), m_context.end(),
+                                    [&](const ContextMember& known) { return known.name == member.name; });
+    const bool full = place == m_context.end() && m_context.size() == 64;
+    const uint32_t expected = !name ? ANALYTICS_NAME_REQUIRED : full ? ANALYTICS_CONTEXT_FULL : ANALYTICS_OK;
+    fuzz::same("context_set", expected, answer);
+    if (expected != ANALYTICS_OK)
+        return;
+    if (place == m_context.end())
+        m_context.push_back(std::move(member));
+    else
+        *place = std::move(member);
+}
+
+void Run::remove_context()
+{
+    if (m_context.empty())
+        return fuzz::same("removing nothing", ANALYTICS_OK, analytics_context_remove(session, "nosuch"));
+    const auto place = m_context.begin() + m_input.ConsumeIntegralInRange<long>(0, std::ssize(m_context) - 1);
+    fuzz::same("context_remove", ANALYTICS_OK, analytics_context_remove(session, place->name.c_str()));
+    m_context.erase(place);
+}
+
 void Run::add_number(bool named)
 {
     const char* name = named ? text() : nullptr;
@@ -190,7 +286,13 @@ void Run::add_number(bool named)
         if (expected == ANALYTICS_OK)
             add(name, number, value, is_clean);
     };
-    switch (m_input.ConsumeIntegralInRange(0, 3)) {
+    switch (m_input.ConsumeIntegralInRange(0, 4)) {
+    case 4: {
+        const auto value = m_input.ConsumeIntegral<uint64_t>();
+        checked(named ? analytics_name_uint64_add(session, name, value) : analytics_uint64_add(session, value),
+                std::to_string(value), value, true);
+        break;
+    }
     case 0: {
         const auto value = m_input.ConsumeIntegral<int32_t>();
         checked(named ? analytics_name_int32_add(session, name, value) : analytics_int32_add(session, value),
@@ -234,7 +336,7 @@ void Run::add_property()
 
 void Run::step()
 {
-    switch (m_input.ConsumeIntegralInRange(0, 13)) {
+    switch (m_input.ConsumeIntegralInRange(0, 17)) {
     case 0:
         return begin_event();
     case 1:
@@ -261,6 +363,14 @@ void Run::step()
         return add_number(false);
     case 12:
         return add_property();
+    case 13:
+        return add_text(true);
+    case 14:
+        return add_text(false);
+    case 15:
+        return set_context();
+    case 16:
+        return remove_context();
     default:
         fuzz::same("a null session", ANALYTICS_NO_SESSION, analytics_string_add(nullptr, "x"));
     }
@@ -273,6 +383,8 @@ void Run::finish()
         end(m_levels.back().array);
     if (!m_levels.empty())
         end_event();
+    for (; !m_context.empty(); m_context.pop_back())
+        analytics_context_remove(session, m_context.back().name.c_str());
 }
 
 } // namespace
