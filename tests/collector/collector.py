@@ -42,8 +42,8 @@ class Collector:
     def __init__(self, folder, *options, log=None, command=(PROGRAM,)):
         self.store = os.path.join(folder, "events.db")
         self.log = open(log or os.path.join(folder, "log"), "a+", encoding="utf-8")
-        words = [*command, "serve", "--store", self.store]
-        for option, value in [("--listen", "127.0.0.1:0"), ("--disk-reserve", "0")]:
+        words = [*command, "serve"]
+        for option, value in [("--store", self.store), ("--listen", "127.0.0.1:0"), ("--disk-reserve", "0")]:
             words += [] if option in options else [option, value]
         self.process = subprocess.Popen(words + list(options), stdout=subprocess.PIPE, stderr=self.log, text=True)
         lines = [self.process.stdout.readline() for _ in range(2)]
