@@ -64,6 +64,7 @@ void add_cluster_commands(CLI::App& program, int& status)
     cluster->require_subcommand(1);
     add_command(*cluster, status, "init", "Makes the tables on every node; may be repeated.", init);
     add_cluster_status(*cluster, status);
+    add_cluster_check(*cluster, status);
     add_cluster_move(*cluster, status);
     add_cluster_rollup(*cluster, status);
 }

@@ -40,8 +40,11 @@ struct Live::State
     template <class T>
     void note(const store::Result<T>& result)
     {
+        const std::vector<std::string> missing = reading->take_missing();
         std::lock_guard hold(lock);
         fault = result ? std::nullopt : std::optional(result.fault());
+        if (!fault && !missing.empty())
+            fault = {store::FaultKind::busy, missing.front()};
     }
     void pass_on(const std::vector<store::EventRow>& rows);
 };
