@@ -67,6 +67,8 @@ private:
     std::function<http::Answer(const http::Request&)> m_health;
 };
 
+constexpr int64_t least_cluster_age = 40 * 86400; // seconds
+
 bool is_loopback(const std::string& address)
 {
     return address.rfind("127.", 0) == 0 || address == "::1";
@@ -113,6 +115,9 @@ void check(const Settings& settings)
                       "\"analytics-collector user add\"");
     if (settings.tls_certificate.empty() != settings.tls_key.empty())
         throw Refusal("--tls-cert and --tls-key go together");
+    if (!store::is_file(settings.store) && age_of(settings.retain).value_or(least_cluster_age) < least_cluster_age)
+        throw Refusal("a cluster keeps events for 40d at least: they go by whole weeks, once the figures that outlive "
+                      "them are made");
 }
 
 /// Everything that runs, in the order in which it is made; it goes in the other.

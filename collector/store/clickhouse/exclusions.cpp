@@ -77,6 +77,7 @@ Exclusions::Exclusions(std::shared_ptr<const Layout> layout) : m_layout(std::mov
         for (const Node& node : shard)
             m_clients.back().emplace_back(node, *m_layout);
     }
+    ask();
     m_thread = std::thread([this] { work(); });
 }
 
@@ -167,21 +168,25 @@ void Exclusions::look_for(const std::set<std::string>& hashes)
         m_present = std::move(present);
 }
 
+void Exclusions::ask()
+{
+    Excluded all;
+    for (size_t shard = 0; shard < m_clients.size(); ++shard)
+        ask_shard(shard, all);
+    drop(all.last_week);
+    {
+        std::lock_guard hold(m_lock);
+        m_hashes.merge(all.hashes);
+        m_is_any = !m_hashes.empty();
+        all.hashes = m_hashes;
+    }
+    look_for(all.hashes);
+}
+
 void Exclusions::work()
 {
-    do {
-        Excluded all;
-        for (size_t shard = 0; shard < m_clients.size(); ++shard)
-            ask_shard(shard, all);
-        drop(all.last_week);
-        {
-            std::lock_guard hold(m_lock);
-            m_hashes.merge(all.hashes);
-            m_is_any = !m_hashes.empty();
-            all.hashes = m_hashes;
-        }
-        look_for(all.hashes);
-    } while (wait());
+    while (wait())
+        ask();
 }
 
 } // namespace store::clickhouse

@@ -31,6 +31,7 @@ Answer<std::vector<std::string>> find_forgotten(Client& client, const std::set<s
 class Exclusions
 {
 public:
+    /// Asks once before it returns, some seconds at most: nodes that do not answer are asked again later.
     explicit Exclusions(std::shared_ptr<const Layout> layout);
     ~Exclusions();
 
@@ -46,6 +47,7 @@ public:
 
 private:
     void work();
+    void ask();
     bool wait();
     bool ask_shard(size_t shard, Excluded& all);
     void look_for(const std::set<std::string>& hashes);

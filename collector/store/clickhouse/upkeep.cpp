@@ -69,9 +69,7 @@ Result<uint64_t> make_rollups(const Layout& layout, Day first, Day end,
     return count;
 }
 
-Upkeep::Upkeep(std::shared_ptr<const Layout> layout, std::shared_ptr<Exclusions> exclusions)
-    : m_layout(std::move(layout)), m_exclusions(std::move(exclusions)), m_thread([this] { work(); })
-{}
+Upkeep::Upkeep(std::shared_ptr<const Layout> layout) : m_layout(std::move(layout)), m_thread([this] { work(); }) {}
 
 Upkeep::~Upkeep()
 {
@@ -88,11 +86,6 @@ Result<Progress> Upkeep::retain(const Retention& retention)
     std::lock_guard hold(m_lock);
     m_retention = retention;
     return Progress{0, 0, true};
-}
-
-Result<uint64_t> Upkeep::forget(std::string_view installation, std::chrono::milliseconds wait)
-{
-    return clickhouse::forget(*m_layout, m_exclusions.get(), std::string(installation), wait);
 }
 
 std::string Upkeep::trouble() const

@@ -11,12 +11,11 @@ namespace store::clickhouse {
 class Upkeep
 {
 public:
-    Upkeep(std::shared_ptr<const Layout> layout, std::shared_ptr<Exclusions> exclusions);
+    explicit Upkeep(std::shared_ptr<const Layout> layout);
     ~Upkeep();
 
-    /// What is to go from now on; the thread sees to it. Any thread, and so are the others.
+    /// What is to go from now on; the thread sees to it. Any thread.
     Result<Progress> retain(const Retention& retention);
-    Result<uint64_t> forget(std::string_view installation, std::chrono::milliseconds wait);
     /// Why the last round left something undone; empty: it did not.
     std::string trouble() const;
 
@@ -31,7 +30,6 @@ private:
     Bounds bounds(std::chrono::milliseconds time) const;
 
     const std::shared_ptr<const Layout> m_layout;
-    const std::shared_ptr<Exclusions> m_exclusions;
     mutable std::mutex m_lock;
     std::condition_variable m_wake;
     Retention m_retention;

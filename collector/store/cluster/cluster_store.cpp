@@ -3,34 +3,33 @@
 #include "store/clickhouse/logouts.h"
 #include "store/clickhouse/marks.h"
 #include "store/clickhouse/reading.h"
+#include "store/clickhouse/rollups.h"
 #include "store/clickhouse/schema.h"
+#include "store/clickhouse/upkeep.h"
 #include "store/spool/collecting.h"
 
 namespace store::cluster {
 
 namespace {
 
+using clickhouse::Exclusions;
 using clickhouse::Layout;
 using spool::Collecting;
 
 /// For commands beside a server: takes no uploads.
-class Upkeep : public Writing
+class BesideServer : public Writing
 {
 public:
-    explicit Upkeep(spool::Keeping keeping) : m_keeping(std::move(keeping)) {}
+    explicit BesideServer(spool::Keeping keeping) : m_keeping(std::move(keeping)) {}
 
     Result<std::vector<Receipt>> write(std::span<const Upload* const>, const GroupLimit&) override
     {
         return Fault{FaultKind::other, "The store was opened for questions alone."};
     }
-    Result<Progress> retain(const Retention& retention) override
-    {
-        return m_keeping.retain ? m_keeping.retain(retention) : Result<Progress>(Progress{0, 0, true});
-    }
+    // What is too old is a server's chore.
+    Result<Progress> retain(const Retention&) override { return Progress{0, 0, true}; }
     Result<uint64_t> forget(std::string_view installation, std::chrono::milliseconds wait) override
     {
-        if (!m_keeping.forget)
-            return Fault{FaultKind::other, "This store forgets nobody."};
         return m_keeping.forget(installation, wait);
     }
 
@@ -41,9 +40,16 @@ private:
 class ClusterStore : public Store
 {
 public:
-    ClusterStore(std::shared_ptr<const Layout> layout, std::shared_ptr<Collecting> collecting, Opening opening)
-        : m_spLayout(std::move(layout)), m_spCollecting(std::move(collecting)), m_opening(opening)
-    {}
+    ClusterStore(std::shared_ptr<const Layout> layout, std::shared_ptr<Exclusions> exclusions,
+                 std::shared_ptr<Collecting> collecting, Opening opening)
+        : m_spLayout(std::move(layout)),
+          m_spExclusions(std::move(exclusions)),
+          m_spCollecting(std::move(collecting)),
+          m_opening(opening)
+    {
+        if (opening == Opening::serve)
+            m_spUpkeep = std::make_shared<clickhouse::Upkeep>(m_spLayout);
+    }
     ~ClusterStore() override
     {
         // A server begins again where it ended; whoever writes once may not come back to this spool.
@@ -53,9 +59,15 @@ public:
 
     Result<std::unique_ptr<Writing>> writing() override
     {
-        return m_spCollecting ? Collecting::writing(m_spCollecting) : std::make_unique<Upkeep>(spool::Keeping());
+        return m_spCollecting ? Collecting::writing(m_spCollecting, keeping())
+                              : std::make_unique<BesideServer>(keeping());
     }
-    Result<std::unique_ptr<Reading>> reading() override { return clickhouse::make_reading({m_spLayout}); }
+    Result<std::unique_ptr<Reading>> reading() override
+    {
+        return clickhouse::make_reading(
+            {m_spLayout, clickhouse::closed_days,
+             [exclusions = m_spExclusions](clickhouse::Client&) { return exclusions->condition(); }});
+    }
     Result<Done> backup(const std::string&, const std::function<bool(const Progress&)>&) override
     {
         return Fault{FaultKind::other, "A cluster's copies are its replicas; only a store in one file is copied."};
@@ -69,10 +81,31 @@ public:
     std::unique_ptr<Logouts> logouts() override { return std::make_unique<clickhouse::ClusterLogouts>(m_spLayout); }
 
 private:
+    spool::Keeping keeping() const
+    {
+        spool::Keeping keeping;
+        if (m_spUpkeep)
+            keeping.retain = [upkeep = m_spUpkeep](const Retention& retention) { return upkeep->retain(retention); };
+        keeping.forget = [layout = m_spLayout, exclusions = m_spExclusions](std::string_view installation,
+                                                                            std::chrono::milliseconds wait) {
+            return clickhouse::forget(*layout, exclusions.get(), std::string(installation), wait);
+        };
+        return keeping;
+    }
+
     const std::shared_ptr<const Layout> m_spLayout;
+    const std::shared_ptr<Exclusions> m_spExclusions;
     const std::shared_ptr<Collecting> m_spCollecting; ///< none with Opening::use
     const Opening m_opening;
+    std::shared_ptr<clickhouse::Upkeep> m_spUpkeep; ///< of a server alone
 };
+
+// What is never stored.
+spool::Screen screen_of(const std::shared_ptr<Exclusions>& exclusions)
+{
+    return {[exclusions](uint16_t week) { return exclusions->is_too_old(week); },
+            [exclusions](std::string_view installation) { return exclusions->is_forgotten(installation); }};
+}
 
 } // namespace
 
@@ -84,14 +117,16 @@ Result<std::unique_ptr<Store>> open(const std::string& address, const OpenOption
     if (auto checked = clickhouse::check_schema(*parsed); !checked)
         return checked.fault();
     const auto layout = std::make_shared<const Layout>(std::move(*parsed));
+    const auto exclusions = std::make_shared<Exclusions>(layout);
     std::shared_ptr<Collecting> collecting;
     if (options.opening != Opening::use) {
-        auto started = Collecting::start(layout, options.cluster, {}, clickhouse::write_marks);
+        auto started = Collecting::start(layout, options.cluster, screen_of(exclusions), clickhouse::write_marks);
         if (!started)
             return started.fault();
         collecting = std::move(*started);
     }
-    return std::unique_ptr<Store>(std::make_unique<ClusterStore>(layout, std::move(collecting), options.opening));
+    return std::unique_ptr<Store>(
+        std::make_unique<ClusterStore>(layout, exclusions, std::move(collecting), options.opening));
 }
 
 } // namespace store::cluster
