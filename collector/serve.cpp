@@ -55,6 +55,12 @@ public:
         service->handle(std::move(request), std::move(reply));
     }
 
+    void refused(const http::Request& head, const http::Answer& answer) override
+    {
+        if (http::Service* service = service_of(head.path))
+            service->refused(head, answer);
+    }
+
     void use_health(std::function<http::Answer(const http::Request&)> health) { m_health = std::move(health); }
 
 private:
@@ -150,6 +156,7 @@ public:
                                                " was reached by an address of this machine; if a front server "
                                                "sends from there, name it with --proxy");
         };
+        m_uploads.on_trouble = [](const std::string& text) { logging::say_seldom("error", text); };
         for (Both* service : {&m_shared, &m_uploads_alone, &m_page_alone})
             service->use_health(
                 [this](const http::Request& request) { return http::readiness_answer(request, readiness()); });

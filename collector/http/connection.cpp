@@ -386,14 +386,16 @@ awaitable<bool> write_answer(Connection& connection, Answer& answer, unsigned ve
 template <class Connection>
 bool is_let_in(Connection& connection, const Request& head, const Framing& framing, uint64_t& limit, Answer& refused)
 {
-    std::optional<Answer> answer;
+    std::optional<Answer> answer, own;
     if (framing.fault != nullptr)
-        answer = sentence(400, framing.fault);
+        own = sentence(400, framing.fault);
     else if (!(answer = connection.service.admit(head, limit)) && framing.length > limit)
-        answer = sentence(413, "the body is larger than this server takes");
-    if (answer)
-        refused = std::move(*answer);
-    return !answer;
+        own = sentence(413, "the body is larger than this server takes");
+    if (own)
+        connection.service.refused(head, *own);
+    if (answer || own)
+        refused = std::move(own ? *own : *answer);
+    return !answer && !own;
 }
 
 /// The whole of a request's body and the answer to it. True when the connection may serve another.
@@ -407,8 +409,10 @@ awaitable<bool> serve_body(Connection& connection, Parser& parser, Request& requ
     const BodyEnd end = co_await read_body(connection, parser, length, limit, share, request.body, answer);
     server.counts.memory = server.budget.used();
     server.counts.cut = server.budget.cuts();
-    if (end == BodyEnd::refused)
+    if (end == BodyEnd::refused) {
+        connection.service.refused(request, answer);
         co_await refuse_and_close(connection, answer, version);
+    }
     if (end != BodyEnd::whole)
         co_return false;
     share.settle();

@@ -65,6 +65,8 @@ public:
     virtual std::optional<Answer> admit(const Request& head, uint64_t& body_limit) = 0;
     /// Takes a request with its whole body.
     virtual void handle(Request request, Reply reply) = 0;
+    /// Told of a request that the connection itself refused: a broken frame, a body too large, too slow or of too many.
+    virtual void refused(const Request&, const Answer&) {}
 };
 
 } // namespace http

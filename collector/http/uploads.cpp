@@ -72,10 +72,16 @@ std::optional<Answer> Uploads::admit(const Request& head, uint64_t& body_limit)
     return std::nullopt;
 }
 
-static Answer cannot_store(const store::Fault& fault)
+void Uploads::refused(const Request&, const Answer& answer)
 {
-    return try_again(503, fault.kind == store::FaultKind::full ? 60 : 5,
-                     "the store cannot take it now; try again later");
+    refuse(answer);
+}
+
+Answer Uploads::cannot_store(store::FaultKind kind, const std::string& why)
+{
+    if (on_trouble)
+        on_trouble("uploads are answered 503: " + why);
+    return try_again(503, kind == store::FaultKind::full ? 60 : 5, "the store cannot take it now; try again later");
 }
 
 // Cheapest first: what a stranger can send without end must cost least.
@@ -98,9 +104,9 @@ std::optional<Answer> Uploads::look(const Request& head)
         return try_again(429, 2, "too many uploads from this address; try again later");
     }
     if (disk_is_full())
-        return try_again(503, 60, "the disk is nearly full; try again later");
+        return cannot_store(store::FaultKind::full, "The disk has less room than --disk-reserve.");
     if (const auto fault = m_writer.door())
-        return cannot_store(*fault);
+        return cannot_store(fault->kind, fault->text);
     return std::nullopt;
 }
 
@@ -146,6 +152,8 @@ Answer Uploads::refuse(Answer answer)
         break;
     case 413:
         ++m_counts.refused_413;
+        if (on_trouble)
+            on_trouble("an upload was larger than --body-limit; hosts that send whole files come again with it");
         break;
     case 415:
         ++m_counts.refused_415;
@@ -217,7 +225,7 @@ void Uploads::submit(Job& job, store::Upload upload)
 Answer Uploads::answer_to(const store::Result<store::Receipt>& receipt)
 {
     if (!receipt)
-        return refuse(cannot_store(receipt.fault()));
+        return refuse(cannot_store(receipt.fault().kind, receipt.fault().text));
     ++m_counts.taken;
     m_counts.events += receipt->events;
     m_counts.rejects += receipt->rejects;

@@ -44,6 +44,7 @@ public:
     static bool is_upload(const std::string& path);
     std::optional<Answer> admit(const Request& head, uint64_t& body_limit) override;
     void handle(Request request, Reply reply) override;
+    void refused(const Request& head, const Answer& answer) override;
     /// Runs the uploads that wait for their turn to their end. Call it after the server has left.
     void stop() { m_turns.stop(); }
 
@@ -53,12 +54,15 @@ public:
     std::function<void()> on_stored;
     /// Called when a limit met a client on this machine, whose address may stand for many: a front server's.
     std::function<void(const char* limit)> on_loopback_limit;
+    /// Called when uploads are refused by what somebody has to mend: one sentence for the log. Any thread, and often.
+    std::function<void(const std::string& sentence)> on_trouble;
 
 private:
     struct Job;
     std::optional<Answer> look(const Request& head);
     std::optional<Answer> look_at_key(const Request& head);
     bool disk_is_full();
+    Answer cannot_store(store::FaultKind kind, const std::string& why);
     Answer refuse(Answer answer);
     void take(Job& job);
     void submit(Job& job, store::Upload upload);

@@ -63,6 +63,10 @@ class Collector:
         kind = {"Content-Type": "application/x-www-form-urlencoded"}
         return self.request("POST", path, body, {**kind, **{k.replace("_", "-"): v for k, v in headers.items()}})[0]
 
+    def logged(self):
+        with open(self.log.name, encoding="utf-8") as log:
+            return log.read()
+
     def ask(self, path):
         status, text, _ = self.request("GET", path, port=self.page_port)
         assert status == 200, (path, status, text)

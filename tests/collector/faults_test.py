@@ -3,7 +3,9 @@
 
 Exit status 77: a part was skipped, for the reason that was printed."""
 import contextlib
+import errno
 import os
+import shutil
 import signal
 import socket
 import sqlite3
@@ -34,6 +36,7 @@ class Disk(unittest.TestCase):
                     self.assertEqual(collector.upload(form(line(installation=one, at="2026-01-01 10:00:00"))), 200)
             with running("--disk-reserve", str(2**60), "--retain", "1d", folder=folder) as collector:
                 self.assertEqual(post(collector), (503, "60"))
+                self.assertIn("--disk-reserve", collector.logged())
                 self.assertEqual(collector.request("GET", "/")[0], 200)
                 wait_until(lambda: collector.export() == [])  # retention
                 self.assertEqual(collector.ask("/api/summary?from=2026-01-01&to=2026-01-02")["events"], 2)
@@ -43,6 +46,7 @@ class Disk(unittest.TestCase):
         with running() as collector, contextlib.closing(sqlite3.connect(collector.store, isolation_level=None)) as other:
             other.execute("begin immediate")
             self.assertEqual(post(collector), (503, "5"))
+            self.assertIn("error uploads are answered 503: ", collector.logged())
             self.assertEqual(collector.request("GET", "/readyz")[0], 503)
             self.assertEqual(collector.request("GET", "/api/names")[0], 200)
             other.execute("rollback")
@@ -56,12 +60,47 @@ class Disk(unittest.TestCase):
 
 
 class FullDisk(unittest.TestCase):
+    READ_ONLY = 'mount --bind "$0" "$0" && mount -o remount,ro,bind "$0" && exec "$@"'
     SMALL_DISK = 'mount -t tmpfs -o size=12m none "$0" && head -c 4M /dev/zero > "$0/ballast" && exec "$@"'
 
-    def test_loses_nothing_that_it_acknowledged(self):
+    def mount_or_skip(self):
         if subprocess.run(["unshare", "-m", "mount", "-t", "tmpfs", "none", "/mnt"], check=False,
                           capture_output=True).returncode != 0:
-            self.skipTest("a small disk can only be mounted by root")
+            self.skipTest("disks can only be mounted by root")
+
+    def test_ends_with_2_where_it_is_read_only(self):
+        self.mount_or_skip()
+        with tempfile.TemporaryDirectory() as folder:
+            collector = Collector(folder)
+            self.assertEqual(collector.stop(), 0)
+            ended = subprocess.run(["unshare", "-m", "sh", "-c", self.READ_ONLY, folder, PROGRAM, "serve", "--store", collector.store,
+                                    "--listen", "127.0.0.1:0"], capture_output=True, text=True, timeout=60, check=False)
+            self.assertEqual((ended.returncode, "Read-only" in ended.stderr), (2, True), ended.stderr)
+
+    def test_goes_on_when_the_disk_does(self):
+        with open(PROGRAM, "rb") as program:
+            text = program.read()
+            if b"__asan_init" in text or b"__tsan_init" in text:
+                self.skipTest("libfiu and the sanitizers do not go together")
+        if shutil.which("fiu-run") is None:
+            self.skipTest("fiu-run is not there (package fiu-utils)")
+        for error, wait in [(errno.EROFS, "5"), (errno.EIO, "5"), (errno.ENOSPC, "60")]:
+            with self.subTest(os.strerror(error)), tempfile.TemporaryDirectory() as folder:
+                wires = os.path.join(folder, "wires")
+                collector = Collector(folder, command=["fiu-run", "-x", "-f", wires, PROGRAM])
+                tell = lambda words: subprocess.run(["fiu-ctrl", "-f", wires, "-c", words, str(collector.process.pid)], check=True)
+                self.assertEqual(post(collector, form(line("before")))[0], 200)
+                tell(f"enable name=posix/io/rw/pwrite,failinfo={error}")
+                self.assertEqual(post(collector), (503, wait))
+                self.assertEqual(collector.request("GET", "/readyz")[0], 503)
+                self.assertIn("error uploads are answered 503: ", collector.logged())
+                tell("disable name=posix/io/rw/pwrite")
+                self.assertEqual(post(collector)[0], 200)
+                self.assertEqual(collector.stop(), 0)
+                self.assertEqual([row["name"] for row in collector.export()], ["before", "launch"])
+
+    def test_loses_nothing_that_it_acknowledged(self):
+        self.mount_or_skip()
         with tempfile.TemporaryDirectory() as folder:
             disk = os.path.join(folder, "disk")
             os.mkdir(disk)
@@ -100,10 +139,6 @@ class Network(unittest.TestCase):
                 except ssl.SSLCertVerificationError:
                     return 0
 
-        def logged(text):
-            with open(os.path.join(folder, "log"), encoding="utf-8") as log:
-                return text in log.read()
-
         with tempfile.TemporaryDirectory() as folder:
             first = self.certificate(folder, "first")
             cert, key = os.path.join(folder, "cert"), os.path.join(folder, "key")
@@ -116,7 +151,7 @@ class Network(unittest.TestCase):
                 self.assertEqual(status_by(first), 0)
                 os.truncate(cert, 10)
                 collector.process.send_signal(signal.SIGHUP)
-                wait_until(lambda: logged("no certificate can be read"))
+                wait_until(lambda: "no certificate can be read" in collector.logged())
                 self.assertEqual(status_by(second), 200)
 
     def test_believes_named_proxies_alone_who_sent(self):
