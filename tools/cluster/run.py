@@ -125,7 +125,7 @@ class Run:
                 self.find(f"{host.name} could not deliver: {host.process.child.returncode}")
             host.process.wanted = False
         self.say("all is delivered")
-        wait_until(lambda: self.rig.unchecked() == 0, "nothing is unchecked", 4 * self.options.keep + 90)
+        wait_until(lambda: self.rig.unchecked() == 0, "nothing is unchecked", 10 * self.options.keep + 300)
         self.say("at rest: nothing is unchecked")
 
     def resume(self):
