@@ -1,4 +1,4 @@
-// A database of its own on the test's nodes: two shards of two replicas. It goes when this object goes.
+// A database of its own on the test's nodes: two shards of two replicas. It goes when the object goes.
 #pragma once
 
 #include "store/clickhouse/reading.h"
@@ -9,7 +9,8 @@ namespace test {
 class ClusterDatabase
 {
 public:
-    ClusterDatabase();
+    /// @param replicas  of each shard; 1 or 2
+    explicit ClusterDatabase(size_t replicas = 2);
     ~ClusterDatabase();
     ClusterDatabase(const ClusterDatabase&) = delete;
     ClusterDatabase& operator=(const ClusterDatabase&) = delete;
@@ -21,6 +22,8 @@ public:
     void insert(const std::vector<store::Upload>& uploads);
     /// Runs a statement on every node.
     void run(const std::string& statement);
+    /// Takes all rows out of it.
+    void clear();
     /// Repetitions stay what they are: rows.
     void stop_merges();
 

@@ -1,14 +1,51 @@
 #include "stores.h"
 
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+#include "cluster.h"
+#endif
+
 #include <chrono>
+#include <future>
 
 namespace test {
 
-const std::vector<Backend> backends = {
-    {"Sqlite", [](const std::string& folder) {
-         auto opened = store::open(folder + "/events.db", {store::Opening::create, {}});
-         return opened ? std::move(*opened) : nullptr;
-     }}};
+namespace {
+
+std::unique_ptr<store::Store> open_at(const std::string& address, const store::OpenOptions& options)
+{
+    auto opened = store::open(address, options);
+    EXPECT_TRUE(opened) << opened.fault().text;
+    return opened ? std::move(*opened) : nullptr;
+}
+
+std::unique_ptr<store::Store> open_file(const std::string& folder, std::shared_ptr<void>&)
+{
+    return open_at(folder + "/events.db", {store::Opening::create});
+}
+
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+// On one replica of each shard: what is written is what is read at once.
+std::unique_ptr<store::Store> open_cluster(const std::string& folder, std::shared_ptr<void>& place)
+{
+    if (place == nullptr)
+        place = std::make_shared<ClusterDatabase>(1);
+    auto& database = *static_cast<ClusterDatabase*>(place.get());
+    store::OpenOptions options{store::Opening::create};
+    options.cluster.spool = folder + "/spool.db";
+    options.cluster.group_time = std::chrono::milliseconds(1);
+    if (!std::filesystem::exists(options.cluster.spool))
+        database.clear();
+    return open_at(database.address(), options);
+}
+#endif
+
+} // namespace
+
+const std::vector<Backend> backends = {{"sqlite", open_file, true, 120},
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+                                       {"clickhouse", open_cluster, false, 12}
+#endif
+};
 
 StoreContract::StoreContract()
 {
@@ -28,7 +65,7 @@ void StoreContract::reopen()
     m_spReading.reset();
     m_spWriting.reset();
     m_spStore.reset();
-    m_spStore = GetParam().open(m_place);
+    m_spStore = GetParam().open(m_place, m_spRest);
     m_spWriting = std::move(*m_spStore->writing());
     m_spReading = std::move(*m_spStore->reading());
 }
@@ -38,7 +75,16 @@ store::Receipt StoreContract::write(const store::Upload& upload)
     const store::Upload* one = &upload;
     auto receipts = m_spWriting->write({&one, 1}, {});
     EXPECT_TRUE(receipts) << receipts.fault().text;
+    settle();
     return receipts ? receipts->front() : store::Receipt();
+}
+
+void StoreContract::settle()
+{
+    std::promise<std::optional<store::Fault>> settled;
+    m_spWriting->settle([&](const auto& fault) { settled.set_value(fault); });
+    const auto fault = settled.get_future().get();
+    EXPECT_FALSE(fault) << fault->text;
 }
 
 std::string event_line(const std::string& name, const std::string& installation, store::Seconds at,

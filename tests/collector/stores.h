@@ -9,12 +9,17 @@
 
 namespace test {
 
-/// One kind of store. A second one joins by a row in the list of stores.cpp.
+/// One kind of store. A further one joins by a row in the list of stores.cpp.
 struct Backend
 {
     const char* name;
-    /// Opens the store that belongs to the folder, and makes it when it is not there.
-    std::unique_ptr<store::Store> (*open)(const std::string& folder);
+    /// Opens the store that belongs to the folder, and makes it when it is not there. `place` is what lives as long as
+    /// the test.
+    std::unique_ptr<store::Store> (*open)(const std::string& folder, std::shared_ptr<void>& place);
+    /// It knows the last texts of each sender, tells known lines in receipts and keeps its rollups itself. Else an
+    /// event is known by its key alone.
+    bool is_file;
+    int questions; ///< of a test that asks at random: nodes answer each in some milliseconds
 };
 extern const std::vector<Backend> backends;
 
@@ -27,7 +32,10 @@ protected:
     /// Begins with an empty one.
     void begin_anew();
     store::Receipt write(const store::Upload& upload);
+    /// Waits until what was written can be asked for.
+    void settle();
 
+    std::shared_ptr<void> m_spRest; ///< of the backend, for the whole test
     support::ScratchFolder m_folder;
     std::string m_place; ///< the folder in there that belongs to the store
     std::unique_ptr<store::Store> m_spStore;

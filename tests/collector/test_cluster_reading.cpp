@@ -1,5 +1,7 @@
 // What questions to a cluster do when nodes fail, and its live stream.
 // Labels: cluster
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+
 #include "cluster.h"
 #include "stores.h"
 
@@ -116,3 +118,5 @@ TEST_F(ClusterReading, LeavesOutWhoWasForgotten)
 }
 
 } // namespace test
+
+#endif

@@ -200,7 +200,7 @@ protected:
 TEST_P(StoreAnswers, AgreeWithAnIndependentCount)
 {
     fill();
-    for (int i = 0; i < 120; ++i) {
+    for (int i = 0; i < GetParam().questions; ++i) {
         const Query asked = query();
         SCOPED_TRACE("query " + std::to_string(i) + " from " + std::to_string(asked.from) + " to " +
                      std::to_string(asked.to));
@@ -239,7 +239,7 @@ TEST_P(StoreAnswers, AgreeWithAnIndependentCount)
 TEST_P(StoreAnswers, ShowRowsInTheirOrder)
 {
     fill();
-    for (int i = 0; i < 20; ++i) {
+    for (int i = 0; i < GetParam().questions / 6; ++i) {
         Query asked = query();
         std::vector<Known> expected;
         std::copy_if(m_events.begin(), m_events.end(), std::back_inserter(expected),
@@ -306,11 +306,12 @@ TEST_P(StoreAnswers, CountWhatIsPastALimitAsOther)
     const struct
     {
         std::string text;
-        size_t names, values; ///< rows that are not "(other)"
-        uint64_t other;       ///< what that row counts
+        size_t names, values;    ///< rows that are not "(other)"
+        uint64_t other;          ///< what that row counts
+        bool everywhere = false; ///< else only where rollups are kept at every write: others show each value
     } rows[] = {{many(10007, "n", ""), 10000, 0, 7},
                 {many(203, "n", "{ \"k#\": 1 }"), 1, 200, 3},
-                {event_line("n", "i", 0, seventy + " }"), 1, 64, 6},
+                {event_line("n", "i", 0, seventy + " }"), 1, 64, 6, true},
                 {many(1004, "n", "{ \"k\": # }"), 1, 1000, 4}};
     for (const auto& row : rows) {
         begin_anew();
@@ -323,7 +324,11 @@ TEST_P(StoreAnswers, CountWhatIsPastALimitAsOther)
             kept.name == "(other)" ? other += kept.events : ++names;
         for (const auto& kept : value(m_spReading->properties(query, {})).rows)
             kept.key == "(other)" || kept.value.other ? other += kept.events : ++values;
-        EXPECT_EQ(std::tie(names, values, other), std::tie(row.names, row.values, row.other));
+        if (row.everywhere || GetParam().is_file) {
+            EXPECT_EQ(std::tie(names, values, other), std::tie(row.names, row.values, row.other));
+        } else {
+            EXPECT_EQ(names + values, row.names + row.values + row.other);
+        }
     }
 }
 

@@ -1,6 +1,8 @@
 // The API over a cluster and over a file: equal, byte for byte, on the same uploads with repetitions among them.
 // 20,000 events unless TEST_EQUALITY_EVENTS says otherwise.
 // Labels: cluster
+#ifdef ANALYTICS_COLLECTOR_CLUSTER
+
 #include "cluster.h"
 #include "stores.h"
 
@@ -266,3 +268,5 @@ TEST(StoreEquality, HoldsForEveryAddressOfTheApi)
 }
 
 } // namespace test
+
+#endif
