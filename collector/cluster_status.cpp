@@ -128,8 +128,10 @@ std::string json_of(const ClusterReport& report)
            "\n";
 }
 
+namespace {
+
 /// That of the service where there is one and none is named.
-static std::optional<store::SpoolStatus> spool_of(const StoreWords& words)
+std::optional<store::SpoolStatus> spool_of(const StoreWords& words)
 {
     const store::ClusterOptions options = cluster_options(words.cluster, "");
     const bool is_service = words.cluster.options.spool.empty() && access(service_spool, F_OK) == 0;
@@ -142,7 +144,7 @@ static std::optional<store::SpoolStatus> spool_of(const StoreWords& words)
     return *status;
 }
 
-static int show_status(const StoreWords& words, bool as_json)
+int show_status(const StoreWords& words, bool as_json)
 {
     using namespace std::chrono;
     const auto layout = layout_of(words);
@@ -157,6 +159,8 @@ static int show_status(const StoreWords& words, bool as_json)
     std::cout << (as_json ? json_of(report) : table_of(report)) << std::flush;
     return report.findings.empty() ? done : failed;
 }
+
+} // namespace
 
 void add_cluster_status(CLI::App& cluster, int& status)
 {

@@ -37,7 +37,7 @@ int run(int argc, char** argv)
         // Without a word, or with options first, it serves.
         std::vector<std::string> words(argv + 1, argv + argc);
         const bool asks = !words.empty() && (words[0] == "--help" || words[0] == "-h" || words[0] == "--version");
-        if (words.empty() || (words[0].rfind("-", 0) == 0 && !asks))
+        if (words.empty() || (words[0].starts_with('-') && !asks))
             words.insert(words.begin(), "serve");
         program.parse(std::vector<std::string>(words.rbegin(), words.rend()));
     } catch (const CLI::ParseError& error) {

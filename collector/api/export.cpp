@@ -6,7 +6,11 @@
 
 namespace api {
 
-static constexpr size_t rows_at_once = 2000;
+namespace {
+
+constexpr size_t rows_at_once = 2000;
+
+} // namespace
 
 Export::Export(std::unique_ptr<store::Reading> reading, Words words)
     : m_reading(std::move(reading)), m_words(std::move(words))

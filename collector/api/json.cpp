@@ -45,8 +45,10 @@ std::string number(double value)
     return std::string(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
+namespace {
+
 // The civil calendar of C++20: days since 1970 to year, month, day, without a time zone.
-static std::string time_text(store::Seconds seconds, const char* format)
+std::string time_text(store::Seconds seconds, const char* format)
 {
     using namespace std::chrono;
     const sys_seconds moment{std::chrono::seconds(seconds)};
@@ -60,6 +62,8 @@ static std::string time_text(store::Seconds seconds, const char* format)
     return text;
 }
 
+} // namespace
+
 std::string iso_time(store::Seconds seconds)
 {
     return time_text(seconds, "%04d-%02u-%02uT%02d:%02d:%02dZ");
@@ -70,8 +74,10 @@ std::string line_time(store::Seconds seconds)
     return time_text(seconds, "%04d-%02u-%02u %02d:%02d:%02d");
 }
 
+namespace {
+
 /// Reads `text` by a pattern in which 0 stands for a digit; the digits between other characters are one number each.
-static bool read_numbers(std::string_view text, std::string_view pattern, int* numbers)
+bool read_numbers(std::string_view text, std::string_view pattern, int* numbers)
 {
     if (text.size() != pattern.size())
         return false;
@@ -86,6 +92,8 @@ static bool read_numbers(std::string_view text, std::string_view pattern, int* n
     }
     return true;
 }
+
+} // namespace
 
 bool read_time(std::string_view text, store::Seconds& seconds)
 {

@@ -49,7 +49,9 @@ struct Live::State
     void pass_on(const std::vector<store::EventRow>& rows);
 };
 
-static bool matches(const store::Query& query, const store::EventRow& row)
+namespace {
+
+bool matches(const store::Query& query, const store::EventRow& row)
 {
     const auto is = [](const std::optional<std::string>& wanted, const std::string& text) {
         return !wanted || *wanted == text;
@@ -58,6 +60,8 @@ static bool matches(const store::Query& query, const store::EventRow& row)
            is(query.version, row.version) && is(query.installation, row.installation) &&
            (!query.name || (row.name && *query.name == *row.name));
 }
+
+} // namespace
 
 /// Until something was stored while somebody listens. False when it is over.
 bool Live::State::wait()

@@ -90,9 +90,7 @@ struct Figures
     store::Result<store::Table<store::VersionRow>> versions;
 };
 
-} // namespace
-
-static store::Result<std::string> tables(store::Reading& reading, const store::Query& query)
+store::Result<std::string> tables(store::Reading& reading, const store::Query& query)
 {
     store::Query earlier = query;
     earlier.from = query.from - (query.to - query.from);
@@ -113,13 +111,15 @@ static store::Result<std::string> tables(store::Reading& reading, const store::Q
     return text;
 }
 
-static store::Result<std::string> with_missing(store::Result<std::string> text, const std::vector<std::string>& missing)
+store::Result<std::string> with_missing(store::Result<std::string> text, const std::vector<std::string>& missing)
 {
     for (const std::string& part : missing)
         if (text)
             *text += "\nThese figures are not whole: " + part + "\n";
     return text;
 }
+
+} // namespace
 
 store::Result<std::string> report(store::Reading& reading, Words words, const std::string& period, bool plot)
 {

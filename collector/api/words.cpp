@@ -107,10 +107,14 @@ std::string read_words(std::string_view query, Words& words)
     return words.has_from && words.has_to && words.query.from > words.query.to ? "from is later than to" : "";
 }
 
-static store::Seconds hour_of(store::Seconds seconds)
+namespace {
+
+store::Seconds hour_of(store::Seconds seconds)
 {
     return seconds - ((seconds % hour) + hour) % hour; // also before 1970
 }
+
+} // namespace
 
 void round_period(Words& words, store::Seconds now)
 {

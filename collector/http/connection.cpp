@@ -40,13 +40,13 @@ using PlainStream = beast::tcp_stream;
 using TlsStream = beast::ssl_stream<beast::tcp_stream>;
 using Parser = wire::request_parser<wire::buffer_body>;
 
-static constexpr size_t header_limit = 16 << 10;
-static constexpr size_t piece = 64 << 10; // Beast reads 512 bytes at a time into a buffer that has no room yet
-static constexpr std::chrono::seconds write_time{30};
-static constexpr std::chrono::seconds drain_time{20};
-static constexpr uint64_t drain_most = 256u << 20;
-
 namespace {
+
+constexpr size_t header_limit = 16 << 10;
+constexpr size_t piece = 64 << 10; // Beast reads 512 bytes at a time into a buffer that has no room yet
+constexpr std::chrono::seconds write_time{30};
+constexpr std::chrono::seconds drain_time{20};
+constexpr uint64_t drain_most = 256u << 20;
 
 template <class Stream>
 PlainStream& lowest_of(Stream& stream)

@@ -5,12 +5,16 @@
 
 namespace http {
 
-static bool is_chunked(std::string_view value)
+namespace {
+
+bool is_chunked(std::string_view value)
 {
     constexpr std::string_view chunked = "chunked";
     return std::equal(value.begin(), value.end(), chunked.begin(), chunked.end(),
                       [](char a, char b) { return (a >= 'A' && a <= 'Z' ? a + 32 : a) == b; });
 }
+
+} // namespace
 
 Framing framing_of(const Request& head)
 {

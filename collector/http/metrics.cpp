@@ -56,6 +56,7 @@ std::string spool_metrics(const store::ClusterStatus& cluster)
 std::string replica_metrics(const std::vector<store::ReplicaStatus>& replicas)
 {
     std::vector<Row> rows;
+    rows.reserve(2 * replicas.size());
     const auto labels = [](const char* name, const store::ReplicaStatus& replica) {
         return std::string(name) + "{shard=\"" + std::to_string(replica.shard + 1) + "\",node=\"" + replica.node +
                "\"}";

@@ -72,7 +72,7 @@ std::string cookie_of(const Request& request)
     std::string rest = cookies != nullptr ? *cookies : "";
     while (!rest.empty()) {
         const size_t end = std::min(rest.find(';'), rest.size());
-        const std::string one = rest.substr(rest.find_first_not_of(" "), end);
+        const std::string one = rest.substr(0, end);
         if (starts_with(one, cookie_name + "="))
             return one.substr(cookie_name.size() + 1, end - (cookie_name.size() + 1));
         rest.erase(0, end + 1);

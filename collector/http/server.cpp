@@ -48,8 +48,10 @@ void Server::run()
     m_state->io.run();
 }
 
+namespace {
+
 // Ends the wait of stop() as soon as the last connection has gone.
-static void leave_once_empty(Server::State& state, const std::shared_ptr<asio::steady_timer>& timer)
+void leave_once_empty(Server::State& state, const std::shared_ptr<asio::steady_timer>& timer)
 {
     if (state.counts.connections == 0) {
         state.leave_timer->cancel();
@@ -58,6 +60,8 @@ static void leave_once_empty(Server::State& state, const std::shared_ptr<asio::s
     timer->expires_after(std::chrono::milliseconds(20));
     timer->async_wait([&state, timer](const Error&) { leave_once_empty(state, timer); });
 }
+
+} // namespace
 
 void Server::stop()
 {

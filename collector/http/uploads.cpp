@@ -8,13 +8,17 @@ namespace http {
 
 using namespace std::chrono;
 
-static int64_t now_ms()
+namespace {
+
+int64_t now_ms()
 {
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-static constexpr size_t waiting_most = 4000;
-static const std::string key_path = "/u/";
+constexpr size_t waiting_most = 4000;
+const std::string key_path = "/u/";
+
+} // namespace
 
 /// What one upload needs on its way through the pool and the writer; it lives until the answer is given.
 struct Uploads::Job
@@ -58,11 +62,15 @@ bool Uploads::is_upload(const std::string& path)
     return path == "/events" || path.compare(0, 8, "/events/") == 0 || path.compare(0, key_path.size(), key_path) == 0;
 }
 
-static std::string text_of(const Request& head, const char* name)
+namespace {
+
+std::string text_of(const Request& head, const char* name)
 {
     const std::string* value = head.field(name);
     return value != nullptr ? *value : std::string();
 }
+
+} // namespace
 
 std::optional<Answer> Uploads::admit(const Request& head, uint64_t& body_limit)
 {
@@ -110,10 +118,14 @@ std::optional<Answer> Uploads::look(const Request& head)
     return std::nullopt;
 }
 
-static Answer unknown_key()
+namespace {
+
+Answer unknown_key()
 {
     return sentence(403, "this key is not known");
 }
+
+} // namespace
 
 std::optional<Answer> Uploads::look_at_key(const Request& head)
 {

@@ -6,11 +6,15 @@
 
 namespace intake {
 
-static bool is_hexadecimal(char c)
+namespace {
+
+bool is_hexadecimal(char c)
 {
     const char low = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
     return (c >= '0' && c <= '9') || (low >= 'a' && low <= 'f');
 }
+
+} // namespace
 
 // tova_uri_decode takes broken escapes as they come, so they are judged before.
 bool percent_decode(std::string_view text, std::string& out)

@@ -99,6 +99,7 @@ std::vector<Writer::Waiting> Writer::take_group()
 void Writer::write_group(std::vector<Waiting>& group)
 {
     std::vector<const Upload*> uploads;
+    uploads.reserve(group.size());
     for (const Waiting& waiting : group)
         uploads.push_back(&waiting.upload);
     for (size_t done = 0; done < group.size();) {

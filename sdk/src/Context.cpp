@@ -17,10 +17,10 @@ namespace {
 // A child made by fork() goes on with its parent's session: its ids differ by its process.
 uint64_t processMark = 0;
 
-} // namespace
-
-[[maybe_unused]] static const int fork_handler =
+[[maybe_unused]] const int fork_handler =
     pthread_atfork(nullptr, nullptr, [] { processMark = static_cast<uint64_t>(getpid()); });
+
+} // namespace
 
 template <typename Value>
 bool Context::Set(const char* name, Value value)

@@ -18,12 +18,13 @@
 namespace AnalyticsSDK::EventLog {
 
 constinit LastingMutex lock;
-[[maybe_unused]] static const struct LockStart
+
+namespace {
+
+[[maybe_unused]] const struct LockStart
 {
     LockStart() { new (&lock.mutex) lumo::mutex(lumo::mutex::recursive); }
 } lock_start TOVA_BEFORE_THE_HOST;
-
-namespace {
 
 /// Where the last append of this process left the end of its file: while it is still there, nobody else has written and
 /// the file ends with our line feed. Guarded by the lock.

@@ -29,7 +29,12 @@ void CloseHeldFilesInChild()
     }
     heldFiles = nullptr;
 }
-[[maybe_unused]] static const int fork_handler = pthread_atfork(nullptr, nullptr, CloseHeldFilesInChild);
+
+namespace {
+
+[[maybe_unused]] const int fork_handler = pthread_atfork(nullptr, nullptr, CloseHeldFilesInChild);
+
+} // namespace
 
 bool HeldFile::Open(const std::string& path, int flags, mode_t mode)
 {

@@ -208,6 +208,7 @@ std::vector<NodeReport> examine(const Layout& layout)
                 return examine_node({layout, shard, node});
             }));
     std::vector<NodeReport> reports;
+    reports.reserve(asked.size());
     for (auto& report : asked)
         reports.push_back(report.get());
     return reports;

@@ -6,7 +6,11 @@ namespace store::clickhouse {
 
 using namespace std::chrono_literals;
 
-static constexpr size_t number_size = 32; // hexadecimal digits
+namespace {
+
+constexpr size_t number_size = 32; // hexadecimal digits
+
+} // namespace
 
 ClusterLogouts::ClusterLogouts(std::shared_ptr<const Layout> layout) : m_layout(std::move(layout))
 {

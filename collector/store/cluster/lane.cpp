@@ -6,16 +6,20 @@ namespace store::cluster {
 
 using namespace std::chrono_literals;
 
-static constexpr size_t g_weeks = 50;
-static constexpr auto g_patience = 60s;
+namespace {
+
+constexpr size_t g_weeks = 50;
+constexpr auto g_patience = 60s;
 
 // What waiting does not mend: a table or column that is not there, a wrong login.
-static bool is_for_good(const clickhouse::Trouble& trouble)
+bool is_for_good(const clickhouse::Trouble& trouble)
 {
     static constexpr int codes[] = {10, 16, 47, 60, 81, 164, 192, 193, 194, 497, 516};
     return trouble.kind == clickhouse::Trouble::Kind::code &&
            std::find(std::begin(codes), std::end(codes), trouble.code) != std::end(codes);
 }
+
+} // namespace
 
 void Load::add(const clickhouse::Piece& piece)
 {

@@ -80,7 +80,7 @@ Collecting::~Collecting()
 
 bool Collecting::wait_until_shipped(std::chrono::milliseconds wait) const
 {
-    const auto is_done = [this](const auto& lane) { return lane->waiting().blocks == 0; };
+    const auto is_done = [](const auto& lane) { return lane->waiting().blocks == 0; };
     const auto until = Clock::now() + wait;
     while (!std::all_of(m_parts.lanes.begin(), m_parts.lanes.end(), is_done)) {
         if (Clock::now() >= until)

@@ -25,9 +25,13 @@ bool file_status(int file, struct stat& status)
     return true;
 }
 
+namespace {
+
 // Its signal is a number that belongs to an open file and does nothing as long as O_ASYNC is not set. A change of the
 // window's size is the last thing that a host would want to hear from a file, and by default it is ignored.
-static constexpr int mark = SIGWINCH;
+constexpr int mark = SIGWINCH;
+
+} // namespace
 
 bool mark_file(int file)
 {
