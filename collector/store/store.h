@@ -78,8 +78,11 @@ public:
 
     /// Calls `done` once what the last write() took is as safe as this store promises: at once for a file. A cluster's
     /// calls it later, on any thread, when another machine has it as well, or with the fault when that takes too long.
-    /// What was written stays written then, and a repetition is known. The last call comes before the destructor ends.
+    /// What was written stays written then, and a repetition is known.
     virtual void settle(std::function<void(const std::optional<Fault>&)> done) { done(std::nullopt); }
+
+    /// Returns when all calls that settle() owes were made; none waits longer than it would have anyhow.
+    virtual void end_settling() {}
 
     /// Why uploads are to be refused before they are read; none: they are welcome. Any thread; costs next to nothing.
     /// A store that lacks its machines lets one through now and then, to see whether they are back.

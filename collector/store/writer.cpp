@@ -53,6 +53,7 @@ void Writer::stop()
     std::lock_guard hold(m_join);
     if (m_thread.joinable())
         m_thread.join();
+    m_spWriting->end_settling();
 }
 
 WriterStatus Writer::status() const

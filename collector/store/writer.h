@@ -57,8 +57,8 @@ public:
     /// @return false after stop()
     bool run(Task&& task);
 
-    /// Takes nothing more, commits what is queued, runs no further task, ends the thread. Any thread but the writer's
-    /// own; a second call waits for the first.
+    /// Takes nothing more, commits what is queued, runs no further task, ends the thread and waits for the last
+    /// completion. Any thread but the writer's own; a second call waits for the first.
     void stop();
 
     WriterStatus status() const;

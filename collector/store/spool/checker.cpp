@@ -131,10 +131,9 @@ Checker::Groups Checker::take_due(Groups& from, int64_t not_after, Question& que
     Groups due;
     for (auto at = from.begin(); at != from.end() && question.rows() < g_most_rows;) {
         const auto next = std::next(at);
-        if (!at->checked || at->checked->since <= not_after) {
-            question.add(*m_parts.spool, *at, m_parts.screen);
+        const bool is_due = !at->checked || at->checked->since <= not_after;
+        if (is_due && question.add(*m_parts.spool, *at, m_parts.screen))
             due.splice(due.end(), from, at);
-        }
         at = next;
     }
     return due;
@@ -248,7 +247,6 @@ void Checker::send_again(Groups&& groups)
 {
     for (Group& group : groups) {
         group.checked.reset();
-        --m_parts.unchecked[m_shard];
         m_lane.add(std::move(group));
     }
 }
@@ -256,9 +254,9 @@ void Checker::send_again(Groups&& groups)
 void Checker::note(size_t replica, const Trouble* trouble)
 {
     if (trouble == nullptr)
-        m_parts.replicas.answered(m_shard, replica);
+        m_parts.replicas.answered(m_shard, replica, Replicas::Task::asking);
     else if (!m_parts.is_leaving)
-        m_parts.replicas.failed(m_shard, replica, *trouble);
+        m_parts.replicas.failed(m_shard, replica, Replicas::Task::asking, *trouble);
 }
 
 } // namespace store::spool

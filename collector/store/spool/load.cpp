@@ -4,7 +4,7 @@
 
 namespace store::spool {
 
-Load read_load(Spool& spool, const Group& group, const Screen& screen)
+std::optional<Load> read_load(Spool& spool, const Group& group, const Screen& screen)
 {
     Load load;
     load.texts.reserve(group.blocks.size()); // the rows are slices of these
@@ -13,6 +13,8 @@ Load read_load(Spool& spool, const Group& group, const Screen& screen)
         const Kind kind = group.blocks[at].kind;
         load.texts.push_back(spool.read(group.blocks[at].id));
         const std::vector<Row> rows = load.texts.back().read();
+        if (rows.size() != group.blocks[at].lines)
+            return std::nullopt;
         for (size_t number = 0; number < rows.size(); ++number) {
             if (is_screened(screen, kind, rows[number]))
                 continue;

@@ -18,7 +18,7 @@ struct Load
     std::vector<std::pair<clickhouse::Day, std::string>> days; ///< with applications; of the events, each once
 };
 
-/// Reads a group, less what the screen keeps out.
-Load read_load(Spool& spool, const Group& group, const Screen& screen);
+/// Reads a group, less what the screen keeps out; none when the spool's file does not give all of it.
+std::optional<Load> read_load(Spool& spool, const Group& group, const Screen& screen);
 
 } // namespace store::spool

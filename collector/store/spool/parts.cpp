@@ -6,6 +6,8 @@ namespace store::spool {
 
 using namespace std::chrono;
 
+static constexpr Milliseconds g_trouble_counts_ms = 60000;
+
 Milliseconds now_ms()
 {
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
@@ -16,38 +18,44 @@ Replicas::Replicas(const clickhouse::Layout& layout)
     for (const auto& nodes : layout.shards) {
         auto& replicas = m_shards.emplace_back();
         for (const clickhouse::Node& node : nodes) {
-            ReplicaStatus& status = replicas.emplace_back();
+            ReplicaStatus& status = replicas.emplace_back().status;
             status.node = node.name();
             status.shard = static_cast<uint32_t>(m_shards.size() - 1);
         }
     }
 }
 
-void Replicas::answered(uint32_t shard, size_t replica)
+// A question that is answered says nothing of writing: what failed there stands until it is done again, or is long ago.
+void Replicas::answered(uint32_t shard, size_t replica, Task task)
 {
     std::lock_guard hold(m_lock);
-    ReplicaStatus& status = m_shards[shard][replica];
-    status.is_up = true;
-    status.last_code = 0;
-    status.answered_at = now_ms();
+    Replica& one = m_shards[shard][replica];
+    one.status.is_up = true;
+    one.status.answered_at = now_ms();
+    const bool is_long_ago = one.status.answered_at - one.status.trouble_at > g_trouble_counts_ms;
+    if (task == Task::writing || one.failed == Task::asking || is_long_ago)
+        one.status.last_code = 0;
 }
 
-void Replicas::failed(uint32_t shard, size_t replica, const Trouble& trouble)
+void Replicas::failed(uint32_t shard, size_t replica, Task task, const Trouble& trouble)
 {
     std::lock_guard hold(m_lock);
-    ReplicaStatus& status = m_shards[shard][replica];
-    status.is_up = trouble.kind == Trouble::Kind::code;
-    status.last_code = trouble.code;
-    status.last_trouble = trouble.text;
-    status.trouble_at = now_ms();
+    Replica& one = m_shards[shard][replica];
+    one.failed = task;
+    one.status.is_up = trouble.kind == Trouble::Kind::code;
+    one.status.last_code = trouble.code;
+    one.status.last_trouble = trouble.text;
+    one.status.trouble_at = now_ms();
 }
 
 std::vector<ReplicaStatus> Replicas::status() const
 {
     std::lock_guard hold(m_lock);
     std::vector<ReplicaStatus> all;
-    for (const auto& shard : m_shards)
-        all.insert(all.end(), shard.begin(), shard.end());
+    for (const auto& shard : m_shards) {
+        for (const Replica& replica : shard)
+            all.push_back(replica.status);
+    }
     return all;
 }
 

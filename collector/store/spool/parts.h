@@ -17,13 +17,23 @@ class Replicas
 public:
     explicit Replicas(const clickhouse::Layout& layout);
 
-    void answered(uint32_t shard, size_t replica);
-    void failed(uint32_t shard, size_t replica, const Trouble& trouble);
+    enum class Task
+    {
+        writing,
+        asking ///< what a node answers although it cannot write
+    };
+    void answered(uint32_t shard, size_t replica, Task task);
+    void failed(uint32_t shard, size_t replica, Task task, const Trouble& trouble);
     std::vector<ReplicaStatus> status() const;
 
 private:
     mutable std::mutex m_lock;
-    std::vector<std::vector<ReplicaStatus>> m_shards;
+    struct Replica
+    {
+        ReplicaStatus status;
+        Task failed = Task::asking; ///< what came to nothing last
+    };
+    std::vector<std::vector<Replica>> m_shards;
 };
 
 /// Tells the shard that rows of these days and applications come, or came.
@@ -45,7 +55,7 @@ struct Parts
     std::function<void()> on_shipped; ///< a group is on a replica
     std::atomic<bool> is_leaving{false};
     std::atomic<uint64_t> too_old{0}, forgotten{0}; ///< lines that were answered and not kept
-    std::vector<std::atomic<uint64_t>> unchecked;   ///< groups by shard: shipped and still in the spool
+    std::vector<std::atomic<uint64_t>> unchecked;   ///< groups by shard: shipped once and still in the spool
 
     /// Connections to the replicas of a shard, for one thread.
     std::vector<Client> clients(uint32_t shard) const;

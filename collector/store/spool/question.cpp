@@ -26,11 +26,14 @@ std::string text_of(Kind kind)
 
 } // namespace
 
-void Question::add(Spool& spool, const Group& group, const Screen& screen)
+bool Question::add(Spool& spool, const Group& group, const Screen& screen)
 {
     for (const BlockFacts& facts : group.blocks) {
         const Block block = spool.read(facts.id);
-        for (const Row& row : block.read()) {
+        const std::vector<Row> rows = block.read();
+        if (rows.size() != facts.lines)
+            return false;
+        for (const Row& row : rows) {
             if (is_screened(screen, facts.kind, row))
                 continue;
             clickhouse::RowWriter(m_places[static_cast<size_t>(facts.kind)])
@@ -43,6 +46,7 @@ void Question::add(Spool& spool, const Group& group, const Screen& screen)
         }
     }
     ++m_groups;
+    return true;
 }
 
 Answer<std::vector<bool>> Question::ask(Client& client, const clickhouse::Bounds& bounds) const

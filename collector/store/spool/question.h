@@ -11,8 +11,8 @@ namespace store::spool {
 class Question
 {
 public:
-    /// Adds a group's rows, less what the screen keeps out.
-    void add(Spool& spool, const Group& group, const Screen& screen);
+    /// Adds a group's rows, less what the screen keeps out. @return false when the spool's file does not give all
+    bool add(Spool& spool, const Group& group, const Screen& screen);
     /// Which of the groups, in the order of add(), lack a row in this node.
     Answer<std::vector<bool>> ask(Client& client, const clickhouse::Bounds& bounds) const;
 

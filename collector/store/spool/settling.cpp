@@ -14,7 +14,8 @@ Settling::~Settling()
     }
     m_wake.notify_one();
     m_thread.join();
-    give_up();
+    end([](const Waiting&) { return true; },
+        Fault{FaultKind::busy, "The collector leaves; the upload is in its spool."});
 }
 
 bool Settling::is_settled(const Need& need) const
@@ -46,10 +47,10 @@ void Settling::look()
     end([this](const Waiting& waiting) { return is_settled(waiting.need); }, std::nullopt);
 }
 
-void Settling::give_up()
+void Settling::wait()
 {
-    end([](const Waiting&) { return true; },
-        Fault{FaultKind::busy, "The collector leaves; the upload is in its spool."});
+    std::unique_lock hold(m_lock);
+    m_told.wait(hold, [this] { return m_waiting.empty() && m_telling == 0; });
 }
 
 void Settling::work()
@@ -67,7 +68,6 @@ void Settling::work()
 template <class Ends>
 void Settling::end(Ends&& ends, const std::optional<Fault>& fault)
 {
-    std::lock_guard calling(m_calls);
     std::list<Waiting> ended;
     {
         std::lock_guard hold(m_lock);
@@ -77,9 +77,13 @@ void Settling::end(Ends&& ends, const std::optional<Fault>& fault)
                 ended.splice(ended.end(), m_waiting, at);
             at = next;
         }
+        m_telling += ended.size();
     }
     for (Waiting& waiting : ended)
         waiting.done(fault);
+    std::lock_guard hold(m_lock);
+    m_telling -= ended.size();
+    m_told.notify_all();
 }
 
 } // namespace store::spool

@@ -28,8 +28,8 @@ public:
     void add(Need need, Done done);
     /// Looks again: a group was shipped. Any thread.
     void look();
-    /// Tells all that wait that they do so in vain. No call comes after this one, but for what is added later.
-    void give_up();
+    /// Returns when everybody who waits was told, each in time.
+    void wait();
 
 private:
     struct Waiting
@@ -45,9 +45,9 @@ private:
 
     const std::vector<std::unique_ptr<Lane>>& m_lanes;
     const std::chrono::milliseconds m_wait;
-    std::mutex m_calls; ///< held, before m_lock, while the ended are told: give_up() waits for that
     std::mutex m_lock;
-    std::condition_variable m_wake;
+    std::condition_variable m_wake, m_told;
+    size_t m_telling = 0;         ///< who wait no more, but were not told yet
     std::list<Waiting> m_waiting; ///< in order of their ends
     bool m_stopping = false;
     std::thread m_thread; ///< ends those whose time is over

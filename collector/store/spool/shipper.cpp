@@ -6,6 +6,7 @@ namespace {
 
 constexpr std::chrono::milliseconds g_first_pause(100), g_longest_pause(1000);
 constexpr unsigned g_most_vain = 8; // rounds
+constexpr size_t g_least_lines = 1000;
 
 } // namespace
 
@@ -14,6 +15,7 @@ Shipper::Shipper(Parts& parts, uint32_t shard)
       m_shard(shard),
       m_lane(*parts.lanes[shard]),
       m_clients(parts.clients(shard)),
+      m_lines(parts.options.group_lines),
       m_preferred(parts.spool->collector()[0] % m_clients.size()), // so that collectors share the work
       m_thread([this] { work(); })
 {}
@@ -30,7 +32,7 @@ void Shipper::work()
             continue;
         group->checked.reset();
         group->shipped_at = Clock::now();
-        ++m_parts.unchecked[m_shard];
+        m_parts.unchecked[m_shard] += group->origin != Group::Origin::again || std::exchange(group->is_aside, false);
         m_lane.shipped(std::move(*group));
         m_parts.on_shipped();
     }
@@ -46,9 +48,16 @@ Inserting::Patience Shipper::patience_for(const Group& group) const
 
 bool Shipper::ship(Group& group)
 {
-    Load load = read_load(*m_parts.spool, group, m_parts.screen);
+    std::optional<Load> read = read_load(*m_parts.spool, group, m_parts.screen);
+    while (!read && !m_parts.is_leaving) {
+        m_parts.pause(g_longest_pause); // the disk is at fault, which may pass
+        read = read_load(*m_parts.spool, group, m_parts.screen);
+    }
+    if (!read)
+        return false;
+    Load& load = *read;
     for (auto pause = g_first_pause; !m_parts.is_leaving; pause = std::min(pause * 2, g_longest_pause)) {
-        Inserting inserting(load, m_parts.options.group_lines, patience_for(group), m_parts.is_leaving);
+        Inserting inserting(load, m_lines, patience_for(group), m_parts.is_leaving);
         const bool is_again = group.origin == Group::Origin::again && !group.is_aside;
         if (is_again ? put_everywhere(group, load) : try_replicas(group, load, inserting))
             return true;
@@ -66,7 +75,7 @@ bool Shipper::put_everywhere(Group& group, Load& load)
 {
     bool is_there = false;
     for (size_t replica = 0; replica < m_clients.size() && !m_parts.is_leaving; ++replica) {
-        Inserting inserting(load, m_parts.options.group_lines, patience_for(group), m_parts.is_leaving);
+        Inserting inserting(load, m_lines, patience_for(group), m_parts.is_leaving);
         if (try_replica(inserting, load, replica))
             continue;
         group.replica = replica;
@@ -101,8 +110,14 @@ std::optional<Trouble> Shipper::try_replica(Inserting& inserting, const Load& lo
     }
     if (!trouble)
         trouble = inserting.put(m_clients[replica]);
+    // A node that is too slow for much may have time for less.
+    if (!trouble)
+        m_lines = std::min(m_lines * 2, m_parts.options.group_lines);
+    else if (trouble->kind == Trouble::Kind::late)
+        m_lines = std::max(m_lines / 4, g_least_lines);
     if (!m_parts.is_leaving)
-        trouble ? m_parts.replicas.failed(m_shard, replica, *trouble) : m_parts.replicas.answered(m_shard, replica);
+        trouble ? m_parts.replicas.failed(m_shard, replica, Replicas::Task::writing, *trouble)
+                : m_parts.replicas.answered(m_shard, replica, Replicas::Task::writing);
     return trouble;
 }
 

@@ -29,6 +29,7 @@ private:
     const uint32_t m_shard;
     Lane& m_lane;
     std::vector<Client> m_clients;
+    size_t m_lines; ///< of an insert
     size_t m_preferred;
     unsigned m_vain = 0; ///< rounds in which nodes refused all lines of a table, since one did not
     std::thread m_thread;

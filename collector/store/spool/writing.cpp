@@ -12,7 +12,12 @@ ClusterWriting::ClusterWriting(std::shared_ptr<Collecting> collecting, Keeping k
 
 ClusterWriting::~ClusterWriting()
 {
-    m_spCollecting->m_spSettling->give_up();
+    end_settling();
+}
+
+void ClusterWriting::end_settling()
+{
+    m_spCollecting->m_spSettling->wait();
 }
 
 std::unique_ptr<Writing> Collecting::writing(const std::shared_ptr<Collecting>& collecting, Keeping keeping)
@@ -117,7 +122,7 @@ void ClusterWriting::settle(std::function<void(const std::optional<Fault>&)> don
 {
     if (m_parts.options.answer == AnswerBy::spool)
         return done(std::nullopt);
-    m_spCollecting->m_spSettling->add(std::move(m_need), std::move(done));
+    m_spCollecting->m_spSettling->add(m_need, std::move(done));
 }
 
 std::optional<Fault> ClusterWriting::door()

@@ -14,6 +14,7 @@ public:
     /// Events and rejects of a receipt are those new in the spool: what left it before is stored once all the same.
     Result<std::vector<Receipt>> write(std::span<const Upload* const> uploads, const GroupLimit& limit) override;
     void settle(std::function<void(const std::optional<Fault>&)> done) override;
+    void end_settling() override;
     std::optional<Fault> door() override;
     Result<Progress> retain(const Retention& retention) override;
     Result<uint64_t> forget(std::string_view installation, std::chrono::milliseconds wait) override;
