@@ -184,9 +184,7 @@ class Run:
                 host.kill()
         self.rig.stop()
         for volume in self.rig.volumes.values():
-            for name in (volume.image, volume.image + ".cut"):
-                if os.path.exists(name):
-                    os.remove(name)
+            volume.remove()
 
 
 def main():

@@ -1,7 +1,9 @@
 """Disks that can be lost, and whose power can be cut: ext4 in image files, mounted in the scratch folder."""
+import glob
 import os
 import shutil
 import subprocess
+import time
 
 BYTES = 4 << 30  # an image is sparse: what was never written takes no room
 
@@ -36,9 +38,18 @@ class Volume:
             self.mounted = False
 
     def replace(self):
-        self.unmount()
-        os.remove(self.image)
+        self.put_aside()
         self.make()
+
+    def put_aside(self):
+        """The image of the disk that was: removed at the end, as that takes minutes where each extent is discarded."""
+        self.unmount()
+        os.rename(self.image, f"{self.image}.{time.monotonic_ns()}")
+
+    def remove(self):
+        self.unmount()
+        for name in glob.glob(self.image + "*"):
+            os.remove(name)
 
     def photograph(self):
         """Copies the image as it is now. Nobody must be writing, so that several disks are copied as of one moment."""
@@ -46,8 +57,8 @@ class Volume:
 
     def go_on_from_photograph(self):
         """The disk after the cut: its file system is repaired by its journal as at any start."""
-        self.unmount()
-        os.replace(self.image + ".cut", self.image)
+        self.put_aside()
+        os.rename(self.image + ".cut", self.image)
         checked = subprocess.run(["e2fsck", "-p", self.image], capture_output=True, text=True, check=False)
         if checked.returncode > 1:
             raise RuntimeError(f"{self.image} after the cut of power: {checked.stdout.strip()}")
