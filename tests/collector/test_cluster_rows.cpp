@@ -1,6 +1,4 @@
 // What a collector says to a cluster, without one: its address, its literals, its rows.
-#ifdef ANALYTICS_COLLECTOR_CLUSTER
-
 #include "store/clickhouse/client.h"
 #include "store/clickhouse/row_binary.h"
 #include "store/clickhouse/rows.h"
@@ -129,5 +127,3 @@ TEST(ClusterRows, OddTimesStayInTheirHoursAndWeeks)
         EXPECT_EQ(week_of(row.at), row.week) << row.at;
     }
 }
-
-#endif

@@ -119,6 +119,10 @@ TEST_F(ClusterUpkeep, AWeekIsDroppedOnceItsFiguresAreMade)
     Exclusions exclusions(std::make_shared<Layout>(m_layout));
     EXPECT_TRUE(exclusions.is_too_old(week));
     EXPECT_FALSE(exclusions.is_too_old(week + 1));
+    const store::Milliseconds week_after = (g_day + 7) * store::Milliseconds(86400000);
+    EXPECT_TRUE(delete_old(m_replicas, {std::nullopt, week_after}, {}));
+    EXPECT_TRUE(support::wait_until([&] { return number("count()) FROM roll_days") == 0; }));
+    EXPECT_EQ(number("count()) FROM roll_active"), 0u);
 }
 
 TEST_F(ClusterUpkeep, AForgottenInstallationLeavesEveryReplica)

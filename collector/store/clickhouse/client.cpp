@@ -155,6 +155,8 @@ struct Client::Connection
         std::string text = "max_execution_time=" + std::to_string(std::max<int64_t>(seconds, 1));
         if (bounds.memory != 0)
             text += "&max_memory_usage=" + std::to_string(bounds.memory);
+        if (bounds.spill != 0)
+            text += "&max_bytes_before_external_group_by=" + std::to_string(bounds.spill);
         return text;
     }
 

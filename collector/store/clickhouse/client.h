@@ -40,6 +40,7 @@ struct Bounds
     Clock::time_point until = Clock::time_point::max();
     const std::atomic<bool>* stop = nullptr; ///< looked at some times a second
     size_t answer = 512 << 20;               ///< bytes of the answer that are taken
+    uint64_t spill = 0;                      ///< bytes of a grouping past which the node's disk takes it; 0: never
 };
 
 /// A table that goes along with a question: what would make its text longer than the engine reads (256 KiB).

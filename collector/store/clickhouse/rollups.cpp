@@ -15,7 +15,8 @@ namespace {
 constexpr unsigned g_random_bits = 20; // of a generation
 constexpr size_t g_condition = 150000; // bytes; the engine reads questions of 256 KiB
 constexpr std::chrono::seconds g_peers(20);
-constexpr int g_replaced_for = 300; // seconds: longer than a question that began with the rollup before
+constexpr uint64_t g_spill = 1000000000; // bytes
+constexpr int g_replaced_for = 300;      // seconds: longer than a question that began with the rollup before
 
 struct State
 {
@@ -255,10 +256,12 @@ Answer<Done> make_rollup(Client& client, std::span<Client> peers, const Dated& d
     const State before = states->days[day];
     const uint64_t generation = (((before.generation >> g_random_bits) + 1) << g_random_bits) |
                                 (random_bits() & ((uint64_t(1) << g_random_bits) - 1));
+    Bounds patient = bounds;
+    patient.spill = g_spill; // a large day takes longer, but not the node's memory
     for (const Roll roll : g_rolls) {
         auto made = client.run("INSERT INTO " + std::string(table_of(roll)) + " (" + columns_of(roll) + ") " +
                                    roll_select(roll, day.first, day.second, generation),
-                               bounds);
+                               patient);
         if (!made)
             return made;
     }

@@ -180,16 +180,20 @@ Answer<Done> Upkeep::roll(Chores& shard, Client& client)
     auto days = days_to_roll(client, std::numeric_limits<Day>::min(), *last + 1, bounds(30s));
     if (!days)
         return days.fault();
+    Answer<Done> done = Done();
     for (const Dated& day : *days) {
         if (m_stopping)
             return Done();
-        if (auto made = make_rollup(client, shard.clients, day, bounds(g_rollup)); !made)
+        auto made = make_rollup(client, shard.clients, day, bounds(g_rollup));
+        if (!made && made.fault().kind != Trouble::Kind::code)
             return made;
+        if (!made)
+            done = made; // one that the node refuses holds up no other
         auto is_mine = shard.lease.take(client, bounds(5s));
         if (!is_mine || !*is_mine)
-            return is_mine ? Answer<Done>(Done()) : Answer<Done>(is_mine.fault());
+            return is_mine ? done : Answer<Done>(is_mine.fault());
     }
-    return Done();
+    return done;
 }
 
 Answer<Done> Upkeep::keep(Chores& shard)
