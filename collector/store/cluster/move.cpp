@@ -3,7 +3,9 @@
 #include "file_rows.h"
 #include "lane.h"
 
+#include "store/clickhouse/keeping.h"
 #include "store/clickhouse/marks.h"
+#include "store/clickhouse/row_binary.h"
 
 #include <cerrno>
 #include <cstring>
@@ -97,7 +99,8 @@ public:
     {
         const std::vector<clickhouse::Dated> days = m_rows.days();
         // Rollups of these days count no more from here on, nor do those made before all rows are in.
-        const bool is_done = !fault(m_rows.take_fault()) && mark(days) && send_rows(report) && send_rest() && sync();
+        const bool is_done =
+            !fault(m_rows.take_fault()) && read_excluded() && mark(days) && send_rows(report) && send_rest() && sync();
         if (is_done)
             mark(days);
         if (m_fault)
@@ -146,6 +149,8 @@ private:
 
     void add(const Piece& piece, const Open& open)
     {
+        if (is_excluded(piece))
+            return;
         Load& load = m_loads[piece.shard];
         if (!load.takes(piece, m_options.group_lines))
             give(piece.shard, open);
@@ -226,18 +231,67 @@ private:
     /// Waits until every replica has fetched what its peer was given.
     bool sync()
     {
+        const auto begun = Clock::now();
+        for (const auto& replicas : m_layout.shards)
+            for (const clickhouse::Node& node : replicas) {
+                Client client(node, m_layout);
+                const auto trouble = wait_for_peer(client, begun);
+                if (trouble && fault(Fault{FaultKind::busy, "All rows are in the cluster, but not yet on every node: " +
+                                                                trouble->text + "; move again when it is back."}))
+                    return false;
+            }
+        return true;
+    }
+
+    // Most often a look at the queues is enough. The engine's own wait is for merges as well, and for what others
+    // insert. 0 and 0 stand for an empty table and for one whose first entry was not looked at yet: that takes no half
+    // second.
+    std::optional<clickhouse::Trouble> wait_for_peer(Client& client, Clock::time_point begun) const
+    {
+        const std::string waits =
+            "SELECT toUInt64(countIf(log_max_index > 0 OR log_pointer > 0 OR inserts_in_queue > 0)), "
+            "count() FROM system.replicas WHERE database = " +
+            clickhouse::quoted(m_layout.database) +
+            " AND table IN ('events', 'rejects', 'drops', 'uploads') AND "
+            "(inserts_in_queue > 0 OR log_pointer <= log_max_index) FORMAT RowBinary";
+        while (Clock::now() < begun + std::chrono::seconds(5)) {
+            const auto answer = client.ask(waits);
+            if (!answer)
+                return answer.fault();
+            clickhouse::RowReader rows(*answer);
+            const uint64_t behind = rows.u64(), perhaps = rows.u64();
+            if (behind == 0 && (perhaps == 0 || Clock::now() > begun + std::chrono::milliseconds(500)))
+                return std::nullopt;
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
         clickhouse::Bounds bounds;
         bounds.time = std::chrono::minutes(10);
-        for (const auto& replicas : m_layout.shards)
-            for (const clickhouse::Node& node : replicas)
-                for (const char* table : {"events", "rejects", "drops", "uploads"}) {
-                    const auto done = Client(node, m_layout).run(std::string("SYSTEM SYNC REPLICA ") + table, bounds);
-                    if (!done &&
-                        fault(Fault{FaultKind::busy, "All rows are in the cluster, but not yet on every node: " +
-                                                         done.fault().text + "; move again when it is back."}))
-                        return false;
-                }
+        for (const char* table : {"events", "rejects", "drops", "uploads"})
+            if (const auto done = client.run(std::string("SYSTEM SYNC REPLICA ") + table, bounds); !done)
+                return done.fault();
+        return std::nullopt;
+    }
+
+    /// What the cluster keeps no more: dropped weeks, forgotten installations.
+    bool read_excluded()
+    {
+        for (size_t shard = 0; shard < m_layout.shards.size(); ++shard) {
+            std::vector<Client> clients = clickhouse::clients_of(m_layout, shard);
+            const auto excluded =
+                clickhouse::with_any(clients, [](Client& client) { return clickhouse::read_excluded(client, {}); });
+            if (!excluded && fault(clickhouse::fault_of(excluded.fault())))
+                return false;
+            m_excluded.last_week = std::max(m_excluded.last_week, excluded->last_week);
+            m_excluded.hashes.insert(excluded->hashes.begin(), excluded->hashes.end());
+        }
         return true;
+    }
+
+    bool is_excluded(const Piece& piece) const
+    {
+        return (piece.kind == clickhouse::Kind::events && piece.week <= m_excluded.last_week) ||
+               (!m_excluded.hashes.empty() &&
+                m_excluded.hashes.count(clickhouse::hash_of(piece.installation, m_layout.secret)) != 0);
     }
 
     const Layout& m_layout;
@@ -245,6 +299,7 @@ private:
     const std::string m_state, m_target;
     FileRows m_rows;
     Past m_past;
+    clickhouse::Excluded m_excluded;
     Moved m_moved;
     std::optional<Fault> m_fault;
     std::vector<Load> m_loads;
