@@ -73,6 +73,7 @@ private:
     std::function<http::Answer(const http::Request&)> m_health;
 };
 
+constexpr seconds least_keep(45);                 // what a node's system writes to the disk late, and a little more
 constexpr int64_t least_cluster_age = 40 * 86400; // seconds
 
 bool is_loopback(const std::string& address)
@@ -318,6 +319,8 @@ void prepare(Settings& settings)
     if (settings.store.empty())
         settings.store = default_store();
     settings.cluster.options = cluster_options(settings.cluster, settings.secret);
+    if (!store::is_file(settings.store) && settings.cluster.options.keep < least_keep)
+        logging::say("warning", "with --keep below 45 s a cut of power may take lines that no spool has any more");
     settings.server.header = seconds(settings.header_seconds != 0 ? settings.header_seconds : 86400);
     // Bodies come and go: kept on the heap they would leave it in pieces, and the memory would never go back.
     mallopt(M_MMAP_THRESHOLD, 256 << 10);
