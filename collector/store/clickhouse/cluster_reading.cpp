@@ -10,11 +10,11 @@ ClusterReading::ClusterReading(ReadingParts parts) : m_parts(std::move(parts)), 
 
 ClusterReading::~ClusterReading() = default;
 
-Filter ClusterReading::filter_of(Shard& shard, const Query& query)
+Filter ClusterReading::filter_of(Shard& shard, const Query& query, Days days)
 {
     Closed closed;
     auto [first, end] = Filter::whole_days(query);
-    if (m_parts.closed && first < end && !query.fact)
+    if (days == Days::closed && m_parts.closed && first < end && !query.fact)
         closed = m_parts.closed(shard.client(), query.application, first, end);
     return Filter(query, std::move(closed), m_parts.forgotten ? m_parts.forgotten(shard.client()) : "");
 }
@@ -23,9 +23,7 @@ Filter ClusterReading::filter_of(Shard& shard, const Query& query)
 Result<Receipts> ClusterReading::receipts(const Query& query, Cursor after, const Limit& limit)
 {
     const size_t most = std::max<size_t>(query.limit, 1);
-    auto rows_alone = [&](Shard& shard) {
-        return Filter(query, {}, m_parts.forgotten ? m_parts.forgotten(shard.client()) : "");
-    };
+    auto rows_alone = [&](Shard& shard) { return filter_of(shard, query, Days::open); };
     if (after == Following::g_cursor) {
         if (m_spFollowing == nullptr) {
             if (auto begun = end(limit); !begun)
@@ -53,7 +51,11 @@ Result<Cursor> ClusterReading::end(const Limit& limit)
 
 Result<Health> ClusterReading::health(const Limit& limit)
 {
-    auto parts = ask<Health>({}, limit, [](Shard& shard, const Filter& filter, Health& part) {
+    struct Part : Health
+    {
+        LossesPart lost;
+    };
+    auto parts = ask<Part>({}, limit, [](Shard& shard, const Filter& filter, Part& part) {
         auto number = [&](const std::string& select) {
             uint64_t value = 0;
             shard.rows(select, [&](RowReader& row) { value = row.u64(); });
@@ -64,7 +66,6 @@ Result<Health> ClusterReading::health(const Limit& limit)
             row.u64();
         });
         part.installations = number("SELECT uniqExact(installation) FROM installed WHERE " + filter.installed());
-        part.rejects = number("SELECT uniqExact(installation, batch, line) FROM rejects WHERE " + filter.sender());
         part.bytes = number("SELECT toUInt64(sum(bytes_on_disk)) FROM system.parts WHERE database = currentDatabase() "
                             "AND active");
         part.schema = static_cast<int>(number("SELECT toUInt64(any(value)) FROM meta WHERE name = 'schema'"));
@@ -80,17 +81,16 @@ Result<Health> ClusterReading::health(const Limit& limit)
             if (row.u64() != 0)
                 part.oldest_event = oldest;
         });
+        read_losses(shard, filter, part.lost);
     });
     if (!parts)
         return parts.fault();
-    auto drops = dropped({}, limit);
-    if (!drops)
-        return drops.fault();
     Health health;
-    for (const Health& part : *parts) {
+    std::vector<LossesPart> losses_parts;
+    for (Part& part : *parts) {
+        losses_parts.push_back(std::move(part.lost));
         health.events += part.events;
         health.installations += part.installations;
-        health.rejects += part.rejects;
         health.uploads += part.uploads;
         health.count_differs += part.count_differs;
         health.bytes += part.bytes;
@@ -99,8 +99,13 @@ Result<Health> ClusterReading::health(const Limit& limit)
         if (part.oldest_event && (!health.oldest_event || *part.oldest_event < *health.oldest_event))
             health.oldest_event = part.oldest_event;
     }
-    for (const auto& [hour, count] : *drops)
-        health.dropped += count;
+    auto lost = losses(std::move(losses_parts), limit);
+    if (!lost)
+        return lost.fault();
+    for (const auto& [hour, loss] : *lost) {
+        health.rejects += loss.rejects;
+        health.dropped += loss.dropped;
+    }
     return health;
 }
 

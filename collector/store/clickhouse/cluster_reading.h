@@ -1,6 +1,7 @@
 // The questions of a cluster, each a part of every shard and a sum of the parts.
 #pragma once
 
+#include "losses.h"
 #include "reading.h"
 
 #include "store/figures.h"
@@ -37,13 +38,19 @@ public:
     std::vector<std::string> take_missing() override { return m_shards.take_missing(); }
 
 private:
-    Filter filter_of(Shard& shard, const Query& query);
+    enum class Days
+    {
+        open,  ///< rows tell of all
+        closed ///< rollups tell of those they know
+    };
+    Filter filter_of(Shard& shard, const Query& query, Days days);
 
     /// Calls `ask(Shard&, const Filter&, Part&)` for every shard at once.
     template <class Part, class Ask>
-    Result<std::vector<Part>> ask(const Query& query, const Limit& limit, Ask&& ask)
+    Result<std::vector<Part>> ask(const Query& query, const Limit& limit, Ask&& ask, Days days = Days::closed)
     {
-        return m_shards.ask<Part>(limit, [&](Shard& shard, Part& part) { ask(shard, filter_of(shard, query), part); });
+        return m_shards.ask<Part>(limit,
+                                  [&](Shard& shard, Part& part) { ask(shard, filter_of(shard, query, days), part); });
     }
 
     struct Losses
@@ -51,8 +58,7 @@ private:
         uint64_t rejects = 0, dropped = 0;
     };
     /// By the number of the hour of receipt, for the hours that the query's period touches.
-    Result<std::map<int64_t, Losses>> losses(const Query& query, const Limit& limit);
-    Result<std::map<int64_t, uint64_t>> dropped(const Query& query, const Limit& limit);
+    Result<std::map<int64_t, Losses>> losses(std::vector<LossesPart> parts, const Limit& limit);
 
     const ReadingParts m_parts;
     Shards m_shards;

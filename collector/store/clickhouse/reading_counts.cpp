@@ -74,6 +74,7 @@ Result<Summary> ClusterReading::summary(const Query& query, const Limit& limit)
         uint64_t fresh = 0;
         std::set<std::pair<std::string, std::string>> versions;
         std::set<std::pair<uint8_t, std::string>> names;
+        LossesPart lost;
     };
     auto parts = ask<Part>(query, limit, [&](Shard& shard, const Filter& filter, Part& part) {
         shard.rows(counts_select(filter, ""), [&](RowReader& row) { part.counts = read_counts(row); });
@@ -86,19 +87,22 @@ Result<Summary> ClusterReading::summary(const Query& query, const Limit& limit)
             uint8_t is_named = row.u8();
             part.names.insert({is_named, std::string(row.text())});
         });
+        read_losses(shard, filter, part.lost);
     });
     if (!parts)
         return parts.fault();
-    auto lost = losses(query, limit);
-    if (!lost)
-        return lost.fault();
     Part all;
+    std::vector<LossesPart> losses_parts;
     for (Part& part : *parts) {
+        losses_parts.push_back(std::move(part.lost));
         all.counts += part.counts;
         all.fresh += part.fresh;
         all.versions.merge(part.versions);
         all.names.merge(part.names);
     }
+    auto lost = losses(std::move(losses_parts), limit);
+    if (!lost)
+        return lost.fault();
     Summary summary{
         all.counts.events, all.counts.installations, all.fresh, all.versions.size(), all.names.size(), 0, 0};
     for (const auto& [hour, loss] : *lost) {
@@ -111,28 +115,39 @@ Result<Summary> ClusterReading::summary(const Query& query, const Limit& limit)
 Result<std::vector<Point>> ClusterReading::series(const Query& query, Step step, const Limit& limit)
 {
     const StepWords& words = words_of(step);
-    using Part = std::map<int64_t, Point>;
+    using Points = std::map<int64_t, Point>;
+    struct Part
+    {
+        Points points;
+        LossesPart lost;
+    };
     auto parts = ask<Part>(query, limit, [&](Shard& shard, const Filter& filter, Part& part) {
         shard.rows(counts_select(filter, words.by), [&](RowReader& row) {
-            Point& point = part[row.i64()];
+            Point& point = part.points[row.i64()];
             point.events = row.u64();
             point.installations = row.u64();
         });
         shard.rows(fresh_by_step(filter, words), [&](RowReader& row) {
-            Point& point = part[row.i64()];
+            Point& point = part.points[row.i64()];
             point.new_installations = row.u64();
         });
+        read_losses(shard, filter, part.lost);
     });
     if (!parts)
         return parts.fault();
-    auto lost = losses(query, limit);
+    Points points;
+    std::vector<LossesPart> losses_parts;
+    for (Part& part : *parts) {
+        losses_parts.push_back(std::move(part.lost));
+        for (const auto& [at, more] : part.points) {
+            points[at].events += more.events;
+            points[at].installations += more.installations;
+            points[at].new_installations += more.new_installations;
+        }
+    }
+    auto lost = losses(std::move(losses_parts), limit);
     if (!lost)
         return lost.fault();
-    Part points = added(*parts, [](Point& sum, const Point& point) {
-        sum.events += point.events;
-        sum.installations += point.installations;
-        sum.new_installations += point.new_installations;
-    });
     for (const auto& [hour, loss] : *lost) {
         Point& point = points[step == Step::hour ? hour : day_of(hour * 3600)];
         point.rejects += loss.rejects;

@@ -33,14 +33,6 @@ BatchId read_batch(RowReader& row)
     return batch;
 }
 
-// Lines of a batch that were told as dropped at one time.
-struct Told
-{
-    Milliseconds at = 0;
-    uint64_t first = 0, end = 0;
-    bool is_meant = false; ///< by its time and teller
-};
-using ToldByBatch = std::map<BatchId, std::vector<Told>>;
 using LinesByBatch = std::map<BatchId, std::vector<uint64_t>>; // sorted, different ones
 
 // Counts a line for whoever told it first, when it is not stored.
@@ -133,21 +125,24 @@ Result<Table<RejectRow>> ClusterReading::rejects(const Query& query, const Limit
         uint64_t total = 0;
         std::vector<Reject> rows;
     };
-    auto parts = ask<Part>(query, limit, [&](Shard& shard, const Filter& filter, Part& part) {
-        const std::string rejects = rejects_relation(filter, filter.from * 1000, filter.to * 1000);
-        shard.rows("SELECT count() FROM " + rejects, [&](RowReader& row) { part.total = row.u64(); });
-        shard.rows("SELECT at, installation, why, begin, batch, place FROM " + rejects +
-                       " ORDER BY at DESC, batch DESC, place DESC LIMIT " + std::to_string(query.limit),
-                   [&](RowReader& row) {
-                       Reject& one = part.rows.emplace_back();
-                       one.row.received_at = row.i64();
-                       one.row.installation = row.text();
-                       one.row.reason = row.text();
-                       one.row.line = row.text();
-                       one.batch = read_batch(row);
-                       one.place = row.u32();
-                   });
-    });
+    auto parts = ask<Part>(
+        query, limit,
+        [&](Shard& shard, const Filter& filter, Part& part) {
+            const std::string rejects = rejects_relation(filter, filter.from * 1000, filter.to * 1000);
+            shard.rows("SELECT count() FROM " + rejects, [&](RowReader& row) { part.total = row.u64(); });
+            shard.rows("SELECT at, installation, why, begin, batch, place FROM " + rejects +
+                           " ORDER BY at DESC, batch DESC, place DESC LIMIT " + std::to_string(query.limit),
+                       [&](RowReader& row) {
+                           Reject& one = part.rows.emplace_back();
+                           one.row.received_at = row.i64();
+                           one.row.installation = row.text();
+                           one.row.reason = row.text();
+                           one.row.line = row.text();
+                           one.batch = read_batch(row);
+                           one.place = row.u32();
+                       });
+        },
+        Days::open);
     if (!parts)
         return parts.fault();
     Part all;
@@ -163,20 +158,33 @@ Result<Table<RejectRow>> ClusterReading::rejects(const Query& query, const Limit
     return table;
 }
 
-// A batch's lines may lie on other shards than what was told of them, so all are asked twice; mostly nothing was told.
-Result<std::map<int64_t, uint64_t>> ClusterReading::dropped(const Query& query, const Limit& limit)
+void read_losses(Shard& shard, const Filter& filter, LossesPart& part)
 {
-    auto told = ask<ToldByBatch>(query, limit, [&](Shard& shard, const Filter& filter, ToldByBatch& part) {
-        read_told(shard, filter, hour_of(filter.from) * int64_t(3600000), hour_of(filter.to + 3599) * int64_t(3600000),
-                  part);
-    });
-    if (!told)
-        return told.fault();
-    ToldByBatch all = added(*told, [](auto& sum, auto& more) { sum.insert(sum.end(), more.begin(), more.end()); });
-    std::map<int64_t, uint64_t> hours;
-    if (all.empty())
+    const int64_t from = hour_of(filter.from) * int64_t(3600000), to = hour_of(filter.to + 3599) * int64_t(3600000);
+    shard.rows("SELECT intDiv(at, 3600000) AS hour, count() FROM " + rejects_relation(filter, from, to) +
+                   " GROUP BY hour",
+               [&](RowReader& row) {
+                   uint64_t& rejects = part.rejects[row.i64()];
+                   rejects = row.u64();
+               });
+    read_told(shard, filter, from, to, part.told);
+}
+
+// A batch's lines may lie on other shards than what was told of them, so all are asked again; mostly nothing was told.
+Result<std::map<int64_t, ClusterReading::Losses>> ClusterReading::losses(std::vector<LossesPart> parts,
+                                                                         const Limit& limit)
+{
+    std::map<int64_t, Losses> hours;
+    ToldByBatch told;
+    for (LossesPart& part : parts) {
+        for (const auto& [hour, rejects] : part.rejects)
+            hours[hour].rejects += rejects;
+        for (auto& [batch, more] : part.told)
+            told[batch].insert(told[batch].end(), more.begin(), more.end());
+    }
+    if (told.empty())
         return hours;
-    const std::string batches = bytes_of(all);
+    const std::string batches = bytes_of(told);
     auto stored = m_shards.ask<LinesByBatch>(limit, [&](Shard& shard, LinesByBatch& part) {
         for (const char* table : {"events", "rejects"})
             shard.rows(std::string("SELECT DISTINCT batch, line FROM ") + table +
@@ -189,39 +197,15 @@ Result<std::map<int64_t, uint64_t>> ClusterReading::dropped(const Query& query, 
     if (!stored)
         return stored.fault();
     LinesByBatch lines = added(*stored, [](auto& sum, auto& more) { sum.insert(sum.end(), more.begin(), more.end()); });
-    for (auto& [batch, of_batch] : all) {
+    for (auto& [batch, of_batch] : told) {
         std::vector<uint64_t>& there = lines[batch];
         std::sort(there.begin(), there.end());
         there.erase(std::unique(there.begin(), there.end()), there.end());
         Dropped(std::move(of_batch), there).for_each([&](Milliseconds at, uint64_t count) {
-            hours[hour_of(at / 1000)] += count;
+            hours[hour_of(at / 1000)].dropped += count;
         });
     }
     return hours;
-}
-
-Result<std::map<int64_t, ClusterReading::Losses>> ClusterReading::losses(const Query& query, const Limit& limit)
-{
-    using Part = std::map<int64_t, Losses>;
-    auto parts = ask<Part>(query, limit, [](Shard& shard, const Filter& filter, Part& part) {
-        shard.rows("SELECT intDiv(at, 3600000) AS hour, count() FROM " +
-                       rejects_relation(filter, hour_of(filter.from) * int64_t(3600000),
-                                        hour_of(filter.to + 3599) * int64_t(3600000)) +
-                       " GROUP BY hour",
-                   [&](RowReader& row) {
-                       Losses& losses = part[row.i64()];
-                       losses.rejects = row.u64();
-                   });
-    });
-    if (!parts)
-        return parts.fault();
-    auto drops = dropped(query, limit);
-    if (!drops)
-        return drops.fault();
-    auto all = added(*parts, [](Losses& sum, const Losses& losses) { sum.rejects += losses.rejects; });
-    for (const auto& [hour, count] : *drops)
-        all[hour].dropped += count;
-    return all;
 }
 
 } // namespace store::clickhouse

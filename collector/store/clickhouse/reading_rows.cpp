@@ -214,12 +214,15 @@ Result<std::vector<uint64_t>> ClusterReading::funnel(const Query& query, std::sp
     Query of_all_names = query;
     of_all_names.name.reset();
     using Part = std::vector<uint64_t>;
-    auto parts = ask<Part>(of_all_names, limit, [&](Shard& shard, const Filter& filter, Part& part) {
-        shard.rows(Funnel(filter, names).select(), [&](RowReader& row) {
-            for (size_t i = 0; i < names.size(); ++i)
-                part.push_back(row.u64());
-        });
-    });
+    auto parts = ask<Part>(
+        of_all_names, limit,
+        [&](Shard& shard, const Filter& filter, Part& part) {
+            shard.rows(Funnel(filter, names).select(), [&](RowReader& row) {
+                for (size_t i = 0; i < names.size(); ++i)
+                    part.push_back(row.u64());
+            });
+        },
+        Days::open);
     if (!parts)
         return parts.fault();
     for (const Part& part : *parts) {
