@@ -15,6 +15,7 @@ namespace {
 
 constexpr Seconds g_slack = 2;           // clocks are read in whole seconds, and are corrected in small steps
 constexpr uint64_t g_most_rows = 200000; // of one question
+constexpr seconds g_start_time(5);       // for an answer that costs a node nothing
 constexpr seconds g_patience(30);        // with a replica that should have fetched by now
 constexpr milliseconds g_shortest(250), g_longest(10000);
 
@@ -93,9 +94,10 @@ void Checker::look()
 std::optional<std::vector<Seconds>> Checker::ask_starts()
 {
     std::vector<Seconds> starts;
+    clickhouse::Bounds bounds = bounds_of(m_parts);
+    bounds.time = g_start_time;
     for (size_t replica = 0; replica < m_clients.size(); ++replica) {
-        auto answer =
-            m_clients[replica].ask("SELECT toInt64(now()) - toInt64(uptime()) FORMAT RowBinary", bounds_of(m_parts));
+        auto answer = m_clients[replica].ask("SELECT toInt64(now()) - toInt64(uptime()) FORMAT RowBinary", bounds);
         note(replica, answer ? nullptr : &answer.fault());
         if (!answer)
             return std::nullopt;
@@ -176,20 +178,16 @@ bool Checker::look_at_shipped(const std::vector<Seconds>& starts)
         m_shipped.splice(m_shipped.begin(), due);
         return false;
     }
-    Groups lost, late;
+    Groups there, lost, late;
     for (size_t i = 0; !due.empty(); ++i) {
         const Group& group = due.front();
         const bool is_late = std::any_of(lacks->begin(), lacks->end(), [i](const auto& replica) { return replica[i]; });
         const bool is_lost =
             (*lacks)[group.replica % lacks->size()][i] || (is_late && Clock::now() - group.shipped_at > g_patience);
-        if (!is_late) {
-            keep(std::move(due.front()), starts);
-            due.pop_front();
-        } else {
-            Groups& list = is_lost ? lost : late;
-            list.splice(list.end(), due, due.begin());
-        }
+        Groups& list = !is_late ? there : is_lost ? lost : late;
+        list.splice(list.end(), due, due.begin());
     }
+    keep(std::move(there), starts);
     send_again(std::move(lost));
     const bool goes_on = late.empty() && !m_shipped.empty();
     m_shipped.splice(m_shipped.end(), late); // behind the others: one that stays late holds nothing up
@@ -222,31 +220,48 @@ bool Checker::look_at_kept()
     return goes_on;
 }
 
-void Checker::keep(Group&& group, const std::vector<Seconds>& starts)
+void Checker::keep(Groups&& groups, const std::vector<Seconds>& starts)
 {
-    group.checked = Checked{m_boot, since_boot_ms(), starts};
-    KeptGroup kept{{}, *group.checked};
-    for (const BlockFacts& block : group.blocks)
-        kept.blocks.push_back(block.id);
-    m_parts.spool->keep(kept);
-    m_kept.push_back(std::move(group));
+    std::vector<KeptGroup> kept;
+    for (Group& group : groups) {
+        group.checked = Checked{m_boot, since_boot_ms(), starts};
+        KeptGroup& one = kept.emplace_back();
+        one.checked = *group.checked;
+        for (const BlockFacts& block : group.blocks)
+            one.blocks.push_back(block.id);
+    }
+    if (!kept.empty())
+        m_parts.spool->keep(kept);
+    m_kept.splice(m_kept.end(), groups);
 }
 
 void Checker::let_go(Groups&& groups)
 {
-    for (Group& group : groups) {
-        if (m_parts.spool->remove(group.blocks)) {
-            --m_parts.unchecked[m_shard];
-        } else {
-            m_kept.push_back(std::move(group)); // the disk is at fault; once more later
-        }
-    }
+    std::vector<BlockFacts> blocks;
+    for (const Group& group : groups)
+        blocks.insert(blocks.end(), group.blocks.begin(), group.blocks.end());
+    if (blocks.empty())
+        return;
+    if (m_parts.spool->remove(blocks))
+        m_parts.unchecked[m_shard] -= groups.size();
+    else
+        m_kept.splice(m_kept.end(), groups); // the disk is at fault; once more later
 }
 
+// Small groups go together this time: each costs some inserts on every replica, however few its lines are.
 void Checker::send_again(Groups&& groups)
 {
-    for (Group& group : groups) {
+    while (!groups.empty()) {
+        Group group = std::move(groups.front());
+        groups.pop_front();
         group.checked.reset();
+        while (!groups.empty() && group.lines + groups.front().lines <= m_parts.options.group_lines &&
+               group.bytes + groups.front().bytes <= GroupBounds().bytes) {
+            for (const BlockFacts& block : groups.front().blocks)
+                group.add(block);
+            groups.pop_front();
+            --m_parts.unchecked[m_shard];
+        }
         m_lane.add(std::move(group));
     }
 }

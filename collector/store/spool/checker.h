@@ -35,7 +35,7 @@ private:
     /// By replica and group; none when a replica does not answer.
     std::optional<std::vector<std::vector<bool>>> ask(const Question& question);
     bool mark(const Question& question);
-    void keep(Group&& group, const std::vector<Seconds>& starts);
+    void keep(Groups&& groups, const std::vector<Seconds>& starts);
     void let_go(Groups&& groups);
     void send_again(Groups&& groups);
     void note(size_t replica, const Trouble* trouble);

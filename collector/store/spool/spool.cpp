@@ -255,17 +255,19 @@ Block Spool::read(int64_t block)
     return {};
 }
 
-void Spool::keep(const KeptGroup& group)
+void Spool::keep(std::span<const KeptGroup> groups)
 {
     std::lock_guard hold(m_lock);
     // What fails here is asked of the replicas once more after a start, so the fault is let go.
     write([&] {
         Statement add(m_database, "INSERT OR REPLACE INTO kept VALUES(?, ?, ?, ?, ?)");
-        const std::string starts = joined(group.checked.starts);
-        for (const int64_t block : group.blocks)
-            add.with(block, group.blocks.front(), group.checked.since, std::string_view(group.checked.boot),
-                     std::string_view(starts))
-                .run();
+        for (const KeptGroup& group : groups) {
+            const std::string starts = joined(group.checked.starts);
+            for (const int64_t block : group.blocks)
+                add.with(block, group.blocks.front(), group.checked.since, std::string_view(group.checked.boot),
+                         std::string_view(starts))
+                    .run();
+        }
     });
 }
 

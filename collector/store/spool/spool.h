@@ -88,7 +88,7 @@ public:
 
     /// A block's texts; empty when the file does not give them.
     Block read(int64_t block);
-    void keep(const KeptGroup& group);
+    void keep(std::span<const KeptGroup> groups);
     /// The blocks leave.
     Result<Done> remove(std::span<const BlockFacts> blocks);
     /// Takes lines out of a block, each of which becomes a block of its own with its code.
