@@ -6,7 +6,11 @@ namespace store::spool {
 
 using namespace std::chrono;
 
-static constexpr Milliseconds g_trouble_counts_ms = 60000;
+namespace {
+
+constexpr Milliseconds g_trouble_counts_ms = 60000;
+
+} // namespace
 
 Milliseconds now_ms()
 {
