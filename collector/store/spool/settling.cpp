@@ -57,7 +57,12 @@ void Settling::work()
 {
     std::unique_lock hold(m_lock);
     while (!m_stopping) {
-        m_waiting.empty() ? m_wake.wait(hold) : void(m_wake.wait_until(hold, m_waiting.front().until));
+        if (m_waiting.empty()) {
+            m_wake.wait(hold);
+        } else {
+            const Clock::time_point until = m_waiting.front().until; // a copy: the entry may end during the wait
+            m_wake.wait_until(hold, until);
+        }
         hold.unlock();
         end([](const Waiting& waiting) { return waiting.until <= Clock::now(); },
             Fault{FaultKind::busy, "No replica has taken the upload in time; it stays in the spool."});

@@ -44,7 +44,8 @@ std::string_view bytes_of(std::span<const Entry> entries)
 std::vector<Entry> entries_of(std::string_view bytes)
 {
     std::vector<Entry> entries(bytes.size() / sizeof(Entry));
-    memcpy(static_cast<void*>(entries.data()), bytes.data(), entries.size() * sizeof(Entry));
+    if (!entries.empty()) // memcpy takes no null pointer, not even for no bytes
+        memcpy(static_cast<void*>(entries.data()), bytes.data(), entries.size() * sizeof(Entry));
     return entries;
 }
 
