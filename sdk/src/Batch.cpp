@@ -48,7 +48,7 @@ std::unique_ptr<HeldFile> NewTemporary(const std::string& path)
     for (int tries = 0; tries < 3; ++tries) {
         auto file = std::make_unique<HeldFile>();
         if (file->Open(path, O_RDWR | O_CREAT | O_EXCL, 0600)) {
-            if (file->WaitForLock(lock_patience_ms) != HeldFile::Lock::refused && file->IsAt(path))
+            if (file->WaitForLock(lock_patience_ms, path) != HeldFile::Lock::refused && file->IsAt(path))
                 return file;
         } else if (errno == EEXIST)
             RemoveAbandoned(path);
@@ -91,11 +91,12 @@ Batch::Claimed Batch::Claim(const std::string& log, const BatchName& name, Batch
     HeldFile& file = *claim->m_file;
     if (!file.Open(claim->m_path, O_RDONLY) || !file.Look(now) || !IsOwnFile(now))
         return Claimed::gone;
-    if (file.WaitForLock(wait_ms) == HeldFile::Lock::refused)
-        return Claimed::busy;
+    const HeldFile::Lock lock = file.WaitForLock(wait_ms, claim->m_path);
     // During the wait the holder may have sent and deleted it, or replaced it by its first half.
     if (!file.IsAt(claim->m_path) || !file.Look(now))
         return Claimed::gone;
+    if (lock == HeldFile::Lock::refused)
+        return Claimed::busy;
     claim->m_bytes = static_cast<uint64_t>(now.st_size);
     claim->m_mode = now.st_mode;
     batch = std::move(claim);

@@ -123,12 +123,12 @@ HeldFile::Lock HeldFile::TryLock()
     return errno == EWOULDBLOCK ? Lock::refused : Lock::unsupported;
 }
 
-HeldFile::Lock HeldFile::WaitForLock(int wait_ms)
+HeldFile::Lock HeldFile::WaitForLock(int wait_ms, const std::string& path)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(wait_ms);
     for (;;) {
         const Lock lock = TryLock();
-        if (lock != Lock::refused || std::chrono::steady_clock::now() >= end)
+        if (lock != Lock::refused || std::chrono::steady_clock::now() >= end || !IsAt(path))
             return lock;
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }

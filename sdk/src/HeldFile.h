@@ -45,9 +45,10 @@ public:
     };
     /// Asks for the exclusive lock, without waiting.
     Lock TryLock();
-    /// The same, repeated for `wait_ms`. Not to be called under the log's lock, so that other threads can go on
-    /// logging.
-    Lock WaitForLock(int wait_ms);
+    /// The same, repeated for `wait_ms`; refused at once when the path does not lead to this file any more, as whoever
+    /// sealed it may hold the lock for as long as a request takes. Not to be called under the log's lock, so that other
+    /// threads can go on logging.
+    Lock WaitForLock(int wait_ms, const std::string& path);
     void Unlock();
     /// Whether the path still leads to this file: between open and lock another process may have renamed or replaced
     /// it.

@@ -45,7 +45,7 @@ struct CloseFolder
     void operator()(DIR* folder) const { ::closedir(folder); }
 };
 
-// Opens, locks and seals. A file that does not exist counts as done.
+// Opens, locks and seals. A file that is not there, or not any more, counts as done.
 bool Seal(const std::string& path, const std::string& log, int wait_ms, bool (*wanted)(const struct stat&))
 {
     HeldFile file;
@@ -56,8 +56,12 @@ bool Seal(const std::string& path, const std::string& log, int wait_ms, bool (*w
         return errno == ENOENT || errno == ENOTDIR;
     if (!file.Look(now) || !S_ISREG(now.st_mode) || !wanted(now))
         return true;
-    return now.st_uid == ::geteuid() && file.WaitForLock(wait_ms) != HeldFile::Lock::refused && file.IsAt(path) &&
-           file.Look(now) && (!wanted(now) || SealHeld(file, now, path, log));
+    if (now.st_uid != ::geteuid())
+        return false;
+    const HeldFile::Lock lock = file.WaitForLock(wait_ms, path);
+    if (!file.IsAt(path)) // another thread or process has sealed it meanwhile
+        return true;
+    return lock != HeldFile::Lock::refused && file.Look(now) && (!wanted(now) || SealHeld(file, now, path, log));
 }
 
 } // namespace

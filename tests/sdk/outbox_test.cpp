@@ -7,10 +7,12 @@
 #include <gtest/gtest.h>
 #include <set>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 #include "support/child.h"
 #include "support/scratch.h"
+#include "support/wait.h"
 
 using namespace AnalyticsSDK;
 using support::read_file;
@@ -155,6 +157,29 @@ TEST_F(OutboxTest, FinishesTheSealingThatWasBegun)
                 std::filesystem::remove(FileOf(outbox.Log(), batch.name, BatchKind::batch));
             }
         }
+}
+
+TEST_F(OutboxTest, CountsAsSealedWhatAnotherSealsDuringTheWait)
+{
+    write_file(outbox.OpenPath(), "line\n");
+    HeldFile other;
+    struct stat now;
+    ASSERT_TRUE(other.Open(outbox.OpenPath(), O_RDONLY) && other.Look(now));
+    ASSERT_EQ(other.TryLock(), HeldFile::Lock::held);
+    bool sealed = false;
+    std::thread sealer([&] { sealed = outbox.SealOpen(60'000); });
+    const auto has_opened = [&] {
+        int handles = 0;
+        std::error_code closed; // a descriptor may go while it is looked at
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+            handles += std::filesystem::read_symlink(entry, closed) == outbox.OpenPath();
+        return handles == 2;
+    };
+    EXPECT_TRUE(support::wait_until(has_opened));
+    EXPECT_TRUE(SealHeld(other, now, outbox.OpenPath(), outbox.Log())); // and holds it as for a request
+    sealer.join();
+    EXPECT_TRUE(sealed);
+    EXPECT_EQ(outbox.Scan().batches.size(), 1u);
 }
 
 TEST_F(OutboxTest, SplitsAtTheLineEndNearestBelowHalf)
