@@ -89,7 +89,9 @@ Batch::Claimed Batch::Claim(const std::string& log, const BatchName& name, Batch
     struct stat now;
     std::unique_ptr<Batch> claim(new Batch(log, name, kind));
     HeldFile& file = *claim->m_file;
-    if (!file.Open(claim->m_path, O_RDONLY) || !file.Look(now) || !IsOwnFile(now))
+    if (!file.Open(claim->m_path, O_RDONLY))
+        return errno == ENOENT ? Claimed::gone : Claimed::unreadable;
+    if (!file.Look(now) || !IsOwnFile(now))
         return Claimed::gone;
     const HeldFile::Lock lock = file.WaitForLock(wait_ms, claim->m_path);
     // During the wait the holder may have sent and deleted it, or replaced it by its first half.

@@ -24,8 +24,9 @@ public:
     enum class Claimed
     {
         yes,
-        busy, ///< another process or session holds it
-        gone  ///< the file does not exist any more
+        busy,       ///< another process or session holds it
+        gone,       ///< the file does not exist any more
+        unreadable, ///< it is there and cannot be opened; errno says why
     };
     /// Claims a file of the outbox for as long as `batch` lives. On a file system without locks it always succeeds.
     /// @param log absolute path of the log @param wait_ms for its lock: a writer that looks at its old handle holds it

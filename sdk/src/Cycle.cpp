@@ -1,6 +1,8 @@
 #include "Cycle.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -27,6 +29,12 @@ int64_t Now_ms()
 {
     using namespace std::chrono;
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+std::string ReasonOfUnreadable(const std::string& file)
+{
+    return "The events in " + file + " cannot be read (" + std::generic_category().message(errno) +
+           "); see to it that this user may read the file.";
 }
 
 } // namespace
@@ -72,6 +80,8 @@ CycleOutcome Cycle::Run(const Send& send)
     Prepare();
     SendBatches(send);
     TellDropped(send);
+    if (!m_error.empty()) // last, as the answer to a request clears it
+        m_ledger.SetLastError(m_error);
     return m_outcome;
 }
 
@@ -128,6 +138,11 @@ std::unique_ptr<Batch> Cycle::ClaimPlanned()
             break;
         case Batch::Claimed::gone:
             m_sawOthers = true;
+            break;
+        case Batch::Claimed::unreadable:
+            m_error = ReasonOfUnreadable(FileOf(m_outbox.Log(), name, BatchKind::batch));
+            m_tried.insert(name);
+            NoteFailure(0);
         }
     }
     return nullptr;

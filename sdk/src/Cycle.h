@@ -99,6 +99,7 @@ private:
     std::set<std::string, std::less<>> m_ids; ///< of the batches that were there at the start
     std::vector<BatchName> m_dropped;
     std::optional<DeliveryClock::time_point> m_busyEnd;
+    std::string m_error;      ///< why a batch could not be read; empty when all could
     bool m_sawOthers = false; ///< another process has changed the planned batches
     long m_asideStatus = 0;   ///< of the last answer if that set its batch aside; else 0
 };

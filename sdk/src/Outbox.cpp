@@ -70,7 +70,9 @@ bool SealHeld(const HeldFile& file, const struct stat& now, const std::string& p
 {
     const std::string id = BatchName::NewId();
     const bool was_sealed = IsSealed(now);
-    if (id.empty() || (!was_sealed && ::fchmod(file.Get(), now.st_mode & 0555) != 0))
+    // Readable by its owner in any case, who could not send it otherwise.
+    const mode_t sealed = (now.st_mode & 0555) | S_IRUSR;
+    if (id.empty() || ((now.st_mode & 07777) != sealed && ::fchmod(file.Get(), sealed) != 0))
         return false;
     if (std::rename(path.c_str(), FileOf(log, {id, 0}, BatchKind::batch).c_str()) == 0)
         return true;
