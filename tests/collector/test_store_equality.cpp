@@ -7,9 +7,13 @@
 #include "stores.h"
 
 #include "api/api.h"
+#include "store/clickhouse/keeping.h"
+#include "store/clickhouse/rollups.h"
 #include "store/cluster/move.h"
+#include "support/wait.h"
 
 #include <chrono>
+#include <list>
 #include <random>
 
 namespace {
@@ -35,35 +39,24 @@ private:
     ReadingParts m_parts;
 };
 
-// Makes rollups of most days, and tells of them.
-ReadingParts with_rollups(const std::shared_ptr<const Layout>& layout)
+// Makes rollups of most days and waits until every node tells of them.
+void make_rollups(const Layout& layout)
 {
-    const Day first = g_start / 86400 - 1, end = first + g_days + 2;
-    for (const auto& shard : layout->shards) {
-        Client client(shard.front(), *layout);
-        for (Roll roll : g_rolls) {
-            std::string insert = std::string("INSERT INTO ") + table_of(roll) + " (" + columns_of(roll) + ")", all;
-            for (Day day = first; day < end; ++day) {
-                for (const char* application : {"app0", "app1"})
-                    all += (all.empty() ? " " : " UNION ALL ") + roll_select(roll, day, application, 7);
-            }
-            auto made = client.run(insert + all);
-            EXPECT_TRUE(made) << made.fault().text;
-        }
+    const Day first = g_start / 86400, end = first + g_days;
+    std::vector<Dated> days;
+    for (Day day = first; day < end; ++day) {
+        if (day % 5 != 0)
+            days.insert(days.end(), {{day, "app0"}, {day, "app1"}});
     }
-    ReadingParts parts{layout};
-    parts.closed = [=](Client&, const std::optional<std::string>&, Day from, Day to) {
-        Closed closed{{}, "day IN (99999"};
-        for (Day day = std::max(first, from); day < std::min(end, to); ++day) {
-            if (day % 5 == 0)
-                continue;
-            closed.days.push_back(day);
-            closed.rolls += "," + std::to_string(day);
-        }
-        closed.rolls += ")";
-        return closed;
-    };
-    return parts;
+    for (size_t shard = 0; shard < layout.shards.size(); ++shard) {
+        std::vector<Client> replicas = clients_of(layout, shard);
+        EXPECT_TRUE(write_marks(replicas[0], days));
+        for (const Dated& day : days)
+            EXPECT_TRUE(make_rollup(replicas[0], replicas, day, {std::chrono::minutes(1)}));
+        for (Client& replica : replicas)
+            EXPECT_TRUE(support::wait_until(
+                [&] { return 2 * closed_days(replica, std::nullopt, first, end).days.size() == days.size(); }));
+    }
 }
 
 // Uploads as hosts send them, in the order of receipt: batches, whole files that grow, lines that are no events, told
@@ -213,23 +206,29 @@ std::string text_of(api::Api& asked, const std::string& path, const std::string&
     return std::to_string(answer.status) + " " + answer.body;
 }
 
-void expect_equal(store::Store& expected, store::Store& got)
+// `got` beside what each of them is.
+void expect_equal(store::Store& expected, std::vector<std::pair<const char*, Asked>> got)
 {
     api::Api of_file(expected, std::move(*expected.reading()), nullptr, {});
-    api::Api of_cluster(got, std::move(*got.reading()), nullptr, {});
+    std::list<api::Api> of_clusters;
+    for (auto& [what, store] : got)
+        of_clusters.emplace_back(store, std::move(*store.reading()), nullptr, api::Surroundings{});
     for (const std::string address : addresses) {
         for (const char* filter : filters) {
             const size_t mark = address.find('?');
             std::string words = address.substr(mark + 1) + filter;
             words.erase(0, words[0] == '&');
             const std::string file = text_of(of_file, address.substr(0, mark), words);
-            const std::string cluster = text_of(of_cluster, address.substr(0, mark), words);
-            EXPECT_EQ(cluster.substr(0, 4), "200 ") << address << filter;
-            const auto differs = std::mismatch(cluster.begin(), cluster.end(), file.begin(), file.end());
-            const size_t place = static_cast<size_t>(differs.first - cluster.begin());
-            const size_t from = place < 60 ? 0 : place - 60;
-            EXPECT_EQ(cluster == file, true) << address << filter << "\nfile    " << file.substr(from, 160)
-                                             << "\ncluster " << cluster.substr(from, 160);
+            EXPECT_EQ(file.substr(0, 4), "200 ") << address << filter;
+            auto of_cluster = of_clusters.begin();
+            for (const auto& [what, store] : got) {
+                const std::string cluster = text_of(*of_cluster++, address.substr(0, mark), words);
+                const auto differs = std::mismatch(cluster.begin(), cluster.end(), file.begin(), file.end());
+                const size_t place = static_cast<size_t>(differs.first - cluster.begin());
+                const size_t from = place < 60 ? 0 : place - 60;
+                EXPECT_EQ(cluster == file, true) << what << " " << address << filter << "\nfile    "
+                                                 << file.substr(from, 160) << "\ncluster " << cluster.substr(from, 160);
+            }
         }
     }
 }
@@ -257,14 +256,13 @@ TEST(StoreEquality, HoldsForEveryAddressOfTheApi)
         for (size_t at = 0; at < group.size();)
             at += writing->write(std::span(group).subspan(at), {400, 100000, 8 << 20, std::chrono::hours(1)})->size();
     }
-    Asked of_rows({database.layout()}), of_rollups(with_rollups(database.layout()));
-    expect_equal(*file, of_rows);
-    expect_equal(*file, of_rollups);
+    make_rollups(*database.layout());
     for (const bool from_the_start : {false, true}) // what comes twice is there once
-        value(
-            store::cluster::move_file(folder.file("events.db"), *moved.layout(), {2000, from_the_start}, [](auto) {}));
-    Asked of_moved({moved.layout()});
-    expect_equal(*file, of_moved);
+        value(store::cluster::move_file(folder.file("events.db"), *moved.layout(), {events / 10, from_the_start},
+                                        [](auto) {}));
+    expect_equal(*file, {{"rows", Asked({database.layout()})},
+                         {"rollups", Asked({database.layout(), closed_days})},
+                         {"moved", Asked({moved.layout()})}});
 }
 
 } // namespace test
