@@ -1,18 +1,17 @@
 // The page's panels over a cluster of two shards: the store's answer against the raw count over the same rows, which
-// takes an event twice that was stored twice. 1 million events unless ANALYTICS_BENCH_MILLIONS says otherwise; 30 days,
-// 20,000 installations, 40 names. Closed days are a week with rollups, today is a day without; both have 5 % repeated
-// uploads.
+// takes an event twice that was stored twice. 1 million events unless ANALYTICS_BENCH_MILLIONS says otherwise, and
+// judged from 10 million on; 30 days, 20,000 installations, 40 names. Closed days are a week with rollups, today is a
+// day without; both have 5 % repeated uploads.
+#include "cluster_nodes.h"
 #include "collector_events.h"
-#include "session.h"
-#include "table.h"
 
+#include "intake/intake.h"
 #include "store/clickhouse/reading.h"
 #include "store/clickhouse/rollups.h"
 #include "store/clickhouse/rows.h"
-#include "store/clickhouse/schema.h"
 
 #include <cstdlib>
-#include <fstream>
+#include <stdexcept>
 
 using namespace bench;
 using namespace store::clickhouse;
@@ -24,36 +23,10 @@ namespace {
 constexpr store::Seconds g_day = 86400;
 constexpr Bounds g_patient{std::chrono::minutes(10)};
 
-// Nodes of this program's own, one a shard.
-class Nodes
-{
-public:
-    Nodes()
-    {
-        run("start --shards 2 --replicas 1 ");
-        std::string address;
-        std::getline(std::ifstream(m_folder.file("address")), address);
-        layout = std::make_shared<Layout>(*parse_address(address + "/bench", {}));
-    }
-    ~Nodes() { run("stop "); }
-
-    std::shared_ptr<const Layout> layout;
-
-private:
-    void run(const char* words)
-    {
-        const std::string command = std::string(BENCH_NODES) + " " + words + m_folder.file("") + " >/dev/null";
-        if (system(command.c_str()) != 0)
-            fprintf(stderr, "%s failed\n", command.c_str());
-    }
-
-    Folder m_folder;
-};
-
 void check(const Answer<store::Done>& done)
 {
     if (!done)
-        fprintf(stderr, "%s\n", done.fault().text.c_str());
+        throw std::runtime_error(done.fault().text);
 }
 
 void insert(const Layout& layout, const std::vector<store::Upload>& uploads)
@@ -61,24 +34,44 @@ void insert(const Layout& layout, const std::vector<store::Upload>& uploads)
     std::vector<Piece> pieces;
     for (const store::Upload& upload : uploads)
         encode(upload, layout.shards.size(), pieces);
-    std::vector<std::string> blocks(layout.shards.size());
+    std::map<std::pair<uint32_t, Kind>, std::string> blocks;
     for (const Piece& piece : pieces)
-        blocks[piece.shard] += piece.row;
-    for (size_t shard = 0; shard < blocks.size(); ++shard)
-        check(Client(layout.shards[shard].front(), layout)
-                  .insert("events", facts(Kind::events).columns, blocks[shard], g_patient));
+        blocks[{piece.shard, piece.kind}] += piece.row;
+    for (const auto& [place, rows] : blocks) {
+        const TableFacts& table = facts(place.second);
+        check(Client(layout.shards[place.first].front(), layout).insert(table.name, table.columns, rows, g_patient));
+    }
+}
+
+// The bench's events, one property of them as one that the library itself would have filled in; with every tenth upload
+// comes one line that is no event.
+std::vector<store::Upload> uploads_of(int first, int count, store::Seconds between)
+{
+    std::vector<store::Upload> uploads = collector_uploads(first, count, between);
+    for (store::Upload& upload : uploads) {
+        for (store::Property& property : upload.properties)
+            property.is_fact = property.key == "mode";
+    }
+    for (int i = (first + 9) / 10 * 10; i < first + count; i += 10) {
+        intake::Form form;
+        form.data = "no event " + std::to_string(i) + "\n";
+        form.sender = "bench";
+        intake::read_lines(std::move(form), std::nullopt, (collector_start() + i * between) * 1000, {},
+                           uploads.emplace_back());
+    }
+    return uploads;
 }
 
 void fill(const Layout& layout, int uploads)
 {
     const store::Seconds between = 30 * g_day / uploads;
     for (int done = 0; done < uploads; done += 1000)
-        insert(layout, collector_uploads(done, std::min(1000, uploads - done), between));
+        insert(layout, uploads_of(done, std::min(1000, uploads - done), between));
     for (const auto& shard : layout.shards)
-        check(Client(shard.front(), layout).run("SYSTEM STOP MERGES bench.events"));
+        check(Client(shard.front(), layout).run("SYSTEM STOP MERGES " + layout.database + ".events"));
     std::vector<store::Upload> again;
     for (int i = 0; i < uploads; i += 20)
-        again.push_back(std::move(collector_uploads(i, 1, between).front()));
+        again.push_back(std::move(uploads_of(i, 1, between).front()));
     insert(layout, again);
 }
 
@@ -94,62 +87,99 @@ void make_rollups(const Layout& layout, Day first, Day end)
     }
 }
 
+template <class T>
+const T& answered(const store::Result<T>& result)
+{
+    if (!result)
+        throw std::runtime_error(result.fault().text);
+    return *result;
+}
+
 struct Panel
 {
     const char* name;
     void (*ask)(Reading& reading, Query query);
-    const char* raw; ///< behind SELECT; "#" stands for FROM and the period
+    const char* raw; ///< behind SELECT; "#" stands for FROM and the period "@", "%" for the period of receipt
 };
 
 const Panel panels[] = {
-    {"events per hour", [](Reading& reading, Query query) { reading.series(query, store::Step::hour, {}); },
+    {"events per hour", [](Reading& reading, Query query) { answered(reading.series(query, store::Step::hour, {})); },
      "hour, count(), uniqExact(installation) # GROUP BY hour"},
-    {"summary", [](Reading& reading, Query query) { reading.summary(query, {}); },
+    {"events per day", [](Reading& reading, Query query) { answered(reading.series(query, store::Step::day, {})); },
+     "intDiv(hour, 24) AS day, count(), uniqExact(installation) # GROUP BY day"},
+    {"summary", [](Reading& reading, Query query) { answered(reading.summary(query, {})); },
      "count(), uniqExact(installation), uniqExact(application, version), uniqExact(name) #"},
-    {"names", [](Reading& reading, Query query) { reading.names(query, {}); },
+    {"names", [](Reading& reading, Query query) { answered(reading.names(query, {})); },
      "name, is_named, count(), uniqExact(installation) # GROUP BY name, is_named"},
-    {"versions", [](Reading& reading, Query query) { reading.versions(query, {}); },
+    {"versions", [](Reading& reading, Query query) { answered(reading.versions(query, {})); },
      "application, version, count(), uniqExact(installation) # GROUP BY application, version"},
-    {"installations", [](Reading& reading, Query query) { reading.installations(query, {}); },
+    {"facts", [](Reading& reading, Query query) { answered(reading.facts(query, {})); },
+     "p.key, p.type, p.text, count(), uniqExact(installation) FROM events ARRAY JOIN p WHERE @ AND p.is_fact=1 GROUP "
+     "BY "
+     "p.key, p.type, p.text"},
+    {"installations", [](Reading& reading, Query query) { answered(reading.installations(query, {})); },
      "installation, application, count() AS n # GROUP BY installation, application ORDER BY n DESC LIMIT 100"},
     {"a name's properties",
      [](Reading& reading, Query query) {
          query.name = "name_7";
-         reading.properties(query, {});
+         answered(reading.properties(query, {}));
      },
      "p.key, p.type, p.text, count() FROM events ARRAY JOIN p WHERE name='name_7' AND @ GROUP BY p.key, p.type, "
      "p.text"},
     {"a name's numbers",
      [](Reading& reading, Query query) {
          query.name = "name_7";
-         reading.numbers(query, "size", {});
+         answered(reading.numbers(query, "size", {}));
      },
      "p.text[indexOf(p.key, 'size')] AS size, count() # AND name='name_7' GROUP BY size"},
-    {"newest events", [](Reading& reading, Query query) { reading.timeline(query, {}); },
+    {"a property's course",
+     [](Reading& reading, Query query) {
+         query.name = "name_7";
+         answered(reading.property_series(query, "size", store::Step::day, {}));
+     },
+     "intDiv(hour, 24) AS day, p.text[indexOf(p.key, 'size')] AS size, count() # AND name='name_7' GROUP BY day, size"},
+    {"newest events", [](Reading& reading, Query query) { answered(reading.timeline(query, {})); },
      "* # ORDER BY logged DESC LIMIT 100"},
-    {"retention", [](Reading& reading, Query query) { reading.retention(query, {}); },
+    {"funnel of two names",
+     [](Reading& reading, Query query) {
+         const std::string names[] = {"name_7", "name_8"};
+         answered(reading.funnel(query, names, {}));
+     },
+     "count(), countIf(last>=first) FROM (SELECT installation, minIf(logged, name='name_7') AS first, maxIf(logged, "
+     "name='name_8') AS last # AND name IN ('name_7', 'name_8') GROUP BY installation HAVING first>0)"},
+    {"rejects", [](Reading& reading, Query query) { answered(reading.rejects(query, {})); },
+     "* FROM rejects WHERE % ORDER BY received DESC LIMIT 100"},
+    {"retention", [](Reading& reading, Query query) { answered(reading.retention(query, {})); },
      "w, uniqExact(installation) FROM (SELECT intDiv(hour, 168) AS w, installation #) ANY INNER JOIN (SELECT "
      "installation, minMerge(first) AS seen FROM installed GROUP BY installation) USING (installation) GROUP BY w"},
 };
 
+void put(std::string& text, const char* mark, const std::string& meant)
+{
+    if (const size_t at = text.find(mark); at != std::string::npos)
+        text.replace(at, 1, meant);
+}
+
 std::string raw_select(const Panel& panel, const Query& query)
 {
-    const std::string period = Filter(query, {}, "").rows();
     std::string select = std::string("SELECT ") + panel.raw;
-    if (size_t at = select.find('@'); at != std::string::npos)
-        select.replace(at, 1, period);
-    if (size_t at = select.find('#'); at != std::string::npos)
-        select.replace(at, 1, "FROM events WHERE " + period);
+    put(select, "#", "FROM events WHERE @");
+    put(select, "@", Filter(query, {}, "").rows());
+    put(select, "%",
+        "received>=" + std::to_string(query.from * 1000) + " AND received<" + std::to_string(query.to * 1000));
     return select;
 }
 
 void ask_raw(Shards& shards, const std::string& select)
 {
-    auto done = shards.ask<int>({}, [&](Shard& shard, int&) {
+    auto troubles = shards.ask<std::string>({}, [&](Shard& shard, std::string& trouble) {
         if (auto answer = shard.client().ask(select + " FORMAT RowBinary", g_patient); !answer)
-            fprintf(stderr, "%s\n", answer.fault().text.c_str());
+            trouble = answer.fault().text;
     });
-    keep(done);
+    for (const std::string& trouble : answered(troubles)) {
+        if (!trouble.empty())
+            throw std::runtime_error(trouble);
+    }
 }
 
 void measure(Table& table, const char* days, Reading& reading, Shards& shards, const Query& query, const Limits& limits)
@@ -164,26 +194,26 @@ void measure(Table& table, const char* days, Reading& reading, Shards& shards, c
 }
 
 const Group panel_rows("cluster: panels", [](Table& table) {
-    if (system("command -v clickhouse-server /usr/sbin/clickhouse-server >/dev/null") != 0) {
-        table.note("cluster: panels", "not measured: there is no clickhouse-server");
+    const auto nodes = ClusterNodes::start(table, 1);
+    if (!nodes)
         return;
-    }
-    const Nodes nodes;
+    const auto layout = std::make_shared<Layout>(*parse_address(nodes->new_database(), {}));
     const char* millions = getenv("ANALYTICS_BENCH_MILLIONS");
-    if (auto made = prepare(*nodes.layout, [](const std::string&) {}); !made)
-        fprintf(stderr, "%s\n", made.fault().text.c_str());
-    fill(*nodes.layout, 10000 * (millions != nullptr ? atoi(millions) : 1));
+    const int count = millions != nullptr ? atoi(millions) : 1;
+    fill(*layout, 10000 * count);
     const Day first = static_cast<Day>(collector_start() / g_day) + 14;
-    make_rollups(*nodes.layout, first, first + 7);
-    auto reading = make_reading({nodes.layout, closed_days, nullptr});
-    Shards shards(nodes.layout);
+    make_rollups(*layout, first, first + 7);
+    auto reading = make_reading({layout, closed_days, nullptr});
+    Shards shards(layout);
     Query query;
     query.from = first * g_day;
     query.to = query.from + 7 * g_day;
-    measure(table, "closed days", *reading, shards, query, at_most(1.5, 0.5));
+    // A question's fixed cost is most of it with fewer rows.
+    const bool are_judged = count >= 10;
+    measure(table, "closed days", *reading, shards, query, are_judged ? at_most(1.5, 0.5) : Limits());
     query.from = (first + 9) * g_day;
     query.to = query.from + g_day;
-    measure(table, "today", *reading, shards, query, at_most(4, 2));
+    measure(table, "today", *reading, shards, query, are_judged ? at_most(4, 2) : Limits());
 });
 
 } // namespace

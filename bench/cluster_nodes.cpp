@@ -5,10 +5,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace bench {
 
-std::unique_ptr<ClusterNodes> ClusterNodes::start(Table& table)
+std::unique_ptr<ClusterNodes> ClusterNodes::start(Table& table, int replicas)
 {
     if (std::system("PATH=$PATH:/usr/sbin; command -v clickhouse-server >/dev/null") != 0) {
         table.note("cluster: not measured", "clickhouse-server is not installed");
@@ -16,7 +17,9 @@ std::unique_ptr<ClusterNodes> ClusterNodes::start(Table& table)
     }
     std::unique_ptr<ClusterNodes> nodes(new ClusterNodes);
     const std::string folder = nodes->m_folder.file("nodes");
-    if (std::system((BENCH_NODES " start --for 3000 '" + folder + "' >/dev/null").c_str()) != 0)
+    const std::string words =
+        " start --replicas " + std::to_string(replicas) + " --with " + std::to_string(getpid()) + " '";
+    if (std::system((BENCH_NODES + words + folder + "' >/dev/null").c_str()) != 0)
         throw std::runtime_error("the nodes of the cluster do not start");
     std::getline(std::ifstream(folder + "/address"), nodes->m_address);
     return nodes;

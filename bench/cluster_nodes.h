@@ -1,4 +1,4 @@
-// Nodes for the bench: two shards of two replicas on this machine, as the tests have them.
+// Nodes for the bench: two shards on this machine, which end with it, however it ends.
 #pragma once
 
 #include "session.h"
@@ -14,7 +14,7 @@ class ClusterNodes
 public:
     /// Starts them in a folder of their own; null, with a line in the table that says so, where the engine is not
     /// installed.
-    static std::unique_ptr<ClusterNodes> start(Table& table);
+    static std::unique_ptr<ClusterNodes> start(Table& table, int replicas = 2);
     ~ClusterNodes();
 
     /// The address of a new database with all its tables.

@@ -9,11 +9,12 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <cstring>
+#include <deque>
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <stdexcept>
+#include <sys/prctl.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace bench {
@@ -66,6 +67,7 @@ CollectorProgram::CollectorProgram(const std::vector<std::string>& options)
     if (pipe(out) != 0 || (m_process = fork()) < 0)
         throw std::runtime_error("no process for the collector");
     if (m_process == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGTERM); // also when the bench is killed
         dup2(out[1], STDOUT_FILENO);
         dup2(open("/dev/null", O_WRONLY), STDERR_FILENO); // its log
         execv(BENCH_COLLECTOR, arguments.data());
@@ -120,24 +122,17 @@ std::vector<std::string> upload_requests(int first, int count, int events)
 double seconds_to_take(const std::vector<const CollectorProgram*>& programs, const std::vector<std::string>& uploads,
                        size_t count)
 {
-    std::vector<int> connections;
+    std::deque<Descriptor> connections;
     for (size_t i = 0; i < count; ++i)
-        connections.push_back(programs[i % programs.size()]->connect());
-    const double seconds = seconds_of([&] {
-        std::vector<std::thread> clients;
-        for (size_t i = 0; i < count; ++i)
-            clients.emplace_back([&, i] {
-                for (size_t next = i; next < uploads.size(); next += count) {
-                    send_all(connections[i], uploads[next]);
-                    expect_taken(connections[i]);
-                }
-            });
-        for (std::thread& client : clients)
-            client.join();
+        connections.emplace_back(programs[i % programs.size()]->connect());
+    return seconds_of([&] {
+        at_once(count, [&](size_t i) {
+            for (size_t next = i; next < uploads.size(); next += count) {
+                send_all(connections[i].get(), uploads[next]);
+                expect_taken(connections[i].get());
+            }
+        });
     });
-    for (const int connection : connections)
-        close(connection);
-    return seconds;
 }
 
 } // namespace bench

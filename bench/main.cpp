@@ -30,6 +30,7 @@ bool wanted(const std::string& name, int count, char** words)
 
 int main(int count, char** arguments)
 try {
+    bench::end_by_signals();
     setenv("LC_ALL", "C.UTF-8", 1);
     std::printf("%s, %u processors\n", processor().c_str(), std::thread::hardware_concurrency());
     bench::Table table;

@@ -1,10 +1,13 @@
 #include "table.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <ctime>
 #include <fstream>
+#include <future>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 namespace bench {
 
@@ -17,6 +20,8 @@ double median(std::vector<double> values)
 
 namespace {
 
+volatile std::sig_atomic_t g_signal = 0;
+
 double now_s(Clock clock)
 {
     timespec now = {};
@@ -26,11 +31,29 @@ double now_s(Clock clock)
 
 } // namespace
 
+void end_by_signals()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int number) { g_signal = number; };
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    for (const int number : {SIGINT, SIGTERM})
+        sigaction(number, &action, nullptr);
+}
+
 double seconds_of(const std::function<void()>& work, Clock clock)
 {
     const double start = now_s(clock);
     work();
     return now_s(clock) - start;
+}
+
+void at_once(std::size_t count, const std::function<void(std::size_t i)>& work)
+{
+    std::vector<std::future<void>> parts;
+    for (std::size_t i = 0; i < count; ++i)
+        parts.push_back(std::async(std::launch::async, work, i));
+    for (std::future<void>& part : parts)
+        part.get();
 }
 
 namespace {
@@ -66,6 +89,8 @@ Figures compare_figures(const std::function<double()>& ours, const std::function
     std::vector<double> our_figures, reference_figures, ratios;
     // In turns, with the ratio of neighbouring turns: what slows the machine for a second slows both of a pair.
     for (int i = 0; i < repetitions; ++i) {
+        if (g_signal != 0)
+            throw std::runtime_error("it was told to end");
         reference_figures.push_back(reference());
         our_figures.push_back(ours());
         ratios.push_back(our_figures.back() / reference_figures.back());

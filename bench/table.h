@@ -24,6 +24,10 @@ enum class Clock
     wall    ///< for work that waits or has threads of its own
 };
 
+/// From now on SIGINT and SIGTERM end the next comparison by an exception, so that what a group has started ends with
+/// it; a second one ends the program at once.
+void end_by_signals();
+
 /// Times both in turn, a millisecond or one piece of work each, so that disturbances on the machine affect both. The
 /// figures are medians; the ratio is the median of the ratios of neighbours.
 Figures compare(const Work& ours, const Work& reference, int repetitions = 151, Clock clock = Clock::thread);
@@ -31,6 +35,9 @@ Figures compare(const Work& ours, const Work& reference, int repetitions = 151, 
 /// The same for figures that the work itself takes: each call gives one.
 Figures compare_figures(const std::function<double()>& ours, const std::function<double()>& reference,
                         const std::string& unit, int repetitions = 5);
+
+/// Calls `work(0)` to `work(count - 1)`, each on a thread of its own, and waits for all; throws what one of them threw.
+void at_once(std::size_t count, const std::function<void(std::size_t i)>& work);
 
 double median(std::vector<double> values);
 double seconds_of(const std::function<void()>& work, Clock clock = Clock::wall);

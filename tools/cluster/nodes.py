@@ -5,13 +5,14 @@
     nodes.py kill|stop-node|run|wipe FOLDER NODE     NODE: zookeeper, s1r1, s1r2, s2r1, ...
     nodes.py stop FOLDER
 
-What it started ends with `stop`, after --for seconds, and whenever the keeper, the process behind `start`, ends for
-another reason. The keeper starts a node again that dies without being told to. FOLDER/cluster.json says all ports,
+What it started ends with `stop`, after --for seconds, with the process that --with names, and whenever the keeper, the
+process behind `start`, ends for another reason. The keeper starts a node again that dies without being told to. FOLDER/cluster.json says all ports,
 FOLDER/address the address, FOLDER/password what the user `analytics` needs (`default` needs none)."""
 import argparse
 import http.client
 import json
 import os
+import select
 import shutil
 import signal
 import socket
@@ -132,8 +133,9 @@ class Nodes:
 class Keeper:
     """The process behind `start`: all nodes are its children. Takes one command a connection at FOLDER/control."""
 
-    def __init__(self, nodes, seconds):
+    def __init__(self, nodes, seconds, owner):
         self.nodes, self.end = nodes, time.monotonic() + seconds
+        self.owner = [os.pidfd_open(owner)] if owner else []  # readable when that process has ended
         self.commands = {"kill": lambda name: nodes.all[name].kill(), "run": lambda name: nodes.all[name].start(),
                          "stop-node": lambda name: nodes.all[name].stop(), "wipe": nodes.wipe}
 
@@ -156,16 +158,16 @@ class Keeper:
                 os.chdir(self.nodes.folder)  # the name of a socket has 107 bytes at most
                 door.bind("control")
                 door.listen()
-                door.settimeout(0.5)
                 self.nodes.start()
                 config.write(self.nodes.place("address"), self.nodes.address() + "\n")
                 while time.monotonic() < self.end:
-                    try:
-                        stream, _ = door.accept()
-                    except TimeoutError:
+                    ready = select.select([door, *self.owner], [], [], 0.5)[0]
+                    if self.owner and self.owner[0] in ready:
+                        break
+                    if not ready:
                         self.nodes.revive()
                         continue
-                    with stream:
+                    with door.accept()[0] as stream:
                         self.answer(stream)
             finally:
                 self.nodes.stop()
@@ -196,7 +198,7 @@ def start(options):
         if os.path.exists(os.path.join(folder, name)):
             os.remove(os.path.join(folder, name))
     words = [sys.executable, os.path.abspath(__file__), "keep", "--shards", str(options.shards), "--replicas",
-             str(options.replicas), "--for", str(options.seconds), folder]
+             str(options.replicas), "--for", str(options.seconds), "--with", str(options.owner), folder]
     with open(os.path.join(folder, "keeper.log"), "ab") as log:
         keeper = subprocess.Popen(words, stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True)
     config.write(os.path.join(folder, "keeper"), str(keeper.pid))
@@ -217,7 +219,7 @@ def stop(options):
 
 
 def keep(options):
-    Keeper(Nodes(options.folder, options.shards, options.replicas), options.seconds).run()
+    Keeper(Nodes(options.folder, options.shards, options.replicas), options.seconds, options.owner).run()
 
 
 def command(options):
@@ -240,6 +242,7 @@ def main():
         part.add_argument("--replicas", type=int, default=2)
         part.add_argument("--fresh", action="store_true", help="forgets what an earlier cluster left in FOLDER")
         part.add_argument("--for", type=float, default=10800, dest="seconds", help="ends by itself after as many seconds")
+        part.add_argument("--with", type=int, default=0, dest="owner", metavar="PID", help="ends when this process has ended")
         part.set_defaults(action=action)
     parts.add_parser("stop").set_defaults(action=stop)
     for word in ("kill", "stop-node", "run", "wipe"):
