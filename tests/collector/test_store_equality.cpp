@@ -181,6 +181,7 @@ const char* const addresses[] = {
     "/api/timeline?limit=60",
     "/api/retention?",
     "/api/funnel?event=open&event=save&event=open",
+    "/api/funnel?event=save&event=open&event=close",
     "/api/rejects?limit=50",
     "/api/export?format=jsonl",
 };

@@ -61,10 +61,7 @@ Result<Health> ClusterReading::health(const Limit& limit)
             shard.rows(select, [&](RowReader& row) { value = row.u64(); });
             return value;
         };
-        shard.rows(counts_select(filter, ""), [&](RowReader& row) {
-            part.events = row.u64();
-            row.u64();
-        });
+        shard.rows(events_select(filter, ""), [&](RowReader& row) { part.events = row.u64(); });
         part.installations = number("SELECT uniqExact(installation) FROM installed WHERE " + filter.installed());
         part.bytes = number("SELECT toUInt64(sum(bytes_on_disk)) FROM system.parts WHERE database = currentDatabase() "
                             "AND active");

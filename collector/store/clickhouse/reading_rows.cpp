@@ -2,6 +2,8 @@
 #include "cluster_reading.h"
 #include "event_rows.h"
 
+#include <set>
+
 namespace store::clickhouse {
 
 namespace {
@@ -16,7 +18,7 @@ std::string limited(const char* order, size_t limit)
 // The installations that a shard shows at most, without what only `installed` knows.
 void read_installations(Shard& shard, const Filter& filter, size_t limit, std::vector<InstallationRow>& rows)
 {
-    shard.rows("SELECT application, installation, events FROM (" + counts_select(filter, "application, installation") +
+    shard.rows("SELECT application, installation, events FROM (" + events_select(filter, "application, installation") +
                    ")" + limited("events DESC, installation, application", limit),
                [&](RowReader& row) {
                    InstallationRow& one = rows.emplace_back();
@@ -103,9 +105,8 @@ public:
         std::string list;
         for (size_t i = 0; i < names.size(); ++i)
             list += (i == 0 ? "" : ",") + quoted(names[i]);
-        m_events = "SELECT installation, name, any(logged) AS at FROM events WHERE " + filter.rows() +
-                   " AND is_named=1 AND name IN (" + list +
-                   ") GROUP BY installation, name, cityHash64(application, batch, line)";
+        m_events = " FROM events WHERE " + filter.rows() + " AND is_named=1 AND name IN (" + list + ")";
+        m_are_different = std::set(names.begin(), names.end()).size() == names.size();
     }
 
     std::string select() const
@@ -123,7 +124,7 @@ private:
     std::string reached(size_t steps) const
     {
         if (steps == 0)
-            return numbers();
+            return m_are_different ? moments() : numbers();
         const std::string i = std::to_string(steps - 1);
         std::string after;
         if (steps > 1)
@@ -140,6 +141,16 @@ private:
                " FROM (" + reached(steps - 1) + ")";
     }
 
+    std::string moments() const
+    {
+        std::string moments;
+        for (size_t i = 0; i < m_names.size(); ++i)
+            moments += std::string(i == 0 ? "" : ", ") +
+                       "groupArrayIf(logged * toInt64(1000000), name=" + quoted(m_names[i]) + ") AS n" +
+                       std::to_string(i);
+        return "SELECT " + moments + m_events + " GROUP BY installation";
+    }
+
     std::string numbers() const
     {
         std::string sorted, numbered;
@@ -149,11 +160,14 @@ private:
             numbered += comma + "arrayMap((x, n) -> toInt64(x * 1000000 + n), s" + number + ", arrayEnumerateUniq(s" +
                         number + ")) AS n" + number;
         }
-        return "SELECT " + numbered + " FROM (SELECT " + sorted + " FROM (" + m_events + ") GROUP BY installation)";
+        return "SELECT " + numbered + " FROM (SELECT " + sorted +
+               " FROM (SELECT installation, name, any(logged) AS at" + m_events +
+               " GROUP BY installation, name, cityHash64(application, batch, line)) GROUP BY installation)";
     }
 
     const std::span<const std::string> m_names;
-    std::string m_events;
+    std::string m_events; ///< FROM and WHERE
+    bool m_are_different; ///< no name stands for two steps
 };
 
 } // namespace
@@ -166,7 +180,8 @@ Result<Table<InstallationRow>> ClusterReading::installations(const Query& query,
         std::vector<InstallationRow> rows;
     };
     auto parts = ask<Part>(query, limit, [&](Shard& shard, const Filter& filter, Part& part) {
-        shard.rows("SELECT uniqExact(application, installation) FROM " + active_relation(filter, "application"),
+        shard.rows("SELECT uniqExact(cityHash64(application, installation)) FROM " +
+                       active_relation(filter, "application"),
                    [&](RowReader& row) { part.total = row.u64(); });
         read_installations(shard, filter, query.limit, part.rows);
         add_installed(shard, part.rows);
@@ -190,7 +205,8 @@ Result<std::vector<EventRow>> ClusterReading::timeline(const Query& query, const
     using Part = std::vector<Received>;
     const size_t most = std::max<size_t>(query.limit, 1);
     auto parts = ask<Part>(
-        query, limit, [&](Shard& shard, const Filter& filter, Part& part) { read_newest(shard, filter, most, part); });
+        query, limit, [&](Shard& shard, const Filter& filter, Part& part) { read_newest(shard, filter, most, part); },
+        Days::open);
     if (!parts)
         return parts.fault();
     Part all;

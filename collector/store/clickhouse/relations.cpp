@@ -176,6 +176,23 @@ std::string rolled_others(const std::string& rows)
 
 constexpr const char* g_counted = "uniqExactIf(k, k != 0) + sum(n) AS events";
 
+std::string counted(const Filter& filter, const By& by, bool with_installations)
+{
+    const auto roll = roll_of(filter, by);
+    const Arms arms = arms_of(filter, roll.has_value(), true);
+    const std::string i = with_installations ? std::string(", ") + g_installation + " AS i" : "";
+    const std::string installations = with_installations ? ", uniqExact(i) AS installations" : "";
+    // Within one installation its id need not go through the hash.
+    const std::string key = has(by, "application, installation") ? "cityHash64(batch, line)" : g_event;
+    const std::string rows =
+        "SELECT " + selected(by, From::rows) + key + " AS k, toUInt64(0) AS n" + i + " FROM events WHERE " + arms.rows;
+    const std::string rolls = arms.rolls ? "SELECT " + selected(by, From::rolls) + "toUInt64(0) AS k, events AS n" + i +
+                                               " FROM " + table_of(*roll) + " WHERE " + *arms.rolls
+                                         : "";
+    return "SELECT " + listed(by) + (arms.rolls ? g_counted : "uniqExact(k) AS events") + installations + " FROM " +
+           both(arms, rows, rolls) + grouped(by);
+}
+
 } // namespace
 
 const char* table_of(Roll roll)
@@ -205,16 +222,12 @@ std::string roll_select(Roll roll, Day day, const std::string& application, uint
 
 std::string counts_select(const Filter& filter, const By& by)
 {
-    const auto roll = roll_of(filter, by);
-    const Arms arms = arms_of(filter, roll.has_value(), true);
-    const std::string rows = "SELECT " + selected(by, From::rows) + g_event + " AS k, toUInt64(0) AS n, " +
-                             g_installation + " AS i FROM events WHERE " + arms.rows;
-    const std::string rolls = arms.rolls
-                                  ? "SELECT " + selected(by, From::rolls) + "toUInt64(0) AS k, events AS n, " +
-                                        g_installation + " AS i FROM " + table_of(*roll) + " WHERE " + *arms.rolls
-                                  : "";
-    return "SELECT " + listed(by) + g_counted + ", uniqExact(i) AS installations FROM " + both(arms, rows, rolls) +
-           grouped(by);
+    return counted(filter, by, true);
+}
+
+std::string events_select(const Filter& filter, const By& by)
+{
+    return counted(filter, by, false);
 }
 
 std::string active_relation(const Filter& filter, const By& by)
