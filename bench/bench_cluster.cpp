@@ -76,6 +76,7 @@ void write_file(const std::string& path, const std::vector<store::Upload>& uploa
     auto store = std::move(*store::open(path, {store::Opening::create}));
     auto writing = std::move(*store->writing());
     std::vector<const store::Upload*> waiting;
+    waiting.reserve(uploads.size());
     for (const store::Upload& upload : uploads)
         waiting.push_back(&upload);
     for (size_t at = 0; at < waiting.size();)

@@ -95,61 +95,62 @@ const T& answered(const store::Result<T>& result)
     return *result;
 }
 
+Query of_name(Query query)
+{
+    query.name = "name_7";
+    return query;
+}
+
 struct Panel
 {
     const char* name;
-    void (*ask)(Reading& reading, Query query);
+    void (*ask)(Reading& reading, const Query& query);
     const char* raw; ///< behind SELECT; "#" stands for FROM and the period "@", "%" for the period of receipt
 };
 
 const Panel panels[] = {
-    {"events per hour", [](Reading& reading, Query query) { answered(reading.series(query, store::Step::hour, {})); },
+    {"events per hour",
+     [](Reading& reading, const Query& query) { answered(reading.series(query, store::Step::hour, {})); },
      "hour, count(), uniqExact(installation) # GROUP BY hour"},
-    {"events per day", [](Reading& reading, Query query) { answered(reading.series(query, store::Step::day, {})); },
+    {"events per day",
+     [](Reading& reading, const Query& query) { answered(reading.series(query, store::Step::day, {})); },
      "intDiv(hour, 24) AS day, count(), uniqExact(installation) # GROUP BY day"},
-    {"summary", [](Reading& reading, Query query) { answered(reading.summary(query, {})); },
+    {"summary", [](Reading& reading, const Query& query) { answered(reading.summary(query, {})); },
      "count(), uniqExact(installation), uniqExact(application, version), uniqExact(name) #"},
-    {"names", [](Reading& reading, Query query) { answered(reading.names(query, {})); },
+    {"names", [](Reading& reading, const Query& query) { answered(reading.names(query, {})); },
      "name, is_named, count(), uniqExact(installation) # GROUP BY name, is_named"},
-    {"versions", [](Reading& reading, Query query) { answered(reading.versions(query, {})); },
+    {"versions", [](Reading& reading, const Query& query) { answered(reading.versions(query, {})); },
      "application, version, count(), uniqExact(installation) # GROUP BY application, version"},
-    {"facts", [](Reading& reading, Query query) { answered(reading.facts(query, {})); },
+    {"facts", [](Reading& reading, const Query& query) { answered(reading.facts(query, {})); },
      "p.key, p.type, p.text, count(), uniqExact(installation) FROM events ARRAY JOIN p WHERE @ AND p.is_fact=1 GROUP "
      "BY "
      "p.key, p.type, p.text"},
-    {"installations", [](Reading& reading, Query query) { answered(reading.installations(query, {})); },
+    {"installations", [](Reading& reading, const Query& query) { answered(reading.installations(query, {})); },
      "installation, application, count() AS n # GROUP BY installation, application ORDER BY n DESC LIMIT 100"},
     {"a name's properties",
-     [](Reading& reading, Query query) {
-         query.name = "name_7";
-         answered(reading.properties(query, {}));
-     },
+     [](Reading& reading, const Query& query) { answered(reading.properties(of_name(query), {})); },
      "p.key, p.type, p.text, count() FROM events ARRAY JOIN p WHERE name='name_7' AND @ GROUP BY p.key, p.type, "
      "p.text"},
     {"a name's numbers",
-     [](Reading& reading, Query query) {
-         query.name = "name_7";
-         answered(reading.numbers(query, "size", {}));
-     },
+     [](Reading& reading, const Query& query) { answered(reading.numbers(of_name(query), "size", {})); },
      "p.text[indexOf(p.key, 'size')] AS size, count() # AND name='name_7' GROUP BY size"},
     {"a property's course",
-     [](Reading& reading, Query query) {
-         query.name = "name_7";
-         answered(reading.property_series(query, "size", store::Step::day, {}));
+     [](Reading& reading, const Query& query) {
+         answered(reading.property_series(of_name(query), "size", store::Step::day, {}));
      },
      "intDiv(hour, 24) AS day, p.text[indexOf(p.key, 'size')] AS size, count() # AND name='name_7' GROUP BY day, size"},
-    {"newest events", [](Reading& reading, Query query) { answered(reading.timeline(query, {})); },
+    {"newest events", [](Reading& reading, const Query& query) { answered(reading.timeline(query, {})); },
      "* # ORDER BY logged DESC LIMIT 100"},
     {"funnel of two names",
-     [](Reading& reading, Query query) {
+     [](Reading& reading, const Query& query) {
          const std::string names[] = {"name_7", "name_8"};
          answered(reading.funnel(query, names, {}));
      },
      "count(), countIf(last>=first) FROM (SELECT installation, minIf(logged, name='name_7') AS first, maxIf(logged, "
      "name='name_8') AS last # AND name IN ('name_7', 'name_8') GROUP BY installation HAVING first>0)"},
-    {"rejects", [](Reading& reading, Query query) { answered(reading.rejects(query, {})); },
+    {"rejects", [](Reading& reading, const Query& query) { answered(reading.rejects(query, {})); },
      "* FROM rejects WHERE % ORDER BY received DESC LIMIT 100"},
-    {"retention", [](Reading& reading, Query query) { answered(reading.retention(query, {})); },
+    {"retention", [](Reading& reading, const Query& query) { answered(reading.retention(query, {})); },
      "w, uniqExact(installation) FROM (SELECT intDiv(hour, 168) AS w, installation #) ANY INNER JOIN (SELECT "
      "installation, minMerge(first) AS seen FROM installed GROUP BY installation) USING (installation) GROUP BY w"},
 };

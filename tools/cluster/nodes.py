@@ -6,8 +6,9 @@
     nodes.py stop FOLDER
 
 What it started ends with `stop`, after --for seconds, with the process that --with names, and whenever the keeper, the
-process behind `start`, ends for another reason. The keeper starts a node again that dies without being told to. FOLDER/cluster.json says all ports,
-FOLDER/address the address, FOLDER/password what the user `analytics` needs (`default` needs none)."""
+process behind `start`, ends for another reason. The keeper starts a node again that dies without being told to.
+FOLDER/cluster.json says all ports, FOLDER/address the address, FOLDER/password what the user `analytics` needs (`default`
+needs none)."""
 import argparse
 import http.client
 import json
@@ -242,7 +243,7 @@ def main():
         part.add_argument("--replicas", type=int, default=2)
         part.add_argument("--fresh", action="store_true", help="forgets what an earlier cluster left in FOLDER")
         part.add_argument("--for", type=float, default=10800, dest="seconds", help="ends by itself after as many seconds")
-        part.add_argument("--with", type=int, default=0, dest="owner", metavar="PID", help="ends when this process has ended")
+        part.add_argument("--with", type=int, default=0, dest="owner", metavar="PID", help="ends with this process")
         part.set_defaults(action=action)
     parts.add_parser("stop").set_defaults(action=stop)
     for word in ("kill", "stop-node", "run", "wipe"):
