@@ -64,9 +64,13 @@ std::string json_of(const store::ClusterStatus& status)
     Json replicas('[');
     for (const store::ReplicaStatus& replica : status.replicas)
         replicas.element(json_of(replica));
+    Json shut('[');
+    for (const store::Fault& fault : status.shut)
+        shut.element(quoted(fault.text));
     return Json('{')
         .raw("spool", json_of(status.spool))
         .raw("replicas", replicas.end(']'))
+        .raw("shut", shut.end(']'))
         .raw("door", status.door ? quoted(status.door->text) : "null")
         .end('}');
 }

@@ -49,7 +49,8 @@ std::string spool_metrics(const store::ClusterStatus& cluster)
         {"spool_lines_aside", "gauge", "Lines that the cluster refuses.", spool.lines_aside},
         {"too_old_total", "counter", "Lines of weeks that were dropped by age.", spool.too_old},
         {"forgotten_total", "counter", "Lines of forgotten installations.", spool.forgotten},
-        {"door_shut", "gauge", "Whether uploads are refused unread.", cluster.door || spool.is_full},
+        {"door_shut", "gauge", "Whether uploads, or those of a shard, are refused unread.",
+         !cluster.shut.empty() || spool.is_full},
     });
 }
 

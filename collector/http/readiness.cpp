@@ -18,7 +18,11 @@ std::optional<std::string> unwelcome(const Readiness& now)
 
 std::optional<std::string> writing_fault(const Readiness& now)
 {
-    return now.writer.fault ? now.writer.fault->text : unwelcome(now);
+    if (now.writer.fault)
+        return now.writer.fault->text;
+    if (now.cluster && !now.cluster->shut.empty())
+        return now.cluster->shut.front().text;
+    return unwelcome(now);
 }
 
 /// A shard of which no replica answers is missing in every figure.

@@ -229,6 +229,8 @@ void Uploads::take(Job& job)
 
 void Uploads::submit(Job& job, store::Upload upload)
 {
+    if (const auto fault = m_writer.door_for(upload))
+        return job.reply(refuse(cannot_store(fault->kind, fault->text)));
     auto done = [this, reply = job.reply](const store::Result<store::Receipt>& receipt) { reply(answer_to(receipt)); };
     if (!m_writer.submit(std::move(upload), std::move(done)))
         job.reply(refuse(try_again(503, 5, "too many uploads wait to be stored; try again later")));

@@ -50,7 +50,8 @@ struct ClusterStatus
 {
     SpoolStatus spool;
     std::vector<ReplicaStatus> replicas;
-    std::optional<Fault> door; ///< why uploads are refused before they are read, while they are
+    std::optional<Fault> door; ///< why all uploads are refused before they are read, while they are
+    std::vector<Fault> shut;   ///< the same of shards that take nothing, while others may
 };
 
 } // namespace store

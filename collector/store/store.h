@@ -76,10 +76,14 @@ public:
     /// @return a receipt for each upload that was stored, in their order; or a fault, and then none was
     virtual Result<std::vector<Receipt>> write(std::span<const Upload* const> uploads, const GroupLimit& limit) = 0;
 
-    /// Calls `done` once what the last write() took is as safe as this store promises: at once for a file. A cluster's
-    /// calls it later, on any thread, when another machine has it as well, or with the fault when that takes too long.
-    /// What was written stays written then, and a repetition is known.
-    virtual void settle(std::function<void(const std::optional<Fault>&)> done) { done(std::nullopt); }
+    /// Calls `done` once an upload is as safe as this store promises: at once for a file. A cluster's calls it later,
+    /// on any thread, when another machine has it as well, or with the fault when that takes too long. What was written
+    /// stays written then, and a repetition is known.
+    /// @param upload  its place among those that the last write() took
+    virtual void settle([[maybe_unused]] size_t upload, std::function<void(const std::optional<Fault>&)> done)
+    {
+        done(std::nullopt);
+    }
 
     /// Returns when all calls that settle() owes were made; none waits longer than it would have anyhow.
     virtual void end_settling() {}
@@ -87,6 +91,8 @@ public:
     /// Why uploads are to be refused before they are read; none: they are welcome. Any thread; costs next to nothing.
     /// A store that lacks its machines lets one through now and then, to see whether they are back.
     virtual std::optional<Fault> door() { return std::nullopt; }
+    /// The same for an upload that was read, where it lacks only the machines that this one would go to.
+    virtual std::optional<Fault> door_for(const Upload&) { return std::nullopt; }
 
     /// Where the last texts without a batch of a sender ended, the latest last: what a long text that is written in
     /// parts has to be compared with first. None in a store that knows every line by its key.

@@ -109,7 +109,7 @@ void Writer::write_group(std::vector<Waiting>& group)
         size_t count = receipts ? receipts->size() : group.size() - done;
         std::span<Waiting> written = std::span(group).subspan(done, count);
         leave_queue(written, std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start));
-        settle(written, std::move(receipts));
+        settle(written, receipts);
         done += count;
     }
 }
@@ -117,6 +117,7 @@ void Writer::write_group(std::vector<Waiting>& group)
 void Writer::leave_queue(std::span<const Waiting> written, std::chrono::microseconds taken)
 {
     std::lock_guard hold(m_lock);
+    ++m_status.groups;
     m_status.last_commit = taken;
     m_status.queued -= written.size();
     for (const Waiting& waiting : written)
@@ -124,38 +125,35 @@ void Writer::leave_queue(std::span<const Waiting> written, std::chrono::microsec
 }
 
 // What was written may have to get to another machine before it is answered; the next group does not wait for that.
-void Writer::settle(std::span<Waiting> written, Result<std::vector<Receipt>> receipts)
+void Writer::settle(std::span<Waiting> written, const Result<std::vector<Receipt>>& receipts)
 {
-    auto completions = std::make_shared<std::vector<Completion>>();
-    for (Waiting& waiting : written)
-        completions->push_back(std::move(waiting.completion));
-    auto answer = [this, completions](const Result<std::vector<Receipt>>& outcome) {
-        count(outcome);
-        for (size_t i = 0; i < completions->size(); ++i)
-            (*completions)[i](outcome ? Result<Receipt>((*outcome)[i]) : Result<Receipt>(outcome.fault()));
-    };
-    if (!receipts)
-        return answer(receipts);
-    m_spWriting->settle([answer, receipts = std::move(receipts)](const std::optional<Fault>& fault) {
-        answer(fault ? Result<std::vector<Receipt>>(*fault) : receipts);
-    });
+    for (size_t i = 0; i < written.size(); ++i) {
+        if (!receipts) {
+            answer(written[i].completion, receipts.fault());
+            continue;
+        }
+        auto done = [this, completion = std::move(written[i].completion),
+                     receipt = (*receipts)[i]](const std::optional<Fault>& fault) {
+            answer(completion, fault ? Result<Receipt>(*fault) : Result<Receipt>(receipt));
+        };
+        m_spWriting->settle(i, std::move(done));
+    }
 }
 
-void Writer::count(const Result<std::vector<Receipt>>& receipts)
+void Writer::answer(const Completion& completion, const Result<Receipt>& receipt)
 {
-    std::lock_guard hold(m_lock);
-    m_status.fault = receipts ? std::nullopt : std::optional(receipts.fault());
-    if (!receipts) {
-        ++m_status.failures;
-        return;
+    {
+        std::lock_guard hold(m_lock);
+        m_status.fault = receipt ? std::nullopt : std::optional(receipt.fault());
+        m_status.failures += !receipt;
+        if (receipt) {
+            ++m_status.uploads;
+            m_status.events += receipt->events;
+            m_status.rejects += receipt->rejects;
+            m_status.known += receipt->known;
+        }
     }
-    ++m_status.groups;
-    m_status.uploads += receipts->size();
-    for (const Receipt& receipt : *receipts) {
-        m_status.events += receipt.events;
-        m_status.rejects += receipt.rejects;
-        m_status.known += receipt.known;
-    }
+    completion(receipt);
 }
 
 } // namespace store

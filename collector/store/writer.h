@@ -25,10 +25,10 @@ struct WriterStatus
     size_t queued = 0; ///< uploads waiting or being written
     size_t queued_bytes = 0;
     uint64_t uploads = 0; ///< stored since the start
-    uint64_t groups = 0;
+    uint64_t groups = 0;  ///< transactions, those included that failed
     uint64_t events = 0, rejects = 0, known = 0;
-    uint64_t failures = 0;                    ///< groups that could not be stored
-    std::optional<Fault> fault;               ///< of the last group, when it failed
+    uint64_t failures = 0;                    ///< uploads that could not be stored, or not safely
+    std::optional<Fault> fault;               ///< of the last one that was answered, when it failed
     std::chrono::microseconds last_commit{0}; ///< how long the last group took in all
 };
 
@@ -64,6 +64,7 @@ public:
     WriterStatus status() const;
     /// See Writing::door. Any thread.
     std::optional<Fault> door() { return m_spWriting->door(); }
+    std::optional<Fault> door_for(const Upload& upload) { return m_spWriting->door_for(upload); }
 
 private:
     struct Waiting
@@ -77,8 +78,8 @@ private:
     std::vector<Waiting> take_group();
     void write_group(std::vector<Waiting>& group);
     void leave_queue(std::span<const Waiting> written, std::chrono::microseconds taken);
-    void settle(std::span<Waiting> written, Result<std::vector<Receipt>> receipts);
-    void count(const Result<std::vector<Receipt>>& receipts);
+    void settle(std::span<Waiting> written, const Result<std::vector<Receipt>>& receipts);
+    void answer(const Completion& completion, const Result<Receipt>& receipt);
 
     const WriterLimits m_limits;
     mutable std::mutex m_lock;

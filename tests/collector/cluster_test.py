@@ -17,6 +17,7 @@ sys.path[:0] = [os.path.join(HERE, "..", "..", "tools", "cluster"), HERE]
 import counting  # noqa: E402 (the path comes first)
 from collector import PROGRAM, form, line, wait_until  # noqa: E402
 from hosts import clock_words, forget_clock  # noqa: E402
+from nodes import http_get  # noqa: E402
 from process import program  # noqa: E402
 from rig import DATABASE, DEPLOY, Rig  # noqa: E402
 
@@ -62,8 +63,15 @@ class Faults(unittest.TestCase):
         folder = tempfile.TemporaryDirectory()
         cls.addClassCleanup(folder.cleanup)
         cls.rig = Rig(PROGRAM, folder.name, 2, {"strict": ["--answer-wait", "1"], "easy": ["--answer", "spool"]}, keep=2)
+        cls.small_disk(cls.rig.disk("s1r1"))
         cls.addClassCleanup(cls.rig.stop)
         cls.rig.start()
+
+    @classmethod
+    def small_disk(cls, place):
+        os.makedirs(place)
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=500m", "none", place], check=False).returncode == 0:
+            cls.addClassCleanup(subprocess.run, ["umount", place], check=True)
 
     def setUp(self):
         self.strict, self.easy = self.senders = [Sender(self.rig, name) for name in self.rig.collectors]
@@ -102,6 +110,36 @@ class Faults(unittest.TestCase):
         for one in self.senders:
             self.assertEqual(one.since(killed + 2), {(200, None)})
         self.assertEqual(len(self.rig.status("strict")["findings"]), 2)
+
+    def test_a_dead_shard_refuses_its_own_uploads_alone(self):
+        uploads, page = self.rig.ports["strict"]
+        ask = lambda path, port=uploads: (http_get(port, path)[0], "partial" in http_get(port, path)[1])
+        self.kill("s2r1", "s2r2")
+        wait_until(lambda: ask("/readyz?writing") == (503, False))
+        self.assertEqual((ask("/readyz?reading")[0], ask("/healthz")[0], ask("/api/summary", page)), (503, 200, (200, True)))
+        statuses = {}
+        for number in range(40):
+            one = Sender(self.rig, "strict")
+            one.name = f"installation {number}"
+            statuses.setdefault(one.send()[0], []).append(one)
+        self.assertEqual(statuses.keys(), {200, 503})
+        self.assertGreater(min(map(len, statuses.values())), 5)
+
+    def test_a_full_disk_is_named_and_loses_nothing(self):
+        ballast = self.rig.disk("s1r1") + "/ballast"
+        if not os.path.ismount(os.path.dirname(ballast)):
+            self.skipTest("disks can only be mounted by root")
+        try:
+            with open(ballast, "wb", buffering=0) as file, self.assertRaises(OSError):
+                while True:
+                    file.write(bytes(1 << 16))
+            full = time.monotonic()
+            wait_until(lambda: self.strict.answers[-1][0] > full + 5)
+            self.assertIn("its disk is full", "".join(self.rig.status("strict")["findings"]))
+        finally:
+            os.remove(ballast)
+        for one in self.senders:
+            self.assertEqual(one.since(full), {(200, None)})
 
     def test_without_zookeeper_one_spools_and_one_refuses(self):
         killed = self.kill("zookeeper")

@@ -82,7 +82,7 @@ store::Receipt StoreContract::write(const store::Upload& upload)
 void StoreContract::settle()
 {
     std::promise<std::optional<store::Fault>> settled;
-    m_spWriting->settle([&](const auto& fault) { settled.set_value(fault); });
+    m_spWriting->settle(0, [&](const auto& fault) { settled.set_value(fault); });
     const auto fault = settled.get_future().get();
     EXPECT_FALSE(fault) << fault->text;
 }

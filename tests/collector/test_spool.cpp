@@ -110,6 +110,33 @@ TEST_F(Spool, RefusesUploadsAtItsLimitAndAnotherClustersFile)
     EXPECT_EQ(Collecting::start(m_spLayout, m_options).fault().kind, store::FaultKind::foreign);
 }
 
+TEST_F(Spool, ADeadShardHoldsUpItsOwnUploadsAlone)
+{
+    support::HttpServer node([](const support::Request&) { return support::Reply{200, "", {}}; });
+    m_options.answer = store::AnswerBy::replica;
+    m_spLayout->shards = {{{"127.0.0.1", static_cast<uint16_t>(node.port())}}, {{"127.0.0.1", 1}}};
+    begin();
+    std::string of_shard(2, ' ');
+    for (const char installation : {'a', 'b', 'c', 'd', 'e', 'f'})
+        of_shard[store::clickhouse::shard_of(std::string(1, installation), 2)] = installation;
+    const store::Upload alive = lines(of_shard.substr(0, 1), 'A'), dead = lines(of_shard.substr(1), 'B'),
+                        rejected = upload("bad", 'C', 0, 0, of_shard.substr(1)), both = lines(of_shard, 'A');
+    const store::Upload* together[] = {&alive, &dead, &both};
+    for (const char* round : {"new", "known"}) {
+        ASSERT_EQ(value(m_spWriting->write(together, {})).size(), 3u);
+        std::promise<bool> settled[3];
+        for (size_t i = 0; i < 3; ++i)
+            m_spWriting->settle(i, [&, i](const std::optional<store::Fault>& fault) { settled[i].set_value(!fault); });
+        EXPECT_TRUE(settled[0].get_future().get()) << round;
+        EXPECT_FALSE(settled[1].get_future().get()) << round;
+        EXPECT_FALSE(settled[2].get_future().get()) << round;
+    }
+    EXPECT_FALSE(m_spWriting->door());
+    EXPECT_EQ(m_spCollecting->status().shut.size(), 1u);
+    EXPECT_FALSE(m_spWriting->door_for(alive));
+    EXPECT_EQ(!m_spWriting->door_for(dead) + !m_spWriting->door_for(rejected) + !m_spWriting->door_for(both), 1);
+}
+
 // A node that refuses some rows by number: what the engine refuses in rows that were well encoded is not known.
 TEST_F(Spool, SetsALineAsideThatANodeRefusesWhileItTakesOthers)
 {
@@ -131,7 +158,7 @@ TEST_F(Spool, SetsALineAsideThatANodeRefusesWhileItTakesOthers)
             text += event_line(name + std::to_string(i), "i") + "\n";
         write(upload(text, batch));
         std::promise<bool> settled;
-        m_spWriting->settle([&](const std::optional<store::Fault>& fault) { settled.set_value(!fault); });
+        m_spWriting->settle(0, [&](const std::optional<store::Fault>& fault) { settled.set_value(!fault); });
         return settled.get_future().get();
     };
     EXPECT_TRUE(send('B', "good"));

@@ -55,7 +55,7 @@ protected:
     }
 
     /// Events of a new batch, or of one that is named; whether they were answered well.
-    bool write(size_t lines = 10, char batch = 0)
+    bool write(size_t lines = 20, char batch = 0)
     {
         std::string text;
         for (size_t i = 0; i < lines; ++i)
@@ -67,7 +67,7 @@ protected:
         EXPECT_TRUE(receipts) << receipts.fault().text;
         m_receipt = receipts ? receipts->front() : store::Receipt();
         std::promise<bool> settled;
-        m_spWriting->settle([&](const std::optional<store::Fault>& fault) { settled.set_value(!fault); });
+        m_spWriting->settle(0, [&](const std::optional<store::Fault>& fault) { settled.set_value(!fault); });
         return settled.get_future().get();
     }
 
@@ -117,6 +117,8 @@ TEST_F(SpoolFaults, NamesWhatIsWrongAndShipsAllOnceItIsMended)
     } rows[] = {
         {"one replica dead", [&] { m_nodes.tell("kill", "s1r1"); }, [&] { m_nodes.tell("run", "s1r1"); }, true, 0, 0},
         {"the other dead", [&] { m_nodes.tell("kill", "s1r2"); }, [&] { m_nodes.tell("run", "s1r2"); }, true, 0, 0},
+        {"one hangs", [&] { m_nodes.tell("hang", "s1r1"); }, [&] { m_nodes.tell("wake", "s1r1"); }, true, 0, 0},
+        {"the other hangs", [&] { m_nodes.tell("hang", "s1r2"); }, [&] { m_nodes.tell("wake", "s1r2"); }, true, 0, 0},
         {"both dead, and the collector killed",
          [&] {
              m_nodes.tell("kill", "s1r1");
@@ -133,6 +135,11 @@ TEST_F(SpoolFaults, NamesWhatIsWrongAndShipsAllOnceItIsMended)
          225},
         {"no table", [&] { on_both("RENAME TABLE events TO away"); }, [&] { on_both("RENAME TABLE away TO events"); },
          false, 60, 60},
+        {"a number that nobody knows",
+         [&] {
+             on_both("CREATE MATERIALIZED VIEW bad ENGINE = Memory AS SELECT throwIf(line + 1 > 0) AS no FROM events");
+         },
+         [&] { on_both("DROP TABLE bad"); }, false, 395, 395},
         {"a wrong password",
          [&] {
              end();

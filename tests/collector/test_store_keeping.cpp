@@ -136,7 +136,10 @@ struct LateWriting : store::Writing
     {
         return std::vector<store::Receipt>{{1, 0, 0, 0}};
     }
-    void settle(std::function<void(const std::optional<store::Fault>&)> done) override { m_waiting.push_back(done); }
+    void settle(size_t, std::function<void(const std::optional<store::Fault>&)> done) override
+    {
+        m_waiting.push_back(done);
+    }
     store::Result<store::Progress> retain(const store::Retention&) override { return store::Progress(); }
     store::Result<uint64_t> forget(std::string_view, std::chrono::milliseconds) override { return uint64_t(0); }
 

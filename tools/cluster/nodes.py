@@ -2,7 +2,7 @@
 """A cluster to develop and test against: ZooKeeper and shards of replicas, on loopback, from a folder of its own.
 
     nodes.py start --shards 1 --replicas 2 FOLDER    prints the store's address, without a database's name
-    nodes.py kill|stop-node|run|wipe FOLDER NODE     NODE: zookeeper, s1r1, s1r2, s2r1, ...
+    nodes.py kill|stop-node|run|wipe|hang|wake FOLDER NODE    NODE: zookeeper, s1r1, s1r2, s2r1, ...
     nodes.py stop FOLDER
 
 What it started ends with `stop`, after --for seconds, with the process that --with names, and whenever the keeper, the
@@ -24,6 +24,9 @@ import time
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import config  # noqa: E402 (the path comes first)
 from process import Process, free_ports, program, wait_until  # noqa: E402
+
+
+NODE_WORDS = ("kill", "stop-node", "run", "wipe", "hang", "wake")
 
 
 def serves(port):
@@ -138,7 +141,8 @@ class Keeper:
         self.nodes, self.end = nodes, time.monotonic() + seconds
         self.owner = [os.pidfd_open(owner)] if owner else []  # readable when that process has ended
         self.commands = {"kill": lambda name: nodes.all[name].kill(), "run": lambda name: nodes.all[name].start(),
-                         "stop-node": lambda name: nodes.all[name].stop(), "wipe": nodes.wipe}
+                         "stop-node": lambda name: nodes.all[name].stop(), "wipe": nodes.wipe,
+                         "hang": lambda name: nodes.all[name].hang(), "wake": lambda name: nodes.all[name].wake()}
 
     def answer(self, stream):
         stream.settimeout(5)
@@ -246,11 +250,11 @@ def main():
         part.add_argument("--with", type=int, default=0, dest="owner", metavar="PID", help="ends with this process")
         part.set_defaults(action=action)
     parts.add_parser("stop").set_defaults(action=stop)
-    for word in ("kill", "stop-node", "run", "wipe"):
+    for word in NODE_WORDS:
         parts.add_parser(word).set_defaults(action=command)
     for word, part in parts.choices.items():
         part.add_argument("folder", metavar="FOLDER")
-        if word in ("kill", "stop-node", "run", "wipe"):
+        if word in NODE_WORDS:
             part.add_argument("node", metavar="NODE")
     options = words.parse_args()
     try:

@@ -90,6 +90,13 @@ class Process:
     def stop(self):
         self.kill(signal.SIGTERM)
 
+    def hang(self):
+        """It lives and answers nothing, until wake()."""
+        self.child.send_signal(signal.SIGSTOP)
+
+    def wake(self):
+        self.child.send_signal(signal.SIGCONT)
+
     def revive(self):
         """Starts it again when it died without being told to; without waiting for it."""
         if self.wanted and not self.alive():

@@ -171,6 +171,14 @@ void encode(const Upload& upload, size_t shards, std::vector<Piece>& out)
         out[i].key = key_of(out[i].kind, out[i].place);
 }
 
+bool touches(const Upload& upload, uint32_t shard, size_t shards)
+{
+    const auto is_there = [shard, shards](const Event& event) { return shard_of(event.installation, shards) == shard; };
+    const bool has_own = !upload.rejects.empty() || upload.dropped != 0;
+    return (has_own && shard_of(upload.sender, shards) == shard) ||
+           std::any_of(upload.events.begin(), upload.events.end(), is_there);
+}
+
 Piece encode(const Taken& taken, size_t shards)
 {
     Piece piece = piece_of(Kind::uploads, bytes_of(taken.collector), shards);

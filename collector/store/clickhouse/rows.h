@@ -59,6 +59,9 @@ struct Taken
 
 /// Appends the rows of an upload. A line that its batch tells as dropped is no row: see Kind::drops.
 void encode(const Upload& upload, size_t shards, std::vector<Piece>& out);
+
+/// Whether some row of an upload belongs to this shard.
+bool touches(const Upload& upload, uint32_t shard, size_t shards);
 Piece encode(const Taken& taken, size_t shards);
 
 /// What tells a line from all others, and how it is shown.

@@ -9,7 +9,8 @@ namespace {
 // Numbers of the engine that speak of the question and not of the node: another replica would say the same.
 constexpr int g_too_long = 159, g_too_slow = 160, g_too_much_memory = 241;
 
-constexpr auto g_look = std::chrono::seconds(2);  // what a node gets to say that it is there
+// What a node gets to say that it is there; and where none of a shard did, all once more.
+constexpr auto g_look = std::chrono::milliseconds(500), g_patient_look = std::chrono::milliseconds(2500);
 constexpr auto g_fit = std::chrono::seconds(2);   // how long that holds
 constexpr auto g_most = std::chrono::minutes(10); // for one step of a question that has no limit
 constexpr int64_t g_most_behind = 120;            // seconds
@@ -55,13 +56,13 @@ Client& Shards::client_of(size_t shard, size_t replica)
 
 // A node that hangs would take a question's whole time, and one that was away for long has not caught up yet. Only
 // columns that the engine knows without its keeper.
-std::optional<Trouble> Shards::look_at(Replica& replica, const Limit& limit)
+std::optional<Trouble> Shards::look_at(Replica& replica, std::chrono::milliseconds time, const Limit& limit)
 {
     if (Clock::now() < replica.fit_until)
         return std::nullopt;
     auto answer = replica.client->ask("SELECT toUInt64(max(absolute_delay)) FROM system.replicas WHERE "
                                       "database = currentDatabase() FORMAT RowBinary",
-                                      {g_look, 0, limit.until, limit.stop});
+                                      {time, 0, limit.until, limit.stop});
     if (!answer)
         return answer.fault();
     if (RowReader(*answer).u64() > g_most_behind)
@@ -74,12 +75,12 @@ std::optional<Trouble> Shards::run_one(size_t number, const Limit& limit, const 
 {
     Group& group = m_groups[number];
     std::optional<Trouble> trouble;
-    // A second round takes one that is behind rather than none.
+    // A second round takes one that is slow or behind rather than none.
     for (size_t i = 0; i < 2 * group.replicas.size(); ++i) {
         size_t at = (group.first + i) % group.replicas.size();
         Client& client = client_of(number, at);
         bool is_last_resort = i >= group.replicas.size();
-        trouble = look_at(group.replicas[at], limit);
+        trouble = look_at(group.replicas[at], is_last_resort ? g_patient_look : g_look, limit);
         if (trouble && !(is_last_resort && trouble->kind == Trouble::Kind::refused))
             continue;
         clear(number);

@@ -101,7 +101,7 @@ private:
 
     std::optional<Fault> run(const Limit& limit, const Clear& clear, const Put& put);
     std::optional<Trouble> run_one(size_t number, const Limit& limit, const Clear& clear, const Put& put);
-    std::optional<Trouble> look_at(Replica& replica, const Limit& limit);
+    std::optional<Trouble> look_at(Replica& replica, std::chrono::milliseconds time, const Limit& limit);
     Client& client_of(size_t shard, size_t replica);
 
     const std::shared_ptr<const Layout> m_layout;

@@ -94,14 +94,20 @@ std::optional<Fault> Collecting::door() const
 {
     if (m_parts.spool->is_full())
         return Fault{FaultKind::full, "The spool has reached its limit."};
-    if (m_parts.options.answer == AnswerBy::spool)
-        return std::nullopt;
+    std::optional<Fault> fault;
     for (size_t shard = 0; shard < m_parts.lanes.size(); ++shard) {
-        const auto since = m_parts.lanes[shard]->waiting_since();
-        if (since && Clock::now() - *since > m_parts.options.answer_wait)
-            return Fault{FaultKind::busy, "No replica of shard " + std::to_string(shard + 1) + " takes anything."};
+        if (!(fault = door(shard)))
+            return std::nullopt;
     }
-    return std::nullopt;
+    return fault;
+}
+
+std::optional<Fault> Collecting::door(size_t shard) const
+{
+    const auto since = m_parts.lanes[shard]->waiting_since();
+    if (m_parts.options.answer == AnswerBy::spool || !since || Clock::now() - *since <= m_parts.options.answer_wait)
+        return std::nullopt;
+    return Fault{FaultKind::busy, "No replica of shard " + std::to_string(shard + 1) + " takes anything."};
 }
 
 ClusterStatus Collecting::status() const
@@ -115,6 +121,8 @@ ClusterStatus Collecting::status() const
         if (waiting.oldest != 0)
             oldest = oldest == 0 ? waiting.oldest : std::min(oldest, waiting.oldest);
         status.spool.groups_unchecked += m_parts.unchecked[shard];
+        if (auto fault = door(shard))
+            status.shut.push_back(*fault);
     }
     status.spool.too_old = m_parts.too_old;
     status.spool.forgotten = m_parts.forgotten;

@@ -36,7 +36,9 @@ private:
     Collecting(std::shared_ptr<const clickhouse::Layout> layout, const ClusterOptions& options, Screen screen,
                WriteMarks write_marks);
     void begin();
+    /// Why nothing is taken; none while some shard takes its own.
     std::optional<Fault> door() const;
+    std::optional<Fault> door(size_t shard) const;
 
     Parts m_parts;
     std::unique_ptr<Settling> m_spSettling;

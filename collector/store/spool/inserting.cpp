@@ -9,7 +9,6 @@ namespace {
 constexpr size_t g_most_weeks = 50;
 constexpr unsigned g_most_refusals = 64; // without a line that is taken: then it is not the lines
 constexpr size_t g_few_lines = 16;
-constexpr std::chrono::seconds g_insert_time(10);
 
 // Numbers that speak of the node, the table or the login. All others are taken to be about the rows.
 bool is_of_node(const Trouble& trouble)
@@ -44,8 +43,9 @@ Inserting::Inserting(Load& load, size_t most_lines, Patience patience, const std
                          [](const auto& one, const auto& other) { return one.row.week < other.row.week; });
 }
 
-std::optional<Trouble> Inserting::put(Client& client)
+std::optional<Trouble> Inserting::put(Client& client, std::chrono::milliseconds wait)
 {
+    m_wait = wait;
     m_is_vain = false;
     for (size_t kind = 0; kind < clickhouse::g_kinds; ++kind) {
         if (auto trouble = put_table(client, static_cast<Kind>(kind)))
@@ -126,7 +126,7 @@ Answer<Done> Inserting::insert(Client& client, Kind kind, Lines lines) const
     for (const Load::Line& line : lines)
         rows += line.row.bytes;
     clickhouse::Bounds bounds;
-    bounds.time = g_insert_time;
+    bounds.time = m_wait;
     bounds.stop = &m_stop;
     const clickhouse::TableFacts& table = clickhouse::facts(kind);
     return client.insert(table.name, table.columns, rows, bounds);

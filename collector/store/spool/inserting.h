@@ -26,8 +26,9 @@ public:
     Inserting(Load& load, size_t most_lines, Patience patience, const std::atomic<bool>& stop);
 
     /// Sends what is left. Lines that are refused by number, while others are taken, are passed over.
+    /// @param wait  for the answer to each insert
     /// @return why it came to nothing; none: every line is there or refused
-    std::optional<Trouble> put(Client& client);
+    std::optional<Trouble> put(Client& client, std::chrono::milliseconds wait);
     const std::vector<Refused>& refused() const { return m_refused; }
     /// Whether put() came to nothing as nothing but refusals came for a table.
     bool is_vain() const { return m_is_vain; }
@@ -45,6 +46,7 @@ private:
     const size_t m_most_lines;
     const Patience m_patience;
     const std::atomic<bool>& m_stop;
+    std::chrono::milliseconds m_wait{};
     std::array<size_t, clickhouse::g_kinds> m_done{}; ///< lines that are there or refused
     bool m_is_vain = false;
     std::vector<Refused> m_refused;

@@ -1,6 +1,15 @@
 #include "settling.h"
 
+#include <algorithm>
+
 namespace store::spool {
+
+Need::Shard& Need::of(uint32_t shard)
+{
+    const auto found =
+        std::find_if(shards.begin(), shards.end(), [shard](const Shard& one) { return one.shard == shard; });
+    return found != shards.end() ? *found : shards.emplace_back(Shard{shard});
+}
 
 Settling::Settling(const std::vector<std::unique_ptr<Lane>>& lanes, std::chrono::milliseconds wait)
     : m_lanes(lanes), m_wait(wait), m_thread([this] { work(); })
@@ -20,13 +29,10 @@ Settling::~Settling()
 
 bool Settling::is_settled(const Need& need) const
 {
-    for (size_t shard = 0; shard < m_lanes.size(); ++shard) {
-        if (need.own[shard] != 0 && !m_lanes[shard]->has_shipped(need.own[shard]))
-            return false;
-        if (need.known != 0 && !m_lanes[shard]->has_shipped_up_to(need.known))
-            return false;
-    }
-    return true;
+    return std::all_of(need.shards.begin(), need.shards.end(), [this](const Need::Shard& one) {
+        const Lane& lane = *m_lanes[one.shard];
+        return (one.own == 0 || lane.has_shipped(one.own)) && (one.known == 0 || lane.has_shipped_up_to(one.known));
+    });
 }
 
 void Settling::add(Need need, Done done)

@@ -8,11 +8,18 @@
 
 namespace store::spool {
 
-/// What has to be on a replica before an upload is answered.
+/// What has to be on a replica before an upload is answered: of the shards that it touches.
 struct Need
 {
-    std::vector<Commit> own; ///< by shard: the commit that brought blocks for it; 0: none
-    Commit known = 0;        ///< the newest commit that knew one of the lines; 0: none was known
+    struct Shard
+    {
+        uint32_t shard = 0;
+        Commit own = 0;   ///< the commit that brought blocks for it; 0: none
+        Commit known = 0; ///< the newest commit that knew one of the lines; 0: none was known
+    };
+    std::vector<Shard> shards;
+
+    Shard& of(uint32_t shard);
 };
 
 class Settling

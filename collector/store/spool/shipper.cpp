@@ -7,6 +7,8 @@ namespace {
 constexpr std::chrono::milliseconds g_first_pause(100), g_longest_pause(1000);
 constexpr unsigned g_most_vain = 8; // rounds
 constexpr size_t g_least_lines = 1000;
+constexpr std::chrono::milliseconds g_short_wait(1000), g_middle_wait(3000), g_longest_wait(10000);
+constexpr uint64_t g_lines_a_second = 20000; // of a node that has much else to do
 
 } // namespace
 
@@ -74,34 +76,56 @@ bool Shipper::ship(Group& group)
 bool Shipper::put_everywhere(Group& group, Load& load)
 {
     bool is_there = false;
-    for (size_t replica = 0; replica < m_clients.size() && !m_parts.is_leaving; ++replica) {
-        Inserting inserting(load, m_lines, patience_for(group), m_parts.is_leaving);
-        if (try_replica(inserting, load, replica))
-            continue;
-        group.replica = replica;
-        is_there = true;
+    for (const auto wait : waits_for(group)) {
+        for (size_t replica = 0; replica < m_clients.size() && !m_parts.is_leaving; ++replica) {
+            Inserting inserting(load, m_lines, patience_for(group), m_parts.is_leaving);
+            if (try_replica(inserting, load, replica, wait))
+                continue;
+            group.replica = replica;
+            is_there = true;
+        }
+        if (is_there)
+            break;
     }
     return is_there;
 }
 
+// A replica that hangs must not cost what an upload may wait: the other one is asked soon, and goes on being asked
+// first. Where none answers so soon, it is not they that hang: they have much to do, and get more time.
+std::vector<std::chrono::milliseconds> Shipper::waits_for(const Group& group) const
+{
+    const std::chrono::milliseconds work(group.lines * 1000 / g_lines_a_second);
+    if (m_clients.size() == 1)
+        return {g_longest_wait + work};
+    return {g_short_wait + work, g_middle_wait + work, g_longest_wait + work};
+}
+
 bool Shipper::try_replicas(Group& group, const Load& load, Inserting& inserting)
 {
-    for (size_t tried = 0; tried < m_clients.size() && !m_parts.is_leaving; ++tried) {
-        if (!try_replica(inserting, load, m_preferred)) {
-            group.replica = m_preferred;
-            put_aside(group, load, inserting);
-            return true;
+    for (const auto wait : waits_for(group)) {
+        bool is_late = false;
+        for (size_t tried = 0; tried < m_clients.size() && !m_parts.is_leaving; ++tried) {
+            const auto trouble = try_replica(inserting, load, m_preferred, wait);
+            if (!trouble) {
+                group.replica = m_preferred;
+                put_aside(group, load, inserting);
+                return true;
+            }
+            is_late = is_late || trouble->kind == Trouble::Kind::late;
+            m_preferred = (m_preferred + 1) % m_clients.size();
         }
-        m_preferred = (m_preferred + 1) % m_clients.size();
+        if (!is_late)
+            break;
     }
     return false;
 }
 
 // Marks go before the rows: whoever sees the rows of a day that was summed up must see that it is not as it was.
-std::optional<Trouble> Shipper::try_replica(Inserting& inserting, const Load& load, size_t replica)
+std::optional<Trouble> Shipper::try_replica(Inserting& inserting, const Load& load, size_t replica,
+                                            std::chrono::milliseconds wait)
 {
     clickhouse::Bounds bounds;
-    bounds.time = std::chrono::seconds(10);
+    bounds.time = wait;
     bounds.stop = &m_parts.is_leaving;
     std::optional<Trouble> trouble;
     if (m_parts.write_marks && !load.days.empty()) {
@@ -109,11 +133,11 @@ std::optional<Trouble> Shipper::try_replica(Inserting& inserting, const Load& lo
             trouble = marked.fault();
     }
     if (!trouble)
-        trouble = inserting.put(m_clients[replica]);
+        trouble = inserting.put(m_clients[replica], wait);
     // A node that is too slow for much may have time for less.
     if (!trouble)
         m_lines = std::min(m_lines * 2, m_parts.options.group_lines);
-    else if (trouble->kind == Trouble::Kind::late)
+    else if (trouble->kind == Trouble::Kind::late && wait >= g_longest_wait)
         m_lines = std::max(m_lines / 4, g_least_lines);
     if (!m_parts.is_leaving)
         trouble ? m_parts.replicas.failed(m_shard, replica, Replicas::Task::writing, *trouble)

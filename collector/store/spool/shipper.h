@@ -21,8 +21,11 @@ private:
     bool ship(Group& group);
     bool try_replicas(Group& group, const Load& load, Inserting& inserting);
     bool put_everywhere(Group& group, Load& load);
+    /// How long a replica may take, try by try.
+    std::vector<std::chrono::milliseconds> waits_for(const Group& group) const;
     Inserting::Patience patience_for(const Group& group) const;
-    std::optional<Trouble> try_replica(Inserting& inserting, const Load& load, size_t replica);
+    std::optional<Trouble> try_replica(Inserting& inserting, const Load& load, size_t replica,
+                                       std::chrono::milliseconds wait);
     void put_aside(Group& group, const Load& load, const Inserting& inserting);
 
     Parts& m_parts;

@@ -7,7 +7,10 @@ namespace store::spool {
 using clickhouse::Piece;
 
 ClusterWriting::ClusterWriting(std::shared_ptr<Collecting> collecting, Keeping keeping)
-    : m_spCollecting(std::move(collecting)), m_parts(m_spCollecting->m_parts), m_keeping(std::move(keeping))
+    : m_spCollecting(std::move(collecting)),
+      m_parts(m_spCollecting->m_parts),
+      m_keeping(std::move(keeping)),
+      m_probes(1 + m_parts.lanes.size())
 {}
 
 ClusterWriting::~ClusterWriting()
@@ -29,7 +32,6 @@ ClusterWriting::Making ClusterWriting::begin() const
 {
     Making making;
     making.parts.resize(m_parts.lanes.size() * clickhouse::g_kinds);
-    making.need.own.resize(m_parts.lanes.size());
     making.taken.collector = m_parts.spool->collector();
     making.commit.number = making.taken.number = m_parts.spool->next_commit();
     return making;
@@ -57,15 +59,17 @@ Receipt ClusterWriting::take(const Upload& upload, Making& making)
     m_pieces.clear();
     clickhouse::encode(upload, m_parts.lanes.size(), m_pieces);
     const Known::Answer known = m_parts.spool->take(upload, m_pieces, making.commit);
-    making.need.known = std::max(making.need.known, known.latest);
+    Need& need = making.needs.emplace_back();
     Receipt receipt;
     for (size_t i = 0; i < m_pieces.size(); ++i) {
         const Piece& piece = m_pieces[i];
         const bool is_drop = piece.kind == Kind::drops;
         if (known.is_known[i]) {
             receipt.known += !is_drop;
+            need.of(piece.shard).known = known.latest;
         } else if (!is_screened(piece, making)) {
             add(piece, making);
+            need.of(piece.shard).own = making.commit.number;
             receipt.events += piece.kind == Kind::events;
             receipt.rejects += piece.kind == Kind::rejects;
             receipt.dropped += is_drop ? upload.dropped : 0;
@@ -94,15 +98,13 @@ void ClusterWriting::add(const Piece& piece, Making& making) const
         making.commit.parts.push_back({piece.shard, piece.kind, {}});
         part = making.commit.parts.size();
     }
-    // What is counted for the store's health alone may come late.
-    if (piece.kind != Kind::uploads)
-        making.need.own[piece.shard] = making.commit.number;
     const std::string_view row = piece.row;
     making.commit.parts[part - 1].block.add({piece.week, piece.day, row, row.substr(0, piece.place.size())});
 }
 
 std::optional<Fault> ClusterWriting::commit(Making& making)
 {
+    // What is counted for the store's health alone: no upload waits for it.
     add(clickhouse::encode(making.taken, m_parts.lanes.size()), making);
     making.commit.received_at = making.taken.last_received_at;
     auto blocks = m_parts.spool->append(making.commit);
@@ -114,15 +116,15 @@ std::optional<Fault> ClusterWriting::commit(Making& making)
         m_parts.lanes[block.shard]->add(block);
     m_parts.too_old += making.too_old;
     m_parts.forgotten += making.forgotten;
-    m_need = std::move(making.need);
+    m_needs = std::move(making.needs);
     return std::nullopt;
 }
 
-void ClusterWriting::settle(std::function<void(const std::optional<Fault>&)> done)
+void ClusterWriting::settle(size_t upload, std::function<void(const std::optional<Fault>&)> done)
 {
     if (m_parts.options.answer == AnswerBy::spool)
         return done(std::nullopt);
-    m_spCollecting->m_spSettling->add(m_need, std::move(done));
+    m_spCollecting->m_spSettling->add(m_needs[upload], std::move(done));
 }
 
 std::optional<Fault> ClusterWriting::door()
@@ -130,9 +132,24 @@ std::optional<Fault> ClusterWriting::door()
     auto fault = m_spCollecting->door();
     if (!fault || fault->kind == FaultKind::full)
         return fault;
-    // One a second goes through: its answer tells whether a replica is back.
+    return is_probe(0) ? std::nullopt : fault;
+}
+
+std::optional<Fault> ClusterWriting::door_for(const Upload& upload)
+{
+    for (uint32_t shard = 0; shard < m_parts.lanes.size(); ++shard) {
+        auto fault = m_spCollecting->door(shard);
+        if (fault && clickhouse::touches(upload, shard, m_parts.lanes.size()) && !is_probe(1 + shard))
+            return fault;
+    }
+    return std::nullopt;
+}
+
+// One a second goes through a shut door: its answer tells whether a replica is back.
+bool ClusterWriting::is_probe(size_t door)
+{
     const int64_t now = std::chrono::duration_cast<std::chrono::seconds>(Clock::now().time_since_epoch()).count();
-    return m_probe.exchange(now) == now ? fault : std::nullopt;
+    return m_probes[door].exchange(now) != now;
 }
 
 Result<Progress> ClusterWriting::retain(const Retention& retention)

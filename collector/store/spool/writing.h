@@ -13,9 +13,10 @@ public:
 
     /// Events and rejects of a receipt are those new in the spool: what left it before is stored once all the same.
     Result<std::vector<Receipt>> write(std::span<const Upload* const> uploads, const GroupLimit& limit) override;
-    void settle(std::function<void(const std::optional<Fault>&)> done) override;
+    void settle(size_t upload, std::function<void(const std::optional<Fault>&)> done) override;
     void end_settling() override;
     std::optional<Fault> door() override;
+    std::optional<Fault> door_for(const Upload& upload) override;
     Result<Progress> retain(const Retention& retention) override;
     Result<uint64_t> forget(std::string_view installation, std::chrono::milliseconds wait) override;
 
@@ -26,7 +27,7 @@ private:
         NewCommit commit;
         clickhouse::Taken taken;
         std::vector<size_t> parts; ///< by shard and table: 1 + the place among the commit's parts; 0: none yet
-        Need need;
+        std::vector<Need> needs;   ///< of the uploads so far
         uint64_t too_old = 0, forgotten = 0;
     };
     Making begin() const;
@@ -34,13 +35,15 @@ private:
     bool is_screened(const clickhouse::Piece& piece, Making& making) const;
     void add(const clickhouse::Piece& piece, Making& making) const;
     std::optional<Fault> commit(Making& making);
+    bool is_probe(size_t door);
 
     std::shared_ptr<Collecting> m_spCollecting;
     Parts& m_parts;
     const Keeping m_keeping;
     std::vector<clickhouse::Piece> m_pieces; ///< of one upload
-    Need m_need;                             ///< of the last write()
-    std::atomic<int64_t> m_probe{0};         ///< the second in which an upload was let through a shut door
+    std::vector<Need> m_needs;               ///< of the last write()
+    /// The second in which an upload was let through a shut door: the common one, then each shard's.
+    std::vector<std::atomic<int64_t>> m_probes;
 };
 
 } // namespace store::spool
