@@ -70,6 +70,7 @@ std::string json_of(const store::ClusterStatus& status)
     return Json('{')
         .raw("spool", json_of(status.spool))
         .raw("replicas", replicas.end(']'))
+        .raw("upkeep", text_or_null(status.upkeep))
         .raw("shut", shut.end(']'))
         .raw("door", status.door ? quoted(status.door->text) : "null")
         .end('}');

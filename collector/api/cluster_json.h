@@ -9,7 +9,7 @@
 namespace api {
 
 std::string json_of(const store::SpoolStatus& spool);
-/// {"spool":{...},"replicas":[...],"shut":[sentences],"door":null or a sentence}
+/// {"spool":{...},"replicas":[...],"upkeep":null or a sentence,"shut":[sentences],"door":null or a sentence}
 std::string json_of(const store::ClusterStatus& status);
 
 } // namespace api

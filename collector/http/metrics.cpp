@@ -51,6 +51,8 @@ std::string spool_metrics(const store::ClusterStatus& cluster)
         {"forgotten_total", "counter", "Lines of forgotten installations.", spool.forgotten},
         {"door_shut", "gauge", "Whether uploads, or those of a shard, are refused unread.",
          !cluster.shut.empty() || spool.is_full},
+        {"upkeep_failing", "gauge", "Whether rollups, old weeks or deletions could not be seen to.",
+         !cluster.upkeep.empty()},
     });
 }
 

@@ -51,6 +51,7 @@ struct ClusterStatus
     SpoolStatus spool;
     std::vector<ReplicaStatus> replicas;
     std::optional<Fault> door; ///< why all uploads are refused before they are read, while they are
+    std::string upkeep;        ///< why the last round of rollups, old weeks and deletions left some undone; empty: none
     std::vector<Fault> shut;   ///< the same of shards that take nothing, while others may
 };
 

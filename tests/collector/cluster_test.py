@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Collectors over a cluster of which a part is dead, or wrong: what hosts are answered, and that nothing is lost."""
+import json
 import os
 import re
 import subprocess
@@ -148,6 +149,8 @@ class Faults(unittest.TestCase):
         wait_until(lambda: self.easy.answers[-1][0] > refused + 5)
         self.assertEqual(self.easy.since(killed), {(200, None)})
         self.assertNotIn((200, None), self.strict.since(refused))
+        health = lambda: json.loads(http_get(self.rig.ports["strict"][1], "/api/health")[1])
+        wait_until(lambda: health()["cluster"]["upkeep"])
         self.rig.nodes.all["zookeeper"].start()
         back = time.monotonic()
         wait_until(lambda: (200, None) in self.strict.since(back), 15)

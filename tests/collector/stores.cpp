@@ -79,12 +79,14 @@ store::Receipt StoreContract::write(const store::Upload& upload)
     return receipts ? receipts->front() : store::Receipt();
 }
 
-void StoreContract::settle()
+void StoreContract::settle(size_t uploads)
 {
-    std::promise<std::optional<store::Fault>> settled;
-    m_spWriting->settle(0, [&](const auto& fault) { settled.set_value(fault); });
-    const auto fault = settled.get_future().get();
-    EXPECT_FALSE(fault) << fault->text;
+    for (size_t i = 0; i < uploads; ++i) {
+        std::promise<std::optional<store::Fault>> settled;
+        m_spWriting->settle(i, [&](const auto& fault) { settled.set_value(fault); });
+        const auto fault = settled.get_future().get();
+        EXPECT_FALSE(fault) << fault->text;
+    }
 }
 
 std::string event_line(const std::string& name, const std::string& installation, store::Seconds at,

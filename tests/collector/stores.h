@@ -33,7 +33,8 @@ protected:
     void begin_anew();
     store::Receipt write(const store::Upload& upload);
     /// Waits until what was written can be asked for.
-    void settle();
+    /// Waits until so many uploads of the last write are safe.
+    void settle(size_t uploads = 1);
 
     std::shared_ptr<void> m_spRest; ///< of the backend, for the whole test
     support::ScratchFolder m_folder;

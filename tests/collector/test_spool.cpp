@@ -92,10 +92,14 @@ TEST_F(Spool, KeepsALineOnceUntilItLeaves)
 TEST_F(Spool, RefusesUploadsAtItsLimitAndAnotherClustersFile)
 {
     m_options.spool_bytes = 20000;
+    constexpr store::Seconds old = 1500000000;
+    m_screen.is_too_old = [](uint16_t week) { return week == store::clickhouse::week_of(old); };
     m_screen.is_forgotten = [](std::string_view installation) { return installation == "x"; };
     begin();
     EXPECT_EQ(write(lines("xax", 'A')).events, 1u);
     EXPECT_EQ(m_spCollecting->status().spool.forgotten, 2u);
+    EXPECT_EQ(write(upload(event_line("n", "a", old), 'Y')).events, 0u);
+    EXPECT_EQ(m_spCollecting->status().spool.too_old, 1u);
     char batch = 'B';
     while (try_write(lines(std::string(20, 'a'), batch)) && batch != 'Z')
         ++batch;

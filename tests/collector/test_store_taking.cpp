@@ -132,7 +132,7 @@ protected:
         }
         if (at_once) {
             receipts = value(m_spWriting->write(group, {100, 100000, 1 << 23, std::chrono::seconds(10)}));
-            settle();
+            settle(receipts.size());
         }
         for (size_t i = 0; GetParam().is_file && i < receipts.size() && i < row.sent.size(); ++i) {
             auto expected = row.sent[i].expected.value_or(parts(receipts[i]));

@@ -75,7 +75,12 @@ public:
 
     std::optional<ClusterStatus> cluster_status() const override
     {
-        return m_spCollecting ? std::optional(m_spCollecting->status()) : std::nullopt;
+        if (!m_spCollecting)
+            return std::nullopt;
+        ClusterStatus status = m_spCollecting->status();
+        if (m_spUpkeep)
+            status.upkeep = m_spUpkeep->trouble();
+        return status;
     }
     bool has_other_writers() const override { return true; }
     std::unique_ptr<Logouts> logouts() override { return std::make_unique<clickhouse::ClusterLogouts>(m_spLayout); }
