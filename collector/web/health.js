@@ -14,7 +14,8 @@ export async function showHealth() {
     health.cluster && `spool ${size(health.cluster.spool.bytes)} of ${size(health.cluster.spool.limit)}, ${count(health.cluster.spool.blocks_waiting)} blocks wait`,
     health.count_differs ? `${count(health.count_differs)} uploads counted their lines wrongly` : null,
     `analytics-collector ${health.version}`, "all times and days UTC"];
+  const refused = health.cluster?.door ?? health.cluster?.shut.join(" ");
   fill(find("health"), facts.filter(Boolean).map((fact) => el("span", {}, fact)), el("a", { href: "/api/health" }, "JSON"),
     health.writer?.fault ? el("span", { class: "bad", role: "alert" }, `not storing: ${health.writer.fault}`) : null,
-    health.cluster?.door ? el("span", { class: "bad", role: "alert" }, `uploads are refused: ${health.cluster.door}`) : null);
+    refused ? el("span", { class: "bad", role: "alert" }, `uploads are refused: ${refused}`) : null);
 }

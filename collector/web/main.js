@@ -27,7 +27,7 @@ async function refresh() {
   const results = await Promise.allSettled(panels.map((panel) => panel()));
   if (signal.aborted) return;
   const failed = results.find((result) => result.status === "rejected");
-  say(failed ? failed.reason.message : missing.size ? `These figures are not whole: ${[...missing].join("; ")}.` : "");
+  say(failed ? failed.reason.message : missing.size ? `These figures are not whole: ${[...missing].join(" ")}` : "");
   document.body.dataset.ready = String(++rounds); // for whoever waits for the figures from outside
 }
 

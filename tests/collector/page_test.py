@@ -8,6 +8,7 @@ import math
 import os
 import pathlib
 import random
+import re
 import tempfile
 import unittest
 import urllib.parse
@@ -374,6 +375,25 @@ class Page(unittest.TestCase):
                 self.assertLessEqual(self.browser.js("document.documentElement.scrollWidth"), width)
                 self.assertEqual(self.browser.js("""[...document.querySelectorAll("main table")].filter((table) =>
                     !table.matches(".u-legend") && !(table.caption?.textContent && table.querySelector("th[scope]"))).length"""), 0)
+
+
+class Cluster(Page):
+    def test_a_shard_that_is_missing_is_said_above_the_figures(self):
+        with open(os.environ["CLUSTER"] + "/address", encoding="ascii") as file:
+            store = f"{file.read().strip()}/page_{os.getpid()}"
+        self.assertEqual(run("cluster", "init", "--store", store).returncode, 0)
+        lost = re.sub(r"[+].*/", "+127.0.0.1:1/", store)
+        for address, says in [(store, ""), (lost, "These figures are not whole: Shard 2 does not answer (127.0.0.1:1: ")]:
+            collector = self.start("--store", address, "--spool", f"{self.folder}/spool.db", events=[])
+            self.browser.show(collector)
+            self.assertEqual(self.browser.text("#message")[:len(says) or None], says)
+            self.browser.get("about:blank")
+            collector.stop()
+
+
+def load_tests(loader, _tests, _pattern):
+    named = Page if "CLUSTER" not in os.environ else Cluster
+    return unittest.TestSuite(named(name) for name in loader.getTestCaseNames(named) if name in vars(named))
 
 
 if __name__ == "__main__":

@@ -137,7 +137,11 @@ with tempfile.TemporaryDirectory() as scratch:
     check_tables()
     check_header("analytics.h", "c", " * ")
     check_header("analytics.hpp", "cpp", "// ")
+    has_cluster = "ANALYTICS_COLLECTOR_CLUSTER:BOOL=OFF" not in (build / "CMakeCache.txt").read_text()
     for document in sorted(source.glob("*.md")) + sorted(source.glob("docs/*.md")):
-        check_document(document)
+        if document.name == "cluster.md" and not has_cluster:
+            print("docs/cluster.md was not walked through: the collector was built without the cluster")
+        else:
+            check_document(document)
 print("\n".join(failures) or "every block holds: " + ", ".join(f"{n} {kind}" for kind, n in sorted(counts.items())))
 sys.exit(1 if failures else 0)

@@ -4,6 +4,7 @@
 #include "tables.h"
 
 #include <map>
+#include <thread>
 
 #include <openssl/rand.h>
 
@@ -15,17 +16,21 @@ namespace {
 constexpr int g_unknown_table = 60;
 constexpr int g_unknown_database = 81;
 constexpr int g_replica_exists = 253;
+constexpr int g_being_made = 57;      // by a statement whose answer was not waited for
+constexpr int g_keeper_is_away = 999; // for some seconds, when the node was held up
 
-constexpr Bounds g_patient{std::chrono::minutes(5)};
+constexpr auto g_patience = std::chrono::minutes(5);
+constexpr auto g_statement = std::chrono::seconds(60);
+constexpr auto g_look = std::chrono::seconds(5);
 
 // What the table `meta` of a node says; empty where there is none.
 using Meta = std::map<std::string, std::string>;
 
-Answer<Meta> meta_of(const Place& place)
+Answer<Meta> meta_of(const Place& place, const Bounds& bounds = {})
 {
     Meta meta;
     auto answer = Client(place.node, place.layout)
-                      .ask("SELECT name, argMax(value, changed) FROM meta GROUP BY name FORMAT RowBinary");
+                      .ask("SELECT name, argMax(value, changed) FROM meta GROUP BY name FORMAT RowBinary", bounds);
     if (!answer && (answer.fault().code == g_unknown_table || answer.fault().code == g_unknown_database))
         return meta;
     if (!answer)
@@ -109,23 +114,38 @@ std::optional<Fault> look_around(const Layout& layout, std::string& id)
     });
 }
 
+// A node that has much else to do may take long; a statement that was cut off goes on there, and a try after it finds
+// what it made.
+Answer<Done> run_patiently(Client& client, const std::string& statement)
+{
+    for (const auto until = Clock::now() + g_patience;;) {
+        auto done = client.run(statement, {g_statement, 0, until});
+        const bool may_come = !done && (done.fault().kind == Trouble::Kind::late || done.fault().code == g_being_made ||
+                                        done.fault().code == g_keeper_is_away);
+        if (!may_come || Clock::now() + std::chrono::seconds(1) >= until)
+            return done;
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+    }
+}
+
 // A node that lost its disk is still known to the keeper as a replica: a table is then attached as if it had been
 // there, and fetches all of its parts from the peer.
 Answer<Done> make(Client& client, const std::string& statement, bool& is_regained)
 {
     static const std::string create = "CREATE TABLE IF NOT EXISTS ";
-    auto made = client.run(statement, g_patient);
+    auto made = run_patiently(client, statement);
     if (made || made.fault().code != g_replica_exists || statement.compare(0, create.size(), create) != 0)
         return made;
     is_regained = true;
-    return client.run("ATTACH TABLE " + statement.substr(create.size()), g_patient);
+    return run_patiently(client, "ATTACH TABLE " + statement.substr(create.size()));
 }
 
 Answer<Done> make_database(const Place& place)
 {
     Layout none = place.layout;
     none.database.clear(); // a question that names it would be refused before it is there
-    return Client(place.node, none).run("CREATE DATABASE IF NOT EXISTS " + place.layout.database, g_patient);
+    Client client(place.node, none);
+    return run_patiently(client, "CREATE DATABASE IF NOT EXISTS " + place.layout.database);
 }
 
 std::optional<Fault> prepare_node(const Place& place, const std::function<void(const std::string&)>& say)
@@ -142,8 +162,11 @@ std::optional<Fault> prepare_node(const Place& place, const std::function<void(c
     Client client(place.node, place.layout);
     bool is_regained = false;
     for (const std::string& statement : statements) {
-        if (auto made = make(client, statement, is_regained); !made)
-            return fault_of(made.fault());
+        if (auto made = make(client, statement, is_regained); !made) {
+            Fault fault = fault_of(made.fault());
+            fault.text += " (to: " + statement.substr(0, statement.find(" (")) + ")";
+            return fault;
+        }
     }
     say(place.node.name() + ": " +
         (is_regained     ? "tables are back, their rows come from the other replica"
@@ -186,7 +209,7 @@ Result<Done> check_schema(const Layout& layout)
 {
     std::vector<size_t> reached(layout.shards.size()), prepared(layout.shards.size());
     auto fault = for_each_node(layout, [&](const Place& place) -> std::optional<Fault> {
-        auto meta = meta_of(place);
+        auto meta = meta_of(place, {g_look});
         if (!meta && (meta.fault().kind == Trouble::Kind::code || meta.fault().kind == Trouble::Kind::refused))
             return fault_of(meta.fault());
         reached[place.shard] += bool(meta);
