@@ -1,6 +1,8 @@
 #include "Context.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstring>
 #include <ctime>
 #include <random>
 
@@ -65,16 +67,44 @@ void Context::Join()
 {
     std::string joined;
     for (const Member& member : m_members)
-        joined += (joined.empty() ? "" : ", ") + member.text;
+        joined.append(joined.empty() ? "{ " : ", ").append(member.text);
     m_joined = std::move(joined);
 }
 
 namespace {
 
+// Eight digits at a time: each half byte of the value goes into a byte of its own, the most significant one first.
+void PutHexadecimal(char* out, uint32_t value)
+{
+    uint64_t digits = value >> 16 | uint64_t{value & 0xffff} << 32;
+    digits = (digits >> 8 & 0x000000ff000000ff) | (digits & 0x000000ff000000ff) << 16;
+    digits = (digits >> 4 & 0x000f000f000f000f) | (digits & 0x000f000f000f000f) << 8;
+    const uint64_t letters = (digits + 0x0606060606060606) >> 4 & 0x0101010101010101;
+    digits += 0x3030303030303030 + letters * ('a' - '0' - 10);
+    if constexpr (std::endian::native == std::endian::big)
+        digits = __builtin_bswap64(digits);
+    std::memcpy(out, &digits, sizeof digits);
+}
+
 void PutHexadecimal(char* out, uint64_t value)
 {
-    for (int at = 15; at >= 0; --at, value >>= 4)
-        out[at] = lumo::hexadecimal_digits[value & 15];
+    PutHexadecimal(out, static_cast<uint32_t>(value >> 32));
+    PutHexadecimal(out + 8, static_cast<uint32_t>(value));
+}
+
+// Returns where the text ends.
+template <size_t size>
+char* Write(char* out, const char (&literal)[size])
+{
+    std::memcpy(out, literal, size - 1);
+    return out + (size - 1);
+}
+
+template <size_t size>
+char* Write(char* out, const char (&name)[size], uint64_t number)
+{
+    out = Write(out, name);
+    return out + lumo::put_decimal(out, number);
 }
 
 // Spreads what differs in few bits over all of them (the finisher of SplitMix64).
@@ -88,60 +118,61 @@ uint64_t Spread(uint64_t value)
 } // namespace
 
 // Ordered by time: milliseconds, then a count within one. A clock that is set back goes on from the last id.
-std::string_view Context::EventId(uint64_t now_ms)
+void Context::PutEventId(char* out, uint64_t now_ms)
 {
     m_lastId = std::max(now_ms << 16, m_lastId + 1);
-    PutHexadecimal(m_id, m_lastId);
-    PutHexadecimal(m_id + 16, Spread(m_seed + m_sequence * 0x9e3779b97f4a7c15 + (processMark << 32)));
-    return {m_id, sizeof m_id};
+    PutHexadecimal(out, m_lastId);
+    PutHexadecimal(out + 16, Spread(m_seed + m_sequence * 0x9e3779b97f4a7c15 + (processMark << 32)));
 }
 
-namespace {
-
-std::string NewSession()
+void Context::StartSession()
 {
     std::random_device random;
-    std::string id(32, '\0');
-    for (int half : {0, 16})
-        PutHexadecimal(id.data() + half, static_cast<uint64_t>(random()) << 32 | random());
-    return id;
+    const auto number = [&random] { return static_cast<uint64_t>(random()) << 32 | random(); };
+    m_seed = number();
+    for (const size_t half : {0, 16})
+        PutHexadecimal(m_session + half, number());
+    m_hasSession = true;
 }
 
-} // namespace
-
-void Context::WriteStamps(unsigned stamps)
+char* Context::PutStamps(char* out, unsigned stamps)
 {
-    if (m_session.empty()) {
-        std::random_device random;
-        m_seed = static_cast<uint64_t>(random()) << 32 | random();
-        m_session = NewSession();
-    }
+    if (!m_hasSession)
+        StartSession();
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const auto now_ms = static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
     ++m_sequence;
-    char digits[lumo::number_room];
     if (stamps & stamp_time_ms)
-        m_begun.append(", \"time_ms\": ").append(digits, lumo::put_decimal(digits, now_ms));
+        out = Write(out, ", \"time_ms\": ", now_ms);
     if (stamps & stamp_sequence)
-        m_begun.append(", \"sequence\": ").append(digits, lumo::put_decimal(digits, m_sequence));
-    if (stamps & stamp_session)
-        m_begun.append(", \"session\": \"").append(m_session).append("\"");
-    if (stamps & stamp_event)
-        m_begun.append(", \"event\": \"").append(EventId(now_ms)).append("\"");
+        out = Write(out, ", \"sequence\": ", m_sequence);
+    if (stamps & stamp_session) {
+        out = Write(out, ", \"session\": \"");
+        std::memcpy(out, m_session, id_size);
+        out = Write(out + id_size, "\"");
+    }
+    if (stamps & stamp_event) {
+        out = Write(out, ", \"event\": \"");
+        PutEventId(out, now_ms);
+        out = Write(out + id_size, "\"");
+    }
+    return out;
 }
 
 std::string_view Context::Begin(unsigned stamps)
 {
-    if (stamps == 0 && m_joined.empty())
-        return {};
-    m_begun.clear();
-    if (stamps != 0)
-        WriteStamps(stamps);
-    if (!m_joined.empty())
-        m_begun.append(", ").append(m_joined);
+    if (stamps == 0)
+        return m_joined;
+    m_begun.resize(stamps_room + m_joined.size());
+    char* end = PutStamps(m_begun.data(), stamps);
     m_begun[0] = '{'; // in place of the first comma
-    return m_begun;
+    if (!m_joined.empty()) {
+        m_joined.copy(end, m_joined.size());
+        *end = ','; // in place of the brace
+    }
+    end += m_joined.size();
+    return std::string_view(m_begun).substr(0, static_cast<size_t>(end - m_begun.data()));
 }
 
 } // namespace AnalyticsSDK

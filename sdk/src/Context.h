@@ -44,17 +44,21 @@ private:
     std::vector<Member>::iterator Find(const char* name);
     bool Put(const char* name, std::string_view document);
     void Join();
-    void WriteStamps(unsigned stamps);
-    std::string_view EventId(uint64_t now_ms);
+    void StartSession();
+    char* PutStamps(char* out, unsigned stamps);
+    void PutEventId(char* out, uint64_t now_ms);
+
+    static constexpr size_t id_size = 32;
+    static constexpr size_t stamps_room = 256; ///< their names, two ids and two numbers of at most 20 digits
 
     std::vector<Member> m_members;
-    std::string m_joined; ///< the members' texts
-    std::string m_begun;  ///< of the last event
+    std::string m_joined; ///< the members' texts and the brace before them; empty without members
+    std::string m_begun;  ///< of the last event, and room behind it
     uint64_t m_sequence = 0;
     uint64_t m_lastId = 0; ///< the ordered half of the last event's id
     uint64_t m_seed = 0;
-    std::string m_session; ///< 32 digits, made when it is first needed
-    char m_id[32] = "";
+    char m_session[id_size] = "";
+    bool m_hasSession = false; ///< the session's id and the seed are made when they are first needed
 };
 
 } // namespace AnalyticsSDK
