@@ -175,13 +175,14 @@ void Delivery::LogEvent(const char* name, LogObject* event)
     BeginLine();
     m_pCurrentEvent->element(nullptr, name);
     const std::string_view line = EndLine(event);
-    ++m_ledger.figures.accepted;
+    m_ledger.figures.CountAccepted();
     OpenLog* batches = InBatches() ? m_batches.load() : nullptr;
     bool written;
     if (batches != nullptr) {
         const OpenLog::Written how = batches->Append(line);
         written = how != OpenLog::Written::no;
-        if (how == OpenLog::Written::andSealed)
+        // Once for all batches until the worker looks: waking it takes as long as several events.
+        if (how == OpenLog::Written::andSealed && !m_lookPending.exchange(true))
             Tell(sealed);
     } else
         written = EventLog::Append(m_strEventLogFilePath, line, m_options.Is(Option::sync, Choice::sync_event));
@@ -473,11 +474,18 @@ void Delivery::Turn(unsigned news)
         Schedule();
 }
 
+// Before looking: what is sealed from now on asks for another look.
+void Delivery::EndLookWait()
+{
+    m_lookAt.reset();
+    m_lookPending = false;
+}
+
 // A batch is sent soon after it was sealed, unless a back-off or the server's Retry-After lasts. The limits of the
 // outbox are kept either way.
 void Delivery::LookAtOutbox()
 {
-    m_lookAt.reset();
+    EndLookWait();
     const auto now = DeliveryClock::now();
     if (now >= m_ledger.BackOffEnd() && now >= m_ledger.RetryAfterEnd() && MaySendByConsent())
         Process();
@@ -489,7 +497,7 @@ void Delivery::Process()
 {
     if (IsShuttingDown())
         return;
-    m_lookAt.reset();
+    EndLookWait();
     if (!MaySendByConsent())
         KeepUnsent();
     else if (!SendDue())

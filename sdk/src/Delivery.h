@@ -112,6 +112,7 @@ private:
     bool SendDue();
     void KeepUnsent();
     void Schedule();
+    void EndLookWait();
     void LookAtOutbox();
     void SetNext(Moment next) { m_next = next.time_since_epoch().count(); }
     Moment Next() const { return Moment(Moment::duration(m_next)); }
@@ -131,6 +132,7 @@ private:
     std::atomic<unsigned> m_news{0};
     std::atomic<Moment::rep> m_next{0};     ///< when the next cycle is due
     std::optional<Moment> m_lookAt;         ///< when to look at what was sealed; the worker's
+    std::atomic<bool> m_lookPending{false}; ///< the worker was told that there is something to look at
     std::atomic<Moment::rep> m_closeEnd{0}; ///< 0 until a stop was asked for
     std::atomic<bool> m_running{false}, m_ranOnce{false};
     lumo::mutex m_optionLock{true}; ///< one change at a time

@@ -22,6 +22,9 @@ using DeliveryClock = std::chrono::steady_clock;
 /// Counted since the session's start.
 struct DeliveryFigures
 {
+    /// Only the thread that drives the session counts events, so no other count can come in between.
+    void CountAccepted() { accepted.store(accepted.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed); }
+
     std::atomic<uint64_t> accepted{0}, failed{0}, delivered{0}, dropped{0};
     std::atomic<uint64_t> requests{0}, requestsFailed{0}, failuresInARow{0};
     std::atomic<int64_t> lastStatus{0}, lastRequest_ms{0};

@@ -10,6 +10,7 @@
 
 #include "FileDescriptor.h"
 #include "LogLock.h"
+#include "lumo/tova/platform/platform.h"
 
 namespace AnalyticsSDK {
 
@@ -141,7 +142,8 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
     }
     const std::string closing = mid_line ? std::string("\n").append(line) : std::string();
     const std::string_view text = mid_line ? closing : line;
-    const ssize_t written = Uninterrupted([&] { return ::write(m_file.Get(), text.data(), text.size()); });
+    const ssize_t written =
+        Uninterrupted([&] { return tova::platform::write_file(m_file.Get(), text.data(), text.size()); });
     if (written != size) {
         if (written > 0) // no other process has written since, because the lock is held
             static_cast<void>(Uninterrupted([&] { return ::ftruncate(m_file.Get(), end); }));

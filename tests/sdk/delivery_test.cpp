@@ -139,6 +139,18 @@ TEST_F(DeliveryTest, EveryEventArrivesThatIsLoggedWhileASlowServerTakesItsTime)
     EXPECT_EQ(receiver.lines, 2783u);
 }
 
+TEST_F(DeliveryTest, WhatIsSealedByItsSizeIsSentSoonEachTime)
+{
+    Session session(receiver.server.url());
+    set(session, "delivery", "batches");
+    set(session, "batch_bytes", "4096");
+    for (const uint64_t logged : {200u, 400u}) {
+        for (int number = 0; number < 200; ++number)
+            session.log_one();
+        EXPECT_TRUE(wait_until([&] { return stats(session).events_delivered == logged; }));
+    }
+}
+
 TEST_F(DeliveryTest, ALimitOnBodiesJamsNothing)
 {
     receiver.limit = 1 << 20;

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <sys/types.h>
+
 struct stat;
 
 namespace tova::platform {
@@ -68,5 +70,11 @@ bool file_status(int file, struct stat& status);
 bool mark_file(int file);
 /// Whether mark_file() has marked the open file that this descriptor belongs to now; false for a closed one.
 bool has_mark(int file);
+
+/// write(), with its results and its errno, EINTR included.
+///
+/// Where the system allows it, this is no place at which pthread_cancel() ends the thread: such a place costs two
+/// locked instructions, and a thread that ended there would leave half a line and the locks that it holds.
+ssize_t write_file(int file, const void* data, size_t size);
 
 } // namespace tova::platform

@@ -1,6 +1,7 @@
 #include "lumo/tova/platform/platform.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace tova::platform {
 
@@ -17,6 +18,11 @@ bool mark_file(int)
 bool has_mark(int)
 {
     return false;
+}
+
+ssize_t write_file(int file, const void* data, size_t size)
+{
+    return write(file, data, size);
 }
 
 } // namespace tova::platform

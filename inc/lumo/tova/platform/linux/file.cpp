@@ -4,7 +4,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
 namespace tova::platform {
 
@@ -41,6 +43,12 @@ bool mark_file(int file)
 bool has_mark(int file)
 {
     return fcntl(file, F_GETSIG) == mark;
+}
+
+// The system call itself: the C library's write() is a place of cancellation.
+ssize_t write_file(int file, const void* data, size_t size)
+{
+    return syscall(SYS_write, file, data, size);
 }
 
 } // namespace tova::platform
