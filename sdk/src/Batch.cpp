@@ -27,7 +27,7 @@ bool IsOwnFile(const struct stat& file)
 bool WriteAll(const HeldFile& file, std::string_view text)
 {
     while (!text.empty()) {
-        const ssize_t written = Uninterrupted([&] { return ::write(file.Get(), text.data(), text.size()); });
+        const ssize_t written = tova::uninterrupted([&] { return ::write(file.Get(), text.data(), text.size()); });
         if (written <= 0)
             return false;
         text.remove_prefix(static_cast<size_t>(written));
@@ -37,7 +37,7 @@ bool WriteAll(const HeldFile& file, std::string_view text)
 
 bool ForceOntoDisk(const HeldFile& file)
 {
-    return Uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
+    return tova::uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
 }
 
 /// A new file of that name, locked for as long as it is held. Null when that failed.

@@ -65,7 +65,7 @@ FileDescriptor OpenForAppend(const std::string& path)
 bool LineFeedBefore(const FileDescriptor& file, off_t end)
 {
     char last = '\n';
-    return Uninterrupted([&] { return ::pread(file.Get(), &last, 1, end - 1); }) != 1 || last == '\n';
+    return tova::uninterrupted([&] { return ::pread(file.Get(), &last, 1, end - 1); }) != 1 || last == '\n';
 }
 
 /// Whether the file ends, at `end`, with a line that will never be finished.
@@ -93,7 +93,7 @@ void TakeBack(const FileDescriptor& file, off_t written)
     struct stat now;
     const off_t end = ::lseek(file.Get(), 0, SEEK_CUR);
     if (end >= written && ::fstat(file.Get(), &now) == 0 && now.st_size == end)
-        static_cast<void>(Uninterrupted([&] { return ::ftruncate(file.Get(), end - written); }));
+        static_cast<void>(tova::uninterrupted([&] { return ::ftruncate(file.Get(), end - written); }));
 }
 
 // Never a second write for the rest of a line: another process's line could be in between by then.
@@ -143,7 +143,7 @@ bool Append(const std::string& path, std::string_view line, bool synced)
     lastAppend.path = hash;
     lastAppend.end = written && end >= 0 ? end + mid_line + static_cast<off_t>(line.size()) : -1;
     if (written && synced)
-        static_cast<void>(Uninterrupted([&] { return ::fsync(file.Get()); }));
+        static_cast<void>(tova::uninterrupted([&] { return ::fsync(file.Get()); }));
     return written;
 }
 

@@ -1,7 +1,6 @@
-// An owned file descriptor, and system calls repeated after signals.
+// An owned file descriptor.
 #pragma once
 
-#include <cerrno>
 #include <cstddef>
 #include <utility>
 
@@ -9,18 +8,9 @@
 #include <sys/types.h>
 #include <unistd.h>
 
-namespace AnalyticsSDK {
+#include "lumo/tova/own/uninterrupted.h"
 
-/// Repeats a system call for as long as a signal interrupts it (EINTR): a host may install handlers without SA_RESTART
-/// and use fast timers.
-template <typename Call>
-auto Uninterrupted(Call call)
-{
-    auto result = call();
-    while (result == -1 && errno == EINTR)
-        result = call();
-    return result;
-}
+namespace AnalyticsSDK {
 
 /// Owns a file descriptor. One thread at a time.
 class FileDescriptor
@@ -29,7 +19,7 @@ public:
     FileDescriptor() = default;
     /// Opens close-on-exec; `mode` is for files that are made here. On failure errno tells why.
     FileDescriptor(const char* path, int flags, mode_t mode = 0666)
-        : m_nFile(Uninterrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }))
+        : m_nFile(tova::uninterrupted([=] { return ::open(path, flags | O_CLOEXEC, mode); }))
     {}
     FileDescriptor(FileDescriptor&& other) noexcept : m_nFile(std::exchange(other.m_nFile, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept
@@ -46,15 +36,15 @@ public:
     explicit operator bool() const { return m_nFile != -1; }
     int Get() const { return m_nFile; }
 
-    /// One system call each. The result may be fewer bytes than asked for; the caller knows whether the rest may follow
-    /// in another call. -1 with errno on failure.
+    /// One system call each, repeated when a signal interrupts it. The result may be fewer bytes than asked for; the
+    /// caller knows whether the rest may follow in another call. -1 with errno on failure.
     ssize_t Write(const char* text, size_t size) const
     {
-        return Uninterrupted([=, this] { return ::write(m_nFile, text, size); });
+        return tova::uninterrupted([=, this] { return ::write(m_nFile, text, size); });
     }
     ssize_t Read(char* buffer, size_t size) const
     {
-        return Uninterrupted([=, this] { return ::read(m_nFile, buffer, size); });
+        return tova::uninterrupted([=, this] { return ::read(m_nFile, buffer, size); });
     }
 
 private:

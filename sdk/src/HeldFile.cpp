@@ -41,7 +41,7 @@ bool HeldFile::Open(const std::string& path, int flags, mode_t mode)
     Close();
     LogLock hold;
     const int file =
-        Uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode); });
+        tova::uninterrupted([&] { return ::open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, mode); });
     struct stat now;
     if (file == -1)
         return false;
@@ -118,7 +118,7 @@ bool HeldFile::Look(struct stat& now)
 
 HeldFile::Lock HeldFile::TryLock()
 {
-    if (Uninterrupted([this] { return ::flock(m_file, LOCK_EX | LOCK_NB); }) == 0)
+    if (tova::uninterrupted([this] { return ::flock(m_file, LOCK_EX | LOCK_NB); }) == 0)
         return Lock::held;
     return errno == EWOULDBLOCK ? Lock::refused : Lock::unsupported;
 }
@@ -136,7 +136,7 @@ HeldFile::Lock HeldFile::WaitForLock(int wait_ms, const std::string& path)
 
 void HeldFile::Unlock()
 {
-    static_cast<void>(Uninterrupted([this] { return ::flock(m_file, LOCK_UN); }));
+    static_cast<void>(tova::uninterrupted([this] { return ::flock(m_file, LOCK_UN); }));
 }
 
 bool HeldFile::IsAt(const std::string& path) const
@@ -148,7 +148,7 @@ bool HeldFile::IsAt(const std::string& path) const
 bool HeldFile::ReadAt(off_t offset, char* buffer, size_t size) const
 {
     while (size > 0) {
-        const ssize_t got = Uninterrupted([&] { return ::pread(m_file, buffer, size, offset); });
+        const ssize_t got = tova::uninterrupted([&] { return ::pread(m_file, buffer, size, offset); });
         if (got <= 0)
             return false;
         buffer += got;

@@ -143,15 +143,15 @@ OpenLog::Step OpenLog::WriteLocked(std::string_view line, const struct stat& now
     const std::string closing = mid_line ? std::string("\n").append(line) : std::string();
     const std::string_view text = mid_line ? closing : line;
     const ssize_t written =
-        Uninterrupted([&] { return tova::platform::write_file(m_file.Get(), text.data(), text.size()); });
+        tova::uninterrupted([&] { return tova::platform::write_file(m_file.Get(), text.data(), text.size()); });
     if (written != size) {
         if (written > 0) // no other process has written since, because the lock is held
-            static_cast<void>(Uninterrupted([&] { return ::ftruncate(m_file.Get(), end); }));
+            static_cast<void>(tova::uninterrupted([&] { return ::ftruncate(m_file.Get(), end); }));
         return Step::failed;
     }
     m_end = end + size;
     if (m_options.Is(Option::sync, Choice::sync_event))
-        static_cast<void>(Uninterrupted([this] { return ::fsync(m_file.Get()); }));
+        static_cast<void>(tova::uninterrupted([this] { return ::fsync(m_file.Get()); }));
     return Step::written;
 }
 

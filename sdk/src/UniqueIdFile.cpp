@@ -18,7 +18,7 @@ bool WriteAll(const FileDescriptor& file, const std::string& text)
     // Synced before the file gets its name: otherwise a power cut could leave an empty file, which would never be
     // replaced.
     return file && file.Write(text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-           Uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
+           tova::uninterrupted([&] { return ::fsync(file.Get()); }) == 0;
 }
 
 /// Makes a file beside `path` that holds the id; empty, and errno tells why, when that cannot be done.

@@ -3,6 +3,7 @@
 #include "lumo/tova/file.h"
 #include "lumo/tova/directory.h"
 #include "lumo/tova/own/internal.h"
+#include "lumo/tova/own/uninterrupted.h"
 #include "lumo/tova/text.h"
 
 #include <cerrno>
@@ -19,16 +20,6 @@ void check(const tova_file* f)
     tova_assert(f->_version == tova_version);
 }
 
-// Repeats a call while signals interrupt it.
-template <class Call>
-auto uninterrupted(Call call)
-{
-    auto result = call();
-    while (result == -1 && errno == EINTR)
-        result = call();
-    return result;
-}
-
 // Notes the outcome of a call in the record: 1, or 0 and the system's error.
 int32_t outcome(tova_file* f, bool done)
 {
@@ -40,7 +31,7 @@ int32_t outcome(tova_file* f, bool done)
 // Close-on-exec from the start: a flag set later would lose the race against another thread's fork and exec.
 int32_t open_with(tova_file* f, const char* path, int flags, mode_t mode)
 {
-    f->_file = uninterrupted([=] { return open(path, flags | O_CLOEXEC, mode); });
+    f->_file = tova::uninterrupted([=] { return open(path, flags | O_CLOEXEC, mode); });
     return f->_file != INVALID_FILE;
 }
 
@@ -115,7 +106,7 @@ void tova_file_close(tova_file* f)
 int32_t tova_file_read(tova_file* f, void* buffer, uint32_t size, uint32_t* count)
 {
     check(f);
-    const ssize_t result = uninterrupted([=] { return read(f->_file, buffer, size); });
+    const ssize_t result = tova::uninterrupted([=] { return read(f->_file, buffer, size); });
     // At the end of the file `_error` is 0, so that a caller can tell it from a failure.
     *count = result > 0 ? static_cast<uint32_t>(result) : 0;
     if (result <= 0)
@@ -127,7 +118,7 @@ int32_t tova_file_write(tova_file* f, const void* buffer, uint32_t size)
 {
     check(f);
     // One call for the whole, never a loop over parts: lines that several writers append must not mix.
-    const ssize_t result = uninterrupted([=] { return write(f->_file, buffer, size); });
+    const ssize_t result = tova::uninterrupted([=] { return write(f->_file, buffer, size); });
     // A short write sets no error number. The usual reason is a disk that is full, and the next write will say so.
     if (result >= 0 && result != static_cast<ssize_t>(size))
         errno = ENOSPC;

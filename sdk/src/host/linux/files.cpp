@@ -3,9 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
+#include "lumo/tova/own/uninterrupted.h"
 #include "lumo/tova/tova.h"
 
 namespace AnalyticsSDK::host::files {
@@ -54,10 +54,7 @@ bool line_file::refill()
     end -= begin;
     begin = 0;
     // Reading these files never blocks, but a signal can still interrupt it.
-    ssize_t count;
-    do
-        count = read(descriptor, buffer + end, sizeof buffer - end);
-    while (count < 0 && errno == EINTR);
+    const ssize_t count = tova::uninterrupted([this] { return read(descriptor, buffer + end, sizeof buffer - end); });
     if (count <= 0)
         return false;
     end += static_cast<std::size_t>(count);
