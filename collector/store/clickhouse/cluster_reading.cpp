@@ -49,54 +49,64 @@ Result<Cursor> ClusterReading::end(const Limit& limit)
     return Cursor(Following::g_cursor);
 }
 
+namespace {
+
+struct HealthPart : Health
+{
+    LossesPart lost;
+};
+
+void read_health(Shard& shard, const Filter& filter, HealthPart& part)
+{
+    const auto number = [&](const std::string& select) {
+        uint64_t value = 0;
+        shard.rows(select, [&](RowReader& row) { value = row.u64(); });
+        return value;
+    };
+    shard.rows(events_select(filter, ""), [&](RowReader& row) { part.events = row.u64(); });
+    part.installations = number("SELECT uniqExact(installation) FROM installed WHERE " + filter.installed());
+    part.bytes = number("SELECT toUInt64(sum(bytes_on_disk)) FROM system.parts WHERE database = currentDatabase() "
+                        "AND active");
+    part.schema = static_cast<int>(number("SELECT toUInt64(any(value)) FROM meta WHERE name = 'schema'"));
+    shard.rows("SELECT toUInt64(sum(u)), toUInt64(sum(d)), toInt64(max(r)) FROM (SELECT any(uploads) AS u, "
+               "any(differs) AS d, any(last_received) AS r FROM uploads GROUP BY collector, number)",
+               [&](RowReader& row) {
+                   part.uploads = row.u64();
+                   part.count_differs = row.u64();
+                   part.last_received_at = row.i64();
+               });
+    shard.rows("SELECT min(logged), count() FROM events WHERE " + filter.rows(), [&](RowReader& row) {
+        Seconds oldest = row.i64();
+        if (row.u64() != 0)
+            part.oldest_event = oldest;
+    });
+    read_losses(shard, filter, part.lost);
+}
+
+void add(Health& health, const Health& part)
+{
+    health.events += part.events;
+    health.installations += part.installations;
+    health.uploads += part.uploads;
+    health.count_differs += part.count_differs;
+    health.bytes += part.bytes;
+    health.schema = std::max(health.schema, part.schema);
+    health.last_received_at = std::max(health.last_received_at, part.last_received_at);
+    if (part.oldest_event && (!health.oldest_event || *part.oldest_event < *health.oldest_event))
+        health.oldest_event = part.oldest_event;
+}
+
+} // namespace
+
 Result<Health> ClusterReading::health(const Limit& limit)
 {
-    struct Part : Health
-    {
-        LossesPart lost;
-    };
-    auto parts = ask<Part>({}, limit, [](Shard& shard, const Filter& filter, Part& part) {
-        auto number = [&](const std::string& select) {
-            uint64_t value = 0;
-            shard.rows(select, [&](RowReader& row) { value = row.u64(); });
-            return value;
-        };
-        shard.rows(events_select(filter, ""), [&](RowReader& row) { part.events = row.u64(); });
-        part.installations = number("SELECT uniqExact(installation) FROM installed WHERE " + filter.installed());
-        part.bytes = number("SELECT toUInt64(sum(bytes_on_disk)) FROM system.parts WHERE database = currentDatabase() "
-                            "AND active");
-        part.schema = static_cast<int>(number("SELECT toUInt64(any(value)) FROM meta WHERE name = 'schema'"));
-        shard.rows("SELECT toUInt64(sum(u)), toUInt64(sum(d)), toInt64(max(r)) FROM (SELECT any(uploads) AS u, "
-                   "any(differs) AS d, any(last_received) AS r FROM uploads GROUP BY collector, number)",
-                   [&](RowReader& row) {
-                       part.uploads = row.u64();
-                       part.count_differs = row.u64();
-                       part.last_received_at = row.i64();
-                   });
-        shard.rows("SELECT min(logged), count() FROM events WHERE " + filter.rows(), [&](RowReader& row) {
-            Seconds oldest = row.i64();
-            if (row.u64() != 0)
-                part.oldest_event = oldest;
-        });
-        read_losses(shard, filter, part.lost);
-    });
+    auto parts = ask<HealthPart>({}, limit, read_health);
     if (!parts)
         return parts.fault();
     Health health;
-    std::vector<LossesPart> losses_parts;
-    for (Part& part : *parts) {
-        losses_parts.push_back(std::move(part.lost));
-        health.events += part.events;
-        health.installations += part.installations;
-        health.uploads += part.uploads;
-        health.count_differs += part.count_differs;
-        health.bytes += part.bytes;
-        health.schema = std::max(health.schema, part.schema);
-        health.last_received_at = std::max(health.last_received_at, part.last_received_at);
-        if (part.oldest_event && (!health.oldest_event || *part.oldest_event < *health.oldest_event))
-            health.oldest_event = part.oldest_event;
-    }
-    auto lost = losses(std::move(losses_parts), limit);
+    for (const HealthPart& part : *parts)
+        add(health, part);
+    auto lost = losses(*parts, limit);
     if (!lost)
         return lost.fault();
     for (const auto& [hour, loss] : *lost) {

@@ -59,6 +59,15 @@ private:
     };
     /// By the number of the hour of receipt, for the hours that the query's period touches.
     Result<std::map<int64_t, Losses>> losses(std::vector<LossesPart> parts, const Limit& limit);
+    /// The same of parts that each have theirs as `lost`, which is taken from them.
+    template <class Part>
+    Result<std::map<int64_t, Losses>> losses(std::vector<Part>& parts, const Limit& limit)
+    {
+        std::vector<LossesPart> lost;
+        for (Part& part : parts)
+            lost.push_back(std::move(part.lost));
+        return losses(std::move(lost), limit);
+    }
 
     const ReadingParts m_parts;
     Shards m_shards;

@@ -92,15 +92,13 @@ Result<Summary> ClusterReading::summary(const Query& query, const Limit& limit)
     if (!parts)
         return parts.fault();
     Part all;
-    std::vector<LossesPart> losses_parts;
     for (Part& part : *parts) {
-        losses_parts.push_back(std::move(part.lost));
         all.counts += part.counts;
         all.fresh += part.fresh;
         all.versions.merge(part.versions);
         all.names.merge(part.names);
     }
-    auto lost = losses(std::move(losses_parts), limit);
+    auto lost = losses(*parts, limit);
     if (!lost)
         return lost.fault();
     Summary summary{
@@ -136,16 +134,14 @@ Result<std::vector<Point>> ClusterReading::series(const Query& query, Step step,
     if (!parts)
         return parts.fault();
     Points points;
-    std::vector<LossesPart> losses_parts;
     for (Part& part : *parts) {
-        losses_parts.push_back(std::move(part.lost));
         for (const auto& [at, more] : part.points) {
             points[at].events += more.events;
             points[at].installations += more.installations;
             points[at].new_installations += more.new_installations;
         }
     }
-    auto lost = losses(std::move(losses_parts), limit);
+    auto lost = losses(*parts, limit);
     if (!lost)
         return lost.fault();
     for (const auto& [hour, loss] : *lost) {
