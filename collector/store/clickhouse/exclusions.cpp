@@ -78,17 +78,10 @@ Exclusions::Exclusions(std::shared_ptr<const Layout> layout) : m_layout(std::mov
             m_clients.back().emplace_back(node, *m_layout);
     }
     ask();
-    m_thread = std::thread([this] { work(); });
-}
-
-Exclusions::~Exclusions()
-{
-    {
-        std::lock_guard hold(m_lock);
-        m_stopping = true;
-    }
-    m_wake.notify_all();
-    m_thread.join();
+    m_rounds.begin([this] {
+        while (m_rounds.wait(g_between))
+            ask();
+    });
 }
 
 bool Exclusions::is_forgotten(std::string_view installation) const
@@ -122,19 +115,10 @@ void Exclusions::drop(uint16_t last_week)
     m_last_week = std::max<uint16_t>(m_last_week, last_week);
 }
 
-bool Exclusions::wait()
-{
-    std::unique_lock hold(m_lock);
-    m_wake.wait_for(hold, g_between, [this] { return bool(m_stopping); });
-    return !m_stopping;
-}
-
 bool Exclusions::ask_shard(size_t shard, Excluded& all)
 {
-    Bounds bounds{2s};
-    bounds.stop = &m_stopping;
     for (Client& client : m_clients[shard]) {
-        auto excluded = read_excluded(client, bounds);
+        auto excluded = read_excluded(client, m_rounds.bounds(2s));
         if (!excluded)
             continue;
         all.last_week = std::max(all.last_week, excluded->last_week);
@@ -153,9 +137,7 @@ void Exclusions::look_for(const std::set<std::string>& hashes)
     std::set<std::string> present;
     for (auto& replicas : m_clients) {
         for (Client& client : replicas) {
-            Bounds bounds{60s};
-            bounds.stop = &m_stopping;
-            auto found = find_forgotten(client, hashes, m_layout->secret, bounds);
+            auto found = find_forgotten(client, hashes, m_layout->secret, m_rounds.bounds(60s));
             if (!found)
                 continue;
             present.insert(found->begin(), found->end());
@@ -181,12 +163,6 @@ void Exclusions::ask()
         all.hashes = m_hashes;
     }
     look_for(all.hashes);
-}
-
-void Exclusions::work()
-{
-    while (wait())
-        ask();
 }
 
 } // namespace store::clickhouse

@@ -3,12 +3,9 @@
 // to be forgotten is not what remains.
 #pragma once
 
-#include "client.h"
+#include "rounds.h"
 
-#include <condition_variable>
-#include <mutex>
 #include <set>
-#include <thread>
 
 namespace store::clickhouse {
 
@@ -33,7 +30,6 @@ class Exclusions
 public:
     /// Asks once before it returns, some seconds at most: nodes that do not answer are asked again later.
     explicit Exclusions(std::shared_ptr<const Layout> layout);
-    ~Exclusions();
 
     bool is_too_old(uint16_t week) const { return week <= m_last_week; }
     bool is_forgotten(std::string_view installation) const;
@@ -46,9 +42,7 @@ public:
     void drop(uint16_t last_week);
 
 private:
-    void work();
     void ask();
-    bool wait();
     bool ask_shard(size_t shard, Excluded& all);
     void look_for(const std::set<std::string>& hashes);
 
@@ -57,13 +51,11 @@ private:
     std::atomic<uint16_t> m_last_week{0};
     std::atomic<bool> m_is_any{false}; ///< somebody was forgotten: else no line is hashed
     mutable std::mutex m_lock;
-    std::condition_variable m_wake;
     std::set<std::string> m_hashes;
     std::set<std::string> m_present; ///< the forgotten who may still have rows
     size_t m_looked_for = 0;         ///< how many hashes there were when they were looked for
     Clock::time_point m_next_look;
-    std::atomic<bool> m_stopping{false};
-    std::thread m_thread;
+    Rounds m_rounds;
 };
 
 } // namespace store::clickhouse

@@ -17,17 +17,7 @@ ClusterLogouts::ClusterLogouts(std::shared_ptr<const Layout> layout) : m_layout(
     for (size_t shard = 0; shard < m_layout->shards.size(); ++shard)
         for (const Node& node : m_layout->shards[shard])
             m_peers.push_back({Client(node, *m_layout), shard, {}, {}});
-    m_thread = std::thread([this] { work(); });
-}
-
-ClusterLogouts::~ClusterLogouts()
-{
-    {
-        std::lock_guard hold(m_lock);
-        m_stopping = true;
-    }
-    m_woken.notify_all();
-    m_thread.join();
+    m_rounds.begin([this] { work(); });
 }
 
 void ClusterLogouts::end(const std::string& session, Seconds until)
@@ -36,8 +26,8 @@ void ClusterLogouts::end(const std::string& session, Seconds until)
         return;
     std::unique_lock hold(m_lock);
     m_ended[session] = m_new[session] = until;
-    m_woken.notify_all();
-    m_tried.wait_for(hold, 2s, [&] { return m_new.count(session) + m_now.count(session) == 0 || m_stopping; });
+    m_rounds.wake();
+    m_tried.wait_for(hold, 2s, [&] { return m_new.count(session) + m_now.count(session) == 0; });
 }
 
 bool ClusterLogouts::has_ended(const std::string& session)
@@ -46,14 +36,12 @@ bool ClusterLogouts::has_ended(const std::string& session)
     return m_ended.count(session) != 0;
 }
 
-bool ClusterLogouts::wait()
+void ClusterLogouts::take_new()
 {
-    std::unique_lock hold(m_lock);
-    m_woken.wait_for(hold, 1s, [this] { return m_stopping || !m_new.empty(); });
+    std::lock_guard hold(m_lock);
     m_now = std::exchange(m_new, {});
     for (Peer& peer : m_peers)
         peer.untold.insert(m_now.begin(), m_now.end());
-    return !m_stopping;
 }
 
 bool ClusterLogouts::Peer::note(bool answered)
@@ -70,20 +58,14 @@ void ClusterLogouts::tell(Peer& peer)
     std::string rows;
     for (const auto& [session, until] : peer.untold)
         RowWriter(rows).fixed(session).u32(static_cast<uint32_t>(until));
-    Bounds bounds;
-    bounds.time = 1s;
-    bounds.stop = &m_stopping;
-    if (peer.note(bool(peer.client.insert("logouts", "session, until", rows, bounds))))
+    if (peer.note(bool(peer.client.insert("logouts", "session, until", rows, m_rounds.bounds(1s)))))
         peer.untold.clear();
 }
 
 bool ClusterLogouts::listen_to(Peer& peer)
 {
-    Bounds bounds;
-    bounds.time = 1s;
-    bounds.stop = &m_stopping;
-    const auto answer =
-        peer.client.ask("SELECT session, toUInt32(until) FROM logouts WHERE until > now() FORMAT RowBinary", bounds);
+    const auto answer = peer.client.ask(
+        "SELECT session, toUInt32(until) FROM logouts WHERE until > now() FORMAT RowBinary", m_rounds.bounds(1s));
     if (!peer.note(bool(answer)))
         return false;
     std::lock_guard hold(m_lock);
@@ -102,7 +84,7 @@ void ClusterLogouts::listen()
     std::vector<bool> heard(m_layout->shards.size());
     for (const bool was_gone : {false, true})
         for (Peer& peer : m_peers)
-            if (!heard[peer.shard] && !m_stopping && was_gone == (peer.next_try > Clock::now()))
+            if (!heard[peer.shard] && !m_rounds.is_ending() && was_gone == (peer.next_try > Clock::now()))
                 heard[peer.shard] = listen_to(peer);
     const Seconds now =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -113,7 +95,8 @@ void ClusterLogouts::listen()
 void ClusterLogouts::work()
 {
     listen(); // what ended before this process began
-    while (wait()) {
+    while (m_rounds.wait(1s)) {
+        take_new();
         for (Peer& peer : m_peers)
             tell(peer);
         {

@@ -1,14 +1,11 @@
 // The ends of logins, told by one collector to all the others through a table that every node has.
 #pragma once
 
-#include "client.h"
+#include "rounds.h"
 
 #include "store/logouts.h"
 
-#include <condition_variable>
 #include <map>
-#include <mutex>
-#include <thread>
 
 namespace store::clickhouse {
 
@@ -17,7 +14,6 @@ class ClusterLogouts final : public Logouts
 public:
     /// Starts the thread that writes and reads, once a second.
     explicit ClusterLogouts(std::shared_ptr<const Layout> layout);
-    ~ClusterLogouts() override;
 
     /// Counts here at once, and elsewhere a second or two after it returns. Waits up to two seconds for a node to have
     /// it; without one it is written as soon as one answers, while this process lives.
@@ -37,20 +33,19 @@ private:
     };
 
     void work();
-    bool wait();
+    void take_new();
     void tell(Peer& peer);
     void listen();
     bool listen_to(Peer& peer);
 
     std::shared_ptr<const Layout> m_layout;
     std::mutex m_lock;
-    std::condition_variable m_woken, m_tried;
+    std::condition_variable m_tried;
     std::map<std::string, Seconds> m_ended; ///< from here and from the table
     std::map<std::string, Seconds> m_new;   ///< the thread has not looked at them yet
     std::map<std::string, Seconds> m_now;   ///< the thread is telling the nodes
-    std::atomic<bool> m_stopping{false};
-    std::vector<Peer> m_peers; ///< the thread's own
-    std::thread m_thread;
+    std::vector<Peer> m_peers;              ///< the thread's own
+    Rounds m_rounds;
 };
 
 } // namespace store::clickhouse

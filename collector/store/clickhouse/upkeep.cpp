@@ -69,16 +69,9 @@ Result<uint64_t> make_rollups(const Layout& layout, Day first, Day end,
     return count;
 }
 
-Upkeep::Upkeep(std::shared_ptr<const Layout> layout) : m_layout(std::move(layout)), m_thread([this] { work(); }) {}
-
-Upkeep::~Upkeep()
+Upkeep::Upkeep(std::shared_ptr<const Layout> layout) : m_layout(std::move(layout))
 {
-    {
-        std::lock_guard hold(m_lock);
-        m_stopping = true;
-    }
-    m_wake.notify_all();
-    m_thread.join();
+    m_rounds.begin([this] { work(); });
 }
 
 Result<Progress> Upkeep::retain(const Retention& retention)
@@ -94,20 +87,6 @@ std::string Upkeep::trouble() const
     return m_trouble;
 }
 
-Bounds Upkeep::bounds(std::chrono::milliseconds time) const
-{
-    Bounds bounds{time};
-    bounds.stop = &m_stopping;
-    return bounds;
-}
-
-bool Upkeep::wait(Clock::duration time)
-{
-    std::unique_lock hold(m_lock);
-    m_wake.wait_for(hold, time, [this] { return bool(m_stopping); });
-    return !m_stopping;
-}
-
 // Late rows make rollups due again and again: a round that took long is followed by a long rest.
 void Upkeep::work()
 {
@@ -115,7 +94,7 @@ void Upkeep::work()
     for (size_t i = 0; i < m_layout->shards.size(); ++i)
         shards.push_back({i, clients_of(*m_layout, i), Lease("shard " + std::to_string(i + 1)), {}, {}, {}});
     Clock::duration took{};
-    while (wait(std::max<Clock::duration>(g_round, 3 * took))) {
+    while (m_rounds.wait(std::max<Clock::duration>(g_round, 3 * took))) {
         const auto start = Clock::now();
         std::string trouble;
         for (Chores& shard : shards) {
@@ -132,7 +111,7 @@ Answer<Done> Upkeep::tend(Chores& shard)
 {
     Answer<Done> done = Done();
     for (Client& client : shard.clients) {
-        auto is_mine = shard.lease.take(client, bounds(5s));
+        auto is_mine = shard.lease.take(client, m_rounds.bounds(5s));
         if (!is_mine) {
             done = is_mine.fault();
             continue; // the other replica may
@@ -144,7 +123,7 @@ Answer<Done> Upkeep::tend(Chores& shard)
             done = roll(shard, client);
         if (done)
             done = keep(shard);
-        shard.lease.release(client, bounds(5s));
+        shard.lease.release(client, m_rounds.bounds(5s));
         return done;
     }
     return done;
@@ -155,8 +134,8 @@ Answer<Done> Upkeep::look_at_starts(Chores& shard, Client& client)
 {
     bool has_moved = Clock::now() >= shard.next_tidy;
     for (Client& node : shard.clients) {
-        auto answer =
-            node.ask("SELECT toInt64(toUnixTimestamp(now())) - toInt64(uptime()) FORMAT RowBinary", bounds(2s));
+        auto answer = node.ask("SELECT toInt64(toUnixTimestamp(now())) - toInt64(uptime()) FORMAT RowBinary",
+                               m_rounds.bounds(2s));
         if (!answer)
             continue;
         const Seconds start = RowReader(*answer).i64();
@@ -166,7 +145,7 @@ Answer<Done> Upkeep::look_at_starts(Chores& shard, Client& client)
     }
     if (!has_moved)
         return Done();
-    auto done = tidy_rollups(client, bounds(g_rollup));
+    auto done = tidy_rollups(client, m_rounds.bounds(g_rollup));
     if (done)
         shard.next_tidy = Clock::now() + g_tidy;
     return done;
@@ -174,22 +153,22 @@ Answer<Done> Upkeep::look_at_starts(Chores& shard, Client& client)
 
 Answer<Done> Upkeep::roll(Chores& shard, Client& client)
 {
-    auto last = last_closed_day(client, bounds(5s));
+    auto last = last_closed_day(client, m_rounds.bounds(5s));
     if (!last)
         return last.fault();
-    auto days = days_to_roll(client, std::numeric_limits<Day>::min(), *last + 1, bounds(30s));
+    auto days = days_to_roll(client, std::numeric_limits<Day>::min(), *last + 1, m_rounds.bounds(30s));
     if (!days)
         return days.fault();
     Answer<Done> done = Done();
     for (const Dated& day : *days) {
-        if (m_stopping)
+        if (m_rounds.is_ending())
             return Done();
-        auto made = make_rollup(client, shard.clients, day, bounds(g_rollup));
+        auto made = make_rollup(client, shard.clients, day, m_rounds.bounds(g_rollup));
         if (!made && made.fault().kind != Trouble::Kind::code)
             return made;
         if (!made)
             done = made; // one that the node refuses holds up no other
-        auto is_mine = shard.lease.take(client, bounds(5s));
+        auto is_mine = shard.lease.take(client, m_rounds.bounds(5s));
         if (!is_mine || !*is_mine)
             return is_mine ? done : Answer<Done>(is_mine.fault());
     }
@@ -205,9 +184,9 @@ Answer<Done> Upkeep::keep(Chores& shard)
     }
     Answer<Done> done = Done();
     if (retention.raw_before)
-        done = drop_weeks(shard.clients, week_of(*retention.raw_before / 1000), bounds(60s));
+        done = drop_weeks(shard.clients, week_of(*retention.raw_before / 1000), m_rounds.bounds(60s));
     if (done)
-        done = delete_old(shard.clients, retention, bounds(60s));
+        done = delete_old(shard.clients, retention, m_rounds.bounds(60s));
     if (!done || Clock::now() < shard.next_repeat || shard.number != 0)
         return done;
     shard.next_repeat = Clock::now() + g_repeat;

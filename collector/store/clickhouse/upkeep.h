@@ -5,6 +5,7 @@
 #include "keeping.h"
 #include "lease.h"
 #include "marks.h"
+#include "rounds.h"
 
 namespace store::clickhouse {
 
@@ -12,7 +13,6 @@ class Upkeep
 {
 public:
     explicit Upkeep(std::shared_ptr<const Layout> layout);
-    ~Upkeep();
 
     /// What is to go from now on; the thread sees to it. Any thread.
     Result<Progress> retain(const Retention& retention);
@@ -22,20 +22,16 @@ public:
 private:
     struct Chores;
     void work();
-    bool wait(Clock::duration time);
     Answer<Done> tend(Chores& shard);
     Answer<Done> roll(Chores& shard, Client& client);
     Answer<Done> look_at_starts(Chores& shard, Client& client);
     Answer<Done> keep(Chores& shard);
-    Bounds bounds(std::chrono::milliseconds time) const;
 
     const std::shared_ptr<const Layout> m_layout;
     mutable std::mutex m_lock;
-    std::condition_variable m_wake;
     Retention m_retention;
     std::string m_trouble;
-    std::atomic<bool> m_stopping{false};
-    std::thread m_thread;
+    Rounds m_rounds;
 };
 
 /// Makes the rollups that are missing of days in [first, end) that are past, on every shard, whoever holds the lease.
