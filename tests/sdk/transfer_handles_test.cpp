@@ -3,6 +3,9 @@
 
 #include "transfers.h"
 
+#include <sys/socket.h>
+#include <unistd.h>
+
 namespace {
 
 using namespace AnalyticsSDK;
@@ -52,6 +55,27 @@ protected:
         return out.size();
     }
 
+    /// A GET that libcurl has, with its sockets watched.
+    CurlEasyHandle* begin(const support::HttpServer& server)
+    {
+        CurlEasyHandle* handle = add(server.url().c_str(), "1");
+        EXPECT_TRUE(ApplyTransferOptions(handle, transfers::RequestTypeGet, nullptr, true, ""));
+        handle->OpenStringStream();
+        multi.sockets.Watch(*handle);
+        std::vector<CurlEasyHandle*> refused;
+        multi.AdoptQueued(refused);
+        EXPECT_TRUE(refused.empty());
+        return handle;
+    }
+    bool run_all()
+    {
+        return support::wait_until([&] {
+            int running = 0;
+            curl_multi_perform(multi.GetHandle(), &running);
+            return running == 0;
+        });
+    }
+
     transfers::Network network;
     CurlMultiHandle multi;
 };
@@ -65,7 +89,7 @@ TEST_F(TransferList, FindsTheFirstOfTheExactMatches)
     EXPECT_EQ(nullptr, multi.FindEasyHandle("http://A/"));
     EXPECT_EQ(nullptr, multi.FindEasyHandle(static_cast<void*>(&multi)));
     multi.CancelDownloadByID("2");
-    EXPECT_TRUE(two->IsCancelDownload());
+    EXPECT_EQ(std::vector{two}, multi.GetCancelled());
     EXPECT_FALSE(multi.FindEasyHandle("http://b/")->IsCancelDownload());
     multi.RemoveEasyHandle(one);
     EXPECT_EQ(two, multi.FindEasyHandle("http://a/"));
@@ -76,21 +100,53 @@ TEST_F(TransferList, FindsTheFirstOfTheExactMatches)
 TEST_F(TransferList, RestartsATransferWithNewOptions)
 {
     support::HttpServer first(200), second(200);
-    CurlEasyHandle* handle = add(first.url().c_str(), "1");
-    std::vector<CurlEasyHandle*> refused;
-    ASSERT_TRUE(ApplyTransferOptions(handle, transfers::RequestTypeGet, nullptr, true, ""));
-    handle->OpenStringStream();
-    multi.AdoptQueued(refused);
-    EXPECT_TRUE(refused.empty());
+    CurlEasyHandle* handle = begin(first);
     curl_easy_setopt(handle->GetHandle(), CURLOPT_URL, second.url().c_str());
     multi.RetryEasyHandle(handle);
-    EXPECT_TRUE(support::wait_until([&] {
-        int running = 0;
-        curl_multi_perform(multi.GetHandle(), &running);
-        return running == 0;
-    }));
+    EXPECT_TRUE(run_all());
     EXPECT_EQ(0u, first.count());
     EXPECT_EQ(1u, second.count());
+}
+
+TEST_F(TransferList, ShutsTheSocketsOfItsTransfersAndNoOtherFile)
+{
+    support::HttpServer server(200);
+    CurlEasyHandle* handle = begin(server);
+    EXPECT_TRUE(run_all());
+    curl_socket_t socket = CURL_SOCKET_BAD;
+    curl_easy_getinfo(handle->GetHandle(), CURLINFO_ACTIVESOCKET, &socket); // kept for the next request
+    const int own = ::dup(socket);
+    int pair[2];
+    ASSERT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM, 0, pair));
+    ::dup2(pair[0], socket); // as if it were closed, and its number given to another file
+    multi.sockets.Shut();
+    EXPECT_EQ(1, ::send(pair[0], "x", 1, MSG_NOSIGNAL));
+    ::dup2(own, socket);
+    multi.sockets.Shut();
+    EXPECT_EQ(-1, ::send(own, "x", 1, MSG_NOSIGNAL));
+    for (const int file : {own, pair[0], pair[1]})
+        ::close(file);
+}
+
+TEST_F(TransferList, RunsACallOnce)
+{
+    int count = 0;
+    multi.Call([&] { ++count; });
+    for (int turn = 0; turn < 2; ++turn)
+        multi.RunCalls();
+    EXPECT_EQ(1, count);
+}
+
+TEST_F(TransferList, LeavesAnEndedTransferItsResultWhenItsTimeIsOver)
+{
+    support::HttpServer server([](const support::Request&) { return support::Reply{200, "taken"}; });
+    CurlEasyHandle alone;
+    alone.SetUrl(server.url().c_str());
+    EXPECT_TRUE(ApplyTransferOptions(&alone, transfers::RequestTypeGet, nullptr, true, ""));
+    std::ostream* body = alone.OpenStringStream();
+    const std::function<bool()> is_over = [&] { return body->tellp() > 0; };
+    alone.pIsOver = &is_over;
+    EXPECT_EQ(CURLE_OK, alone.Perform());
 }
 
 TEST_F(TransferList, CallsATransferStalledAfterAMinuteOfSilence)
