@@ -451,6 +451,7 @@ int Delivery::run()
                 Turn(woken && news == 0 ? started : news); // woken through EventManager itself
         } catch (const std::exception&) {
             Schedule(); // running out of memory costs this cycle, never the host
+            m_lookPending = false;
         }
         if (stopped != 0)
             return stopped;
