@@ -226,5 +226,5 @@ class Settings(unittest.TestCase):
 if __name__ == "__main__":
     ended = unittest.main(exit=False).result
     for test, why in ended.skipped:
-        print(f"{why}\n[  SKIPPED ] {test.id()}")
+        print(f"{__file__}: Skipped\n{why}\n[  SKIPPED ] {test.id()}")
     sys.exit(1 if not ended.wasSuccessful() else 77 if ended.skipped else 0)

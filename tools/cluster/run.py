@@ -65,7 +65,7 @@ class Run:
         """Not to be taken for passed: the whole run fails, the small one says that it left something out."""
         if self.options.small:
             self.skipped.append(text)
-            print(f"{text}\n[  SKIPPED ] Cluster.Kills", flush=True)
+            print(f"{__file__}: Skipped\n{text}\n[  SKIPPED ] Cluster.Kills", flush=True)
         else:
             self.find(text)
 
