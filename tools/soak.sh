@@ -5,6 +5,6 @@ set -euo pipefail
 status=0
 "$1/soak/analytics_soak" "$2" || status=1
 if [ -x "$1/collector/analytics-collector" ]; then
-    python3 soak/collector.py "$2" "$1/collector/analytics-collector" "$1/tests/hosts/batch_host" || status=1
+    python3 soak/collector_load.py "$2" "$1/collector/analytics-collector" "$1/tests/hosts/batch_host" || status=1
 fi
 exit "$status"
