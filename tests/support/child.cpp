@@ -1,6 +1,7 @@
 #include "support/child.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/mman.h>
@@ -17,7 +18,9 @@ namespace {
 int file_holding(const std::string& text)
 {
     const int file = memfd_create("child", MFD_CLOEXEC);
-    if (file < 0 || pwrite(file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()))
+    // Appended to: a file in memory has one position for all threads, and two that write at once would overwrite.
+    if (file < 0 || pwrite(file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()) ||
+        fcntl(file, F_SETFL, O_APPEND) != 0)
         throw std::runtime_error("no file for a child");
     return file;
 }
